@@ -1,0 +1,38 @@
+// av_table: a table of av lists with an index by munged name beside the chain, so that loading and
+// looking up twenty thousand entries is not quadratic. What av_get and avl_update with munged_strcmp
+// would find, replace and append is found, replaced and appended here.
+#pragma once
+
+#include <map>
+#include <string>
+
+#include "config/av_list.h"
+#include "config/munged_name.h"
+
+namespace faxtray {
+
+class av_table_t {
+public:
+    av_table_t() = default;
+    av_table_t(const av_table_t &) = delete;
+    av_table_t &operator=(const av_table_t &) = delete;
+    ~av_table_t() { clear(); }
+
+    av_list_t *head() const noexcept { return head_; }  // the chain, in order; the table's own
+
+    // Takes `list` over (its `next` must be null): in place of the entry of the same name, else at the
+    // end. Returns 1, or 0 without memory, `list` then freed.
+    int update(av_list_ptr list) noexcept;
+
+    // The first entry of that name, or null; messages and av_error() as av_get.
+    av_list_t *get(const char *name) const noexcept;
+
+    void clear() noexcept;
+
+private:
+    av_list_t *head_ = nullptr;
+    av_list_t **tail_ = &head_;
+    std::map<std::string, av_list_t **, munged_less> index_;  // munged name -> the link that holds it
+};
+
+}  // namespace faxtray

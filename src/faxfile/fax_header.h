@@ -1,0 +1,47 @@
+// fax_header: the header at the head of every fax file.
+//
+//   offset 0  4 bytes  magic BA DB AD 16
+//          4  4 bytes  N, length of the text block, big-endian
+//          8  N bytes  "name:value\n" for each attribute, then one byte 0x1D
+//        8+N           page data
+#pragma once
+
+#include <cstddef>
+#include <cstdint>
+#include <memory>
+
+#include "util/owned.h"
+
+namespace faxtray {
+
+inline constexpr uint32_t FAX_MAGIC = 0xBADBAD16;
+
+struct fax_header_t {
+    char *name;   // never empty
+    char *value;  // never null
+    fax_header_t *next;
+};
+
+// The header of the file, or null with a message on standard error and standard output. Starts at offset
+// 0 whatever the position, and leaves the file at the first byte of page data. The caller frees.
+fax_header_t *read_fax_header(int fd);
+
+// The same from the first `n` bytes of a file already in memory. Null when the header does not lie
+// within them whole and sound: read_fax_header then tells why, or reads the rest.
+fax_header_t *parse_fax_header(const void *bytes, size_t n);
+
+int write_fax_header(int fd, const fax_header_t *list);  // 1, or -1 with a message
+fax_header_t *new_fax_header(const char *name, const char *value);
+int free_fax_header(fax_header_t *list);
+const char *get_fax_header_value(const fax_header_t *list, const char *name);  // the list's own, or null
+int set_fax_header_av(fax_header_t *list, const char *name, const char *value);
+int set_fax_header_string(fax_header_t *list, const char *pair);
+int get_vertical_resolution(const fax_header_t *list);
+int set_vertical_resolution(fax_header_t *list, int code);
+int get_compression_mode(const fax_header_t *list);
+int set_compression_mode(fax_header_t *list, int code);
+int is_corvane_fax(const char *path);
+
+using fax_header_ptr = std::unique_ptr<fax_header_t, deleter<free_fax_header>>;
+
+}  // namespace faxtray

@@ -1,0 +1,20 @@
+// pw_req: making and freeing the caller's identity record.
+#pragma once
+
+#include <memory>
+
+#include "protocol/records.h"
+#include "util/owned.h"
+
+namespace faxtray {
+
+// A copy with its own strings, or null with a message on standard error. Kept: null strings of the
+// source become empty strings in the source itself.
+pw_req_t *copy_pw(pw_req_t *source);
+pw_req_t *new_pw(const char *user, const char *password, const char *reserved_str, int reserved_int,
+                 u_int check_value);
+void free_pw(pw_req_t *pw);
+
+using pw_req_ptr = std::unique_ptr<pw_req_t, deleter<free_pw>>;
+
+}  // namespace faxtray

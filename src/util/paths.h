@@ -1,0 +1,44 @@
+// paths: finding files, and making paths absolute and canonical. Nothing here writes to the disk.
+#pragma once
+
+#include <sys/param.h>
+
+#include <cstddef>
+
+#include "util/owned.h"
+
+namespace faxtray {
+
+static_assert(MAXPATHLEN == 4096);  // every path buffer's size; longer paths are refused
+
+// $ONDRIXHOME/name or ./name, whichever is readable first; null when neither is. The caller frees.
+char *find_file(const char *name);
+// The same places, then each directory of $PATH, for a file that may be read and executed.
+char *find_executable(const char *name);
+
+// An absolute form of `path`: a leading "./" or "../" is dropped once, the current directory put in
+// front of a relative path. The caller frees; null with a trace line on failure.
+char *fix_path(const char *path);
+
+// The canonical absolute form of `path`: enclosing white space and double quotes stripped, empty, "."
+// and ".." components resolved by text alone. The caller frees; null with a trace line on failure.
+char *mkpath(const char *path);
+
+// True when mkpath(`path`) would give `path` itself back, decided without building it: absolute,
+// short enough, no white space, control character or enclosing quote, canonical components.
+bool is_canonical_path(const char *path);
+
+// The current directory as it was when first asked. Kept: a later chdir is not seen.
+char *cv_getcwd(char *buffer, size_t size);
+
+int is_valid_path(const char *path);     // traces why not
+int is_full_path(const char *path);      // begins with "/"
+int is_relative_path(const char *path);  // does not
+
+char *basename(char *path);  // may cut a trailing "/" in place
+char *dirname(char *path);   // cuts in place
+
+// $ONDRIXTMP or "/tmp", in a static buffer.
+const char *get_temp_dir();
+
+}  // namespace faxtray
