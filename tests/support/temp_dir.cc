@@ -1,0 +1,76 @@
+#include "support/temp_dir.h"
+
+#include <fcntl.h>
+#include <stdlib.h>
+#include <sys/stat.h>
+
+#include <cstdio>
+#include <filesystem>
+#include <fstream>
+#include <iterator>
+
+namespace faxtray {
+
+static void require(bool good, const std::string &what)
+{
+    if (good)
+        return;
+    perror(what.c_str());
+    abort();
+}
+
+temp_dir::temp_dir()
+{
+    std::string path = std::filesystem::temp_directory_path() / "faxtray_test_XXXXXX";
+    require(mkdtemp(path.data()) != nullptr, path);
+    path_ = path;
+}
+
+temp_dir::~temp_dir()
+{
+    std::error_code ignored;
+    std::filesystem::remove_all(path_, ignored);
+}
+
+std::string temp_dir::write(const std::string &name, const std::string &content) const
+{
+    std::string path = path_ + "/" + name;
+    std::ofstream out(path, std::ios::binary);
+    out << content;
+    out.close();
+    require(out.good(), path);
+    return path;
+}
+
+std::string read_file(const std::string &path)
+{
+    std::ifstream in(path, std::ios::binary);
+    require(in.good(), path);
+    return {std::istreambuf_iterator<char>(in), {}};
+}
+
+void set_mtime(const std::string &path, time_t mtime)
+{
+    const timespec times[2] = {{mtime, 0}, {mtime, 0}};
+    require(utimensat(AT_FDCWD, path.c_str(), times, 0) == 0, path);
+}
+
+scoped_env::scoped_env(const char *name, const char *value) : name_(name), had_(getenv(name) != nullptr)
+{
+    if (had_)
+        old_ = getenv(name);
+    if (value)
+        setenv(name, value, 1);
+    else
+        unsetenv(name);
+}
+
+scoped_env::~scoped_env()
+{
+    if (had_)
+        setenv(name_.c_str(), old_.c_str(), 1);
+    else
+        unsetenv(name_.c_str());
+}
+
+}  // namespace faxtray
