@@ -28,17 +28,22 @@ char *mkpath(const char *path);
 // short enough, no white space, control character or enclosing quote, canonical components.
 bool is_canonical_path(const char *path);
 
-// The current directory as it was when first asked. Kept: a later chdir is not seen.
+// The current directory as it was when first asked, or null with a message on standard error. Kept: a
+// later chdir is not seen.
 char *cv_getcwd(char *buffer, size_t size);
 
-int is_valid_path(const char *path);     // traces why not
-int is_full_path(const char *path);      // begins with "/"
-int is_relative_path(const char *path);  // does not
+// 1 when `path` has at most MAXPATHLEN characters and, but for enclosing white space and double quotes,
+// neither white space nor control characters; else 0 with a trace line. "" is valid, null is not.
+int is_valid_path(const char *path);
+int is_full_path(const char *path);      // begins with "/"; null does not
+int is_relative_path(const char *path);  // the opposite
 
-char *basename(char *path);  // may cut a trailing "/" in place
-char *dirname(char *path);   // cuts in place
+// The last component of `path`, whose trailing "/" is cut in place; "/" is itself, null or "" gives ".".
+char *basename(char *path);
+// `path` cut in place before its last component; "/" in front of everything stays. "." without a "/".
+char *dirname(char *path);
 
-// $ONDRIXTMP or "/tmp", in a static buffer.
+// $ONDRIXTMP, or "/tmp" when it is unset or longer than a path may be. Static buffer.
 const char *get_temp_dir();
 
 }  // namespace faxtray
