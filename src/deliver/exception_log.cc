@@ -1,0 +1,195 @@
+// Writes the lines of the exception log. Trouble with the log itself is told on standard error and by the
+// result; it never stops the caller.
+#include "deliver/exception_log.h"
+
+#include <cerrno>
+#include <cstdarg>
+#include <cstdio>
+#include <cstring>
+#include <ctime>
+
+#include "util/clock_text.h"
+#include "util/owned.h"
+#include "util/version_id.h"
+
+namespace faxtray {
+
+static constexpr size_t template_size = 512;  // characters of a format that count
+
+static char log_name[4096];      // empty until elog_init
+static char program_name[4096];  // in every trailer
+static int queue_number = 1;
+static int notices_off;  // the switch of elog_toggle_notify
+static bool notifying;   // an entry is with the notifier: none logged meanwhile asks for a notice
+static void (*notifier_hook)(const elog_entry_t &entry);
+
+namespace {
+
+// Raises a flag, and puts it back as it was on every way out.
+class raised {
+public:
+    explicit raised(bool &flag) : flag_(flag), was_(flag) { flag_ = true; }
+    ~raised() { flag_ = was_; }
+    raised(const raised &) = delete;
+    raised &operator=(const raised &) = delete;
+
+private:
+    bool &flag_, was_;
+};
+
+// The formatted text of an entry. A format that cannot be carried out stands for itself; without memory
+// for a long text it is cut.
+class formatted {
+public:
+    __attribute__((format(printf, 2, 0))) formatted(const char *format, va_list args)
+    {
+        va_list again;
+        va_copy(again, args);
+        int length = vsnprintf(short_, sizeof short_, format, args);
+        if (length < 0)
+            snprintf(short_, sizeof short_, "%s", format);
+        else if (static_cast<size_t>(length) >= sizeof short_)
+            format_long(static_cast<size_t>(length) + 1, format, again);
+        va_end(again);
+    }
+
+    const char *text() const { return long_ ? long_.get() : short_; }
+
+private:
+    __attribute__((format(printf, 3, 0))) void format_long(size_t size, const char *format, va_list args)
+    {
+        long_.reset(static_cast<char *>(malloc(size)));
+        if (long_)
+            vsnprintf(long_.get(), size, format, args);
+    }
+
+    char short_[2048];
+    c_string long_;
+};
+
+}  // namespace
+
+int elog_init(const char *program, const char *log_file, int queue)
+{
+    if (!log_file || !*log_file)
+        return 0;
+    snprintf(log_name, sizeof log_name, "%s", log_file);
+    snprintf(program_name, sizeof program_name, "%s", program ? program : "");
+    queue_number = queue < 1 ? 1 : queue;
+    return 1;
+}
+
+int elog_toggle_notify(int on)
+{
+    int before = notices_off;
+    notices_off = on;
+    return before;
+}
+
+void elog_set_notifier(void (*notifier)(const elog_entry_t &entry))
+{
+    notifier_hook = notifier;
+}
+
+static const char *level_name(int level)
+{
+    static constexpr const char *names[] = {"FATAL", "ERROR", "WARNING", "NOTICE"};
+    return level >= ELOG_FATAL && level <= ELOG_NOTICE ? names[level] : "HUH";
+}
+
+// "21-Nov-2026 03:44:21 WARNING:  "
+static void make_prefix(char *out, size_t size, int level)
+{
+    time_t now = time(nullptr);
+    struct tm local = {};
+    localtime_r(&now, &local);
+    snprintf(out, size, "%02d-%s-%04d %02d:%02d:%02d %7.7s:  ", local.tm_mday, months[local.tm_mon],
+             local.tm_year + 1900, local.tm_hour, local.tm_min, local.tm_sec, level_name(level));
+}
+
+static void make_trailer(char *out, size_t size, const char *version_id, const char *source_file, int line)
+{
+    // A string without its nine fields has none; asked with null, the others are of the same parse.
+    const char *release = version_id && *version_id ? rev_release(version_id) : nullptr;
+    const char *level = release ? rev_level(nullptr) : "";
+    const char *branch = release ? rev_branch(nullptr) : "";
+    const char *sequence = release ? rev_sequence(nullptr) : "";
+    snprintf(out, size, "  //%s [%s:%d] %s.%s.%s.%s\n", program_name, source_file ? source_file : "(NULL)",
+             line, release ? release : "", level, branch, sequence);
+}
+
+// Bytes written, negative on failure. The line goes out whole, in one write where it fits the buffer.
+static int write_line(FILE *stream, const char *prefix, const char *message, const char *trailer)
+{
+    int written = fprintf(stream, "%s%s%s", prefix, message, trailer);
+    return fflush(stream) == 0 ? written : -1;
+}
+
+// The stream for the log file, null when it cannot be opened, with the reason on standard error.
+static file_ptr open_log(const char *version_id, const char *source_file, int line, int destinations)
+{
+    const char *path = (destinations & ELOG_FILE) && *log_name ? log_name : "/dev/null";
+    file_ptr log(fopen(path, "ae"));
+    if (!log) {
+        fprintf(stderr, "elog_writef:  failed to fopen(\"%s\"),errno=%d,", path, errno);
+        fprintf(stderr, "%s,%s,%d\n", version_id ? version_id : "", source_file ? source_file : "(NULL)",
+                line);
+    }
+    return log;
+}
+
+int elog_writef(const char *version_id, const char *source_file, int line, int level, int destinations,
+                const char *format, ...)
+{
+    int saved_errno = errno;
+    int result = 1;
+
+    file_ptr log;
+    FILE *log_stream = nullptr;
+    if (destinations == 0 || (destinations & ELOG_FILE)) {
+        log = open_log(version_id, source_file, line, destinations);
+        log_stream = log.get();
+        if (!log_stream) {
+            result = 0;
+            if (!(destinations & ELOG_STDERR))
+                log_stream = stderr;
+        }
+    }
+
+    char prefix[64], trailer[3 * 4096];
+    make_prefix(prefix, sizeof prefix, level);
+    make_trailer(trailer, sizeof trailer, version_id, source_file, line);
+
+    char message_template[template_size + 1];
+    snprintf(message_template, sizeof message_template, "%s", format ? format : "");
+    for (size_t n = strlen(message_template); n > 0 && message_template[n - 1] == '\n'; n--)
+        message_template[n - 1] = '\0';
+    va_list args;
+    va_start(args, format);
+    formatted message(message_template, args);
+    va_end(args);
+
+    int written = 0;
+    if ((destinations & ELOG_FILE) && log_stream) {
+        written = write_line(log_stream, prefix, message.text(), trailer);
+        if (written < 0)
+            result = 0;
+    }
+    if (destinations & ELOG_STDOUT)
+        written = write_line(stdout, prefix, message.text(), "\n");
+    if (destinations & ELOG_STDERR)
+        written = write_line(stderr, prefix, message.text(), "\n");
+    if (log && fclose(log.release()) != 0)
+        result = 0;
+
+    if (notifier_hook) {
+        bool notify = !notifying && !notices_off;
+        raised flag(notifying);
+        notifier_hook(
+            {level, queue_number, prefix, message.text(), format ? format : "", trailer, written, notify});
+    }
+    errno = saved_errno;
+    return result;
+}
+
+}  // namespace faxtray
