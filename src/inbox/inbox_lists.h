@@ -23,7 +23,10 @@ extern inbox_list_t incoming;  // one node for each incoming directory
 extern user_list_t User_list;
 extern av_table_t Forwarder;  // designated forwarders
 
-// Brings all lists up to date; the files are read only when one of them changed. 1, or 0 on failure.
+// Brings all lists, `Forwarder` with them, up to date; the files (null or "": searched for) are read only
+// when one of them changed. Nodes of users whose entry is as it was stay, faxes, marks and ids; so do, until
+// the daemon ends, nodes of users who are no longer in the file. Incoming nodes are made anew. 1, or 0 on
+// failure with messages; the lists are then as the step that failed left them.
 int update_lists(inbox_list_t *users, inbox_list_t *incoming, user_list_t *user_list, const char *user_path,
                  const char *modem_path);
 
@@ -32,8 +35,8 @@ int update_lists(inbox_list_t *users, inbox_list_t *incoming, user_list_t *user_
 int reload_lists(inbox_list_t *users, inbox_list_t *incoming, user_list_t *user_list, const char *user_path,
                  const char *modem_path);
 
-int load_user_list(user_list_t *user_list, const char *path);
-int load_incoming_list(inbox_list_t *incoming, const char *path);
-user_node_t *create_user_node(const av_list_t *user);
+int load_user_list(user_list_t *user_list, const char *path);      // 1, or 0 with a message
+int load_incoming_list(inbox_list_t *incoming, const char *path);  // 1, or 0 with a message
+user_node_t *create_user_node(const av_list_t *user);  // makes its directory; the caller's; or null
 
 }  // namespace faxtray

@@ -1,0 +1,55 @@
+// messages: every text is formatted once, into a bounded buffer, and then written wherever it belongs.
+#include "inbox/messages.h"
+
+#include <sys/param.h>
+
+#include <cstdarg>
+#include <cstdio>
+
+#include "util/settings.h"
+#include "util/trace.h"
+
+namespace faxtray {
+
+// Two paths at their longest and the words around them.
+constexpr size_t report_size = 2 * MAXPATHLEN + 256;
+
+static void write_report(const char *prefix, const char *separator, const char *format, va_list args)
+{
+    char text[report_size];
+    vsnprintf(text, sizeof text, format, args);
+    fprintf(stderr, "%s%s%s", prefix, separator, text);
+    trprintf("%s", text);
+}
+
+void report(const char *format, ...)
+{
+    va_list args;
+    va_start(args, format);
+    write_report("", "", format, args);
+    va_end(args);
+}
+
+void report_as_program(const char *format, ...)
+{
+    va_list args;
+    va_start(args, format);
+    write_report(Program, ": ", format, args);
+    va_end(args);
+}
+
+int refuse(err_t *error, int code, int sys_errno, const char *format, ...)
+{
+    static char message[2048];
+
+    if (!error)
+        return 0;
+    va_list args;
+    va_start(args, format);
+    vsnprintf(message, sizeof message, format, args);
+    va_end(args);
+    *error = {code, sys_errno, message};
+    return 0;
+}
+
+}  // namespace faxtray

@@ -1,0 +1,93 @@
+// named_chain: a chain of records in munged_strcmp's order of their names, with an index by munged name
+// beside it, so that twenty thousand records are chained and found without walking.
+//
+// A name that ends in punctuation or white space equals no name, not even itself: such records are never
+// found and never duplicates. Among names of one munged form they stand in the order they came, behind
+// the one that equals itself.
+#pragma once
+
+#include <iterator>
+#include <map>
+#include <string>
+#include <utility>
+
+#include "config/munged_name.h"
+
+namespace faxtray {
+
+// Always: the index holds the chain's records in the chain's order. `Name` gives a record's name; the
+// records' `next` is the chain's link. The chain does not own its records.
+template <class Record, const char *(*Name)(const Record *)> struct named_chain_t {
+    using index_t = std::multimap<std::string, Record *, munged_less>;
+
+    named_chain_t() = default;
+    named_chain_t(const named_chain_t &) = delete;
+    named_chain_t &operator=(const named_chain_t &) = delete;
+
+    Record *head = nullptr;
+    index_t by_name;
+
+    // Puts `record` before the first one that compares greater. False when its name is taken, or (with
+    // std::bad_alloc) without memory, nothing then changed.
+    bool insert(Record *record)
+    {
+        std::string key = munged_key(Name(record));
+        auto [at, end] = by_name.equal_range(key);
+        for (; at != end; ++at) {
+            int order = munged_strcmp(Name(at->second), Name(record));
+            if (order == 0)
+                return false;
+            if (order > 0)
+                break;
+        }
+        record->next = at == by_name.end() ? nullptr : at->second;
+        link_to(by_name.emplace_hint(at, std::move(key), record)) = record;
+        return true;
+    }
+
+    // Unlinks the record of that name and clears its link; null when there is none.
+    Record *remove(const char *name) noexcept
+    {
+        auto at = locate(name);
+        if (at == by_name.end())
+            return nullptr;
+        Record *record = at->second;
+        link_to(at) = record->next;
+        by_name.erase(at);
+        record->next = nullptr;
+        return record;
+    }
+
+    Record *find(const char *name) const noexcept
+    {
+        auto at = locate(name);
+        return at == by_name.end() ? nullptr : at->second;
+    }
+
+    // Empties chain and index and hands over the first record, the others chained behind it.
+    Record *release() noexcept
+    {
+        by_name.clear();
+        return std::exchange(head, nullptr);
+    }
+
+private:
+    // The link that holds the record at `at`.
+    Record *&link_to(typename index_t::const_iterator at) noexcept
+    {
+        return at == by_name.cbegin() ? head : std::prev(at)->second->next;
+    }
+
+    typename index_t::const_iterator locate(const char *name) const noexcept
+    {
+        if (!name)
+            return by_name.end();
+        auto [at, end] = by_name.equal_range(munged_key(name));
+        for (; at != end; ++at)
+            if (munged_strcmp(Name(at->second), name) == 0)
+                return at;
+        return by_name.end();
+    }
+};
+
+}  // namespace faxtray
