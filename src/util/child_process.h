@@ -14,8 +14,9 @@ namespace faxtray {
 // Remembers the descriptor limit that children get, before the daemon lowers its own.
 void child_set_limit(const struct rlimit &nofile);
 
-// popen/pclose/system as in POSIX, by way of "/bin/sh -c": streams are close-on-exec, standard output
-// is flushed before the fork, EINTR is waited out. One stream may be open per call chain or several.
+// popen, pclose and system as in POSIX, by way of "/bin/sh -c": standard output and error are flushed
+// before the fork, EINTR is waited out, and a command that cannot be executed exits with status 127.
+// Streams are close-on-exec; several may be open at once.
 FILE *child_popen(const char *command, const char *mode);  // "r" or "w"; null with errno
 int child_pclose(FILE *stream);                            // the wait status, or -1 with errno
 int child_system(const char *command);                     // the wait status, or -1 with errno
@@ -23,5 +24,8 @@ int child_system(const char *command);                     // the wait status, o
 // How many children this module has awaited since the last call; lets the reaper tell a signal whose
 // child was awaited here from one that nobody explains.
 int child_awaited();
+
+// Closes every descriptor from `lowest` on, however high the limit. Async-signal-safe.
+void close_descriptors_from(int lowest);
 
 }  // namespace faxtray

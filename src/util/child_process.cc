@@ -1,0 +1,221 @@
+// Starting and awaiting children. Nothing of the daemon's leaks into them: no descriptor but 0, 1 and 2,
+// no signal mask or handler, not the lowered descriptor limit. Each is awaited by its own pid, so that
+// its status cannot be taken for another's.
+#include "util/child_process.h"
+
+#include <fcntl.h>
+#include <signal.h>
+#include <sys/syscall.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <cstdint>
+#include <cstring>
+#include <new>
+#include <utility>
+#include <vector>
+
+#include "util/owned.h"
+
+namespace faxtray {
+
+namespace {
+
+// A stream of child_popen and the child at its other end.
+struct stream_child {
+    FILE *stream;
+    pid_t pid;
+};
+
+}  // namespace
+
+static std::vector<stream_child> open_streams;
+static int awaited;  // since child_awaited() was last asked
+
+static struct rlimit child_limit;
+static bool child_limit_known;
+
+void child_set_limit(const struct rlimit &nofile)
+{
+    child_limit = nofile;
+    child_limit_known = true;
+}
+
+int child_awaited()
+{
+    return std::exchange(awaited, 0);
+}
+
+// In the child, between fork and exec: async-signal-safe calls only
+
+// The number that the digits at `text` make, -1 for another name.
+static int descriptor_number(const char *text)
+{
+    int fd = *text ? 0 : -1;
+    for (; *text && fd >= 0; text++)
+        fd = *text >= '0' && *text <= '9' ? fd * 10 + (*text - '0') : -1;
+    return fd;
+}
+
+// Closes what /proc/self/fd lists from `lowest` on, for kernels without close_range. Reads the directory
+// by the bare system call, since opendir allocates.
+static void close_listed_from(int lowest)
+{
+    int dir = open("/proc/self/fd", O_RDONLY | O_DIRECTORY | O_CLOEXEC);
+    if (dir < 0)
+        return;
+    struct entry_t {  // struct linux_dirent64 of getdents(2)
+        uint64_t ino;
+        int64_t off;
+        unsigned short reclen;
+        unsigned char type;
+        char name[1];
+    };
+    alignas(entry_t) char entries[4096];
+    for (long n; (n = syscall(SYS_getdents64, dir, entries, sizeof entries)) > 0;)
+        for (long at = 0; at < n;) {
+            const auto *entry = reinterpret_cast<const entry_t *>(entries + at);
+            int fd = descriptor_number(entry->name);
+            if (fd >= lowest && fd != dir)
+                close(fd);
+            at += entry->reclen;
+        }
+    close(dir);
+}
+
+void close_descriptors_from(int lowest)
+{
+    if (close_range(static_cast<unsigned>(lowest), ~0U, 0) != 0)
+        close_listed_from(lowest);
+}
+
+[[noreturn]] static void run_shell(const char *command, int in, int out)
+{
+    struct sigaction normal = {};
+    normal.sa_handler = SIG_DFL;
+    for (int signal = 1; signal < NSIG; signal++)
+        sigaction(signal, &normal, nullptr);
+    sigset_t none;
+    sigemptyset(&none);
+    sigprocmask(SIG_SETMASK, &none, nullptr);
+
+    if (dup2(in, STDIN_FILENO) < 0 || (out >= 0 && dup2(out, STDOUT_FILENO) < 0))
+        _exit(127);
+    close_descriptors_from(STDERR_FILENO + 1);
+    if (child_limit_known)
+        setrlimit(RLIMIT_NOFILE, &child_limit);
+
+    char name[] = "sh", option[] = "-c";
+    char *const args[] = {name, option, const_cast<char *>(command), nullptr};
+    execve("/bin/sh", args, environ);
+    _exit(127);
+}
+
+// In the daemon
+
+// `fd` moved above the standard descriptors, should those be free, and close-on-exec.
+static unique_fd above_standard(unique_fd fd)
+{
+    if (!fd || fd.get() > STDERR_FILENO)
+        return fd;
+    return unique_fd(fcntl(fd.get(), F_DUPFD_CLOEXEC, STDERR_FILENO + 1));
+}
+
+// Starts the command with `in` as descriptor 0 and, unless it is -1, `out` as descriptor 1.
+// All signals are held from before the fork until the child has left the daemon's handlers.
+static pid_t start(const char *command, int in, int out)
+{
+    fflush(stdout);
+    fflush(stderr);
+    sigset_t all, old;
+    sigfillset(&all);
+    sigprocmask(SIG_SETMASK, &all, &old);
+    pid_t pid = fork();
+    if (pid == 0)
+        run_shell(command, in, out);
+    int error = errno;
+    sigprocmask(SIG_SETMASK, &old, nullptr);
+    errno = error;
+    return pid;
+}
+
+static int await(pid_t pid)
+{
+    int status;
+    pid_t got;
+    do
+        got = waitpid(pid, &status, 0);
+    while (got < 0 && errno == EINTR);
+    if (got < 0)
+        return -1;
+    awaited++;
+    return status;
+}
+
+// Makes room first, so that a child once started is never left out. False with errno.
+static bool make_room()
+{
+    try {
+        open_streams.reserve(open_streams.size() + 1);
+        return true;
+    } catch (const std::bad_alloc &) {
+        errno = ENOMEM;
+        return false;
+    }
+}
+
+FILE *child_popen(const char *command, const char *mode)
+{
+    bool reading = mode && strcmp(mode, "r") == 0;
+    if (!command || (!reading && (!mode || strcmp(mode, "w") != 0))) {
+        errno = EINVAL;
+        return nullptr;
+    }
+    int ends[2];
+    if (!make_room() || pipe2(ends, O_CLOEXEC) != 0)
+        return nullptr;
+    unique_fd from = above_standard(unique_fd(ends[0])), to = above_standard(unique_fd(ends[1]));
+    unique_fd null = above_standard(unique_fd(open("/dev/null", O_RDONLY | O_CLOEXEC)));
+    if (!from || !to || !null)
+        return nullptr;
+
+    unique_fd &ours = reading ? from : to;
+    file_ptr stream(fdopen(ours.get(), mode));
+    if (!stream)
+        return nullptr;
+    ours.release();
+    pid_t pid = reading ? start(command, null.get(), to.get()) : start(command, from.get(), -1);
+    if (pid < 0)
+        return nullptr;
+    open_streams.push_back({stream.get(), pid});
+    return stream.release();
+}
+
+int child_pclose(FILE *stream)
+{
+    for (auto it = open_streams.begin(); it != open_streams.end(); ++it)
+        if (it->stream == stream) {
+            pid_t pid = it->pid;
+            open_streams.erase(it);
+            fclose(stream);
+            return await(pid);
+        }
+    errno = EINVAL;
+    return -1;
+}
+
+int child_system(const char *command)
+{
+    if (!command) {
+        errno = EINVAL;
+        return -1;
+    }
+    unique_fd null = above_standard(unique_fd(open("/dev/null", O_RDONLY | O_CLOEXEC)));
+    if (!null)
+        return -1;
+    pid_t pid = start(command, null.get(), -1);
+    return pid < 0 ? -1 : await(pid);
+}
+
+}  // namespace faxtray

@@ -1,0 +1,86 @@
+#include "util/access.h"
+
+#include <gtest/gtest.h>
+#include <unistd.h>
+
+#include "support/capture.h"
+
+namespace faxtray {
+
+static constexpr uid_t nobody = 65534;
+
+// The superuser sheds his rights for as long as this lives.
+class as_nobody {
+public:
+    as_nobody() : was_root_(geteuid() == 0)
+    {
+        if (was_root_)
+            shed_ = setegid(nobody) == 0 && seteuid(nobody) == 0;
+    }
+    ~as_nobody()
+    {
+        if (was_root_ && (seteuid(0) != 0 || setegid(0) != 0))
+            abort();
+    }
+    bool done() const { return shed_; }
+
+private:
+    bool was_root_, shed_ = true;
+};
+
+TEST(Access, TheBitsOfOneClassDecide)
+{
+    as_nobody now;
+    ASSERT_TRUE(now.done());
+    const uid_t me = geteuid(), other = me + 1;
+    const gid_t mine = getegid(), foreign = 54321;
+    const struct {
+        mode_t mode;
+        uid_t uid;
+        gid_t gid;
+        const char *perms;
+        int granted;
+    } rows[] = {
+        {S_IFREG | 0640, me, mine, "rw", 1},      {S_IFREG | 0640, me, mine, "x", 0},
+        {S_IFREG | 0640, other, mine, "r", 1},    {S_IFREG | 0640, other, mine, "rw", 0},
+        {S_IFREG | 0640, other, foreign, "r", 0}, {S_IFREG | 0647, other, foreign, "rwx", 1},
+        {S_IFREG | 0077, me, mine, "r", 0},  // the owner's bits, though the others' would do
+        {S_IFREG | 0707, other, mine, "r", 0},    {S_IFDIR | 0777, me, mine, "r", 0},
+        {S_IFREG | 0400, me, mine, "", 1},        {S_IFREG | 0400, me, mine, "rq", 1},
+    };
+    for (const auto &row : rows) {
+        struct stat st = {};
+        st.st_mode = row.mode;
+        st.st_uid = row.uid;
+        st.st_gid = row.gid;
+        EXPECT_EQ(check_access_stat(st, S_IFREG, row.perms), row.granted)
+            << std::oct << row.mode << " " << row.uid << " " << row.gid << " " << row.perms;
+    }
+}
+
+TEST(Access, TheSuperuserPassesAnyFileOfTheType)
+{
+    if (geteuid() != 0)
+        GTEST_SKIP() << "not the superuser";
+    struct stat st = {};
+    st.st_mode = S_IFREG;
+    EXPECT_EQ(check_access_stat(st, S_IFREG, "rwx"), 1);
+    EXPECT_EQ(check_access_stat(st, S_IFDIR, "r"), 0);
+
+    trace_on trace;
+    EXPECT_EQ(is_readable_file("/nonexistent"), 0);
+    EXPECT_EQ(is_readable_file("/dev/null/x"), 0);
+    EXPECT_EQ(trace.text(), "check_access: stat(\"/dev/null/x\"): Not a directory\n");
+}
+
+TEST(Access, FilesAndDirectoriesAreToldApart)
+{
+    temp_dir dir;
+    const std::string file = dir.write("file", "");
+    EXPECT_EQ(check_file_access(file.c_str(), "rw"), 1);
+    EXPECT_EQ(check_dir_access(file.c_str(), "r"), 0);
+    EXPECT_EQ(check_dir_access(dir.path().c_str(), "rwx"), 1);
+    EXPECT_EQ(is_readable_file(dir.path().c_str()), 0);
+}
+
+}  // namespace faxtray
