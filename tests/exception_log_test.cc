@@ -1,0 +1,127 @@
+#include "deliver/exception_log.h"
+
+#include <gtest/gtest.h>
+
+#include <cerrno>
+#include <regex>
+#include <string>
+#include <vector>
+
+#include "support/capture.h"
+#include "support/temp_dir.h"
+
+namespace faxtray {
+
+static constexpr char version[] = "@(#)|deliver|9|01|2|3|4|07/26/99|14:39:28";
+
+// The lines with each time, which is now, replaced by "TIME".
+static std::string timeless(const std::string &text)
+{
+    static const std::regex time("\\d{2}-[A-Z][a-z]{2}-\\d{4} \\d{2}:\\d{2}:\\d{2}");
+    return std::regex_replace(text, time, "TIME");
+}
+
+TEST(ExceptionLog, LineTellsTimeLevelMessageAndPlace)
+{
+    temp_dir dir;
+    std::string log = dir / "exception_log";
+    ASSERT_EQ(elog_init("faxtrayd", log.c_str(), 0), 1);
+    EXPECT_EQ(elog_init("other", "", 1), 0);
+    EXPECT_EQ(elog_init("other", nullptr, 1), 0);
+
+    errno = ENOTTY;
+    EXPECT_EQ(elog_writef(version, "deliver.cc", 42, ELOG_FATAL, ELOG_FILE, "lost [%s]: %d\n\n", "a\n", 7),
+              1);
+    EXPECT_EQ(errno, ENOTTY);
+    EXPECT_EQ(elog_writef("no version", nullptr, 0, ELOG_WARNING, ELOG_FILE, "%s", ""), 1);
+    EXPECT_EQ(elog_writef(nullptr, "x.cc", 1, 7, ELOG_FILE, "odd"), 1);
+    EXPECT_EQ(timeless(read_file(log)), "TIME   FATAL:  lost [a\n]: 7  //faxtrayd [deliver.cc:42] 9.2.3.4\n"
+                                        "TIME WARNING:    //faxtrayd [(NULL):0] ...\n"
+                                        "TIME     HUH:  odd  //faxtrayd [x.cc:1] ...\n");
+}
+
+TEST(ExceptionLog, GoesToTheDestinationsAskedFor)
+{
+    temp_dir dir;
+    for (int mask = 0; mask < 8; mask++) {
+        std::string log = dir / std::to_string(mask).c_str();
+        elog_init("faxtrayd", log.c_str(), 1);
+        capture_stdout out;
+        capture_stderr err;
+        EXPECT_EQ(elog_writef(version, "x.cc", 1, ELOG_NOTICE, mask, "said\n"), 1) << mask;
+        EXPECT_EQ(timeless(err.text()), mask & ELOG_STDERR ? "TIME  NOTICE:  said\n" : "") << mask;
+        EXPECT_EQ(timeless(out.text()), mask & ELOG_STDOUT ? "TIME  NOTICE:  said\n" : "") << mask;
+        if (mask & ELOG_FILE) {
+            EXPECT_EQ(timeless(read_file(log)), "TIME  NOTICE:  said  //faxtrayd [x.cc:1] 9.2.3.4\n") << mask;
+        }
+    }
+}
+
+TEST(ExceptionLog, FallsBackToStandardErrorWhenTheFileCannotBeWritten)
+{
+    temp_dir dir;
+    std::string log = dir / "no/log";
+    elog_init("faxtrayd", log.c_str(), 1);
+    std::string failed = "elog_writef:  failed to fopen(\"" + log + "\"),errno=2," + version + ",x.cc,1\n";
+    struct {
+        int mask;
+        const char *line;
+    } rows[] = {
+        {ELOG_FILE, "TIME   ERROR:  said  //faxtrayd [x.cc:1] 9.2.3.4\n"},
+        {ELOG_FILE | ELOG_STDERR, "TIME   ERROR:  said\n"},
+    };
+    for (const auto &row : rows) {
+        capture_stderr err;
+        EXPECT_EQ(elog_writef(version, "x.cc", 1, ELOG_ERROR, row.mask, "said"), 0);
+        EXPECT_EQ(timeless(err.text()), failed + row.line);
+    }
+    elog_init("faxtrayd", "/dev/full", 1);
+    EXPECT_EQ(elog_writef(version, "x.cc", 1, ELOG_ERROR, ELOG_FILE, "said"), 0);
+}
+
+#pragma GCC diagnostic push
+#pragma GCC diagnostic ignored "-Wformat-nonliteral"  // formats as long as no literal of ours
+TEST(ExceptionLog, CutsTheFormatAndKeepsTheArguments)
+{
+    temp_dir dir;
+    elog_init("", (dir / "log").c_str(), 1);
+    const std::string xs(510, 'x'), long_text(5000, 'a'), sound = xs + "%s\n\n", cut_within = xs + "%ld";
+    EXPECT_EQ(elog_writef(nullptr, "x.cc", 1, ELOG_ERROR, ELOG_FILE, sound.c_str(), long_text.c_str()), 1);
+    EXPECT_EQ(elog_writef(nullptr, "x.cc", 1, ELOG_ERROR, ELOG_FILE, cut_within.c_str(), 3L), 1);
+    EXPECT_TRUE(timeless(read_file(dir / "log")) == "TIME   ERROR:  " + xs + long_text +
+                                                        "  // [x.cc:1] ...\n" + "TIME   ERROR:  " + xs +
+                                                        "%l  // [x.cc:1] ...\n");
+}
+#pragma GCC diagnostic pop
+
+static std::vector<std::string> told;
+
+static void tell(const elog_entry_t &entry)
+{
+    told.push_back(timeless(std::string(entry.prefix) + entry.message + entry.trailer) + entry.format +
+                   (entry.notify ? " notify" : " quiet") + (entry.written < 0 ? " lost" : " written"));
+    if (entry.notify)
+        elog_writef(version, "x.cc", 2, ELOG_ERROR, ELOG_FILE, "inner");
+}
+
+TEST(ExceptionLog, NotifierHearsOfEachEntryAndOfItsOwnQuietly)
+{
+    temp_dir dir;
+    elog_init("faxtrayd", (dir / "log").c_str(), 3);
+    elog_set_notifier(tell);
+    elog_writef(version, "x.cc", 1, ELOG_ERROR, ELOG_FILE, "n%d\n", 1);
+    EXPECT_EQ(elog_toggle_notify(1), 0);
+    elog_init("faxtrayd", "/dev/full", 3);
+    elog_writef(version, "x.cc", 1, ELOG_ERROR, ELOG_FILE, "n%d\n", 2);
+    EXPECT_EQ(elog_toggle_notify(0), 1);
+    elog_set_notifier(nullptr);
+    elog_writef(version, "x.cc", 1, ELOG_ERROR, ELOG_FILE, "n%d\n", 3);
+    std::vector<std::string> expected = {
+        "TIME   ERROR:  n1  //faxtrayd [x.cc:1] 9.2.3.4\nn%d\n notify written",
+        "TIME   ERROR:  inner  //faxtrayd [x.cc:2] 9.2.3.4\ninner quiet written",
+        "TIME   ERROR:  n2  //faxtrayd [x.cc:1] 9.2.3.4\nn%d\n quiet lost",
+    };
+    EXPECT_EQ(told, expected);
+}
+
+}  // namespace faxtray
