@@ -1,8 +1,9 @@
 // xdr_records: the XDR form (RFC 4506) of the inbox protocol's records.
 //
 // Each routine encodes, decodes or frees as the stream's x_op says and stops at the first field that
-// fails. After a failed decode, free the record all the same. Strings longer than 64 KB are read in
-// pieces that grow as bytes arrive; a claim above 16 MiB is refused. Chains are walked, not recursed.
+// fails. Decode into a zeroed record; after a failed decode, free it all the same. A null string is
+// encoded as "". What is longer than 1 MiB is read in pieces that grow as bytes arrive; a length above
+// 16 MiB is refused. Chains are walked, not recursed.
 #pragma once
 
 #include <rpc/rpc.h>
@@ -24,16 +25,19 @@ bool_t xdr_client_commit_req_t(XDR *xdrs, client_commit_req_t *req) noexcept;
 bool_t xdr_df_commit_req_t(XDR *xdrs, df_commit_req_t *req) noexcept;
 bool_t xdr_client_deliver_req_t(XDR *xdrs, client_deliver_req_t *req) noexcept;
 bool_t xdr_client_ui_req_t(XDR *xdrs, client_ui_req_t *req) noexcept;
-bool_t xdr_ui_entry_t(XDR *xdrs, ui_entry_t *entry) noexcept;
+bool_t xdr_ui_entry_t(XDR *xdrs, ui_entry_t *entry) noexcept;  // with the chain behind it
 bool_t xdr_ui_list_t(XDR *xdrs, ui_list_t *list) noexcept;
 bool_t xdr_file_info_t(XDR *xdrs, file_info_t *info) noexcept;
-bool_t xdr_file_node_t(XDR *xdrs, file_node_t *node) noexcept;
+bool_t xdr_file_node_t(XDR *xdrs, file_node_t *node) noexcept;  // with the chain behind it
 bool_t xdr_file_list_t(XDR *xdrs, file_list_t *list) noexcept;
 bool_t xdr_rev_t(XDR *xdrs, rev_t *rev) noexcept;
-bool_t xdr_av_node_t(XDR *xdrs, av_node_t *node) noexcept;
-bool_t xdr_av_list_t(XDR *xdrs, av_list_t *list) noexcept;
+bool_t xdr_av_node_t(XDR *xdrs, av_node_t *node) noexcept;  // with the chain behind it
+bool_t xdr_av_list_t(XDR *xdrs, av_list_t *list) noexcept;  // with the chain behind it
 bool_t xdr_err_t(XDR *xdrs, err_t *err) noexcept;
 bool_t xdr_res_type_t(XDR *xdrs, res_type_t *type) noexcept;
+
+// The arm goes by res_type; an unknown type carries an error record. xdr_free with this routine frees
+// a result that was decoded.
 bool_t xdr_in_res_t(XDR *xdrs, in_res_t *res) noexcept;
 
 // The argument of the procedures that take only the caller's identity: `*pw` is null when it is absent.

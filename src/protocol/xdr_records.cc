@@ -1,0 +1,349 @@
+// The records in XDR form. libtirpc's own routines do the numbers; lengths and chains are done here,
+// since its string routine allocates whatever length a stranger claims, and its pointer routine takes
+// one stack frame an entry.
+#include "protocol/xdr_records.h"
+
+#include <algorithm>
+#include <cstdlib>
+#include <cstring>
+
+namespace faxtray {
+
+// Bytes allocated on the word of a length alone; a multiple of 4, so that only the last piece of a
+// string has padding behind it. A fax chunk (256 KiB) comes in one piece.
+static constexpr u_int FIRST_PIECE = 1024 * 1024;
+
+// Reads `length` bytes and their padding into a block of its own, a null byte behind them. What has
+// been read stays in `*bytes` when the stream ends early.
+static bool_t decode_bytes(XDR *xdrs, char **bytes, u_int length) noexcept
+{
+    if (length > MAX_WIRE_LENGTH)
+        return FALSE;
+    u_int have = 0;
+    do {
+        u_int next = have ? std::min(have, length - have) : std::min(FIRST_PIECE, length);
+        auto *block = static_cast<char *>(realloc(*bytes, size_t{have} + next + 1));
+        if (!block)
+            return FALSE;
+        *bytes = block;
+        if (!xdr_opaque(xdrs, block + have, next))
+            return FALSE;
+        have += next;
+        block[have] = '\0';
+    } while (have < length);
+    return TRUE;
+}
+
+// Variable-length opaque data (RFC 4506 section 4.10): length, bytes, padding.
+static bool_t xdr_counted(XDR *xdrs, char **bytes, u_int *length) noexcept
+{
+    switch (xdrs->x_op) {
+    case XDR_ENCODE:
+        return *length <= MAX_WIRE_LENGTH && xdr_u_int(xdrs, length) && xdr_opaque(xdrs, *bytes, *length);
+    case XDR_DECODE:
+        *bytes = nullptr;
+        return xdr_u_int(xdrs, length) && decode_bytes(xdrs, bytes, *length);
+    case XDR_FREE:
+        free(*bytes);
+        *bytes = nullptr;
+        return TRUE;
+    }
+    return FALSE;
+}
+
+// A string (RFC 4506 section 4.11), which has the same form.
+static bool_t xdr_text(XDR *xdrs, char **text) noexcept
+{
+    if (xdrs->x_op != XDR_ENCODE) {
+        u_int length = 0;
+        return xdr_counted(xdrs, text, &length);
+    }
+    static char no_text[] = "";
+    char *shown = *text ? *text : no_text;
+    u_int length = static_cast<u_int>(std::min(strlen(shown), size_t{MAX_WIRE_LENGTH} + 1));
+    return xdr_counted(xdrs, &shown, &length);
+}
+
+// A chain: each record behind a boolean 1, a 0 at the end (RFC 4506 section 4.19).
+template <class Record>
+static bool_t xdr_chain(XDR *xdrs, Record **head, bool_t (*fields)(XDR *, Record *) noexcept) noexcept
+{
+    if (xdrs->x_op == XDR_FREE) {
+        while (Record *record = *head) {
+            fields(xdrs, record);
+            *head = record->next;
+            free(record);
+        }
+        return TRUE;
+    }
+    for (Record **link = head;; link = &(*link)->next) {
+        if (xdrs->x_op == XDR_DECODE)
+            *link = nullptr;
+        bool_t more = *link != nullptr;
+        if (!xdr_bool(xdrs, &more))
+            return FALSE;
+        if (!more)
+            return TRUE;
+        if (xdrs->x_op == XDR_DECODE && !(*link = static_cast<Record *>(calloc(1, sizeof(Record)))))
+            return FALSE;
+        if (!fields(xdrs, *link))
+            return FALSE;
+    }
+}
+
+// One optional record; libtirpc allocates it zeroed and frees it with free().
+template <class Record>
+static bool_t xdr_optional(XDR *xdrs, Record **record, bool_t (*routine)(XDR *, Record *) noexcept) noexcept
+{
+    return xdr_pointer(xdrs, reinterpret_cast<char **>(record), sizeof(Record),
+                       reinterpret_cast<xdrproc_t>(routine));
+}
+
+// Arguments.
+
+bool_t xdr_faxid_t(XDR *xdrs, faxid_t *id) noexcept
+{
+    return xdr_u_int(xdrs, id);
+}
+
+// What follows the user name and the password.
+static bool_t xdr_pw_tail(XDR *xdrs, pw_req_t *pw) noexcept
+{
+    return xdr_text(xdrs, &pw->reserved_str) && xdr_int(xdrs, &pw->reserved_int) &&
+           xdr_u_int(xdrs, &pw->check_value);
+}
+
+bool_t xdr_pw_req_t(XDR *xdrs, pw_req_t *pw) noexcept
+{
+    return xdr_text(xdrs, &pw->user) && xdr_text(xdrs, &pw->password) && xdr_pw_tail(xdrs, pw);
+}
+
+static bool_t xdr_pw(XDR *xdrs, pw_req_t **pw) noexcept
+{
+    return xdr_optional(xdrs, pw, xdr_pw_req_t);
+}
+
+bool_t xdr_index_req_t(XDR *xdrs, index_req_t *req) noexcept
+{
+    return xdr_pw(xdrs, &req->pw) && xdr_int(xdrs, &req->faxid) && xdr_int(xdrs, &req->how) &&
+           xdr_int(xdrs, &req->count) && xdr_u_int(xdrs, &req->check_value);
+}
+
+bool_t xdr_df_index_req_t(XDR *xdrs, df_index_req_t *req) noexcept
+{
+    return xdr_pw(xdrs, &req->pw) && xdr_text(xdrs, &req->inbox) && xdr_int(xdrs, &req->faxid) &&
+           xdr_int(xdrs, &req->how) && xdr_int(xdrs, &req->count) && xdr_u_int(xdrs, &req->check_value);
+}
+
+bool_t xdr_df_info_req_t(XDR *xdrs, df_info_req_t *req) noexcept
+{
+    return xdr_pw(xdrs, &req->pw) && xdr_text(xdrs, &req->inbox);
+}
+
+bool_t xdr_client_fax_req_t(XDR *xdrs, client_fax_req_t *req) noexcept
+{
+    return xdr_pw(xdrs, &req->pw) && xdr_faxid_t(xdrs, &req->faxid) && xdr_u_int(xdrs, &req->size) &&
+           xdr_u_int(xdrs, &req->offset);
+}
+
+bool_t xdr_df_fax_req_t(XDR *xdrs, df_fax_req_t *req) noexcept
+{
+    return xdr_pw(xdrs, &req->pw) && xdr_text(xdrs, &req->inbox) && xdr_faxid_t(xdrs, &req->faxid) &&
+           xdr_u_int(xdrs, &req->size) && xdr_u_int(xdrs, &req->offset);
+}
+
+bool_t xdr_client_commit_req_t(XDR *xdrs, client_commit_req_t *req) noexcept
+{
+    return xdr_pw(xdrs, &req->pw) && xdr_faxid_t(xdrs, &req->faxid);
+}
+
+bool_t xdr_df_commit_req_t(XDR *xdrs, df_commit_req_t *req) noexcept
+{
+    return xdr_pw(xdrs, &req->pw) && xdr_text(xdrs, &req->inbox) && xdr_faxid_t(xdrs, &req->faxid);
+}
+
+bool_t xdr_client_deliver_req_t(XDR *xdrs, client_deliver_req_t *req) noexcept
+{
+    return xdr_pw(xdrs, &req->pw) && xdr_text(xdrs, &req->inbox) && xdr_faxid_t(xdrs, &req->faxid) &&
+           xdr_text(xdrs, &req->recipients);
+}
+
+bool_t xdr_client_ui_req_t(XDR *xdrs, client_ui_req_t *req) noexcept
+{
+    return xdr_pw(xdrs, &req->pw) && xdr_text(xdrs, &req->ui_str1) && xdr_int(xdrs, &req->ui_int1) &&
+           xdr_int(xdrs, &req->ui_int2) && xdr_text(xdrs, &req->ui_str2) &&
+           xdr_u_int(xdrs, &req->check_value);
+}
+
+// Results.
+
+static bool_t ui_entry_fields(XDR *xdrs, ui_entry_t *entry) noexcept
+{
+    return xdr_text(xdrs, &entry->name) && xdr_text(xdrs, &entry->label) && xdr_int(xdrs, &entry->flag);
+}
+
+bool_t xdr_ui_entry_t(XDR *xdrs, ui_entry_t *entry) noexcept
+{
+    return ui_entry_fields(xdrs, entry) && xdr_chain(xdrs, &entry->next, ui_entry_fields);
+}
+
+bool_t xdr_ui_list_t(XDR *xdrs, ui_list_t *list) noexcept
+{
+    return xdr_u_int(xdrs, &list->check_value) && xdr_chain(xdrs, &list->head, ui_entry_fields);
+}
+
+bool_t xdr_file_info_t(XDR *xdrs, file_info_t *info) noexcept
+{
+    auto mtime = static_cast<u_int>(info->mtime);
+    if (!xdr_text(xdrs, &info->name) || !xdr_text(xdrs, &info->sender_fax) ||
+        !xdr_text(xdrs, &info->subaddress) || !xdr_text(xdrs, &info->pwd_frame) ||
+        !xdr_int(xdrs, &info->pages) || !xdr_int(xdrs, &info->is_fax) || !xdr_faxid_t(xdrs, &info->faxid) ||
+        !xdr_u_int(xdrs, &info->size) || !xdr_u_int(xdrs, &mtime))
+        return FALSE;
+    if (xdrs->x_op == XDR_DECODE)
+        info->mtime = mtime;
+    return TRUE;
+}
+
+static bool_t file_node_fields(XDR *xdrs, file_node_t *node) noexcept
+{
+    return xdr_file_info_t(xdrs, node);
+}
+
+bool_t xdr_file_node_t(XDR *xdrs, file_node_t *node) noexcept
+{
+    return file_node_fields(xdrs, node) && xdr_chain(xdrs, &node->next, file_node_fields);
+}
+
+bool_t xdr_file_list_t(XDR *xdrs, file_list_t *list) noexcept
+{
+    return xdr_u_int(xdrs, &list->check_value) && xdr_chain(xdrs, &list->head, file_node_fields);
+}
+
+bool_t xdr_rev_t(XDR *xdrs, rev_t *rev) noexcept
+{
+    return xdr_int(xdrs, &rev->major) && xdr_int(xdrs, &rev->minor) && xdr_text(xdrs, &rev->revision);
+}
+
+static bool_t av_node_fields(XDR *xdrs, av_node_t *node) noexcept
+{
+    return xdr_text(xdrs, &node->attr) && xdr_text(xdrs, &node->value);
+}
+
+bool_t xdr_av_node_t(XDR *xdrs, av_node_t *node) noexcept
+{
+    return av_node_fields(xdrs, node) && xdr_chain(xdrs, &node->next, av_node_fields);
+}
+
+static bool_t av_list_fields(XDR *xdrs, av_list_t *list) noexcept
+{
+    auto check_value = static_cast<u_int>(list->check_value);
+    if (!xdr_text(xdrs, &list->key) || !xdr_u_int(xdrs, &check_value))
+        return FALSE;
+    if (xdrs->x_op == XDR_DECODE)
+        list->check_value = static_cast<int32_t>(check_value);
+    return xdr_chain(xdrs, &list->nodes, av_node_fields);
+}
+
+bool_t xdr_av_list_t(XDR *xdrs, av_list_t *list) noexcept
+{
+    return av_list_fields(xdrs, list) && xdr_chain(xdrs, &list->next, av_list_fields);
+}
+
+bool_t xdr_err_t(XDR *xdrs, err_t *err) noexcept
+{
+    return xdr_int(xdrs, &err->code) && xdr_int(xdrs, &err->sys_errno) && xdr_text(xdrs, &err->message);
+}
+
+bool_t xdr_res_type_t(XDR *xdrs, res_type_t *type) noexcept
+{
+    enum_t number = *type;
+    if (!xdr_enum(xdrs, &number))
+        return FALSE;
+    *type = static_cast<res_type_t>(number);
+    return TRUE;
+}
+
+bool_t xdr_in_res_t(XDR *xdrs, in_res_t *res) noexcept
+{
+    if (!xdr_res_type_t(xdrs, &res->res_type))
+        return FALSE;
+    switch (res->res_type) {
+    case RES_REV:
+        return xdr_rev_t(xdrs, &res->rev);
+    case RES_INDEX:
+    case RES_DF_INDEX:
+        return xdr_optional(xdrs, &res->index, xdr_file_list_t);
+    case RES_COMMIT_INDEX:
+    case RES_COMMIT_FAX:
+    case RES_DELIVER:
+    case RES_SHUTDOWN:
+    case RES_COMMIT_DF_INDEX:
+    case RES_COMMIT_DF_FAX:
+        return TRUE;
+    case RES_FAX_INFO:
+    case RES_DF_FAX_INFO:
+        return xdr_optional(xdrs, &res->info, xdr_file_info_t);
+    case RES_FAX:
+    case RES_DF_FAX:
+        return xdr_counted(xdrs, &res->fax.bytes, &res->fax.length);
+    case RES_UI:
+        return xdr_ui_list_t(xdrs, &res->ui);
+    case RES_FAX_COUNT:
+    case RES_DF_FAX_COUNT:
+        return xdr_u_int(xdrs, &res->count);
+    case RES_DF:
+    case RES_STATUS:
+        return xdr_chain(xdrs, &res->av, av_list_fields);
+    case RES_ERROR:
+        break;
+    }
+    return xdr_err_t(xdrs, &res->err);
+}
+
+// The caller's identity, in either form.
+
+// The name when its length was the word just read, and the rest behind it.
+static bool_t decode_pw_behind_length(XDR *xdrs, pw_req_t *pw, u_int user_length) noexcept
+{
+    return decode_bytes(xdrs, &pw->user, user_length) && xdr_text(xdrs, &pw->password) &&
+           xdr_pw_tail(xdrs, pw);
+}
+
+static bool_t decode_identity(XDR *xdrs, pw_req_t **pw) noexcept
+{
+    u_int first = 0, second = 0;
+    if (!xdr_u_int(xdrs, &first))
+        return FALSE;
+    bool has_second = first <= 1 && xdr_u_int(xdrs, &second);
+    if (first == 0 && !has_second)
+        return TRUE;  // absent
+    if (first == 1 && !has_second)
+        return FALSE;
+
+    *pw = static_cast<pw_req_t *>(calloc(1, sizeof(pw_req_t)));
+    if (!*pw)
+        return FALSE;
+    if (first > 1)  // in line: the length of the user name
+        return decode_pw_behind_length(xdrs, *pw, first);
+    if (first == 1 && (second == 0 || (second & 0xFFFFFF) != 0))  // the boolean, then that length
+        return decode_pw_behind_length(xdrs, *pw, second);
+
+    if (first == 1) {  // in line: a name of one character, its padding behind it
+        const char name[] = {static_cast<char>(second >> 24), '\0'};
+        return ((*pw)->user = strdup(name)) && xdr_text(xdrs, &(*pw)->password) && xdr_pw_tail(xdrs, *pw);
+    }
+    // In line: an empty name, then the length of the password.
+    return ((*pw)->user = strdup("")) && decode_bytes(xdrs, &(*pw)->password, second) &&
+           xdr_pw_tail(xdrs, *pw);
+}
+
+bool_t xdr_identity(XDR *xdrs, pw_req_t **pw) noexcept
+{
+    if (xdrs->x_op != XDR_DECODE)
+        return xdr_pw(xdrs, pw);
+    *pw = nullptr;
+    return decode_identity(xdrs, pw);
+}
+
+}  // namespace faxtray
