@@ -5,6 +5,7 @@
 
 namespace faxtray {
 
-void tr_av_printf(const av_list_t *list);  // one list
+// Traces key, check value and attributes of one list, a line each; not what is chained behind it.
+void tr_av_printf(const av_list_t *list);
 
 }  // namespace faxtray

@@ -1,0 +1,62 @@
+// The chain of entries and the index beside it.
+#include "config/av_table.h"
+
+#include <new>
+#include <utility>
+
+namespace faxtray {
+
+void av_table_t::append(av_list_t *list) noexcept
+{
+    (last_ ? last_->next : head_) = list;
+    last_ = list;
+}
+
+int av_table_t::update(av_list_ptr &&list) noexcept
+{
+    if (!list || !list->key || !*list->key)
+        return avl_update(&head_, munged_strcmp, list.get());  // refuses with its messages
+    if (!equals_itself(list->key)) {
+        append(list.release());
+        return 1;
+    }
+    try {
+        auto [place, added] = index_.try_emplace(munged_key(list->key), list.get());
+        if (added) {
+            append(list.release());
+            return 1;
+        }
+        // The old record stays where it is in the chain and takes the new content.
+        av_list_t *old = place->second;
+        std::swap(old->key, list->key);
+        std::swap(old->check_value, list->check_value);
+        std::swap(old->nodes, list->nodes);
+        list.reset();
+        return 1;
+    } catch (const std::bad_alloc &) {
+        return 0;
+    }
+}
+
+av_list_t *av_table_t::get(const char *name) const noexcept
+{
+    if (!av_get(nullptr, munged_strcmp, name) && av_error() != 0)
+        return nullptr;
+    if (!equals_itself(name))
+        return nullptr;
+    try {
+        auto place = index_.find(munged_key(name));
+        return place == index_.end() ? nullptr : place->second;
+    } catch (const std::bad_alloc &) {
+        return av_get(head_, munged_strcmp, name);  // the long way needs no memory
+    }
+}
+
+void av_table_t::clear() noexcept
+{
+    index_.clear();
+    av_free(head_);
+    head_ = last_ = nullptr;
+}
+
+}  // namespace faxtray

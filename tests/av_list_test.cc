@@ -1,0 +1,151 @@
+#include "config/av_list.h"
+
+#include <gtest/gtest.h>
+
+#include <cstring>
+#include <random>
+
+#include "config/av_table.h"
+#include "config/av_trace.h"
+#include "support/capture.h"
+
+namespace faxtray {
+
+static std::string printed(const av_list_t *list)
+{
+    char *text = nullptr;
+    size_t size = 0;
+    FILE *stream = open_memstream(&text, &size);
+    EXPECT_EQ(1, av_printf(stream, list));
+    fclose(stream);
+    return std::string(c_string(text).get());
+}
+
+static av_list_ptr entry(const char *key, const char *value)
+{
+    av_list_ptr list(av_new(key));
+    EXPECT_EQ(1, av_put(list.get(), "x", value));
+    return list;
+}
+
+TEST(AvList, KeepsAttributesSortedAndEachNameOnce)
+{
+    av_list_ptr list(av_new("Mary"));
+    for (auto [attr, value] :
+         {std::pair("b", "1"), {"a", "2"}, {"c", "3"}, {"B", "4"}, {"a", "5"}, {"", "6"}})
+        EXPECT_EQ(1, av_put(list.get(), attr, value));
+    EXPECT_EQ(1, av_put(list.get(), "x", nullptr));
+    EXPECT_EQ(1, av_delete(list.get(), "b"));
+    EXPECT_EQ(1, av_delete(list.get(), "nowhere"));
+    EXPECT_EQ("key:         [Mary]\n    B = [4]\n    a = [5]\n    c = [3]\n    x = []\n",
+              printed(list.get()));
+    EXPECT_STREQ("5", av_getv(list.get(), "a"));
+    EXPECT_EQ(nullptr, av_getv(list.get(), "A"));
+    EXPECT_EQ(nullptr, av_getv(nullptr, "a"));
+
+    list->check_value = -7;
+    trace_on trace;
+    tr_av_printf(list.get());
+    EXPECT_EQ("key:         [Mary]\ncheck_value: [-7]\n    B = [4]\n    a = [5]\n    c = [3]\n    x = []\n",
+              trace.text());
+}
+
+TEST(AvList, TablesKeepTheirOrder)
+{
+    av_list_t *table = nullptr;
+    for (const char *key : {"one", "two", "three"})
+        EXPECT_EQ(1, avl_update(&table, strcmp, entry(key, key).get()));
+    EXPECT_EQ(1, avl_update(&table, munged_strcmp, entry("T.wo", "new").get()));
+    EXPECT_EQ("key:         [one]\n    x = [one]\nkey:         [T.wo]\n    x = [new]\n"
+              "key:         [three]\n    x = [three]\n",
+              printed(table));
+    EXPECT_EQ(1, avl_delete(&table, strcmp, "T.wo"));
+    EXPECT_EQ(1, avl_delete(&table, strcmp, "one"));
+    EXPECT_EQ(1, avl_delete(&table, strcmp, "one"));
+    EXPECT_EQ("key:         [three]\n    x = [three]\n", printed(table));
+    av_free(table);
+}
+
+TEST(AvList, SaysWhatItRefuses)
+{
+    av_list_ptr nameless(av_new(""));
+    av_list_t *table = nullptr;
+    capture_stderr err;
+    EXPECT_EQ(nullptr, new_av_node("", "x"));
+    EXPECT_EQ(1, av_error());
+    EXPECT_EQ(nullptr, av_get(nullptr, strcmp, ""));
+    EXPECT_EQ(1, av_error());
+    EXPECT_EQ(nullptr, av_get(nullptr, strcmp, "x"));
+    EXPECT_EQ(0, av_error());
+    EXPECT_EQ(nullptr, av_get(nullptr, strcmp, nullptr));
+    EXPECT_EQ(nullptr, av_copy(nullptr));
+    EXPECT_EQ(nullptr, copy_av_node(nullptr));
+    EXPECT_EQ(nullptr, copy_av_list(nullptr));
+    EXPECT_EQ(nullptr, avl_copy(nameless.get()));
+    EXPECT_EQ(0, avl_update(&table, strcmp, nullptr));
+    EXPECT_EQ(0, avl_delete(&table, strcmp, nullptr));
+    file_ptr unwritable(fopen("/dev/null", "r"));
+    EXPECT_EQ(0, av_printf(unwritable.get(), nameless.get()));
+    EXPECT_EQ("new_av_node: Null attribute.\n"
+              "av_get: Invalid search key: [].\n"
+              "av_get: Invalid search key: [(null)].\n"
+              "av_copy: Can't copy null av list.\n"
+              "copy_av_node: Bad av node\n"
+              "copy_av_list: Bad av node.\n"
+              "av_copy: Can't copy av list with null key.\n"
+              "avl_copy: av_copy failed.\n"
+              "avl_update: Ignoring null av_list_t node.\n"
+              "avl_delete: Ignoring null av_list_t key.\n"
+              "av_printf: Problem printing av list: Bad file descriptor.\n",
+              err.text());
+}
+
+TEST(AvList, LongChainsCostNoStack)
+{
+    av_list_ptr list(av_new("long"));
+    av_list_ptr table(av_new("head"));
+    for (int i = 0; i < 100000; i++) {
+        av_node_t *node = new_av_node("a", "b");
+        node->next = list->nodes;
+        list->nodes = node;
+        av_list_t *next = av_new("entry");
+        next->next = table->next;
+        table->next = next;
+    }
+    av_list_ptr copy(av_copy(list.get())), table_copy(avl_copy(table.get()));
+    size_t nodes = 0, entries = 0;
+    for (av_node_t *node = copy->nodes; node; node = node->next)
+        nodes++;
+    for (av_list_t *next = table_copy.get(); next; next = next->next)
+        entries++;
+    EXPECT_EQ(100000u, nodes);
+    EXPECT_EQ(100001u, entries);
+}
+
+TEST(AvTable, DoesWhatThePlainChainDoes)
+{
+    const char *names[] = {"al", "Al", "a l", "al.",  "AL-", "b",   "b ",  "B",   "\xe9", "\xe9.",
+                           ".",  "",   "bo",  "b.o.", "cy",  "c,y", "cy;", "dee", "d.ee", "e"};
+    std::mt19937 random(11);
+    capture_stderr quiet;
+    for (int round = 0; round < 50; round++) {
+        av_list_t *chain = nullptr;
+        av_table_t table;
+        for (int i = 0; i < 60; i++) {
+            const char *name = names[random() % std::size(names)];
+            av_list_ptr fresh = entry(name, std::to_string(i).c_str());
+            int expected = avl_update(&chain, munged_strcmp, fresh.get());
+            ASSERT_EQ(expected, table.update(std::move(fresh))) << name;
+            ASSERT_EQ(expected == 0, fresh != nullptr);  // refused: still the caller's
+            for (const char *wanted : names) {
+                const av_list_t *a = av_get(chain, munged_strcmp, wanted), *b = table.get(wanted);
+                ASSERT_EQ(a == nullptr, b == nullptr) << wanted;
+                ASSERT_TRUE(!a || strcmp(av_getv(a, "x"), av_getv(b, "x")) == 0) << wanted;
+            }
+        }
+        ASSERT_EQ(printed(chain), printed(table.head()));
+        av_free(chain);
+    }
+}
+
+}  // namespace faxtray
