@@ -439,6 +439,7 @@ struct scan_t {
     user_node_t *user;
     fax_index_t *index;
     inbox_dir_t dir;
+    effective_user reader;                                     // asked for once a scan, not once a file
     name_set_t unchanged;                                      // listed, looked at, and nothing to add
     std::map<std::string, struct stat> changed;                // listed, looked at, and different by now
     std::set<std::pair<std::string_view, time_t>> above_mark;  // listed by scans that failed later
@@ -458,7 +459,7 @@ static void drop_vanished(scan_t &scan)
             continue;
         }
         struct stat st;
-        if (scan.dir.status(&st) && check_access_stat(st, S_IFREG, "r")) {
+        if (scan.dir.status(&st) && scan.reader.may(st, S_IFREG, "r")) {
             if (st.st_mtime <= scan.user->scan_mark || st.st_mtime == node->mtime)
                 scan.unchanged.insert(node->name);
             else

@@ -2,45 +2,44 @@
 // answer costs no further system call and can be tested.
 #include "util/access.h"
 
-#include <unistd.h>
-
+#include <algorithm>
 #include <cerrno>
 #include <cstring>
-#include <memory>
 #include <new>
 
 #include "util/trace.h"
 
 namespace faxtray {
 
-static bool in_group(gid_t group)
+effective_user::effective_user() noexcept : user_(geteuid()), group_(getegid())
 {
-    if (group == getegid())
-        return true;
-    int count = getgroups(0, nullptr);
+    int count = user_ == 0 ? 0 : getgroups(0, nullptr);
     if (count <= 0)
-        return false;
-    std::unique_ptr<gid_t[]> groups(new (std::nothrow) gid_t[static_cast<size_t>(count)]);
-    if (!groups)
-        return false;
-    count = getgroups(count, groups.get());
-    for (int i = 0; i < count; i++)
-        if (groups[static_cast<size_t>(i)] == group)
-            return true;
-    return false;
+        return;
+    try {
+        groups_.resize(static_cast<size_t>(count));
+    } catch (const std::bad_alloc &) {
+        return;
+    }
+    count = getgroups(count, groups_.data());
+    groups_.resize(static_cast<size_t>(std::max(count, 0)));
 }
 
-int check_access_stat(const struct stat &st, mode_t type, const char *perms)
+bool effective_user::in_group(gid_t group) const noexcept
+{
+    return group == group_ || std::find(groups_.begin(), groups_.end(), group) != groups_.end();
+}
+
+bool effective_user::may(const struct stat &st, mode_t type, const char *perms) const noexcept
 {
     if ((st.st_mode & S_IFMT) != type)
-        return 0;
-    uid_t user = geteuid();
-    if (user == 0)
-        return 1;
+        return false;
+    if (user_ == 0)
+        return true;
 
     // The three bits that apply, at the place of the others' bits.
     mode_t granted = st.st_mode;
-    if (st.st_uid == user)
+    if (st.st_uid == user_)
         granted >>= 6;
     else if (in_group(st.st_gid))
         granted >>= 3;
@@ -61,6 +60,11 @@ int check_access_stat(const struct stat &st, mode_t type, const char *perms)
             trprintf("check_access: Invalid permission: [%c]\n", *perms);
         }
     return (granted & wanted) == wanted;
+}
+
+int check_access_stat(const struct stat &st, mode_t type, const char *perms)
+{
+    return effective_user().may(st, type, perms);
 }
 
 int check_access(const char *path, mode_t type, const char *perms)
