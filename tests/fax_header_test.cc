@@ -1,5 +1,6 @@
 #include "faxfile/fax_header.h"
 
+#include <endian.h>
 #include <fcntl.h>
 #include <gtest/gtest.h>
 
@@ -220,6 +221,31 @@ TEST(FaxHeader, KnowsAFaxByItsMagic)
     EXPECT_EQ(trace.text(), bad + text + "]: not a fax file\n" + bad + small + "]: not a fax file\n" + bad +
                                 dir.path() + "]: not a file\n" + bad + (dir / "none") +
                                 "]: No such file or directory\n");
+}
+
+// Page after page behind the header, each with its length before it, to the last byte of the file.
+TEST(FaxHeader, SampleFaxesHoldThePagesTheyTellOf)
+{
+    struct {
+        const char *name;
+        int resolution, compression;
+    } rows[] = {{"letter-mh.fax", 0, 0}, {"form-mr.fax", 1, 1}, {"letter-mmr.fax", 1, 3}};
+    for (const auto &row : rows) {
+        std::string path = std::string(TEST_DATA "/faxes/") + row.name, file = read_file(path);
+        unique_fd fd(open(path.c_str(), O_RDONLY));
+        fax_header_ptr list(read_fax_header(fd.get()));
+        ASSERT_TRUE(list) << path;
+        EXPECT_EQ(get_vertical_resolution(list.get()), row.resolution) << path;
+        EXPECT_EQ(get_compression_mode(list.get()), row.compression) << path;
+        size_t at = static_cast<size_t>(lseek(fd.get(), 0, SEEK_CUR));
+        for (int page = std::stoi(get_fax_header_value(list.get(), "#PAGES")); page > 0; page--) {
+            ASSERT_LE(at + 4, file.size()) << path;
+            uint32_t length;
+            file.copy(reinterpret_cast<char *>(&length), 4, at);
+            at += 4 + be32toh(length);
+        }
+        EXPECT_EQ(at, file.size()) << path;
+    }
 }
 
 }  // namespace faxtray
