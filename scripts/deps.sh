@@ -1,0 +1,30 @@
+# Sourced by the other scripts: installs the Debian packages they need, and only what is missing, so
+# that nothing is fetched where all is there.
+
+build_packages="g++ cmake ninja-build pkg-config libtirpc-dev libcli11-dev nlohmann-json3-dev libgtest-dev rpcsvc-proto"
+service_packages="rpcbind"
+
+# need PACKAGE...: installs those that are missing, or tells what to install when we may not.
+need() {
+    local package missing=()
+    for package in "$@"; do
+        [ "$(dpkg-query -W -f='${db:Status-Status}' "$package" 2>/dev/null)" = installed ] || missing+=("$package")
+    done
+    [ ${#missing[@]} -gt 0 ] || return 0
+    if [ "$(id -u)" != 0 ]; then
+        echo "These packages are missing; install them as root: apt-get install ${missing[*]}" >&2
+        return 1
+    fi
+    echo "== Installing ${missing[*]}"
+    (
+        # A freshly installed rpcbind must not start serving this machine.
+        policy=/usr/sbin/policy-rc.d
+        if [ ! -e $policy ]; then
+            trap 'rm -f $policy' EXIT
+            printf '#!/bin/sh\nexit 101\n' >$policy && chmod 755 $policy
+        fi
+        export DEBIAN_FRONTEND=noninteractive
+        apt-get -qq update </dev/null
+        apt-get -qq install -y --no-install-recommends "${missing[@]}" </dev/null >/dev/null
+    )
+}

@@ -1,0 +1,207 @@
+// Listing, reading and removing faxes, for users and for designated forwarders.
+#include <gtest/gtest.h>
+#include <unistd.h>
+
+#include "requests.h"
+#include "support/daemon.h"
+
+namespace faxtray {
+
+static constexpr uint32_t chunk = 262144;
+
+// Reads a fax as clients do: chunk after chunk until an empty one comes.
+static std::string fetch(uint32_t procedure, const std::string &who, uint32_t id)
+{
+    std::string fax;
+    for (connection c;;) {
+        reply_t reply = c.call(procedure, part_of(who, id, chunk, static_cast<uint32_t>(fax.size())));
+        EXPECT_EQ(reply.code(), 0) << reply.message();
+        if (reply.code() != 0 || reply.chunk().empty())
+            return fax;
+        fax += reply.chunk();
+    }
+}
+
+TEST(Service, UserListsReadsAndRemovesFaxes)
+{
+    site s;
+    std::string big = s.add_fax(s.inbox("alsmith"), "big", 1'000'000);
+    s.add(s.inbox("alsmith"), "note", "no fax");
+    running_daemon daemon(s);
+
+    std::vector<listed_fax_t> faxes = list(al);
+    ASSERT_EQ(faxes.size(), 2u);
+    EXPECT_EQ(faxes[0].name + " " + faxes[0].sender, "big +44 20 7946 0000");
+    EXPECT_EQ(faxes[0].pages, 3);
+    EXPECT_EQ(faxes[0].size, big.size());
+    EXPECT_EQ(faxes[1].name, "note");
+    EXPECT_EQ(faxes[1].pages, -1);
+
+    EXPECT_EQ(call(4, al).res_type(), 3);  // RES_FAX_INFO, the oldest
+    EXPECT_EQ(call(9, al).at(1), 2u);
+    EXPECT_TRUE(fetch(5, al, faxes[0].id) == big) << "not what stands on the disk";
+    EXPECT_EQ(call(6, al + word(faxes[0].id)).res_type(), 5);
+    EXPECT_NE(access((s.inbox("alsmith") + "/big").c_str(), F_OK), 0);
+    EXPECT_EQ(list(al).size(), 1u);
+}
+
+TEST(Service, ForwarderListsReadsAndRemovesUnroutedFaxes)
+{
+    site s;
+    std::string fax = s.add_fax(s.incoming(), "one", 300'000), inbox = text(s.handle());
+    s.add_fax(s.incoming(), "two");
+    running_daemon daemon(s);
+
+    std::vector<listed_fax_t> faxes = list(bea, s.handle());
+    ASSERT_EQ(faxes.size(), 2u);
+    EXPECT_EQ(call(14, bea + inbox).res_type(), 13);
+    EXPECT_EQ(call(15, bea + inbox).at(1), 2u);
+    EXPECT_TRUE(fetch(17, bea + inbox, faxes[0].id) == fax);
+    EXPECT_EQ(call(18, bea + inbox + word(faxes[0].id)).res_type(), 17);
+    EXPECT_EQ(list(bea, s.handle()).size(), 1u);
+
+    EXPECT_EQ(call(10, bea).res_type(), 9);
+    reply_t recipients = call(8, recipients_for(bea));
+    EXPECT_EQ(recipients.res_type(), 7);
+    EXPECT_EQ(call(8, recipients_for(bea, recipients.at(1))).code(), 13);
+    s.write_users("[Carol]\n");
+    EXPECT_EQ(call(8, recipients_for(bea, recipients.at(1))).code(), 0);
+}
+
+TEST(Service, CommitRemovesWhatWasShownAndNoMore)
+{
+    site s;
+    s.add_faxes(s.inbox("alsmith"), 5);
+    s.add_faxes(s.incoming(), 2);
+    running_daemon daemon(s);
+
+    EXPECT_EQ(call(2, index_of(al, 0, 1, 1)).faxes().size(), 1u);
+    EXPECT_EQ(call(3, al).res_type(), 2);  // a slice of one is not taken as shown
+    EXPECT_EQ(list(al).size(), 5u);
+
+    uint32_t second = list(al)[1].id;
+    EXPECT_EQ(call(3, al).res_type(), 2);
+    EXPECT_EQ(list(al).size(), 0u);
+    EXPECT_EQ(call(2, index_of(al, second)).code(), 0) << "an empty list answers before it looks for an id";
+
+    s.add_faxes(s.inbox("alsmith"), 150);
+    EXPECT_EQ(list(al).size(), 100u);
+    s.add_fax(s.inbox("alsmith"), "late");
+    EXPECT_EQ(call(3, al).res_type(), 2);
+    std::vector<listed_fax_t> left = list(al);
+    ASSERT_EQ(left.size(), 51u);
+    EXPECT_EQ(left[0].name, "f100");
+    EXPECT_EQ(left[50].name, "late");
+
+    list(bea, s.handle());
+    EXPECT_EQ(call(16, bea + text(s.handle())).res_type(), 15);
+    EXPECT_EQ(list(bea, s.handle()).size(), 0u);
+}
+
+TEST(Service, SlicesGoForwardAndBackward)
+{
+    site s;
+    s.add_faxes(s.inbox("alsmith"), 150);
+    running_daemon daemon(s);
+    uint32_t first = list(al)[0].id, last = first + 149;
+
+    const struct {
+        uint32_t from, how, count;
+        std::string want;  // first and last name of the slice, and how many
+    } rows[] = {
+        {0, 1, 0, "f000 f099 100"},         {0, 0, 3, "f000 f002 3"},
+        {0, 1, 150, "f000 f099 100"},       {first + 100, 1, 0, "f100 f149 50"},
+        {first + 100, 1, 2, "f100 f101 2"}, {last, 0, 10, "f140 f149 10"},
+        {first + 4, 0, 0, "f000 f004 5"},   {first + 4, 0, 9, "f000 f004 5"},
+        {last, 0, 0, "f000 f099 100"},      {first + 4, 1, 0xFFFFFFFF, "f004 f103 100"},
+    };
+    for (const auto &row : rows) {
+        std::vector<listed_fax_t> got = call(2, index_of(al, row.from, row.how, row.count)).faxes();
+        ASSERT_FALSE(got.empty()) << row.want;
+        EXPECT_EQ(got.front().name + " " + got.back().name + " " + std::to_string(got.size()), row.want);
+    }
+}
+
+TEST(Service, RefusesWithCodeAndMessage)
+{
+    site s;
+    s.add_fax(s.inbox("alsmith"), "fax", 1000);
+    s.add_fax(s.incoming(), "unrouted");
+    running_daemon daemon(s);
+    uint32_t id = list(al)[0].id, unrouted = list(bea, s.handle())[0].id, check = call(2, index_of(al)).at(2);
+    const std::string none = word(0), unknown = identity("Nobody"), wrong = identity("Bea", "wrong"),
+                      stale = identity("Bea", "1234abcd", 7), handle = text(s.handle());
+
+    const struct {
+        uint32_t procedure;
+        std::string arguments;
+        int code;
+        std::string message;
+    } rows[] = {
+        {2, index_of(unknown), 11, "Trayd: Invalid user name: [Nobody]."},
+        {2, index_of(none), 11, "Trayd: Invalid user name: [(null)]."},
+        {2, index_of(wrong), 8, "Trayd: Invalid password."},
+        {2, index_of(stale), 18, "Trayd: Stale USER_LIST.info entry."},
+        {2, index_of(al, id, 7), 3, "Trayd: Invalid how: 7.\n"},
+        {2, index_of(al, 4711), 11, "Trayd: Invalid faxid: 4711.\n"},
+        {2, index_of(al, 0, 1, 0, check), 13, "Trayd: Index has not changed since last request."},
+        {3, wrong, 8, "Trayd: Invalid password."},
+        {4, unknown, 11, "Trayd: Invalid user name: [Nobody]."},
+        {5, part_of(al, id, 0, 0), 19, "Trayd: Invalid read request size: 0."},
+        {5, part_of(al, id, chunk + 1, 0), 19, "Trayd: Invalid read request size: 262145."},
+        {5, part_of(al, id, 0xFFFFFFFF, 0), 19, "Trayd: Invalid read request size: 4294967295."},
+        {5, part_of(al, 4711, 1, 0), 11, "Trayd: Invalid fax id: 4711"},
+        {5, part_of(wrong, id, 1, 0), 8, "Trayd: Invalid password."},
+        {6, al + word(unrouted), 11, "Trayd: Invalid fax id: " + std::to_string(unrouted)},
+        {6, none + word(id), 11, "Trayd: Invalid user name: [(null)]."},
+        {7, wrong + handle + word(unrouted) + text("Al Smith"), 8, "Trayd: Invalid password."},
+        {8, recipients_for(al), 12, "Trayd: User \"al smith\" is not designated forwarder."},
+        {9, identity(""), 11, "Trayd: Invalid user name: []."},
+        {9, wrong, 8, "Trayd: Invalid password."},
+        {10, al, 12, "Trayd: User not designated forwarder: [al smith]."},
+        {13, index_of(al, s.handle()), 12, "Trayd: User \"al smith\" is not designated forwarder."},
+        {13, index_of(bea, "abc123"), 12, "Trayd: User \"Bea\" is not DF for inbox: [abc123]."},
+        {13, index_of(bea, ""), 12, "Trayd: User \"Bea\" is not DF for inbox: []."},
+        {13, index_of(bea, "Front Desk"), 5, "Trayd: Invalid inbox: [Front Desk]."},
+        {13, index_of(wrong, s.handle()), 8, "Trayd: Invalid password."},
+        {15, al + handle, 12, "Trayd: User \"al smith\" is not designated forwarder."},
+        {17, part_of(bea + handle, unrouted, chunk + 1, 0), 19, "Trayd: Invalid read request size: 262145."},
+        {17, part_of(none + handle, unrouted, 1, 1), 12,
+         "Trayd: User \"(null)\" is not designated forwarder."},
+        {18, bea + handle + word(id), 11, "Trayd: Invalid fax id: " + std::to_string(id)},
+    };
+    for (const auto &row : rows) {
+        SCOPED_TRACE("procedure " + std::to_string(row.procedure) + ": " + row.message);
+        reply_t reply = call(row.procedure, row.arguments);
+        EXPECT_EQ(reply.code(), row.code);
+        EXPECT_EQ(reply.message(), row.message);
+    }
+    EXPECT_EQ(list(al).size(), 1u);  // nothing was lost on the way
+    EXPECT_EQ(list(bea, s.handle()).size(), 1u);
+}
+
+TEST(Service, ReadsAtTheEdges)
+{
+    site s;
+    std::string fax = s.add_fax(s.inbox("bea"), "fax", 1000);
+    running_daemon daemon(s);
+    uint32_t id = list(bea)[0].id, size = static_cast<uint32_t>(fax.size());
+
+    EXPECT_EQ(call(5, part_of(bea, id, 10, size - 4)).chunk(), fax.substr(size - 4));
+    EXPECT_EQ(call(5, part_of(bea, id, 10, size)).chunk(), "");
+    EXPECT_EQ(call(5, part_of(bea, id, 0, size)).code(), 0) << "the end is told before the size is looked at";
+    EXPECT_EQ(call(5, part_of(identity("Bea", "wrong"), id, 10, 1)).chunk(), fax.substr(1, 10))
+        << "only the first chunk asks for the password";
+
+    std::string path = s.inbox("bea") + "/fax";
+    ASSERT_EQ(unlink(path.c_str()), 0);
+    reply_t read = call(5, part_of(bea, id, 10, 0)), removed = call(6, bea + word(id));
+    EXPECT_EQ(read.message(),
+              "Trayd: Can't open fax id: " + std::to_string(id) + ": No such file or directory");
+    EXPECT_EQ(read.at(2), 2u);  // ENOENT
+    EXPECT_EQ(removed.message(),
+              "Trayd: Can't remove committed file: [" + path + "]: No such file or directory.");
+    EXPECT_EQ(call(6, bea + word(id)).code(), 11) << "gone from the list all the same";
+}
+
+}  // namespace faxtray

@@ -1,0 +1,150 @@
+// Clients that are old, odd, broken or hostile.
+#include <gtest/gtest.h>
+#include <netinet/in.h>
+#include <sys/resource.h>
+#include <sys/socket.h>
+
+#include "requests.h"
+#include "support/daemon.h"
+#include "support/wait_for.h"
+
+#if defined(__SANITIZE_ADDRESS__)
+static constexpr bool memory_is_checked = true;  // and freed memory kept aside
+#elif defined(__has_feature)
+static constexpr bool memory_is_checked = __has_feature(address_sanitizer);
+#else
+static constexpr bool memory_is_checked = false;
+#endif
+
+namespace faxtray {
+
+TEST(Wire, TakesIdentitiesInBothForms)
+{
+    site s;
+    running_daemon daemon(s);
+    const struct {
+        std::string arguments, name;  // how the name arrives: seen in the answer to a name not known
+    } rows[] = {
+        {identity("Zoe"), "Zoe"}, {bare_identity("Zoe"), "Zoe"},
+        {identity("Z"), "Z"},     {bare_identity("Z"), "Z"},
+        {identity(""), ""},       {bare_identity("", "secret"), ""},
+        {word(0), "(null)"},      {identity("M\xFCller"), "M\xFCller"},
+    };
+    for (const auto &row : rows)
+        for (uint32_t procedure : {3, 4, 9}) {
+            reply_t reply = call(procedure, row.arguments);
+            EXPECT_EQ(reply.message(), "Trayd: Invalid user name: [" + row.name + "].") << procedure;
+        }
+    for (const std::string &who : {identity("Bea", "1234abcd"), bare_identity("Bea", "1234abcd")}) {
+        EXPECT_EQ(call(9, who).res_type(), 8);
+        EXPECT_EQ(call(10, who).res_type(), 9);
+    }
+    for (const std::string &who : {identity("Zoe"), bare_identity("Z"), word(0)}) {
+        EXPECT_EQ(call(11, who).result, word(10) + word(0));  // RES_STATUS, no list
+        EXPECT_EQ(call(12, who).result, word(11));            // RES_SHUTDOWN, and it goes on
+    }
+    EXPECT_EQ(call(1, "").result.substr(0, 12), word(0) + word(0xFFFFFFFF) + word(0xFFFFFFFF));
+    EXPECT_EQ(call(1, "").result, call(1, "").result);
+    EXPECT_EQ(call(19, "").accept_stat, 3);
+    EXPECT_EQ(call(4'000'000'000, "").accept_stat, 3);
+}
+
+TEST(Wire, LongNamesAreRefusedLikeOthers)
+{
+    site s;
+    running_daemon daemon(s);
+    reply_t reply = call(2, index_of(identity(std::string(65536, 'x'), std::string(65536, 'y'))));
+    EXPECT_EQ(reply.code(), 11);
+    EXPECT_EQ(reply.message().substr(0, 30), "Trayd: Invalid user name: [xxx");
+    EXPECT_LT(reply.message().size(), 2048u);
+    EXPECT_EQ(call(13, index_of(bea, std::string(65536, 'a'))).code(), 12);
+}
+
+TEST(Wire, TruncatedArgumentsAreGarbageAndLeakNothing)
+{
+    site s;
+    running_daemon daemon(s);
+    connection c;
+    std::string index = index_of(bea), part = part_of(bea + text(s.handle()), 1, 2, 3);
+    for (size_t n = 0; n < index.size(); n++)
+        EXPECT_EQ(c.call(2, index.substr(0, n)).accept_stat, 4) << n;
+    for (size_t n = 0; n < part.size(); n++)
+        EXPECT_EQ(c.call(17, part.substr(0, n)).accept_stat, 4) << n;
+    for (uint32_t claim : {0xFFFFFFFFu, 0x7FFFFFFFu, 16u * 1024 * 1024 + 1, 16u * 1024 * 1024})
+        EXPECT_EQ(c.call(2, word(1) + word(claim) + "few bytes...").accept_stat, 4) << claim;
+
+    std::string half_a_request = word(1) + text(std::string(60'000, 'x')) + text(std::string(60'000, 'y'));
+    c.call(2, half_a_request);
+    long before = daemon.resident_kb();
+    for (int n = 0; n < 500; n++)
+        EXPECT_EQ(c.call(2, half_a_request).accept_stat, 4);
+    if (!memory_is_checked)
+        EXPECT_LT(daemon.resident_kb() - before, 10'000);
+}
+
+// Closes with a reset, so that what the daemon writes next meets nobody.
+static void hang_up(connection &c)
+{
+    struct linger now = {1, 0};
+    setsockopt(c.fd(), SOL_SOCKET, SO_LINGER, &now, sizeof now);
+    c.close();
+}
+
+TEST(Wire, OutlivesClientsThatHangUp)
+{
+    site s;
+    s.add_fax(s.inbox("alsmith"), "big", 1'000'000);
+    running_daemon daemon(s);
+    std::string read = call_bytes(5, part_of(al, list(al)[0].id, 262144, 0));
+
+    for (size_t n : {1u, 4u, 20u, 60u}) {  // amid mark, head and arguments
+        connection c;
+        c.send(read.substr(0, n));
+        c.close();
+        EXPECT_EQ(call(0, "").accept_stat, 0) << n;
+    }
+    for (int n = 0; n < 20; n++) {  // amid replies
+        connection c;
+        for (int requests = 0; requests < 8; requests++)
+            c.send(read);
+        hang_up(c);
+    }
+    EXPECT_EQ(list(al).size(), 1u);
+}
+
+TEST(Wire, ReaderThatNeverReadsHoldsUpOthersBriefly)
+{
+    site s;
+    s.add_fax(s.inbox("alsmith"), "big", 1'000'000);
+    running_daemon daemon(s);
+    std::string read = call_bytes(5, part_of(al, list(al)[0].id, 262144, 0));
+
+    connection stalled;
+    for (int n = 0; n < 100; n++)  // 25 MB of replies: more than any buffer on the way holds
+        stalled.send(read);
+    EXPECT_EQ(list(al).size(), 1u);  // fails after PATIENCE seconds
+}
+
+TEST(Wire, ServesOnBeyondTheDescriptorLimit)
+{
+    struct rlimit many = {};
+    getrlimit(RLIMIT_NOFILE, &many);
+    rlimit enough = {std::max<rlim_t>(many.rlim_cur, 2000), std::max<rlim_t>(many.rlim_max, 2000)};
+    ASSERT_EQ(setrlimit(RLIMIT_NOFILE, &enough), 0);
+    site s;
+    s.add_faxes(s.inbox("alsmith"), 3);
+    running_daemon daemon(s);
+
+    std::vector<connection> crowd(1100);
+    for (const connection &c : crowd)
+        ASSERT_TRUE(c.is_open());
+    EXPECT_EQ(crowd[0].call(2, index_of(al)).faxes().size(), 3u);
+    EXPECT_EQ(crowd[800].call(2, index_of(al)).faxes().size(), 3u);
+    EXPECT_TRUE(daemon.is_idle()) << "spins while clients wait to be let in";
+
+    ASSERT_TRUE(crowd.back().send(call_bytes(9, al)));
+    crowd.erase(crowd.begin(), crowd.end() - 1);
+    EXPECT_EQ(crowd.back().receive().at(1), 3u) << "let in once others have gone";
+}
+
+}  // namespace faxtray

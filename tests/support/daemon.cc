@@ -1,0 +1,126 @@
+#include "support/daemon.h"
+
+#include <fcntl.h>
+#include <gtest/gtest.h>
+#include <signal.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <cstdio>
+#include <sstream>
+
+#include "support/wait_for.h"
+#include "support/wire.h"
+#include "util/owned.h"
+
+namespace faxtray {
+
+// Starts faxtrayd in the site's directory, its output going to `output`.
+static pid_t start(const site &at, const std::vector<std::string> &args, const std::string &output)
+{
+    fflush(nullptr);
+    pid_t pid = fork();
+    if (pid != 0)
+        return pid;
+    std::vector<char *> argv = {const_cast<char *>("faxtrayd")};
+    for (const std::string &arg : args)
+        argv.push_back(const_cast<char *>(arg.c_str()));
+    argv.push_back(nullptr);
+    int out = open(output.c_str(), O_WRONLY | O_CREAT | O_TRUNC, 0644);
+    unsetenv("ONDRIXHOME");
+    setenv("ONDRIXTMP", (at / "tmp").c_str(), 1);
+    if (chdir(at.path().c_str()) == 0 && dup2(out, 1) == 1 && dup2(out, 2) == 2)
+        execv(FAXTRAYD, argv.data());
+    perror(FAXTRAYD);
+    _exit(127);
+}
+
+static int await(pid_t pid)
+{
+    int status = 0;
+    bool ended = wait_for([&] { return waitpid(pid, &status, WNOHANG) == pid; });
+    if (!ended) {
+        ADD_FAILURE() << "faxtrayd does not end";
+        kill(pid, SIGKILL);
+        waitpid(pid, &status, 0);
+    }
+    return WIFEXITED(status) ? WEXITSTATUS(status) : 1000 + WTERMSIG(status);
+}
+
+ended_t run_faxtrayd(const site &at, const std::vector<std::string> &args)
+{
+    pid_t pid = start(at, args, at / "output");
+    int status = await(pid);
+    return {status, read_file(at / "output")};
+}
+
+bool daemon_answers()
+{
+    connection c;
+    return c.is_open() && c.call(0, "").accept_stat == 0;
+}
+
+running_daemon::running_daemon(const site &at, const std::vector<std::string> &options) : site_(at)
+{
+    std::vector<std::string> args = {
+        "-f", "-W", "work", "-U", at / "USER_LIST.info", "-M", at / "MODEMS.info"};
+    args.insert(args.end(), options.begin(), options.end());
+    pid_ = start(at, args, at / "output");
+    bool up = wait_for([&] { return waitpid(pid_, nullptr, WNOHANG) == pid_ || daemon_answers(); });
+    if (!up || kill(pid_, 0) != 0)
+        ADD_FAILURE() << "faxtrayd does not start: " << read_file(at / "output");
+}
+
+running_daemon::~running_daemon()
+{
+    if (pid_ > 0) {
+        EXPECT_EQ(stop(), 0) << log();
+    }
+}
+
+std::string running_daemon::log() const
+{
+    return read_file(site_ / "work/trayd_log");
+}
+
+bool running_daemon::logs(const std::string &text) const
+{
+    return wait_for([&] { return log().find(text) != std::string::npos; });
+}
+
+void running_daemon::signal(int sig) const
+{
+    kill(pid_, sig);
+}
+
+int running_daemon::stop(int sig)
+{
+    signal(sig);
+    return await(std::exchange(pid_, -1));
+}
+
+long running_daemon::resident_kb() const
+{
+    std::string status = read_file("/proc/" + std::to_string(pid_) + "/status");
+    return atol(status.c_str() + status.find("VmRSS:") + 6);
+}
+
+bool running_daemon::is_idle() const
+{
+    auto ticks = [&] {
+        std::string field;
+        std::istringstream stat(read_file("/proc/" + std::to_string(pid_) + "/stat"));
+        for (int n = 0; n < 13; n++)
+            stat >> field;
+        long user = 0, system = 0;
+        stat >> user >> system;
+        return user + system;
+    };
+    return wait_for([&] {
+        long before = ticks();
+        poll(nullptr, 0, 200);  // twenty clock ticks for a daemon that spins
+        return ticks() == before;
+    });
+}
+
+}  // namespace faxtray

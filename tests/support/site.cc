@@ -1,0 +1,89 @@
+#include "support/site.h"
+
+#include <cstdio>
+#include <filesystem>
+
+#include "util/crc.h"
+
+namespace faxtray {
+
+site::site()
+{
+    for (const char *dir : {"work", "incoming", "tmp"})
+        std::filesystem::create_directory(dir_ / dir);
+    write_users();
+    write_modems();
+}
+
+std::string site::handle() const
+{
+    return passwd(incoming().c_str());
+}
+
+void site::write_users(const std::string &more) const
+{
+    add(path(), "USER_LIST.info",
+        "[default]\n"
+        "delivery_dir_root = " +
+            path() +
+            "/faxtrayes\n"
+            "[Al Smith]\n"
+            "human_name = Al\n"
+            "[Bea]\n"
+            "password = 1234abcd\n"
+            "human_name = Beatrice\n"
+            "forwarder = Front Desk\n"
+            "[team]\n"
+            "group = Al Smith,Bea\n"
+            "group_gui = The Team\n"
+            "delivery_method = email\n" +
+            more);
+}
+
+void site::write_modems() const
+{
+    add(path(), "MODEMS.info",
+        "[ttyS0]\n"
+        "incoming_dir = " +
+            incoming() +
+            "\n"
+            "incoming_gui = Front Desk\n");
+}
+
+std::string site::add(const std::string &directory, const std::string &name, const std::string &content) const
+{
+    std::filesystem::create_directories(directory);
+    std::string path = dir_.write("being-written", content);
+    set_mtime(path, ++clock_);
+    std::filesystem::rename(path, directory + "/" + name);
+    return content;
+}
+
+std::string site::add_fax(const std::string &directory, const std::string &name, size_t size) const
+{
+    std::string pages(size, '\0');
+    uint32_t state = static_cast<uint32_t>(clock_);
+    for (char &byte : pages)  // no two faxes alike, no chunk like the next
+        byte = static_cast<char>((state = state * 1664525 + 1013904223) >> 24);
+    return add(directory, name, fax_bytes("#PAGES:3\nSENDER_FAX#:+44 20 7946 0000\nCOMPRESSION:3\n", pages));
+}
+
+void site::add_faxes(const std::string &directory, int count) const
+{
+    for (int n = 0; n < count; n++) {
+        char name[16];
+        snprintf(name, sizeof name, "f%03d", n);
+        add_fax(directory, name, 10);
+    }
+}
+
+std::string fax_bytes(const std::string &lines, const std::string &pages)
+{
+    size_t n = lines.size() + 1;
+    std::string bytes = "\xBA\xDB\xAD\x16";
+    for (int shift = 24; shift >= 0; shift -= 8)
+        bytes += static_cast<char>(n >> shift);
+    return bytes + lines + '\x1D' + pages;
+}
+
+}  // namespace faxtray
