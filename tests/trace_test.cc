@@ -1,9 +1,9 @@
 #include "util/trace.h"
 
+#include <fnmatch.h>
 #include <gtest/gtest.h>
 #include <unistd.h>
 
-#include <regex>
 #include <string>
 
 #include "support/capture.h"
@@ -86,9 +86,9 @@ TEST_F(TraceTest, LinesBearTheTime)
     tr_set_toggle_on(1);
     trace_print_date();
     tr_putc('\n');
-    const std::regex form(
-        "\\d\\d:\\d\\d:\\d\\d a=1\n\\d\\d:\\d\\d:\\d\\d 100%s\nraw\n[ \\d]\\d-[A-Z][a-z]{2}-\\d{4} \n");
-    EXPECT_TRUE(std::regex_match(read_file(work_ / "trace_faxtrayd"), form));
+    const char form[] = "[0-2][0-9]:[0-5][0-9]:[0-6][0-9] a=1\n[0-2][0-9]:[0-5][0-9]:[0-6][0-9] 100%s\nraw\n"
+                        "[ 1-3][0-9]-[A-Z][a-z][a-z]-[0-9][0-9][0-9][0-9] \n";
+    EXPECT_EQ(fnmatch(form, read_file(work_ / "trace_faxtrayd").c_str(), 0), 0);
 }
 
 TEST_F(TraceTest, TheModeContinuesOrBeginsAnew)
@@ -128,7 +128,6 @@ TEST_F(TraceTest, TheSameFileIsOpenedOnceMore)
     ASSERT_EQ(switch_to("faxtrayd on log\n"), 1);
     EXPECT_NE(tr_get_file_pointer(), first);
     EXPECT_EQ(tr_is_toggle_on(), 1);
-    fclose(first);
 }
 
 TEST_F(TraceTest, AFileThatCannotBeOpenedLeavesTracingOff)
