@@ -1,0 +1,40 @@
+// xdr_memory: records in and out of XDR bytes in memory.
+#pragma once
+
+#include <rpc/rpc.h>
+
+#include <string>
+
+namespace faxtray {
+
+// The record's bytes (at most 8 MiB), or a text that is none when it cannot be encoded.
+template <class Routine, class Record> std::string encode(Routine *routine, Record *record)
+{
+    std::string bytes(8 << 20, '\0');
+    XDR xdrs;
+    xdrmem_create(&xdrs, bytes.data(), static_cast<u_int>(bytes.size()), XDR_ENCODE);
+    bool ok = routine(&xdrs, record);
+    bytes.resize(xdr_getpos(&xdrs));
+    return ok ? bytes : "not encodable";
+}
+
+// Decodes from `bytes` as far as the routine reads; on failure the record may be half there.
+template <class Routine, class Record>
+bool decode(Routine *routine, Record *record, const std::string &bytes, u_int *used = nullptr)
+{
+    XDR xdrs;
+    xdrmem_create(&xdrs, const_cast<char *>(bytes.data()), static_cast<u_int>(bytes.size()), XDR_DECODE);
+    bool ok = routine(&xdrs, record);
+    if (used)
+        *used = xdr_getpos(&xdrs);
+    return ok;
+}
+
+template <class Routine, class Record> void free_decoded(Routine *routine, Record *record)
+{
+    XDR xdrs = {};
+    xdrs.x_op = XDR_FREE;
+    routine(&xdrs, record);
+}
+
+}  // namespace faxtray
