@@ -65,16 +65,22 @@ struct as_attr_t {
     int attr;
     const char *name;
     int default_value;         // value handle, -1 for none
-    const as_value_t *values;  // first row of its values, null when it takes free text
+    const as_value_t *values;  // first of its rows, sorted by value; null when it takes free text
 };
 
+// Sorts the tables at the first call; every look-up calls it. Always 1.
 int as_init_lookup();
+
+// Look-ups are exact, upper and lower case told apart. Not found: null, or -1 for a handle. Rows and
+// texts are the tables' own, for good.
 const as_attr_t *as_get_entry(int attr);
-int as_get_attr_handle(const char *name);
 const as_attr_t *as_get_entry_by_string(const char *name);
+int as_get_attr_handle(const char *name);
 const char *as_get_attr(int attr);
 int as_get_value_handle(int attr, const char *value);
 const char *as_get_value_string(int attr, int value);
+
+// The handle of that attribute's value in `list`, and its node there (the list's own).
 int as_get_value_handle_av(int attr, const av_list_t *list);
 av_node_t *as_get_av_node(int attr, const av_list_t *list);
 
