@@ -7,6 +7,7 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <cctype>
 #include <cerrno>
 #include <cstdarg>
@@ -208,11 +209,12 @@ struct parsed_text {
 
 }  // namespace
 
-// The attributes of a text block without its terminator. Silent. A line ends at its line feed, or at a
-// NUL before that; one with an empty name is lost.
-static parsed_text parse_text(string_view text)
+// Gives each attribute of a text block without its terminator to `put`, which returns false to stop, as
+// without memory. Silent. A line ends at its line feed, or at a NUL before that; one with an empty name is
+// lost. `*bad` becomes the line without a colon that ended the walk.
+template <class Put> static fault each_attribute(string_view text, string_view *bad, Put put)
 {
-    header_builder header;
+    bool any = false;
     while (!text.empty()) {
         string_view line = text.substr(0, text.find('\n'));
         text.remove_prefix(line.size() < text.size() ? line.size() + 1 : line.size());
@@ -220,14 +222,28 @@ static parsed_text parse_text(string_view text)
         if (line.empty())
             continue;
         size_t colon = line.find(':');
-        if (colon == line.npos)
-            return {nullptr, fault::bad_pair, line};
-        if (colon > 0 && !header.put(line.substr(0, colon), line.substr(colon + 1)))
-            return {nullptr, fault::no_memory, {}};
+        if (colon == line.npos) {
+            *bad = line;
+            return fault::bad_pair;
+        }
+        if (colon == 0)
+            continue;
+        if (!put(line.substr(0, colon), line.substr(colon + 1)))
+            return fault::no_memory;
+        any = true;
     }
-    fax_header_ptr list = header.release();
-    fault why = list ? fault::none : fault::empty;
-    return {std::move(list), why, {}};
+    return any ? fault::none : fault::empty;
+}
+
+static parsed_text parse_text(string_view text)
+{
+    header_builder header;
+    string_view bad;
+    fault why = each_attribute(text, &bad,
+                               [&](string_view name, string_view value) { return header.put(name, value); });
+    if (why != fault::none)
+        return {nullptr, why, bad};
+    return {header.release(), why, {}};
 }
 
 static uint32_t big_endian(const char *bytes)
@@ -237,15 +253,37 @@ static uint32_t big_endian(const char *bytes)
     return be32toh(word);
 }
 
-fax_header_t *parse_fax_header(const void *bytes, size_t n)
+// The text block, without its terminator, of a file that begins with these bytes; empty when it does not lie
+// within them whole.
+static string_view text_block(const char *file, size_t n)
 {
-    const char *file = static_cast<const char *>(bytes);
     if (n <= preamble_size || big_endian(file) != FAX_MAGIC)
-        return nullptr;
+        return {};
     size_t length = big_endian(file + 4);
     if (length == 0 || length > n - preamble_size || file[preamble_size + length - 1] != terminator)
-        return nullptr;
-    return parse_text(string_view(file + preamble_size, length - 1)).list.release();
+        return {};
+    return string_view(file + preamble_size, length - 1);
+}
+
+fax_header_t *parse_fax_header(const void *bytes, size_t n)
+{
+    return parse_text(text_block(static_cast<const char *>(bytes), n)).list.release();
+}
+
+bool find_fax_header_values(char *bytes, size_t n, const char *const *names, const char **values,
+                            size_t count)
+{
+    std::fill_n(values, count, nullptr);
+    string_view bad;
+    auto keep = [&](string_view name, string_view value) {
+        const char *const *wanted = std::find(names, names + count, name);
+        if (wanted != names + count) {
+            values[wanted - names] = value.data();
+            bytes[value.data() + value.size() - bytes] = '\0';  // was a line feed, the terminator or NUL
+        }
+        return true;
+    };
+    return each_attribute(text_block(bytes, n), &bad, keep) == fault::none;
 }
 
 // Reads until `n` bytes are there or the file ends. How many came, or -1 with errno.

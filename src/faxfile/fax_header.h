@@ -33,6 +33,11 @@ fax_header_t *parse_fax_header(const void *bytes, size_t n);
 // Writes preamble and text block at offset 0, in one write; page data stay where they are. 1, or -1 with a
 // message on both streams; nothing is written of a list that would not read back (a colon or line feed in
 // a name, a line feed in a value). A null list makes a header of no attributes, which readers refuse.
+// For whoever wants a few values of many files: the values of `names` in the same bytes, in place, each ended
+// there by a NUL, or null for an attribute that is not there. False where parse_fax_header gives null.
+bool find_fax_header_values(char *bytes, size_t n, const char *const *names, const char **values,
+                            size_t count);
+
 int write_fax_header(int fd, const fax_header_t *list);
 
 // One attribute; a null value becomes "". Null with a message for a null or empty name or without memory.

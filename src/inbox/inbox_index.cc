@@ -7,6 +7,7 @@
 #include "inbox/inbox_index.h"
 
 #include <dirent.h>
+#include <endian.h>
 #include <fcntl.h>
 #include <sys/param.h>
 #include <unistd.h>
@@ -260,31 +261,60 @@ file_list_t *copy_file_list(const file_list_t *list)
 
 // --- Reading one file -----------------------------------------------------------------------------
 
-static bool has_fax_magic(const unsigned char *bytes, ssize_t n)
+// The attributes of a fax header that the index shows.
+enum : int { PAGES, SENDER_FAX, SUB_FRAME, PWD_FRAME, SHOWN_ATTRS };
+constexpr const char *shown_attrs[SHOWN_ATTRS] = {"#PAGES", "SENDER_FAX#", "T30_SUB_FRAME", "T30_PWD_FRAME"};
+
+static bool has_fax_magic(const char *bytes, ssize_t n)
 {
-    return n >= 4 && (uint32_t{bytes[0]} << 24 | uint32_t{bytes[1]} << 16 | uint32_t{bytes[2]} << 8 |
-                      bytes[3]) == FAX_MAGIC;
+    uint32_t word;
+    memcpy(&word, bytes, sizeof word);
+    return n >= static_cast<ssize_t>(sizeof word) && be32toh(word) == FAX_MAGIC;
 }
 
-static int page_count(const fax_header_t *header, const char *path)
+static int page_count(const char *text, const char *path)
 {
-    constexpr char pages[] = "#PAGES";
-    const char *text = get_fax_header_value(header, pages);
     if (!text)
         return -1;
     char *end;
     long count = strtol(text, &end, 10);  // what "%d" takes
     if (end == text) {
-        trprintf("warning: Invalid %s attribute in fax file \"%s\": [%s].\n", pages, path, text);
+        trprintf("warning: Invalid %s attribute in fax file \"%s\": [%s].\n", shown_attrs[PAGES], path, text);
         return -1;
     }
     return static_cast<int>(count);
 }
 
-static char *value_or_unknown(const fax_header_t *header, const char *attr)
+static char *value_or_unknown(const char *value)
 {
-    const char *value = get_fax_header_value(header, attr);
     return borrowed(value ? value : "Unknown");
+}
+
+// A new node for a file whose header, if it is a fax, says `values`; null with a message.
+static file_node_t *describe_file(const char *path, const char *name, const struct stat &st,
+                                  const char *const *values)
+{
+    file_info_t info = {};
+    info.name = borrowed(name);
+    info.pages = -1;
+    info.size = static_cast<u_int>(st.st_size);
+    info.mtime = st.st_mtime;
+    if (values) {
+        info.is_fax = 1;
+        info.pages = page_count(values[PAGES], path);
+        info.sender_fax = value_or_unknown(values[SENDER_FAX]);
+        info.subaddress = value_or_unknown(values[SUB_FRAME]);
+        info.pwd_frame = value_or_unknown(values[PWD_FRAME]);
+    }
+    const char *refused;
+    file_node_t *node = build_node(info, &refused);
+    if (node)
+        node->faxid = newid();
+    else if (refused)
+        report("create_file_node: strdup(\"%s\"): %s\n", refused, strerror(errno));
+    else
+        report("create_file_node: malloc(): %s\n", strerror(errno));
+    return node;
 }
 
 // create_file_node for the file that `directory` and `at` lead to, as openat takes them. One read of a
@@ -298,43 +328,27 @@ static file_node_t *create_node_at(int directory, const char *at, const char *pa
         report("create_file_node: cv_open(\"%s\"): %s\n", path, strerror(errno));
         return nullptr;
     }
-    unsigned char block[4096];
+    char block[4096];
     ssize_t n = read(fd.get(), block, sizeof block);
     if (n < 0) {
         report("create_file_node: read(\"%s\"): %s\n", path, strerror(errno));
         return nullptr;
     }
+    if (!has_fax_magic(block, n))
+        return describe_file(path, name, st, nullptr);
 
-    file_info_t info = {};
-    info.name = borrowed(name);
-    info.pages = -1;
-    info.size = static_cast<u_int>(st.st_size);
-    info.mtime = st.st_mtime;
-    fax_header_ptr header;
-    if (has_fax_magic(block, n)) {
-        header.reset(parse_fax_header(block, static_cast<size_t>(n)));
-        if (!header)
-            header.reset(read_fax_header(fd.get()));
-        if (!header) {
-            report("create_file_node: read_fax_header(\"%s\") failed\n", path);
-            return nullptr;
-        }
-        info.is_fax = 1;
-        info.pages = page_count(header.get(), path);
-        info.sender_fax = value_or_unknown(header.get(), "SENDER_FAX#");
-        info.subaddress = value_or_unknown(header.get(), "T30_SUB_FRAME");
-        info.pwd_frame = value_or_unknown(header.get(), "T30_PWD_FRAME");
+    const char *values[SHOWN_ATTRS];
+    if (find_fax_header_values(block, static_cast<size_t>(n), shown_attrs, values, SHOWN_ATTRS))
+        return describe_file(path, name, st, values);
+    // Longer than the block, or corrupt.
+    fax_header_ptr header(read_fax_header(fd.get()));
+    if (!header) {
+        report("create_file_node: read_fax_header(\"%s\") failed\n", path);
+        return nullptr;
     }
-
-    const char *refused;
-    file_node_t *node = build_node(info, &refused);
-    if (!node && refused)
-        report("create_file_node: strdup(\"%s\"): %s\n", refused, strerror(errno));
-    else if (!node)
-        report("create_file_node: malloc(): %s\n", strerror(errno));
-    else
-        node->faxid = newid();
-    return node;
+    for (int i = 0; i < SHOWN_ATTRS; i++)
+        values[i] = get_fax_header_value(header.get(), shown_attrs[i]);
+    return describe_file(path, name, st, values);
 }
 
 file_node_t *create_file_node(const char *path, const char *name, const struct stat &st)

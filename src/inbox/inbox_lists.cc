@@ -176,8 +176,9 @@ static void load_users(user_list_t *list)
                  entry->check_value);
         if (!recips_list_update(&list->recipients, entry.get()))
             problem_entry(entry.get());
+        const av_list_t *offered = entry.get();
         if (!list->users.update(std::move(entry)))
-            problem_entry(nullptr);  // freed by the table
+            problem_entry(offered);  // a table that refuses an entry leaves it where it was
     }
 }
 
