@@ -422,25 +422,38 @@ private:
     char path_[MAXPATHLEN];
 };
 
-// Names of listed files; the names stay the nodes' own. Open addressing, at most half full.
+// Names of listed files; the names stay the nodes' own. Open addressing, at most half full. Hashes stand
+// beside the names, since every name looked at lies somewhere else in memory.
 class name_set_t {
 public:
     explicit name_set_t(size_t most) : slots_(std::bit_ceil(2 * most + 1)) {}
-    void insert(const char *name) { slots_[slot_of(name)] = name; }
-    bool contains(const char *name) const { return slots_[slot_of(name)]; }
+
+    void insert(const char *name)
+    {
+        size_t hash = hash_of(name);
+        slots_[slot_of(name, hash)] = {name, hash};
+    }
+    bool contains(const char *name) const { return slots_[slot_of(name, hash_of(name))].name; }
 
 private:
+    struct slot_t {
+        const char *name;
+        size_t hash;
+    };
+
+    static size_t hash_of(const char *name) { return std::hash<std::string_view>()(name); }
+
     // Where `name` is, or would be put.
-    size_t slot_of(const char *name) const
+    size_t slot_of(const char *name, size_t hash) const
     {
         size_t mask = slots_.size() - 1;
-        size_t slot = std::hash<std::string_view>()(name) & mask;
-        while (slots_[slot] && strcmp(slots_[slot], name) != 0)
-            slot = (slot + 1) & mask;
-        return slot;
+        size_t at = hash & mask;
+        while (slots_[at].name && (slots_[at].hash != hash || strcmp(slots_[at].name, name) != 0))
+            at = (at + 1) & mask;
+        return at;
     }
 
-    std::vector<const char *> slots_;
+    std::vector<slot_t> slots_;
 };
 
 // One scan and what it has learnt of the files so far.
