@@ -1,0 +1,429 @@
+#include "inbox/inbox_index.h"
+
+#include <dirent.h>
+#include <fcntl.h>
+#include <gtest/gtest.h>
+#include <sys/socket.h>
+#include <sys/stat.h>
+#include <sys/un.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <cstring>
+#include <map>
+#include <random>
+#include <vector>
+
+#include "support/capture.h"
+#include "support/inbox_scene.h"
+#include "util/settings.h"
+
+namespace faxtray {
+
+static u_int name_sum(const std::string &name)
+{
+    u_int sum = 0;
+    for (char c : name)
+        sum += static_cast<u_int>(static_cast<signed char>(c));
+    return sum;
+}
+
+TEST(InboxIndex, ListsWhatHeadersSay)
+{
+    struct {
+        const char *name;
+        std::string content;
+        const char *sender, *subaddress, *pwd;
+        int pages, is_fax;
+    } rows[] = {
+        {"whole", fax_bytes("SENDER_FAX#:+1 2\n#PAGES: 3x\nT30_SUB_FRAME:4:5\nT30_PWD_FRAME:\n"), "+1 2",
+         "4:5", "", 3, 1},
+        {"bare", fax_bytes("OTHER:1\n"), "Unknown", "Unknown", "Unknown", -1, 1},
+        {"odd_pages", fax_bytes("#PAGES:many\n#PAGES:x\n"), "Unknown", "Unknown", "Unknown", -1, 1},
+        {"twice", fax_bytes("#PAGES:1\nSENDER_FAX#:a\nSENDER_FAX#:b\n#PAGES:2\n"), "b", "Unknown", "Unknown",
+         2, 1},
+        {"short", "\xBA\xDB\xAD", "", "", "", -1, 0},
+        {"empty", "", "", "", "", -1, 0},
+        {"text", "not a fax", "", "", "", -1, 0},
+    };
+    inbox_scene scene;
+    for (auto &row : rows)
+        scene.put(row.name, 1000, row.content);
+    trace_on trace;
+    ASSERT_EQ(load_inbox(scene.user.get()), 1);
+    for (auto &row : rows) {
+        const file_node_t *node = get_file_node(scene.index(), scene.id(row.name));
+        ASSERT_TRUE(node) << row.name;
+        EXPECT_STREQ(node->sender_fax, row.sender) << row.name;
+        EXPECT_STREQ(node->subaddress, row.subaddress) << row.name;
+        EXPECT_STREQ(node->pwd_frame, row.pwd) << row.name;
+        EXPECT_EQ(node->pages, row.pages) << row.name;
+        EXPECT_EQ(node->is_fax, row.is_fax) << row.name;
+        EXPECT_EQ(node->size, row.content.size()) << row.name;
+        EXPECT_EQ(node->mtime, 1000) << row.name;
+    }
+    EXPECT_NE(trace.text().find("warning: Invalid #PAGES attribute in fax file \"" + scene.dir / "odd_pages" +
+                                "\": [x].\n"),
+              std::string::npos);
+}
+
+TEST(InboxIndex, ReadsHeadersLongerThanTheFirstBlock)
+{
+    inbox_scene scene;
+    std::string lines = "LONG:" + std::string(0x1400, 'x') + "\n#PAGES:12\n";
+    size_t n = lines.size() + 1;
+    std::string preamble =
+        std::string("\xBA\xDB\xAD\x16\0\0", 6) + static_cast<char>(n >> 8) + static_cast<char>(n);
+    scene.put("long", 1000, preamble + lines + "\x1d");
+    load_inbox(scene.user.get());
+    ASSERT_EQ(scene.names(), "long");
+    EXPECT_EQ(scene.index()->head->pages, 12);
+}
+
+// The scan and the insertion told in the plainest words, to compare with.
+namespace {
+struct model_t {
+    struct entry {
+        std::string name;
+        time_t mtime;
+    };
+    std::vector<entry> chain;
+    time_t mark = 0;
+    u_int check_value = 0;
+
+    void insert(const entry &added)
+    {
+        auto at = chain.begin();
+        if (at != chain.end() && at->mtime <= added.mtime)
+            while (at != chain.end() && at->mtime <= added.mtime)
+                ++at;
+        chain.insert(at, added);
+    }
+
+    // Files by name; `broken` is one that cannot be read as a fax.
+    bool scan(const std::vector<std::string> &directory, const std::map<std::string, time_t> &files,
+              const std::string &broken)
+    {
+        for (auto at = chain.begin(); at != chain.end(); ++at)
+            if (!files.contains(at->name)) {
+                chain.erase(at);
+                break;
+            }
+        auto before = chain;
+        time_t newest = mark;
+        for (const std::string &name : directory) {
+            time_t mtime = files.at(name);
+            auto same = [&](const entry &e) { return e.name == name && e.mtime == mtime; };
+            if (mtime <= mark || std::any_of(before.begin(), before.end(), same))
+                continue;
+            if (name == broken)
+                return false;
+            insert({name, mtime});
+            newest = std::max(newest, mtime);
+        }
+        mark = newest;
+        check_value = 0;
+        for (const entry &e : chain)
+            check_value += name_sum(e.name);
+        return true;
+    }
+};
+}  // namespace
+
+static std::vector<std::string> directory_order(const std::string &path)
+{
+    std::vector<std::string> names;
+    dir_ptr dir(opendir(path.c_str()));
+    while (const dirent *entry = readdir(dir.get()))
+        if (entry->d_name[0] != '.')
+            names.emplace_back(entry->d_name);
+    return names;
+}
+
+TEST(InboxIndex, IsWhatInsertingFileByFileGives)
+{
+    std::mt19937 random(20261121);
+    auto pick = [&](int n) { return static_cast<int>(random() % static_cast<unsigned>(n)); };
+    inbox_scene scene;
+    model_t model;
+    std::map<std::string, time_t> files;
+    capture_stderr quiet;
+    capture_stdout silent;
+    for (int round = 0; round < 300; round++) {
+        for (int i = pick(6); i > 0; i--) {
+            std::string name = "fax" + std::to_string(pick(60));
+            if (pick(3) == 0) {
+                scene.remove(name);
+                files.erase(name);
+            } else {
+                files[name] = 1000 + round + pick(40);  // equal and decreasing times among them
+                scene.put(name, files[name]);
+            }
+        }
+        std::string broken = pick(4) == 0 ? "broken" : "";
+        if (!broken.empty()) {
+            files[broken] = 5000;
+            scene.put(broken, 5000, "\xBA\xDB\xAD\x16");
+        }
+        bool complete = model.scan(directory_order(scene.dir.path()), files, broken);
+        ASSERT_EQ(load_inbox(scene.user.get()), complete) << round;
+        if (!broken.empty()) {
+            scene.remove(broken);
+            files.erase(broken);
+        }
+        // Now and then one leaves by its id, as when a client removes it.
+        if (pick(5) == 0 && !model.chain.empty()) {
+            size_t at = static_cast<size_t>(pick(static_cast<int>(model.chain.size())));
+            const file_node_t *node = scene.index()->head;
+            for (size_t i = 0; i < at; i++)
+                node = node->next;
+            file_node_ptr gone(delete_file_node(scene.index(), node->faxid));
+            ASSERT_EQ(gone->name, model.chain[at].name);
+            ASSERT_FALSE(gone->next);
+            model.chain.erase(model.chain.begin() + static_cast<long>(at));
+        }
+
+        ASSERT_EQ(get_fax_count(scene.user.get()), model.chain.size()) << round;
+        const file_node_t *node = scene.index()->head;
+        for (const auto &expected : model.chain) {
+            ASSERT_EQ(node->name, expected.name) << round;
+            ASSERT_EQ(node->mtime, expected.mtime) << round;
+            ASSERT_EQ(get_file_node(scene.index(), node->faxid), node) << round;
+            node = node->next;
+        }
+        ASSERT_FALSE(node);
+        ASSERT_EQ(scene.index()->check_value, model.check_value) << round;
+        ASSERT_EQ(scene.user->scan_mark, model.mark) << round;
+    }
+}
+
+TEST(InboxIndex, KeepsEqualTimesInOrderOfArrival)
+{
+    auto node = [](const char *name, time_t mtime) {
+        return new_file_node(name, nullptr, nullptr, nullptr, -1, 0, newid(), 0, mtime, nullptr);
+    };
+    std::unique_ptr<fax_index_t, deleter<free_index>> index(create_new_list());
+    add_file_node(index.get(), node("b", 20));
+    add_file_node(index.get(), node("c", 20));
+    add_file_node(index.get(), node("d", 30));
+    add_file_node(index.get(), node("a", 10));
+    add_file_node(index.get(), node("e\xff", 20));
+    EXPECT_EQ(names_of(index->head), "a b c e\xff d");
+    EXPECT_STREQ(index->head->sender_fax, "");
+    EXPECT_EQ(index->check_value, 0u);
+    update_index_check_value(index.get());
+    EXPECT_EQ(index->check_value, name_sum("abcde\xff"));
+    EXPECT_FALSE(delete_file_node(index.get(), newid()));
+
+    std::unique_ptr<file_list_t, deleter<free_file_list>> copy(copy_file_list(index.get()));
+    EXPECT_EQ(names_of(copy->head), names_of(index->head));
+    EXPECT_NE(copy->head->name, index->head->name);
+    capture_stderr printed;
+    EXPECT_FALSE(copy_file_list(nullptr));
+    EXPECT_EQ(printed.text(), "copy_file_list: NULL file_list_t pointer\n");
+}
+
+TEST(InboxIndex, DropsOneVanishedFileAScan)
+{
+    inbox_scene scene;
+    for (const char *name : {"a", "b", "c", "d"})
+        scene.put(name, 1000 + *name);
+    load_inbox(scene.user.get());
+    for (const char *name : {"a", "b", "d"})
+        scene.remove(name);
+    for (const char *left : {"b c d", "c d", "c"}) {
+        load_inbox(scene.user.get());
+        EXPECT_EQ(scene.names(), left);
+    }
+    EXPECT_EQ(scene.index()->check_value, u_int{'c'});
+    mkdir((scene.dir / "d").c_str(), 0755);  // a directory in a file's place is no fax either
+    load_inbox(scene.user.get());
+    EXPECT_EQ(scene.names(), "c");
+}
+
+TEST(InboxIndex, TakesAChangedFileAgain)
+{
+    inbox_scene scene;
+    scene.put("a", 1000);
+    scene.put("b", 2000);
+    load_inbox(scene.user.get());
+    scene.put("a", 1500);  // not above the mark
+    load_inbox(scene.user.get());
+    EXPECT_EQ(scene.names(), "a b");
+    scene.put("a", 3000);
+    load_inbox(scene.user.get());
+    EXPECT_EQ(scene.names(), "a b a");
+}
+
+TEST(InboxIndex, LeavesOutWhatIsYoungHiddenOrNoFile)
+{
+    inbox_scene scene;
+    scene.put("old", 1000);
+    scene.put("young", time(nullptr));
+    scene.put("ii_part", 1000);
+    scene.put(".hidden", 1000);
+    mkdir((scene.dir / "folder").c_str(), 0755);
+    mkfifo((scene.dir / "pipe").c_str(), 0644);
+    trace_on trace;
+    load_inbox(scene.user.get());
+    EXPECT_EQ(scene.names(), "old");
+    std::string text = trace.text();
+    for (const char *line : {"update_index: Ignoring file: [young]: File newer than this update time.\n",
+                             "update_index: Ignoring file: [folder]: Not a regular file.\n",
+                             "update_index: Ignoring file: [pipe]: Not a regular file.\n",
+                             "update_index: Ignoring file: [ii_part].\n",
+                             "update_index: Adding file [old] to user \"joe\"'s inbox.\n"})
+        EXPECT_NE(text.find(line), std::string::npos) << line;
+    EXPECT_EQ(text.find("hidden"), std::string::npos);
+
+    struct stat marker;
+    ASSERT_EQ(stat((scene.dir / ".inbox_index").c_str(), &marker), 0);
+    Update_slop = 0;
+    scene.put("at_cutoff", marker.st_mtime + 1000);
+    load_inbox(scene.user.get());
+    EXPECT_NE(scene.names().find("old"), std::string::npos);
+    EXPECT_EQ(scene.id("at_cutoff"), 0u);
+}
+
+TEST(InboxIndex, FailsOverAFileThatCannotBeListed)
+{
+    struct {
+        const char *name, *content, *message;
+    } rows[] = {
+        {"corrupt", "\xBA\xDB\xAD\x16\x7f", "create_file_node: read_fax_header(\"%s\") failed\n"},
+        {"white space", "x", "update_index: mk_path(\"%d\",\"white space\") failed.\n"},
+        {"quote\"", "x", "update_index: stat(\"%q\"): No such file or directory\n"},
+    };
+    for (auto &row : rows) {
+        inbox_scene scene;
+        scene.put("sound", 1000);
+        scene.put(row.name, 2000, row.content);
+        capture_stderr printed;
+        capture_stdout silent;
+        for (int poll = 0; poll < 3; poll++)
+            EXPECT_EQ(scene.slice(0, 1, 0), "21: Trayd: Can't update index.") << row.name;
+        std::string expected = row.message, output = printed.text();
+        for (auto [mark, text] : {std::pair<const char *, std::string>{"%s", scene.dir / row.name},
+                                  {"%d", scene.dir.path()},
+                                  {"%q", scene.dir / "quote"}})
+            if (size_t at = expected.find(mark); at != std::string::npos)
+                expected.replace(at, 2, text);
+        EXPECT_NE(output.find(expected), std::string::npos) << output;
+        EXPECT_NE(output.find("load_inbox: Can't create inbox index..\n"), std::string::npos);
+        EXPECT_LE(get_fax_count(scene.user.get()), 1u) << row.name;
+        EXPECT_EQ(scene.user->scan_mark, 0);
+        EXPECT_EQ(scene.index()->check_value, 0u);
+
+        scene.remove(row.name);
+        EXPECT_EQ(scene.slice(0, 1, 0), "sound");
+    }
+}
+
+TEST(InboxIndex, DoesNotHangOnASocket)
+{
+    inbox_scene scene;
+    struct sockaddr_un address = {AF_UNIX, "sock"};
+    unique_fd here(open(".", O_RDONLY | O_DIRECTORY)), sock(socket(AF_UNIX, SOCK_STREAM, 0));
+    ASSERT_EQ(chdir(scene.dir.path().c_str()), 0);
+    int bound = bind(sock.get(), reinterpret_cast<struct sockaddr *>(&address), sizeof address);
+    ASSERT_EQ(fchdir(here.get()), 0);
+    ASSERT_EQ(bound, 0);
+    set_mtime(scene.dir / "sock", 1000);
+    capture_stderr printed;
+    EXPECT_EQ(load_inbox(scene.user.get()), 0);
+    EXPECT_NE(
+        printed.text().find("create_file_node: cv_open(\"" + scene.dir / "sock" + "\"): No such device"),
+        std::string::npos);
+}
+
+TEST(InboxIndex, ReportsAMissingDirectory)
+{
+    inbox_scene scene;
+    scene.put("a", 1000);
+    scene.put("b", 1000);
+    load_inbox(scene.user.get());
+    scene.remove("a");
+    scene.remove("b");
+    scene.remove(".inbox_index");
+    rmdir(scene.dir.path().c_str());
+    capture_stderr printed;
+    EXPECT_EQ(load_inbox(scene.user.get()), 0);
+    EXPECT_EQ(printed.text(), std::string(Program) + ": update_index: opendir(\"" + scene.dir.path() +
+                                  "\"): No such file or directory\nload_inbox: Can't create inbox index..\n");
+    EXPECT_EQ(get_fax_count(scene.user.get()), 1u);
+    mkdir(scene.dir.path().c_str(), 0755);
+}
+
+// An inbox of `n` faxes named 0, 1, ..., each a second after the last.
+static void fill(inbox_scene &scene, int n)
+{
+    for (int i = 0; i < n; i++)
+        scene.put(std::to_string(i), 1000 + i);
+    load_inbox(scene.user.get());
+}
+
+TEST(InboxIndex, GivesSlices)
+{
+    inbox_scene scene;
+    fill(scene, 250);
+    struct {
+        int from, how, count, first, last;  // positions; from -1: no fax id
+    } rows[] = {
+        {-1, 1, 0, 0, 99},      {-1, 1, 150, 0, 99},    {-1, 0, 3, 0, 2},      {-1, 9, 3, 0, 2},
+        {-1, 1, -5, 0, 99},     {10, 1, 5, 10, 14},     {240, 1, 0, 240, 249}, {249, 1, 1, 249, 249},
+        {10, 0, 5, 6, 10},      {10, 0, 10, 1, 10},     {10, 0, 11, 0, 10},    {10, 0, 50, 0, 10},
+        {10, 0, 0, 0, 10},      {10, 0, -5, 0, 10},     {0, 0, 1, 0, 0},       {150, 0, 0, 0, 99},
+        {150, 0, 100, 51, 150}, {200, 0, 150, 51, 150}, {200, 0, 200, 1, 100}, {200, 0, 201, 0, 99},
+    };
+    for (auto &row : rows) {
+        int id = row.from < 0 ? 0 : static_cast<int>(scene.id(std::to_string(row.from).c_str()));
+        std::string expected;
+        for (int i = row.first; i <= row.last; i++)
+            expected.append(expected.empty() ? "" : " ").append(std::to_string(i));
+        EXPECT_EQ(scene.slice(id, row.how, row.count), expected)
+            << row.from << " " << row.how << " " << row.count;
+    }
+}
+
+TEST(InboxIndex, RefusesWhatItCannotAnswer)
+{
+    inbox_scene scene;
+    EXPECT_EQ(scene.slice(77, 9, 0), "");  // empty: whatever was asked for
+    fill(scene, 3);
+    int id = static_cast<int>(scene.id("1"));
+    u_int check_value = scene.index()->check_value;
+    EXPECT_EQ(scene.slice(-1, 1, 0), "11: Trayd: Invalid faxid: -1.\n");
+    EXPECT_EQ(scene.slice(id, 2, 0), "3: Trayd: Invalid how: 2.\n");
+    EXPECT_EQ(scene.slice(id, 2, 0, check_value), "13: Trayd: Index has not changed since last request.");
+    EXPECT_EQ(scene.slice(id, 1, 1, check_value + 1), "1");
+    EXPECT_FALSE(get_index(scene.user.get(), check_value, 0, 1, 0, nullptr));
+}
+
+TEST(InboxIndex, CommitsEverythingUpToWhatWasShown)
+{
+    inbox_scene scene;
+    fill(scene, 6);
+    u_int check_value = scene.index()->check_value;
+    scene.slice(0, 1, 1);  // one fax alone sets no mark
+    EXPECT_EQ(scene.user->commit_mark, 0);
+    EXPECT_EQ(commit_index(scene.user.get()), 1);
+    EXPECT_EQ(scene.names(), "0 1 2 3 4 5");
+
+    EXPECT_EQ(scene.slice(static_cast<int>(scene.id("2")), 1, 2), "2 3");
+    EXPECT_EQ(scene.user->commit_mark, 1003);
+    scene.remove("1");
+    capture_stderr printed;
+    commit_index(scene.user.get());
+    EXPECT_EQ(printed.text(),
+              "Trayd: Can't remove committed file: [" + scene.dir / "1" + "]: No such file or directory.");
+    EXPECT_EQ(scene.names(), "4 5");
+    EXPECT_EQ(directory_order(scene.dir.path()).size(), 2u);
+    EXPECT_EQ(scene.user->commit_mark, 0);
+    EXPECT_EQ(scene.index()->check_value, check_value);  // until the next scan
+    load_inbox(scene.user.get());
+    EXPECT_EQ(scene.index()->check_value, name_sum("45"));
+    EXPECT_EQ(get_fax_count(scene.user.get()), 2u);
+    EXPECT_EQ(get_fax_count(nullptr), 0u);
+}
+
+}  // namespace faxtray
