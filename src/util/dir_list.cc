@@ -15,7 +15,6 @@ namespace faxtray {
 static constexpr size_t grow_by = 100;
 
 struct dir_list_t {
-    char path[MAXPATHLEN];
     char **names;  // null-terminated
     size_t count, room;
     size_t cursor;    // the next name to look at
@@ -69,8 +68,6 @@ dir_list_t *dir_open(const char *path)
     dir_list_ptr dir(static_cast<dir_list_t *>(calloc(1, sizeof(dir_list_t))));
     if (!dir)
         return report_malloc();
-    memcpy(dir->path, path, strlen(path) + 1);
-
     while (const dirent *entry = next_entry(in.get()))
         if (!add_name(dir.get(), entry->d_name))
             return report_malloc();

@@ -354,7 +354,7 @@ static int switch_on(const char *shown, const char *output, char mode)
     if (Trace_fp && !is_standard(Trace_fp)) {
         if (same) {
             fflush(Trace_fp);
-            static_cast<void>(file_buffer.release());  // the stream goes on using it
+            setvbuf(Trace_fp, nullptr, _IONBF, 0);  // its buffer goes
         } else {
             announce("open_trace_file: Closing old trace file before rescaning\n");
             close_stream();
