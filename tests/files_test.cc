@@ -86,36 +86,27 @@ TEST(Files, CopyingRefusesWhatWouldLoseAFile)
                                           "copy: open(\"./no/b\") failed: No such file or directory.\n");
 }
 
-// A file may not grow past two blocks for as long as this lives.
-class small_files {
-public:
-    small_files()
-    {
-        getrlimit(RLIMIT_FSIZE, &old_);
-        const struct rlimit small = {16384, old_.rlim_max};
-        setrlimit(RLIMIT_FSIZE, &small);
-        handler_ = signal(SIGXFSZ, SIG_IGN);
-    }
-    ~small_files()
-    {
-        setrlimit(RLIMIT_FSIZE, &old_);
-        signal(SIGXFSZ, handler_);
-    }
-
-private:
-    struct rlimit old_ = {};
-    void (*handler_)(int);
-};
+// What `act` gives while no file may grow past two blocks, as on a disk that fills up.
+static int on_a_small_disk(int (*act)(const char *, const char *), const std::string &src,
+                           const std::string &dst)
+{
+    struct rlimit old;
+    getrlimit(RLIMIT_FSIZE, &old);
+    const struct rlimit small = {16384, old.rlim_max};
+    auto handler = signal(SIGXFSZ, SIG_IGN);
+    setrlimit(RLIMIT_FSIZE, &small);
+    int result = act(src.c_str(), dst.c_str());
+    setrlimit(RLIMIT_FSIZE, &old);
+    signal(SIGXFSZ, handler);
+    return result;
+}
 
 TEST(Files, AHalfMadeCopyIsRemoved)
 {
     temp_dir dir;
     const std::string source = dir.write("a", content), target = dir / "b";
     trace_on trace;
-    {
-        small_files limit;
-        EXPECT_EQ(copy(source.c_str(), target.c_str()), 0);
-    }
+    EXPECT_EQ(on_a_small_disk(copy, source, target), 0);
     EXPECT_FALSE(exists(target));
     EXPECT_EQ(without(dir, trace.text()), "copy: write(\"./b\") failed: File too large.\n");
 }
@@ -130,15 +121,10 @@ TEST(Files, MovingRenamesOrCopies)
     EXPECT_FALSE(exists(dir / "b"));
     EXPECT_EQ(read_file(dir / "inbox/b"), content);
 
-    trace_on trace;
     EXPECT_EQ(cv_move((dir / "inbox/b").c_str(), (dir / "inbox").c_str()), 0) << "onto itself";
     EXPECT_EQ(read_file(dir / "inbox/b"), content);
     EXPECT_EQ(cv_move((dir / "inbox").c_str(), (dir / "c").c_str()), 0);
     EXPECT_EQ(cv_move(source.c_str(), (dir / "c").c_str()), 0);
-    EXPECT_EQ(without(dir, trace.text()),
-              "cv_move: rename(\"./inbox/b\",\"./inbox\") failed: Directory not empty.\n"
-              "cv_move: \"./inbox\" isn't a regular file.\n"
-              "cv_move: stat(\"./a\") failed: No such file or directory.\n");
 }
 
 TEST(Files, MovingCrossesFileSystems)
@@ -151,10 +137,8 @@ TEST(Files, MovingCrossesFileSystems)
     temp_dir other;
     const std::string source = dir.write("a", content);
     chmod(source.c_str(), 0600);
-    {
-        small_files limit;
-        EXPECT_EQ(cv_move(source.c_str(), (other / "b").c_str()), 0);
-    }
+    EXPECT_EQ(on_a_small_disk(cv_move, source, other / "b"), 0);
+    EXPECT_EQ(read_file(source), content);
     EXPECT_FALSE(exists(other / "b"));
     ASSERT_EQ(cv_move(source.c_str(), (other / "b").c_str()), 1);
     EXPECT_FALSE(exists(source));

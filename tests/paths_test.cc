@@ -37,7 +37,7 @@ TEST(Paths, MkpathMakesCanonicalPaths)
         {"/gr\xfc\xdf", "/gr\xfc\xdf"},
         {"", here()},
         {"x/./y", here() + "/x/y"},
-        {"..", here().substr(0, here().rfind('/'))},
+        {"x/..", here()},
         {longest, longest},
         {longest + "x", "null"},
         {longest.substr(1), "null"},  // too long once the current directory stands in front

@@ -168,15 +168,14 @@ TEST_F(TraceTest, ClosingLeavesTraceOnSet)
     ASSERT_EQ(tr_init(home_.path().c_str(), work_.path().c_str()), 1);
 }
 
+// TRACES beside the executable, a program started by a path, an output word that is a path too.
 TEST_F(TraceTest, TraceconfigTellsTheSearch)
 {
     set_config("bin/tool on bin/log\n");
-    scoped_env no_home("ONDRIXHOME", "/nonexistent");
-    scoped_env debug("TRACECONFIG", "");
+    scoped_env no_home("ONDRIXHOME", "/nonexistent"), debug("TRACECONFIG", "");
     EXPECT_EXIT(
         {
             dup2(STDERR_FILENO, STDOUT_FILENO);
-            open_trace_file("bin/tool");
             open_trace_file("bin/tool");
             exit(made("trace_bin_tool") ? 0 : 1);
         },
@@ -185,8 +184,7 @@ TEST_F(TraceTest, TraceconfigTellsTheSearch)
         "looking for file '/nonexistent/TRACES'\nlooking for file '.*/TRACES'\n"
         "found trace config line 'bin/tool on bin/log'\nopen_trace_file\\(bin_tool\\): ret=0\n"
         "open_trace_file\\(bin_tool\\): 1 on_off=\"on\"\nopen_trace_file\\(bin_tool\\): Trace_on\n"
-        "trace file is '.*/trace_bin_tool'\nopen_trace_file\\(bin_tool\\)\n.*"
-        "open_trace_file\\(bin_tool\\): ret=3\nopen_trace_file\\(bin_tool\\): no change\n$");
+        "trace file is '.*/trace_bin_tool'\n$");
 }
 
 }  // namespace faxtray
