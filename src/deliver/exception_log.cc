@@ -166,7 +166,10 @@ int elog_writef(const char *version_id, const char *source_file, int line, int l
         message_template[n - 1] = '\0';
     va_list args;
     va_start(args, format);
+#pragma GCC diagnostic push
+#pragma GCC diagnostic ignored "-Wformat-nonliteral"  // a literal of the caller's, cut
     formatted message(message_template, args);
+#pragma GCC diagnostic pop
     va_end(args);
 
     int written = 0;

@@ -1,0 +1,43 @@
+// Every input that the fuzzers are started with or once choked on, run as a plain test.
+#include <dirent.h>
+#include <gtest/gtest.h>
+
+#include <memory>
+#include <string>
+
+#include "../fuzz/fax_header.h"
+#include "../fuzz/info_file.h"
+#include "support/capture.h"
+#include "support/temp_dir.h"
+
+namespace faxtray {
+
+TEST(Corpus, EveryInputHoldsWhatTheFuzzersCheck)
+{
+    struct {
+        const char *name;
+        void (*run)(const uint8_t *, size_t);
+    } rows[] = {{"fax_header", fuzz_fax_header}, {"info_file", fuzz_info_file}};
+    for (const auto &row : rows) {
+        std::string folder = std::string(TEST_DATA "/../../fuzz/corpus/") + row.name;
+        dir_ptr dir(opendir(folder.c_str()));
+        ASSERT_TRUE(dir) << folder;
+        int inputs = 0;
+        while (const dirent *entry = readdir(dir.get())) {
+            if (entry->d_name[0] == '.')
+                continue;
+            SCOPED_TRACE(entry->d_name);
+            const std::string content = read_file(folder + "/" + entry->d_name);
+            // Exactly as large as it is, so that the address sanitizer watches the edge.
+            std::unique_ptr<uint8_t[]> bytes(new uint8_t[content.size()]);
+            content.copy(reinterpret_cast<char *>(bytes.get()), content.size());
+            capture_stdout out;
+            capture_stderr err;
+            row.run(bytes.get(), content.size());
+            inputs++;
+        }
+        EXPECT_GT(inputs, 0) << folder;
+    }
+}
+
+}  // namespace faxtray
