@@ -13,7 +13,7 @@ namespace faxtray {
 TEST(Configuration, FirstStartServesEverybody)
 {
     site s;
-    ASSERT_FALSE(std::filesystem::exists(s / "faxtrayes"));
+    ASSERT_EQ(rmdir((s / "faxtrayes").c_str()), 0);
     running_daemon daemon(s);
     EXPECT_EQ(call(2, index_of(al)).code(), 0);
     EXPECT_EQ(call(2, index_of(bea)).code(), 0);

@@ -54,6 +54,19 @@ ended_t run_faxtrayd(const site &at, const std::vector<std::string> &args)
     return {status, read_file(at / "output")};
 }
 
+ended_t run_shell(const std::string &command)
+{
+    ended_t ended = {127, ""};
+    fflush(nullptr);
+    if (FILE *out = popen(("{ " + command + "\n} 2>&1").c_str(), "r")) {
+        for (int ch; (ch = getc(out)) != EOF;)
+            ended.output += static_cast<char>(ch);
+        int status = pclose(out);
+        ended.status = WIFEXITED(status) ? WEXITSTATUS(status) : 1000 + WTERMSIG(status);
+    }
+    return ended;
+}
+
 bool daemon_answers()
 {
     connection c;

@@ -18,6 +18,9 @@ struct ended_t {
 // Runs faxtrayd with exactly these arguments in the site's directory until it ends.
 ended_t run_faxtrayd(const site &at, const std::vector<std::string> &args);
 
+// Runs a shell command until it ends.
+ended_t run_shell(const std::string &command);
+
 // Whether a faxtrayd is registered and its port takes connections.
 bool daemon_answers();
 

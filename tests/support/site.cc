@@ -9,7 +9,7 @@ namespace faxtray {
 
 site::site()
 {
-    for (const char *dir : {"work", "incoming", "tmp"})
+    for (const char *dir : {"work", "incoming", "faxtrayes", "tmp"})
         std::filesystem::create_directory(dir_ / dir);
     write_users();
     write_modems();
