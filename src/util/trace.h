@@ -1,6 +1,7 @@
 // trace: the process's one diagnostic stream, switched and directed by the file TRACES.
 //
-// Every writer is a silent no-op while tracing is off, so callers need not ask first.
+// Every writer is a silent no-op while tracing is off, so callers need not ask first. trprintf leaves
+// errno as it found it.
 #pragma once
 
 #include <cstddef>
