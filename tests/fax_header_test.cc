@@ -48,9 +48,16 @@ static reading read_bytes(const std::string &bytes)
     EXPECT_EQ(out.text(), messages);
     EXPECT_EQ(!list, !messages.empty());
 
-    // From memory the same comes out, silently.
-    fax_header_ptr parsed(parse_fax_header(bytes.data(), bytes.size()));
-    EXPECT_EQ(shown(parsed.get()), shown(list.get()));
+    // From memory, exactly as large so that the address sanitizer watches the edge, the same is found.
+    std::vector<char> block(bytes.begin(), bytes.end());
+    std::vector<const char *> names = {"none"}, values = {"unset"};
+    for (const fax_header_t *node = list.get(); node && names.size() < 8; node = node->next)
+        names.push_back(node->name);
+    values.resize(names.size());
+    EXPECT_EQ(find_fax_header_values(block.data(), block.size(), names.data(), values.data(), names.size()),
+              list != nullptr);
+    for (size_t i = 0; i < names.size(); i++)
+        EXPECT_STREQ(values[i], get_fax_header_value(list.get(), names[i])) << names[i];
     return {shown(list.get()), messages, lseek(fd.get(), 0, SEEK_CUR)};
 }
 
@@ -107,12 +114,8 @@ TEST(FaxHeader, DamageIsRefusedWhereverItIs)
         damaged[at] = static_cast<char>(damaged[at] ^ 0x41);
         EXPECT_EQ(read_bytes(damaged).list, "") << at;
     }
-    // Cut at every length, in memory exactly as large: the address sanitizer watches the edge.
-    for (size_t n = 0; n <= header.size(); n++) {
-        std::vector<char> exact(header.begin(), header.begin() + static_cast<ptrdiff_t>(n));
-        EXPECT_EQ(!fax_header_ptr(parse_fax_header(exact.data(), n)), n < header.size()) << n;
+    for (size_t n = 0; n <= header.size(); n++)
         EXPECT_EQ(read_bytes(header.substr(0, n)).list.empty(), n < header.size()) << n;
-    }
 }
 
 TEST(FaxHeader, HoldsManyAttributesInOrder)
@@ -123,9 +126,7 @@ TEST(FaxHeader, HoldsManyAttributesInOrder)
             text.append("N").append(std::to_string(i)).append(":").append(value).append("\n");
     for (int i = 0; i < 100000; i++)
         list.append("N").append(std::to_string(i)).append("=new|");
-    std::string file = fax_file(text + "\x1D");
-    fax_header_ptr parsed(parse_fax_header(file.data(), file.size()));
-    EXPECT_TRUE(shown(parsed.get()) == list);
+    EXPECT_TRUE(read_bytes(fax_file(text + "\x1D")).list == list);
 }
 
 TEST(FaxHeader, WritesWhatItReads)

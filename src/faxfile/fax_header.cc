@@ -1,5 +1,5 @@
-// Reads and writes the header of a fax file. The text block is parsed by one silent routine, on which
-// both the index scan (from memory) and the reading of a file rest; who calls it finds the words.
+// Reads and writes the header of a fax file. One silent routine takes the text block apart; both the index
+// scan, from memory, and the reading of a file rest on it. Who calls it finds the words for what is wrong.
 #include "faxfile/fax_header.h"
 
 #include <endian.h>
@@ -17,6 +17,7 @@
 #include <map>
 #include <new>
 #include <string_view>
+#include <utility>
 
 #include "faxfile/fax_params.h"
 #include "util/trace.h"
@@ -147,23 +148,25 @@ namespace {
 // names by an index once there are many.
 class header_builder {
 public:
+    header_builder() = default;
+    ~header_builder() { free_fax_header(first_); }
+    header_builder(const header_builder &) = delete;
+    header_builder &operator=(const header_builder &) = delete;
+
     // False without memory. A name that occurs twice keeps its first place and takes the later value.
     bool put(string_view name, string_view value)
     {
         if (fax_header_t *node = find(name))
             return replace_value(node, value);
-        fax_header_t *node = make_node(name, value);
-        if (!node)
+        *tail_ = make_node(name, value);
+        if (!*tail_)
             return false;
-        if (tail_)
-            tail_->next = node;
-        else
-            list_.reset(node);
-        tail_ = node;
+        fax_header_t *node = *tail_;
+        tail_ = &node->next;
         return remember(node);
     }
 
-    fax_header_ptr release() { return std::move(list_); }
+    fax_header_t *release() { return std::exchange(first_, nullptr); }
 
 private:
     static constexpr size_t many = 32;
@@ -174,7 +177,7 @@ private:
             auto found = index_.find(name);
             return found == index_.end() ? nullptr : found->second;
         }
-        fax_header_t *node = list_.get();
+        fax_header_t *node = first_;
         while (node && name != node->name)
             node = node->next;
         return node;
@@ -185,7 +188,7 @@ private:
         if (++count_ < many)
             return true;
         try {
-            for (node = index_.empty() ? list_.get() : node; node; node = node->next)
+            for (node = index_.empty() ? first_ : node; node; node = node->next)
                 index_.emplace(node->name, node);
         } catch (const std::bad_alloc &) {
             return false;
@@ -193,19 +196,12 @@ private:
         return true;
     }
 
-    fax_header_ptr list_;
-    fax_header_t *tail_ = nullptr;
+    fax_header_t *first_ = nullptr, **tail_ = &first_;
     size_t count_ = 0;
     std::map<string_view, fax_header_t *> index_;  // complete from `many` attributes on, else empty
 };
 
 enum class fault { none, bad_pair, no_memory, empty };
-
-struct parsed_text {
-    fax_header_ptr list;  // null unless `why` is none
-    fault why;
-    string_view line;  // the bad pair, within the text
-};
 
 }  // namespace
 
@@ -235,17 +231,6 @@ template <class Put> static fault each_attribute(string_view text, string_view *
     return any ? fault::none : fault::empty;
 }
 
-static parsed_text parse_text(string_view text)
-{
-    header_builder header;
-    string_view bad;
-    fault why = each_attribute(text, &bad,
-                               [&](string_view name, string_view value) { return header.put(name, value); });
-    if (why != fault::none)
-        return {nullptr, why, bad};
-    return {header.release(), why, {}};
-}
-
 static uint32_t big_endian(const char *bytes)
 {
     uint32_t word;
@@ -263,11 +248,6 @@ static string_view text_block(const char *file, size_t n)
     if (length == 0 || length > n - preamble_size || file[preamble_size + length - 1] != terminator)
         return {};
     return string_view(file + preamble_size, length - 1);
-}
-
-fax_header_t *parse_fax_header(const void *bytes, size_t n)
-{
-    return parse_text(text_block(static_cast<const char *>(bytes), n)).list.release();
 }
 
 bool find_fax_header_values(char *bytes, size_t n, const char *const *names, const char **values,
@@ -359,16 +339,18 @@ fax_header_t *read_fax_header(int fd)
     }
     *end = '\0';
 
-    parsed_text parsed = parse_text(string_view(text.get(), length - 1));
-    switch (parsed.why) {
+    header_builder header;
+    string_view bad;
+    switch (each_attribute(string_view(text.get(), length - 1), &bad,
+                           [&](string_view name, string_view value) { return header.put(name, value); })) {
     case fault::none:
-        return parsed.list.release();
+        return header.release();
     case fault::empty:
         complain("read_fax_header: Empty Header - probably corrupted\n");
         return nullptr;
     case fault::bad_pair:
-        text.get()[parsed.line.data() - text.get() + static_cast<ptrdiff_t>(parsed.line.size())] = '\0';
-        complain_bad_pair(parsed.line.data());
+        text.get()[bad.data() + bad.size() - text.get()] = '\0';
+        complain_bad_pair(bad.data());
         break;
     case fault::no_memory:
         complain("set_fax_header_av: Out of memory\n");

@@ -26,18 +26,16 @@ struct fax_header_t {
 // 0 whatever the position, and leaves the file at the first byte of page data. The caller frees.
 fax_header_t *read_fax_header(int fd);
 
-// The same from the first `n` bytes of a file already in memory. Null when the header does not lie
-// within them whole and sound: read_fax_header then tells why, or reads the rest.
-fax_header_t *parse_fax_header(const void *bytes, size_t n);
+// For whoever wants a few values of many files: the values of `names`, from the first `n` bytes of a file, in
+// place, each ended there by a NUL; null for an attribute that is not there. No allocation, no message. False
+// when the header does not lie within the bytes whole and sound: read_fax_header tells why, or reads the
+// rest.
+bool find_fax_header_values(char *bytes, size_t n, const char *const *names, const char **values,
+                            size_t count);
 
 // Writes preamble and text block at offset 0, in one write; page data stay where they are. 1, or -1 with a
 // message on both streams; nothing is written of a list that would not read back (a colon or line feed in
 // a name, a line feed in a value). A null list makes a header of no attributes, which readers refuse.
-// For whoever wants a few values of many files: the values of `names` in the same bytes, in place, each ended
-// there by a NUL, or null for an attribute that is not there. False where parse_fax_header gives null.
-bool find_fax_header_values(char *bytes, size_t n, const char *const *names, const char **values,
-                            size_t count);
-
 int write_fax_header(int fd, const fax_header_t *list);
 
 // One attribute; a null value becomes "". Null with a message for a null or empty name or without memory.
