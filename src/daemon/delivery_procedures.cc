@@ -1,0 +1,70 @@
+// Forwarders' procedures that do not read a fax.
+#include "daemon/delivery_procedures.h"
+
+#include <cerrno>
+
+#include "config/av_list.h"
+#include "daemon/replies.h"
+#include "daemon/request_checks.h"
+#include "inbox/forwarders.h"
+#include "inbox/inbox_lists.h"
+#include "util/settings.h"
+#include "util/trace.h"
+
+namespace faxtray {
+
+in_res_t *deliver_fax_1_svc(client_deliver_req_t *request, svc_req *) noexcept
+{
+    static in_res_t result;
+    trprintf("deliver_fax_1_svc request from inbox \"%s\" to \"%s\" by DF \"%s\".\n", shown(request->inbox),
+             shown(request->recipients), shown(name_of(request->pw)));
+    if (Regd_challenged) {
+        trprintf("deliver_fax_1_svc requires faxregd.\n");
+        return reply(result, RES_DELIVER);  // Kept: old clients read it as success.
+    }
+    if (!lists_are_current(result)) {
+        trprintf("deliver_fax_1_svc: update_lists failed.\n");
+        return &result;
+    }
+    if (!caller_is_valid(request->pw, result))
+        return &result;
+    return error_reply(result, IE_SEND_FAILED, 0,
+                       "Trayd: Send failed for: %s: this server does not deliver faxes.",
+                       shown(request->recipients));
+}
+
+in_res_t *get_ui_1_svc(client_ui_req_t *request, svc_req *) noexcept
+{
+    static in_res_t result;
+    trprintf("get_ui_1_svc request from [%s].\n", shown(name_of(request->pw)));
+    if (!lists_are_current(result) || !caller_is_valid(request->pw, result) ||
+        !caller_is_forwarder(request->pw, nullptr, result))
+        return &result;
+    if (request->check_value != 0 && request->check_value == User_list.check_value) {
+        trprintf("get_ui_1_svc: list hasn't changed since last request.\n");
+        return error_reply(result, IE_UNCHANGED, 0, "Trayd: List has not changed since last request.");
+    }
+    reply(result, RES_UI)->ui = {User_list.check_value, User_list.recipients.head};
+    return &result;
+}
+
+in_res_t *get_df_1_svc(pw_req_t *pw, svc_req *) noexcept
+{
+    static in_res_t result;
+    static av_list_ptr last_entry;  // what the last result pointed to
+    const char *name = name_of(pw);
+    trprintf("get_df_1_svc request from [%s].\n", shown(name));
+    last_entry.reset();
+    if (!lists_are_current(result) || !caller_is_valid(pw, result))
+        return &result;
+    const av_list_t *entry = name ? Forwarder.get(name) : nullptr;
+    if (entry == nullptr)
+        return error_reply(result, IE_NOT_DF, 0, "Trayd: User not designated forwarder: [%s].", shown(name));
+    last_entry.reset(av_copy(entry));
+    if (!last_entry)
+        return error_reply(result, IE_SYSTEM, errno, "Trayd: Can't copy user info.");
+    reply(result, RES_DF)->av = last_entry.get();
+    return &result;
+}
+
+}  // namespace faxtray

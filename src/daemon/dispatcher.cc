@@ -1,0 +1,126 @@
+// The table of procedures, and the one way through which every call goes.
+#include "daemon/dispatcher.h"
+
+#include <syslog.h>
+
+#include <cstdlib>
+#include <cstring>
+#include <iterator>
+
+#include "daemon/delivery_procedures.h"
+#include "daemon/retrieval_procedures.h"
+#include "daemon/status_procedures.h"
+#include "protocol/xdr_records.h"
+
+namespace faxtray {
+
+namespace {
+
+struct procedure_t {
+    xdrproc_t xdr_argument;
+    in_res_t *(*body)(void *argument, svc_req *request);
+};
+
+template <class Record, bool_t (*Xdr)(XDR *, Record *) noexcept,
+          in_res_t *(*Body)(Record *, svc_req *) noexcept>
+procedure_t takes()
+{
+    return {reinterpret_cast<xdrproc_t>(Xdr),
+            [](void *argument, svc_req *request) { return Body(static_cast<Record *>(argument), request); }};
+}
+
+// Some procedures take the caller's identity alone, which may be absent: they get null then.
+template <in_res_t *(*Body)(pw_req_t *, svc_req *) noexcept>
+in_res_t *of_identity(pw_req_t **pw, svc_req *request) noexcept
+{
+    return Body(*pw, request);
+}
+template <in_res_t *(*Body)(pw_req_t *, svc_req *) noexcept> procedure_t takes_identity()
+{
+    return takes<pw_req_t *, xdr_identity, of_identity<Body>>();
+}
+
+// Large enough for every argument in the table.
+union argument_t {
+    pw_req_t *identity;
+    index_req_t index;
+    df_index_req_t df_index;
+    df_info_req_t df_info;
+    client_fax_req_t fax;
+    df_fax_req_t df_fax;
+    client_commit_req_t commit;
+    df_commit_req_t df_commit;
+    client_deliver_req_t deliver;
+    client_ui_req_t ui;
+};
+
+}  // namespace
+
+// xdr_void takes no arguments at all, which is why it is cast by way of a function of any kind.
+static const xdrproc_t no_data = reinterpret_cast<xdrproc_t>(reinterpret_cast<void (*)()>(xdr_void));
+
+// Indexed by procedure number; 0 is answered without.
+static const procedure_t procedures[] = {
+    {nullptr, nullptr},
+    {no_data, trayd_rev_1_svc},
+    takes<index_req_t, xdr_index_req_t, get_index_1_svc>(),
+    takes_identity<commit_index_1_svc>(),
+    takes_identity<get_fax_info_1_svc>(),
+    takes<client_fax_req_t, xdr_client_fax_req_t, get_fax_1_svc>(),
+    takes<client_commit_req_t, xdr_client_commit_req_t, commit_fax_1_svc>(),
+    takes<client_deliver_req_t, xdr_client_deliver_req_t, deliver_fax_1_svc>(),
+    takes<client_ui_req_t, xdr_client_ui_req_t, get_ui_1_svc>(),
+    takes_identity<get_fax_count_1_svc>(),
+    takes_identity<get_df_1_svc>(),
+    takes_identity<get_status_1_svc>(),
+    takes_identity<trayd_shutdown_1_svc>(),
+    takes<df_index_req_t, xdr_df_index_req_t, get_df_index_1_svc>(),
+    takes<df_info_req_t, xdr_df_info_req_t, get_df_fax_info_1_svc>(),
+    takes<df_info_req_t, xdr_df_info_req_t, get_df_fax_count_1_svc>(),
+    takes<df_info_req_t, xdr_df_info_req_t, commit_df_index_1_svc>(),
+    takes<df_fax_req_t, xdr_df_fax_req_t, get_df_fax_1_svc>(),
+    takes<df_commit_req_t, xdr_df_commit_req_t, commit_df_fax_1_svc>(),
+};
+static_assert(std::size(procedures) == COMMIT_DF_FAX + 1);
+
+void _msgout(const char *text)
+{
+    syslog(LOG_ERR, "%s", text);
+}
+
+// Sends `result`. When that fails for another reason than the connection's end, the client is told.
+static void send_result(SVCXPRT *transport, in_res_t *result)
+{
+    if (!svc_sendreply(transport, reinterpret_cast<xdrproc_t>(xdr_in_res_t), result) &&
+        SVC_STAT(transport) != XPRT_DIED)
+        svcerr_systemerr(transport);
+}
+
+void in_prog_1(svc_req *request, SVCXPRT *transport) noexcept
+{
+    if (request->rq_proc == TRAYD_NULL) {
+        svc_sendreply(transport, no_data, nullptr);
+        return;
+    }
+    if (request->rq_proc >= std::size(procedures)) {
+        svcerr_noproc(transport);
+        return;
+    }
+    const procedure_t &procedure = procedures[request->rq_proc];
+
+    argument_t argument;
+    memset(&argument, 0, sizeof argument);
+    if (!svc_getargs(transport, procedure.xdr_argument, &argument)) {
+        svcerr_decode(transport);
+        svc_freeargs(transport, procedure.xdr_argument, &argument);  // what was decoded up to the fault
+        return;
+    }
+    if (in_res_t *result = procedure.body(&argument, request))
+        send_result(transport, result);
+    if (!svc_freeargs(transport, procedure.xdr_argument, &argument)) {
+        _msgout("unable to free arguments");
+        exit(1);
+    }
+}
+
+}  // namespace faxtray

@@ -1,0 +1,39 @@
+// Result records and the shared message buffer.
+#include "daemon/replies.h"
+
+#include <cstdarg>
+#include <cstdio>
+
+namespace faxtray {
+
+char buf[2048];
+
+in_res_t *reply(in_res_t &result, res_type_t type)
+{
+    result = {};
+    result.res_type = type;
+    return &result;
+}
+
+in_res_t *error_reply(in_res_t &result, int code, int sys_errno, const char *format, ...)
+{
+    va_list args;
+    va_start(args, format);
+    if (vsnprintf(buf, sizeof buf, format, args) < 0)
+        buf[0] = '\0';
+    va_end(args);
+    return error_reply(result, err_t{code, sys_errno, buf});
+}
+
+in_res_t *error_reply(in_res_t &result, const err_t &error)
+{
+    reply(result, RES_ERROR)->err = error;
+    return &result;
+}
+
+const char *shown(const char *text)
+{
+    return text ? text : "(null)";
+}
+
+}  // namespace faxtray
