@@ -1,0 +1,391 @@
+// The deeds of the faxtray command, each a few calls and what people are told.
+#include "client/commands.h"
+
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <cstdio>
+#include <cstring>
+#include <nlohmann/json.hpp>
+
+#include "client/fax_file.h"
+#include "client/output.h"
+#include "client/password.h"
+#include "config/munged_name.h"
+
+namespace faxtray {
+
+// What went wrong.
+
+// Cures by error code; where a code has several messages, by a piece of the message.
+static constexpr struct {
+    int code;
+    const char *fragment, *cure;
+} cures[] = {
+    {IE_BAD_RECIPIENT, "recipient", "faxtray recipients lists who may receive"},
+    {IE_BAD_RECIPIENT, "inbox", "faxtray inboxes lists yours"},
+    {IE_BAD_PASSWORD, "", "check --password-file, or FAXTRAY_PASSWORD_FILE, or type it again"},
+    {IE_SEND_FAILED, "", "the fax is still in the inbox; the server's exception log tells more"},
+    {IE_GROUP_SEND_FAILED, "", "the fax is still in the inbox; the server's exception log tells more"},
+    {IE_INVALID, "user name", "check -u; the user needs an inbox in the server's USER_LIST.info"},
+    {IE_INVALID, "inbox name", "the server's modems have changed: faxtray inboxes lists yours"},
+    {IE_INVALID, "fax", "ids change when faxtrayd restarts or its lists do: list again"},
+    {IE_NOT_DF, "", "the server's USER_LIST.info names forwarders; faxtray inboxes lists yours"},
+    {IE_STALE, "", "the user's entry has changed on the server: list again"},
+    {IE_SYSTEM, "", "the server's log and traces tell more"},
+    {IE_STATE, "", "the server could not read its lists or the inbox: its log tells why"},
+};
+
+std::string cure_for(const client_failure &failure)
+{
+    if (failure.kind != client_failure::SERVER)
+        return "";  // the others tell their cure themselves
+    for (const auto &row : cures) {
+        if (row.code == failure.code && failure.message.find(row.fragment) != std::string::npos)
+            return row.cure;
+    }
+    return "";
+}
+
+// Tells why the last call failed, and gives the status for it.
+static exit_status explain(const inbox_client &client, const std::string &what = "")
+{
+    const client_failure &why = client.failure();
+    fprintf(stderr, "faxtray: %s%s", what.c_str(), printable(why.message).c_str());
+    if (why.kind == client_failure::SERVER)
+        fprintf(stderr, " (code %d)", why.code);
+    std::string cure = cure_for(why);
+    fprintf(stderr, "%s%s\n", cure.empty() ? "" : "\nfaxtray: ", cure.c_str());
+    switch (why.kind) {
+    case client_failure::SERVER:
+    case client_failure::MISMATCH:
+        return EXIT_REFUSED;
+    case client_failure::STOPPED:
+        return EXIT_LOCAL;
+    default:
+        return EXIT_UNREACHABLE;
+    }
+}
+
+// Looking.
+
+static nlohmann::json to_json(const std::vector<fax_entry> &faxes)
+{
+    nlohmann::json array = nlohmann::json::array();
+    for (const fax_entry &fax : faxes)
+        array.push_back(to_json(fax));
+    return array;
+}
+
+exit_status list_command(session &s)
+{
+    listing all;
+    if (!s.client.list(s.inbox, &all))
+        return explain(s.client);
+    if (s.chosen.json)
+        print_json(to_json(all.faxes));
+    else
+        print_faxes(all.faxes);
+    return EXIT_DONE;
+}
+
+exit_status count_command(session &s)
+{
+    u_int count = 0;
+    if (!s.client.get_fax_count(s.inbox, &count))
+        return explain(s.client);
+    if (s.chosen.json)
+        print_json({{"count", count}});
+    else
+        printf("%u\n", count);
+    return EXIT_DONE;
+}
+
+exit_status info_command(session &s)
+{
+    std::optional<fax_entry> fax;
+    if (s.chosen.ids.empty()) {
+        if (!s.client.get_fax_info(s.inbox, &fax))
+            return explain(s.client);
+    } else if (!s.client.find(s.inbox, s.chosen.ids[0], &fax.emplace())) {
+        return explain(s.client);
+    }
+    if (!fax) {
+        fprintf(stderr, "faxtray: the inbox is empty\n");
+        return EXIT_NOTHING;
+    }
+    if (s.chosen.json)
+        print_json(to_json(*fax));
+    else
+        print_fax(*fax);
+    return EXIT_DONE;
+}
+
+exit_status rev_command(session &s)
+{
+    revision rev;
+    if (!s.client.trayd_rev(&rev))
+        return explain(s.client);
+    if (s.chosen.json)
+        print_json({{"major", rev.major}, {"minor", rev.minor}, {"revision", rev.text}});
+    else
+        printf("protocol %d.%d, %s\n", rev.major, rev.minor, printable(rev.text).c_str());
+    return EXIT_DONE;
+}
+
+exit_status status_command(session &s)
+{
+    settings_list status;
+    if (!s.client.get_status(&status))
+        return explain(s.client);
+    if (s.chosen.json) {
+        nlohmann::json object = nlohmann::json::object();
+        for (const auto &[name, value] : status)
+            object[name] = value;
+        print_json(object);
+        return EXIT_DONE;
+    }
+    printf("faxtrayd at host %s answers\n", s.chosen.host.c_str());
+    for (const auto &[name, value] : status)
+        printf("%s = %s\n", printable(name).c_str(), printable(value).c_str());
+    return EXIT_DONE;
+}
+
+exit_status inboxes_command(session &s)
+{
+    std::vector<incoming_inbox> inboxes;
+    if (!s.client.get_df(&inboxes))
+        return explain(s.client);
+    if (s.chosen.json) {
+        nlohmann::json array = nlohmann::json::array();
+        for (const incoming_inbox &inbox : inboxes)
+            array.push_back({{"handle", inbox.handle}, {"description", inbox.description}});
+        print_json(array);
+        return EXIT_DONE;
+    }
+    printf("%-8s  %s\n", "HANDLE", "DESCRIPTION");
+    for (const incoming_inbox &inbox : inboxes)
+        printf("%-8s  %s\n", printable(inbox.handle).c_str(), printable(inbox.description).c_str());
+    return EXIT_DONE;
+}
+
+exit_status recipients_command(session &s)
+{
+    recipient_list list;
+    if (!s.client.get_ui(0, &list))
+        return explain(s.client);
+    if (s.chosen.json) {
+        nlohmann::json array = nlohmann::json::array();
+        for (const recipient &who : list.recipients)
+            array.push_back({{"name", who.name}, {"label", who.label}, {"is_group", who.is_group}});
+        print_json(array);
+        return EXIT_DONE;
+    }
+    printf("%-5s  %-16s  %s\n", "KIND", "NAME", "LABEL");
+    for (const recipient &who : list.recipients)
+        printf("%-5s  %-16s  %s\n", who.is_group ? "group" : "user", printable(who.name).c_str(),
+               printable(who.label).c_str());
+    return EXIT_DONE;
+}
+
+// Fetching.
+
+static bool is_directory(const std::string &path)
+{
+    struct stat status;
+    return stat(path.c_str(), &status) == 0 && S_ISDIR(status.st_mode);
+}
+
+static exit_status get_one(session &s, faxid_t id)
+{
+    const std::string what = std::string("fax ") + std::to_string(id) + ": ";
+    fax_entry fax;
+    if (!s.client.find(s.inbox, id, &fax))
+        return explain(s.client, what);
+
+    std::string target = s.chosen.output.empty() ? file_name_for(fax) : s.chosen.output;
+    if (is_directory(target))
+        target.append("/").append(file_name_for(fax));
+    fax_file file;
+    if (!file.begin(target, s.chosen.force))
+        return EXIT_LOCAL;
+    bool fetched;
+    {
+        progress_bar bar(printable(fax.name), fax.size);
+        fetched = s.client.fetch(s.inbox, fax, [&](const char *bytes, size_t n) {
+            bar.add(n);
+            return file.write(bytes, n);
+        });
+    }
+    if (!fetched)
+        return s.client.failure().kind == client_failure::STOPPED ? EXIT_LOCAL : explain(s.client, what);
+    if (!file.keep())
+        return EXIT_LOCAL;
+    if (target != "-")
+        printf("%s\n", printable(target).c_str());
+    return EXIT_DONE;
+}
+
+exit_status get_command(session &s)
+{
+    if (s.chosen.ids.size() > 1 && !s.chosen.output.empty() && !is_directory(s.chosen.output)) {
+        fprintf(stderr, "faxtray: several faxes need a directory for -o\n");
+        return EXIT_USAGE;
+    }
+    exit_status worst = EXIT_DONE;
+    for (faxid_t id : s.chosen.ids) {
+        exit_status status = get_one(s, id);
+        if (status == EXIT_UNREACHABLE)
+            return status;
+        worst = std::max(worst, status);
+    }
+    return worst;
+}
+
+// Removing.
+
+exit_status rm_command(session &s)
+{
+    exit_status worst = EXIT_DONE;
+    for (faxid_t id : s.chosen.ids) {
+        if (s.client.commit_fax(s.inbox, id))
+            continue;
+        exit_status status = explain(s.client, std::string("fax ") + std::to_string(id) + ": ");
+        if (status == EXIT_UNREACHABLE)
+            return status;
+        worst = std::max(worst, status);
+    }
+    return worst;
+}
+
+static bool confirmed(size_t faxes)
+{
+    fprintf(stderr, "Remove %zu fax%s from the server? [y/N] ", faxes, faxes == 1 ? "" : "es");
+    int answer = getchar();
+    return answer == 'y' || answer == 'Y';
+}
+
+exit_status commit_command(session &s)
+{
+    if (!s.chosen.yes && !isatty(STDIN_FILENO)) {
+        fprintf(stderr, "faxtray: commit asks first, and there is no terminal: use --yes\n");
+        return EXIT_USAGE;
+    }
+    // This listing is the one that the server goes by, so what it shows is what goes.
+    listing all;
+    if (!s.client.list(s.inbox, &all))
+        return explain(s.client);
+    if (all.faxes.empty()) {
+        fprintf(stderr, "faxtray: the inbox is empty\n");
+        return EXIT_NOTHING;
+    }
+    if (!s.chosen.json)
+        print_faxes(all.faxes);
+    fflush(stdout);
+    if (!s.chosen.yes && !confirmed(all.faxes.size())) {
+        fprintf(stderr, "faxtray: nothing removed\n");
+        return EXIT_NOTHING;
+    }
+    // The server takes a listing of a single fax as none at all: that one goes by its id.
+    bool done = all.faxes.size() == 1 ? s.client.commit_fax(s.inbox, all.faxes[0].id)
+                                      : s.client.commit_index(s.inbox);
+    if (!done)
+        return explain(s.client);
+    if (s.chosen.json)
+        print_json(to_json(all.faxes));
+    return EXIT_DONE;
+}
+
+exit_status deliver_command(session &s)
+{
+    if (!s.inbox) {
+        fprintf(stderr, "faxtray: deliver takes a fax from an incoming inbox: name it with --inbox\n");
+        return EXIT_USAGE;
+    }
+    if (!s.client.deliver_fax(*s.inbox, s.chosen.ids[0], s.chosen.recipient))
+        return explain(s.client);
+    return EXIT_DONE;
+}
+
+// Who asks, and for what.
+
+// The caller's password as a hash: from the file, the terminal, or none. False when told why not.
+static bool find_password(const options &chosen, std::string *hash)
+{
+    std::string password;
+    if (!chosen.password_file.empty()) {
+        if (!read_password_file(chosen.password_file, &password))
+            return false;
+    } else if (have_terminal()) {
+        if (!ask_password(std::string("Password of ") + chosen.user + " (Return for none): ", &password))
+            return false;
+    }
+    return hash_password(password, hash);
+}
+
+exit_status passwd_command(const options &chosen)
+{
+    std::string password, again, hash;
+    if (!chosen.password_file.empty()) {
+        if (!read_password_file(chosen.password_file, &password))
+            return EXIT_LOCAL;
+    } else {
+        if (!ask_password("New password: ", &password) || !ask_password("Again: ", &again))
+            return EXIT_LOCAL;
+        if (password != again) {
+            fprintf(stderr, "faxtray: the passwords differ\n");
+            return EXIT_USAGE;
+        }
+    }
+    if (!hash_password(password, &hash))
+        return EXIT_USAGE;
+    printf("password = %s\n", hash.c_str());
+    return EXIT_DONE;
+}
+
+std::string handle_of(const std::vector<incoming_inbox> &inboxes, const std::string &name)
+{
+    for (const incoming_inbox &inbox : inboxes) {
+        if (inbox.description == name || munged_strcmp(inbox.description.c_str(), name.c_str()) == 0)
+            return inbox.handle;
+    }
+    for (const incoming_inbox &inbox : inboxes) {
+        if (inbox.handle == name)
+            return inbox.handle;
+    }
+    return "";
+}
+
+// Sets the session's inbox from what was asked for.
+static exit_status choose_inbox(session &s)
+{
+    if (s.chosen.inbox.empty())
+        return EXIT_DONE;
+    std::vector<incoming_inbox> inboxes;
+    if (!s.client.get_df(&inboxes))
+        return explain(s.client);
+    std::string handle = handle_of(inboxes, s.chosen.inbox);
+    if (handle.empty()) {
+        fprintf(stderr, "faxtray: %s forwards for no inbox [%s]: faxtray inboxes lists the inboxes\n",
+                s.chosen.user.c_str(), s.chosen.inbox.c_str());
+        return EXIT_REFUSED;
+    }
+    s.inbox = handle;
+    return EXIT_DONE;
+}
+
+exit_status run(const options &chosen, exit_status (*command)(session &), bool anonymous)
+{
+    login who = {chosen.user, "", 0};
+    if (!anonymous && !find_password(chosen, &who.password_hash))
+        return EXIT_LOCAL;
+    inbox_client client(who, chosen.timeout);
+    if (!client.connect(chosen.host))
+        return explain(client);
+    session s = {chosen, client, {}};
+    exit_status found = anonymous ? EXIT_DONE : choose_inbox(s);
+    return found == EXIT_DONE ? command(s) : found;
+}
+
+}  // namespace faxtray

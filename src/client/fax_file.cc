@@ -1,0 +1,142 @@
+// States on disk: a temporary file ".faxtray-XXXXXX" of mode 0600 beside the target; then the target,
+// whole. A crash in between leaves the temporary file, which nobody reads.
+#include "client/fax_file.h"
+
+#include <fcntl.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <atomic>
+#include <cerrno>
+#include <climits>
+#include <csignal>
+#include <cstdio>
+#include <cstring>
+
+namespace faxtray {
+
+// What a signal that ends the program removes; "" for nothing. One fax is fetched at a time.
+static char doomed[PATH_MAX];
+
+static void remove_and_end(int signal)
+{
+    if (doomed[0])
+        unlink(doomed);
+    ::signal(signal, SIG_DFL);
+    raise(signal);
+}
+
+static bool doom(const std::string &path)
+{
+    if (path.size() >= sizeof doomed)
+        return false;
+    struct sigaction action = {};
+    action.sa_handler = remove_and_end;
+    for (int signal : {SIGINT, SIGTERM, SIGHUP, SIGQUIT})
+        sigaction(signal, &action, nullptr);
+    memcpy(doomed + 1, path.c_str() + 1, path.size());
+    std::atomic_signal_fence(std::memory_order_seq_cst);
+    doomed[0] = path[0];  // last: the handler sees all or nothing
+    return true;
+}
+
+static std::string directory_of(const std::string &path)
+{
+    size_t slash = path.rfind('/');
+    return slash == std::string::npos ? "." : path.substr(0, slash + 1);
+}
+
+bool fax_file::complain(const char *what) const
+{
+    fprintf(stderr, "faxtray: can't %s %s: %s\n", what, target_.c_str(), strerror(errno));
+    return false;
+}
+
+bool fax_file::begin(const std::string &target, bool replace)
+{
+    target_ = target;
+    replace_ = replace;
+    if (target == "-") {
+        fd_.reset(dup(STDOUT_FILENO));
+        return fd_ || complain("write to");
+    }
+    struct stat status;
+    if (lstat(target.c_str(), &status) == 0) {
+        if (!replace || !S_ISREG(status.st_mode)) {
+            fprintf(stderr, "faxtray: %s exists%s\n", target.c_str(),
+                    replace ? " and is no regular file" : ": choose another name with -o, or --force");
+            return false;
+        }
+    } else if (errno != ENOENT) {
+        return complain("use");
+    }
+    std::string path = directory_of(target) + "/.faxtray-XXXXXX";
+    fd_.reset(mkostemp(path.data(), O_CLOEXEC));
+    if (!fd_)
+        return complain("create a temporary file beside");
+    temporary_ = path;
+    if (!doom(temporary_)) {
+        errno = ENAMETOOLONG;
+        return complain("use");
+    }
+    return true;
+}
+
+bool fax_file::write(const char *bytes, size_t n)
+{
+    while (n > 0) {
+        ssize_t written = ::write(fd_.get(), bytes, n);
+        if (written < 0 && errno == EINTR)
+            continue;
+        if (written < 0)
+            return complain("write to");
+        bytes += written;
+        n -= static_cast<size_t>(written);
+    }
+    return true;
+}
+
+// rename(2) that replaces nothing unless told to, also where the file system knows no such renaming.
+static bool move_to(const std::string &from, const std::string &to, bool replace)
+{
+    if (replace)
+        return rename(from.c_str(), to.c_str()) == 0;
+    if (renameat2(AT_FDCWD, from.c_str(), AT_FDCWD, to.c_str(), RENAME_NOREPLACE) == 0)
+        return true;
+    return (errno == EINVAL || errno == ENOSYS) && link(from.c_str(), to.c_str()) == 0 &&
+           unlink(from.c_str()) == 0;
+}
+
+// Makes the name itself last; file systems that cannot sync a directory are let be.
+static bool sync_directory(const std::string &path)
+{
+    unique_fd directory(open(path.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
+    return directory && (fsync(directory.get()) == 0 || errno == EINVAL);
+}
+
+bool fax_file::keep()
+{
+    if (temporary_.empty())  // standard output
+        return close(fd_.release()) == 0 || complain("write to");
+    const mode_t mask = umask(0);
+    umask(mask);
+    if (fchmod(fd_.get(), 0666 & ~mask) < 0 || fsync(fd_.get()) < 0)
+        return complain("write to");
+    if (close(fd_.release()) < 0)
+        return complain("write to");
+    if (!move_to(temporary_, target_, replace_))
+        return complain("create");
+    doomed[0] = '\0';
+    temporary_.clear();
+    return sync_directory(directory_of(target_)) || complain("sync the directory of");
+}
+
+fax_file::~fax_file()
+{
+    if (!temporary_.empty()) {
+        unlink(temporary_.c_str());
+        doomed[0] = '\0';
+    }
+}
+
+}  // namespace faxtray

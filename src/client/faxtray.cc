@@ -1,0 +1,141 @@
+// faxtray: the command with which people and scripts list, fetch and remove their faxes.
+#include <pwd.h>
+#include <unistd.h>
+
+#include <CLI/CLI.hpp>
+#include <clocale>
+#include <csignal>
+#include <cstdio>
+#include <exception>
+
+#include "client/commands.h"
+
+namespace faxtray {
+
+static constexpr const char *footer = R"(
+A fax younger than the server's settling delay (60 seconds unless its administrator chose another) is
+not listed yet. Fax ids hold until faxtrayd restarts or its user list changes.
+
+Exit status:
+  0  done
+  1  the server refused
+  2  wrong command line
+  3  no server reached, or the connection was lost
+  4  a local file or the output failed
+  5  nothing to do, or not confirmed)";
+
+static std::string default_user()
+{
+    if (const char *user = getenv("USER"); user && *user)
+        return user;
+    const struct ::passwd *entry = getpwuid(getuid());
+    return entry ? entry->pw_name : "";
+}
+
+namespace {
+
+struct command_row {
+    const char *name, *help;
+    exit_status (*run)(session &);  // null: passwd, which needs no server
+    enum { NO_ID, ONE_MAYBE, ONE, SEVERAL } ids;
+    bool anonymous;
+};
+
+constexpr command_row commands[] = {
+    {"list", "List the inbox, oldest fax first", list_command, command_row::NO_ID, false},
+    {"count", "Print how many faxes the inbox holds", count_command, command_row::NO_ID, false},
+    {"info", "Tell of one fax, or of the oldest", info_command, command_row::ONE_MAYBE, false},
+    {"get", "Fetch faxes into files", get_command, command_row::SEVERAL, false},
+    {"rm", "Remove faxes from the server", rm_command, command_row::SEVERAL, false},
+    {"commit", "List the inbox, ask, and remove what was listed", commit_command, command_row::NO_ID, false},
+    {"inboxes", "List the incoming inboxes that the user forwards for", inboxes_command, command_row::NO_ID,
+     false},
+    {"recipients", "List the users and groups a fax can be delivered to", recipients_command,
+     command_row::NO_ID, false},
+    {"deliver", "Deliver a fax of an incoming inbox to a user or group", deliver_command, command_row::ONE,
+     false},
+    {"rev", "Print the server's revision", rev_command, command_row::NO_ID, true},
+    {"status", "Ask whether the server answers", status_command, command_row::NO_ID, true},
+    {"passwd", "Print the password line for the server's USER_LIST.info", nullptr, command_row::NO_ID, true},
+};
+
+}  // namespace
+
+static void add_common_options(CLI::App &app, options &chosen)
+{
+    app.add_option("-H,--host", chosen.host, "Host of faxtrayd")->capture_default_str();
+    app.add_option("-u,--user", chosen.user, "Whose inbox, or which forwarder")->capture_default_str();
+    app.add_option("--inbox", chosen.inbox, "Incoming inbox, by description or handle (forwarders)");
+    app.add_option("--password-file", chosen.password_file,
+                   "File with the password; without it, a prompt on the terminal, or none")
+        ->envname("FAXTRAY_PASSWORD_FILE");
+    app.add_option("--timeout", chosen.timeout, "Seconds to wait for the server")
+        ->check(CLI::Range(1, 86400))
+        ->capture_default_str();
+    app.add_flag("--json", chosen.json, "Print JSON");
+}
+
+static void add_command(CLI::App &app, const command_row &row, options &chosen)
+{
+    CLI::App *command = app.add_subcommand(row.name, row.help);
+    if (row.ids != command_row::NO_ID) {
+        auto *ids = command->add_option("FAXID", chosen.ids, "Id of the fax, as list prints it")
+                        ->check(CLI::Range(faxid_t{1}, faxid_t{0xFFFFFFFF}));
+        if (row.ids != command_row::SEVERAL)
+            ids->expected(1);
+        if (row.ids != command_row::ONE_MAYBE)
+            ids->required();
+    }
+    if (row.run == get_command) {
+        command->add_option("-o,--output", chosen.output,
+                            "File, directory, or - for standard output (default: the fax's own name)");
+        command->add_flag("-f,--force", chosen.force, "Replace a file that exists");
+    }
+    if (row.run == commit_command)
+        command->add_flag("-y,--yes", chosen.yes, "Do not ask");
+    if (row.run == deliver_command)
+        command->add_option("RECIPIENT", chosen.recipient, "Name of a user or group")->required();
+}
+
+static exit_status parse_and_run(int argc, char **argv)
+{
+    options chosen;
+    chosen.user = default_user();
+    CLI::App app("Lists, fetches and removes the faxes that faxtrayd keeps.", "faxtray");
+    app.footer(footer);
+    app.require_subcommand(1);
+    app.fallthrough();  // common options may stand behind the command
+    add_common_options(app, chosen);
+    for (const command_row &row : commands)
+        add_command(app, row, chosen);
+    try {
+        app.parse(argc, argv);
+    } catch (const CLI::ParseError &error) {
+        return app.exit(error) == 0 ? EXIT_DONE : EXIT_USAGE;
+    }
+    for (const command_row &row : commands) {
+        if (app.got_subcommand(row.name))
+            return row.run ? run(chosen, row.run, row.anonymous) : passwd_command(chosen);
+    }
+    return EXIT_USAGE;
+}
+
+}  // namespace faxtray
+
+int main(int argc, char **argv)
+{
+    using faxtray::EXIT_LOCAL;
+    setlocale(LC_ALL, "");
+    signal(SIGPIPE, SIG_IGN);  // a server or a reader that hangs up is a failure to tell of
+    int status = EXIT_LOCAL;
+    try {
+        status = faxtray::parse_and_run(argc, argv);
+    } catch (const std::exception &error) {
+        fprintf(stderr, "faxtray: %s\n", error.what());
+    }
+    if ((fflush(stdout) != 0 || ferror(stdout)) && status == faxtray::EXIT_DONE) {
+        perror("faxtray: can't write the output");
+        return EXIT_LOCAL;
+    }
+    return status;
+}

@@ -1,0 +1,490 @@
+// The connection is made by hand instead of by clnt_create, which waits for minutes, may take another
+// transport and cannot tell a missing port mapper from a missing server.
+#include "client/inbox_client.h"
+
+#include <fcntl.h>
+#include <netdb.h>
+#include <netinet/in.h>
+#include <poll.h>
+#include <rpc/pmap_clnt.h>
+#include <rpc/pmap_prot.h>
+#include <sys/socket.h>
+
+#include <algorithm>
+#include <cerrno>
+#include <cstring>
+
+namespace faxtray {
+
+static constexpr int LIST_ATTEMPTS = 3;
+
+void inbox_client::destroy(CLIENT *client)
+{
+    clnt_destroy(client);
+}
+
+// XDR only reads what it encodes, so lending it constant text is safe.
+static char *lend(const std::string &text)
+{
+    return const_cast<char *>(text.c_str());
+}
+
+inbox_client::inbox_client(login who, int timeout_seconds)
+    : login_(std::move(who)), pw_{}, timeout_{timeout_seconds, 0}
+{
+    static const std::string none;
+    pw_ = {lend(login_.user), lend(login_.password_hash), lend(none), 0, login_.check_value};
+}
+
+bool inbox_client::fail(client_failure::kind_t kind, std::string message)
+{
+    failure_ = {kind, 0, 0, std::move(message)};
+    return false;
+}
+
+// Connecting.
+
+// connect(2) that gives up after the timeout; 0 or an errno. The socket ends up blocking.
+static int connect_within(int fd, const sockaddr_in &address, const timeval &timeout)
+{
+    int flags = fcntl(fd, F_GETFL);
+    if (flags < 0 || fcntl(fd, F_SETFL, flags | O_NONBLOCK) < 0)
+        return errno;
+    if (::connect(fd, reinterpret_cast<const sockaddr *>(&address), sizeof address) < 0) {
+        if (errno != EINPROGRESS)
+            return errno;
+        pollfd waiting = {fd, POLLOUT, 0};
+        int ready;
+        do
+            ready = poll(&waiting, 1, static_cast<int>(timeout.tv_sec * 1000));
+        while (ready < 0 && errno == EINTR);
+        if (ready <= 0)
+            return ready == 0 ? ETIMEDOUT : errno;
+        int error = 0;
+        socklen_t length = sizeof error;
+        if (getsockopt(fd, SOL_SOCKET, SO_ERROR, &error, &length) < 0)
+            return errno;
+        if (error)
+            return error;
+    }
+    return fcntl(fd, F_SETFL, flags) < 0 ? errno : 0;
+}
+
+bool inbox_client::reach(sockaddr_in address, const char *what_when_refused, unique_fd *fd)
+{
+    fd->reset(socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, IPPROTO_TCP));
+    int error = *fd ? connect_within(fd->get(), address, timeout_) : errno;
+    switch (error) {
+    case 0:
+        // Sending, too, must end: requests are small, so only a dead peer makes it wait.
+        if (setsockopt(fd->get(), SOL_SOCKET, SO_SNDTIMEO, &timeout_, sizeof timeout_) == 0)
+            return true;
+        error = errno;
+        break;
+    case ECONNREFUSED:
+        return fail(client_failure::TRANSPORT, what_when_refused);
+    case ETIMEDOUT:
+        return fail(client_failure::TRANSPORT, "host " + host_ + " does not answer within " +
+                                                   std::to_string(timeout_.tv_sec) +
+                                                   " s: check its name, the network and firewalls");
+    }
+    return fail(client_failure::TRANSPORT, "can't reach host " + host_ + ": " + strerror(error));
+}
+
+// A client over a connected socket, which then belongs to it; null when libtirpc cannot make one.
+static CLIENT *client_over(unique_fd fd, sockaddr_in address, rpcprog_t program, rpcvers_t version)
+{
+    netbuf peer = {sizeof address, sizeof address, &address};
+    CLIENT *client = clnt_vc_create(fd.get(), &peer, program, version, 0, 0);
+    if (client) {
+        clnt_control(client, CLSET_FD_CLOSE, nullptr);
+        fd.release();
+    }
+    return client;
+}
+
+// Asks the port mapper where faxtrayd listens (RFC 1833 section 3).
+bool inbox_client::ask_port(const sockaddr_in &host_address, unsigned short *port)
+{
+    sockaddr_in address = host_address;
+    address.sin_port = htons(PMAPPORT);
+    unique_fd fd;
+    if (!reach(address, ("no port mapper at host " + host_ + ": start rpcbind there, then faxtrayd").c_str(),
+               &fd))
+        return false;
+    client_ptr mapper(client_over(std::move(fd), address, PMAPPROG, PMAPVERS));
+    if (!mapper)
+        return fail(client_failure::TRANSPORT, clnt_spcreateerror("port mapper"));
+    pmap wanted = {IN_PROG, IN_VERS, IPPROTO_TCP, 0};
+    clnt_stat status =
+        clnt_call(mapper.get(), PMAPPROC_GETPORT, reinterpret_cast<xdrproc_t>(xdr_pmap), &wanted,
+                  reinterpret_cast<xdrproc_t>(xdr_u_short), reinterpret_cast<char *>(port), timeout_);
+    if (status != RPC_SUCCESS)
+        return fail(client_failure::TRANSPORT,
+                    "the port mapper at host " + host_ + " does not answer: " + clnt_sperrno(status));
+    if (*port == 0)
+        return fail(client_failure::TRANSPORT, "no faxtrayd registered at host " + host_ +
+                                                   ": try rpcinfo -t " + host_ + " " +
+                                                   std::to_string(IN_PROG));
+    return true;
+}
+
+bool inbox_client::connect(const std::string &host)
+{
+    client_.reset();
+    host_ = host;
+    addrinfo hints = {};
+    hints.ai_family = AF_INET;
+    hints.ai_socktype = SOCK_STREAM;
+    addrinfo *found = nullptr;
+    if (int error = getaddrinfo(host.c_str(), nullptr, &hints, &found))
+        return fail(client_failure::TRANSPORT,
+                    "no IPv4 address for host " + host + ": " + gai_strerror(error) + ": check its name");
+    sockaddr_in address;
+    memcpy(&address, found->ai_addr, sizeof address);
+    freeaddrinfo(found);
+
+    unsigned short port = 0;
+    if (!ask_port(address, &port))
+        return false;
+    address.sin_port = htons(port);
+    std::string refused = "faxtrayd at host " + host + " has ended without telling the port mapper (port " +
+                          std::to_string(port) + " refuses): start it again";
+    unique_fd fd;
+    if (!reach(address, refused.c_str(), &fd))
+        return false;
+    client_.reset(client_over(std::move(fd), address, IN_PROG, IN_VERS));
+    return client_ ? true : fail(client_failure::TRANSPORT, clnt_spcreateerror("faxtrayd"));
+}
+
+// Calling.
+
+bool inbox_client::call_failed(clnt_stat status)
+{
+    if (status == RPC_TIMEDOUT)
+        return fail(client_failure::TRANSPORT, "faxtrayd at host " + host_ + " has not answered within " +
+                                                   std::to_string(timeout_.tv_sec) +
+                                                   " s: it may be busy, try again");
+    rpc_err error = {};
+    clnt_geterr(client_.get(), &error);
+    std::string message = "faxtrayd at host " + host_ + ": " + clnt_sperrno(status);
+    if (status == RPC_CANTSEND || status == RPC_CANTRECV) {
+        if (error.re_errno)
+            message += std::string(": ") + strerror(error.re_errno);
+        message += ": the connection was lost, try again";
+    }
+    return fail(client_failure::TRANSPORT, message);
+}
+
+static std::string text_of(const char *text)
+{
+    return text ? text : "";
+}
+
+static std::string without_line_end(std::string text)
+{
+    while (!text.empty() && text.back() == '\n')
+        text.pop_back();
+    return text;
+}
+
+// One call; `take` gets the result record when it is of the type expected, and gives the call's value.
+template <class Request, class Take> bool inbox_client::call(u_long procedure,
+                                                             bool_t (*encode)(XDR *, Request *) noexcept,
+                                                             Request *request, res_type_t expected, Take take)
+{
+    if (!client_)
+        return fail(client_failure::TRANSPORT, "not connected");
+    failure_ = {};
+    in_res_t result = {};
+    const auto xdr_result = reinterpret_cast<xdrproc_t>(xdr_in_res_t);
+    struct releaser {
+        in_res_t *result;
+        ~releaser() { xdr_free(reinterpret_cast<xdrproc_t>(xdr_in_res_t), result); }
+    } release{&result};
+
+    clnt_stat status = clnt_call(client_.get(), procedure, reinterpret_cast<xdrproc_t>(encode), request,
+                                 xdr_result, reinterpret_cast<char *>(&result), timeout_);
+    if (status != RPC_SUCCESS)
+        return call_failed(status);
+    if (result.res_type == expected)
+        return take(result);
+    if (result.res_type != RES_ERROR)
+        return fail(client_failure::TRANSPORT, "faxtrayd at host " + host_ +
+                                                   " answered out of turn (result " +
+                                                   std::to_string(result.res_type) + ")");
+    failure_ = {client_failure::SERVER, result.err.code, result.err.sys_errno,
+                without_line_end(text_of(result.err.message))};
+    return false;
+}
+
+template <class Take> bool inbox_client::call_with_identity(u_long procedure, res_type_t expected, Take take)
+{
+    pw_req_t *pw = &pw_;
+    return call(procedure, xdr_identity, &pw, expected, take);
+}
+
+static bool nothing(in_res_t &)
+{
+    return true;
+}
+
+static bool_t xdr_nothing(XDR *, void *) noexcept
+{
+    return TRUE;
+}
+
+bool inbox_client::null_call()
+{
+    if (!client_)
+        return fail(client_failure::TRANSPORT, "not connected");
+    failure_ = {};
+    const auto none = reinterpret_cast<xdrproc_t>(xdr_nothing);
+    clnt_stat status = clnt_call(client_.get(), TRAYD_NULL, none, nullptr, none, nullptr, timeout_);
+    return status == RPC_SUCCESS || call_failed(status);
+}
+
+bool inbox_client::trayd_rev(revision *rev)
+{
+    return call(TRAYD_REV, xdr_nothing, static_cast<void *>(nullptr), RES_REV, [&](in_res_t &result) {
+        *rev = {result.rev.major, result.rev.minor, text_of(result.rev.revision)};
+        return true;
+    });
+}
+
+static fax_entry entry_of(const file_info_t &info)
+{
+    return {info.faxid,
+            text_of(info.name),
+            text_of(info.sender_fax),
+            text_of(info.subaddress),
+            text_of(info.pwd_frame),
+            info.pages,
+            info.is_fax != 0,
+            info.size,
+            info.mtime};
+}
+
+bool inbox_client::get_index(const inbox_ref &inbox, const index_slice &slice, listing *list)
+{
+    auto take = [&](in_res_t &result) {
+        *list = {};
+        if (!result.index)
+            return true;
+        list->check_value = result.index->check_value;
+        for (const file_node_t *node = result.index->head; node; node = node->next)
+            list->faxes.push_back(entry_of(*node));
+        return true;
+    };
+    int start = static_cast<int>(slice.start);
+    if (inbox) {
+        df_index_req_t request = {&pw_, lend(*inbox), start, slice.how, slice.count, slice.check_value};
+        return call(GET_DF_INDEX, xdr_df_index_req_t, &request, RES_DF_INDEX, take);
+    }
+    index_req_t request = {&pw_, start, slice.how, slice.count, slice.check_value};
+    return call(GET_INDEX, xdr_index_req_t, &request, RES_INDEX, take);
+}
+
+bool inbox_client::commit_index(const inbox_ref &inbox)
+{
+    if (!inbox)
+        return call_with_identity(COMMIT_INDEX, RES_COMMIT_INDEX, nothing);
+    df_info_req_t request = {&pw_, lend(*inbox)};
+    return call(COMMIT_DF_INDEX, xdr_df_info_req_t, &request, RES_COMMIT_DF_INDEX, nothing);
+}
+
+bool inbox_client::get_fax_info(const inbox_ref &inbox, std::optional<fax_entry> *oldest)
+{
+    auto take = [&](in_res_t &result) {
+        oldest->reset();
+        if (result.info)
+            *oldest = entry_of(*result.info);
+        return true;
+    };
+    if (!inbox)
+        return call_with_identity(GET_FAX_INFO, RES_FAX_INFO, take);
+    df_info_req_t request = {&pw_, lend(*inbox)};
+    return call(GET_DF_FAX_INFO, xdr_df_info_req_t, &request, RES_DF_FAX_INFO, take);
+}
+
+bool inbox_client::get_fax(const inbox_ref &inbox, faxid_t id, u_int size, u_int offset,
+                           const byte_sink &sink)
+{
+    auto take = [&](in_res_t &result) {
+        return sink(result.fax.bytes, result.fax.length) ||
+               fail(client_failure::STOPPED, "stopped by the receiver");
+    };
+    if (inbox) {
+        df_fax_req_t request = {&pw_, lend(*inbox), id, size, offset};
+        return call(GET_DF_FAX, xdr_df_fax_req_t, &request, RES_DF_FAX, take);
+    }
+    client_fax_req_t request = {&pw_, id, size, offset};
+    return call(GET_FAX, xdr_client_fax_req_t, &request, RES_FAX, take);
+}
+
+bool inbox_client::commit_fax(const inbox_ref &inbox, faxid_t id)
+{
+    if (inbox) {
+        df_commit_req_t request = {&pw_, lend(*inbox), id};
+        return call(COMMIT_DF_FAX, xdr_df_commit_req_t, &request, RES_COMMIT_DF_FAX, nothing);
+    }
+    client_commit_req_t request = {&pw_, id};
+    return call(COMMIT_FAX, xdr_client_commit_req_t, &request, RES_COMMIT_FAX, nothing);
+}
+
+bool inbox_client::deliver_fax(const std::string &inbox, faxid_t id, const std::string &recipient)
+{
+    client_deliver_req_t request = {&pw_, lend(inbox), id, lend(recipient)};
+    return call(DELIVER_FAX, xdr_client_deliver_req_t, &request, RES_DELIVER, nothing);
+}
+
+bool inbox_client::get_ui(u_int check_value, recipient_list *list)
+{
+    client_ui_req_t request = {&pw_, nullptr, 0, 0, nullptr, check_value};
+    return call(GET_UI, xdr_client_ui_req_t, &request, RES_UI, [&](in_res_t &result) {
+        *list = {result.ui.check_value, {}};
+        for (const ui_entry_t *entry = result.ui.head; entry; entry = entry->next)
+            list->recipients.push_back({text_of(entry->name), text_of(entry->label), entry->flag == 1});
+        return true;
+    });
+}
+
+bool inbox_client::get_fax_count(const inbox_ref &inbox, u_int *count)
+{
+    auto take = [&](in_res_t &result) {
+        *count = result.count;
+        return true;
+    };
+    if (!inbox)
+        return call_with_identity(GET_FAX_COUNT, RES_FAX_COUNT, take);
+    df_info_req_t request = {&pw_, lend(*inbox)};
+    return call(GET_DF_FAX_COUNT, xdr_df_info_req_t, &request, RES_DF_FAX_COUNT, take);
+}
+
+std::vector<std::string> comma_separated(const std::string &text)
+{
+    std::vector<std::string> names;
+    for (size_t start = 0; start < text.size();) {
+        size_t end = std::min(text.find(',', start), text.size());
+        size_t first = text.find_first_not_of(" \t", start);
+        if (first < end) {
+            size_t last = text.find_last_not_of(" \t", end - 1);
+            names.push_back(text.substr(first, last - first + 1));
+        }
+        start = end + 1;
+    }
+    return names;
+}
+
+static settings_list settings_of(const av_list_t *list)
+{
+    settings_list settings;
+    for (const av_node_t *node = list ? list->nodes : nullptr; node; node = node->next)
+        settings.emplace_back(text_of(node->attr), text_of(node->value));
+    return settings;
+}
+
+bool inbox_client::get_df(std::vector<incoming_inbox> *inboxes)
+{
+    return call_with_identity(GET_DF, RES_DF, [&](in_res_t &result) {
+        std::vector<std::string> names, handles;
+        for (const auto &[attribute, value] : settings_of(result.av)) {
+            if (attribute == "forwarder")
+                names = comma_separated(value);
+            if (attribute == "forwarder_handle")
+                handles = comma_separated(value);
+        }
+        inboxes->clear();
+        for (size_t i = 0; i < handles.size(); i++)
+            inboxes->push_back({i < names.size() ? names[i] : "", handles[i]});
+        return true;
+    });
+}
+
+bool inbox_client::get_status(settings_list *status)
+{
+    return call_with_identity(GET_STATUS, RES_STATUS, [&](in_res_t &result) {
+        *status = settings_of(result.av);
+        return true;
+    });
+}
+
+bool inbox_client::trayd_shutdown()
+{
+    return call_with_identity(TRAYD_SHUTDOWN, RES_SHUTDOWN, nothing);
+}
+
+// Whole inboxes and faxes.
+
+// Adds the faxes behind the last one of `all`. The server's page begins with that one again, since a
+// page starts at a fax and not behind it.
+bool inbox_client::append_page(const inbox_ref &inbox, listing *all, bool *more)
+{
+    faxid_t last = all->faxes.empty() ? 0 : all->faxes.back().id;
+    listing page;
+    if (!get_index(inbox, {last, 1, MAX_INDEX_COUNT, 0}, &page))
+        return false;
+    auto first = page.faxes.begin();
+    if (last != 0 && first != page.faxes.end() && first->id == last)
+        ++first;
+    *more = page.faxes.size() >= static_cast<size_t>(MAX_INDEX_COUNT) && first != page.faxes.end();
+    all->check_value = page.check_value;
+    all->faxes.insert(all->faxes.end(), first, page.faxes.end());
+    return true;
+}
+
+bool inbox_client::list(const inbox_ref &inbox, listing *all)
+{
+    for (int attempt = 0; attempt < LIST_ATTEMPTS; attempt++) {
+        *all = {};
+        bool more = true, listed = true;
+        while (more && listed)
+            listed = append_page(inbox, all, &more);
+        if (listed)
+            return true;
+        // The fax that ended the last page has gone, or its id has: from the start.
+        bool ids_changed = failure_.kind == client_failure::SERVER && !all->faxes.empty() &&
+                           (failure_.code == IE_INVALID || failure_.code == IE_STALE);
+        if (!ids_changed)
+            return false;
+    }
+    return false;
+}
+
+bool inbox_client::find(const inbox_ref &inbox, faxid_t id, fax_entry *fax)
+{
+    listing one;
+    if (!get_index(inbox, {id, 1, 1, 0}, &one))
+        return false;
+    if (one.faxes.empty() || one.faxes[0].id != id) {
+        failure_ = {client_failure::SERVER, IE_INVALID, 0, "no fax of that id"};
+        return false;
+    }
+    *fax = one.faxes[0];
+    return true;
+}
+
+bool inbox_client::fetch(const inbox_ref &inbox, const fax_entry &fax, const byte_sink &sink)
+{
+    const std::string what = std::string("fax ") + std::to_string(fax.id) + " ";
+    const std::string cure = " bytes that were listed: list it again";
+    u_int got = 0, chunk = 0;
+    auto counted = [&](const char *bytes, size_t n) {
+        chunk = static_cast<u_int>(n);
+        return n > fax.size - got || sink(bytes, n);  // what is too much is not passed on
+    };
+    while (got < fax.size) {
+        if (!get_fax(inbox, fax.id, MAX_READ_SIZE, got, counted))
+            return false;
+        if (chunk == 0)
+            return fail(client_failure::MISMATCH, what + "ended after " + std::to_string(got) + " of the " +
+                                                      std::to_string(fax.size) + cure);
+        if (chunk > fax.size - got)
+            return fail(client_failure::MISMATCH,
+                        what + "is longer than the " + std::to_string(fax.size) + cure);
+        got += chunk;
+    }
+    return true;
+}
+
+}  // namespace faxtray

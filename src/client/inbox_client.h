@@ -1,0 +1,149 @@
+// inbox_client: faxtrayd's inbox program as a client sees it, over TCP and IPv4: one function a
+// procedure, and listing and fetching whole inboxes and faxes on top.
+//
+// Every call gives true, or false with the reason in failure(). One object is one connection; none of
+// this is for several threads at once. A program that uses it ignores SIGPIPE, since a server may hang up.
+#pragma once
+
+#include <rpc/rpc.h>
+
+#include <ctime>
+#include <functional>
+#include <memory>
+#include <optional>
+#include <string>
+#include <utility>
+#include <vector>
+
+#include "protocol/records.h"
+#include "protocol/xdr_records.h"
+#include "util/owned.h"
+
+namespace faxtray {
+
+struct fax_entry {
+    faxid_t id = 0;  // valid until faxtrayd restarts or the user's entry changes
+    std::string name, sender, subaddress, pwd_frame;
+    int pages = -1;  // -1: not known
+    bool is_fax = false;
+    u_int size = 0;  // bytes
+    time_t mtime = 0;
+};
+
+struct listing {
+    u_int check_value = 0;
+    std::vector<fax_entry> faxes;  // oldest first
+};
+
+struct index_slice {
+    faxid_t start = 0;  // 0: the oldest fax
+    int how = 1;        // 1 forward, 0 backward
+    int count = 0;      // 0, or more than 100: 100
+    u_int check_value = 0;
+};
+
+struct recipient {
+    std::string name, label;
+    bool is_group = false;
+};
+
+struct recipient_list {
+    u_int check_value = 0;
+    std::vector<recipient> recipients;
+};
+
+struct incoming_inbox {
+    std::string description, handle;
+};
+
+struct revision {
+    int major = 0, minor = 0;
+    std::string text;
+};
+
+using settings_list = std::vector<std::pair<std::string, std::string>>;
+
+struct login {
+    std::string user;
+    std::string password_hash;  // passwd()'s; empty for none
+    u_int check_value = 0;      // of the user's entry as last seen; 0: no check
+};
+
+struct client_failure {
+    enum kind_t {
+        NONE,
+        TRANSPORT,  // the server was not reached, or not understood; the message tells the cure
+        SERVER,     // the server refused: its code, errno and message
+        STOPPED,    // the receiver of a fax's bytes said no
+        MISMATCH,   // a fax was not what the listing told
+    };
+    kind_t kind = NONE;
+    int code = 0;  // IE_..., for SERVER
+    int sys_errno = 0;
+    std::string message;
+};
+
+// Which inbox: the caller's own, or the incoming inbox of that handle.
+using inbox_ref = std::optional<std::string>;
+
+// Takes bytes of a fax in order; false stops.
+using byte_sink = std::function<bool(const char *bytes, size_t n)>;
+
+class inbox_client {
+public:
+    explicit inbox_client(login who, int timeout_seconds = 25);
+    inbox_client(const inbox_client &) = delete;
+    inbox_client &operator=(const inbox_client &) = delete;
+
+    // Asks the host's port mapper for faxtrayd and connects, each step within the timeout.
+    bool connect(const std::string &host);
+    const client_failure &failure() const { return failure_; }
+
+    bool null_call();
+    bool trayd_rev(revision *rev);
+    bool get_index(const inbox_ref &inbox, const index_slice &slice, listing *list);
+    bool commit_index(const inbox_ref &inbox);
+    bool get_fax_info(const inbox_ref &inbox, std::optional<fax_entry> *oldest);  // none: empty inbox
+    bool get_fax(const inbox_ref &inbox, faxid_t id, u_int size, u_int offset, const byte_sink &sink);
+    bool commit_fax(const inbox_ref &inbox, faxid_t id);
+    bool deliver_fax(const std::string &inbox, faxid_t id, const std::string &recipient);
+    bool get_ui(u_int check_value, recipient_list *list);
+    bool get_fax_count(const inbox_ref &inbox, u_int *count);
+    bool get_df(std::vector<incoming_inbox> *inboxes);
+    bool get_status(settings_list *status);  // empty: the server tells nothing
+    bool trayd_shutdown();                   // the server only answers
+
+    // The whole inbox, page by page; listed anew when fax ids change meanwhile.
+    bool list(const inbox_ref &inbox, listing *all);
+    // One fax of the listing. A listing of a single fax does not count as shown for commit_index.
+    bool find(const inbox_ref &inbox, faxid_t id, fax_entry *fax);
+    // All bytes of a fax; fails unless their number is what the listing told.
+    bool fetch(const inbox_ref &inbox, const fax_entry &fax, const byte_sink &sink);
+
+private:
+    static void destroy(CLIENT *client);
+    using client_ptr = std::unique_ptr<CLIENT, deleter<destroy>>;
+
+    template <class Request, class Take> bool call(u_long procedure,
+                                                   bool_t (*encode)(XDR *, Request *) noexcept,
+                                                   Request *request, res_type_t expected, Take take);
+    template <class Take> bool call_with_identity(u_long procedure, res_type_t expected, Take take);
+    bool call_failed(clnt_stat status);
+    bool fail(client_failure::kind_t kind, std::string message);
+    bool append_page(const inbox_ref &inbox, listing *all, bool *more);
+
+    bool reach(struct sockaddr_in address, const char *what_when_refused, unique_fd *fd);
+    bool ask_port(const struct sockaddr_in &host_address, unsigned short *port);
+
+    login login_;
+    pw_req_t pw_;  // lends login_'s strings
+    timeval timeout_;
+    std::string host_;
+    client_ptr client_;
+    client_failure failure_;
+};
+
+// The names between commas in `text`, white space around them dropped; none for "".
+std::vector<std::string> comma_separated(const std::string &text);
+
+}  // namespace faxtray

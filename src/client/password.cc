@@ -1,0 +1,115 @@
+// Reading passwords without leaving them on the screen or in the list of processes.
+#include "client/password.h"
+
+#include <fcntl.h>
+#include <sys/stat.h>
+#include <termios.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <csignal>
+#include <cstdio>
+#include <cstring>
+
+#include "util/crc.h"
+#include "util/owned.h"
+
+namespace faxtray {
+
+static constexpr size_t MAX_PASSWORD = 4096;  // passwd() refuses what is longer
+
+// One line without its end; false with errno when reading fails or a signal came.
+static bool read_line(int fd, std::string *line)
+{
+    line->clear();
+    char c;
+    ssize_t n;
+    while ((n = read(fd, &c, 1)) == 1 && c != '\n' && line->size() <= MAX_PASSWORD)
+        line->push_back(c);
+    if (!line->empty() && line->back() == '\r')
+        line->pop_back();
+    return n >= 0;
+}
+
+bool read_password_file(const std::string &path, std::string *password)
+{
+    unique_fd fd(open(path.c_str(), O_RDONLY | O_CLOEXEC));
+    if (!fd || !read_line(fd.get(), password)) {
+        fprintf(stderr, "faxtray: can't read password file %s: %s\n", path.c_str(), strerror(errno));
+        return false;
+    }
+    struct stat status;
+    if (fstat(fd.get(), &status) == 0 && S_ISREG(status.st_mode) && (status.st_mode & (S_IRGRP | S_IROTH)))
+        fprintf(stderr, "faxtray: warning: others may read the password file: chmod 600 %s\n", path.c_str());
+    return true;
+}
+
+bool have_terminal()
+{
+    return static_cast<bool>(unique_fd(open("/dev/tty", O_RDWR | O_CLOEXEC | O_NOCTTY)));
+}
+
+static volatile sig_atomic_t interrupted_by;
+
+static void interrupt(int signal)
+{
+    interrupted_by = signal;
+}
+
+namespace {
+
+// While it lives the signals that end a program only end a read.
+class held_signals {
+public:
+    held_signals()
+    {
+        interrupted_by = 0;
+        struct sigaction action = {};
+        action.sa_handler = interrupt;  // without SA_RESTART, so that read() returns
+        for (size_t i = 0; i < std::size(signals); i++)
+            sigaction(signals[i], &action, &before_[i]);
+    }
+    ~held_signals()
+    {
+        for (size_t i = 0; i < std::size(signals); i++)
+            sigaction(signals[i], &before_[i], nullptr);
+        if (interrupted_by)
+            raise(interrupted_by);
+    }
+
+private:
+    static constexpr int signals[] = {SIGINT, SIGTERM, SIGHUP, SIGQUIT};
+    struct sigaction before_[std::size(signals)];
+};
+
+}  // namespace
+
+bool ask_password(const std::string &prompt, std::string *password)
+{
+    unique_fd tty(open("/dev/tty", O_RDWR | O_CLOEXEC | O_NOCTTY));
+    termios before;
+    if (!tty || tcgetattr(tty.get(), &before) < 0) {
+        fprintf(stderr, "faxtray: no terminal to ask for a password: %s\n", strerror(errno));
+        return false;
+    }
+    held_signals held;
+    termios silent = before;
+    silent.c_lflag &= ~static_cast<tcflag_t>(ECHO);
+    silent.c_lflag |= ECHONL;
+    bool ok = tcsetattr(tty.get(), TCSAFLUSH, &silent) == 0 &&
+              write(tty.get(), prompt.data(), prompt.size()) == static_cast<ssize_t>(prompt.size()) &&
+              read_line(tty.get(), password);
+    if (!ok)
+        fprintf(stderr, "faxtray: can't read a password: %s\n", strerror(errno));
+    tcsetattr(tty.get(), TCSAFLUSH, &before);
+    return ok;
+}
+
+bool hash_password(const std::string &password, std::string *hash)
+{
+    const char *text = password.empty() ? "" : passwd(password.c_str());  // passwd() has told why not
+    *hash = text ? text : "";
+    return text != nullptr;
+}
+
+}  // namespace faxtray
