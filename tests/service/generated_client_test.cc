@@ -39,7 +39,7 @@ TEST(GeneratedClient, ReadsEveryRecordAsWritten)
     client_ptr client(clnt_create("localhost", IN_PROG, IN_VERS, const_cast<char *>("tcp")));
     ASSERT_TRUE(client) << clnt_spcreateerror("");
     CLIENT *c = client.get();
-    std::string handle = s.handle(), user = "bea", password = "1234abcd";
+    std::string handle = s.handle(), user = "bea", password = "2fc7b405";
     pw_req_t who = {chars(user), chars(password), chars(""), 0, 0};
 
     result rev(trayd_rev_1(c));

@@ -133,7 +133,7 @@ TEST(Service, RefusesWithCodeAndMessage)
     running_daemon daemon(s);
     uint32_t id = list(al)[0].id, unrouted = list(bea, s.handle())[0].id, check = call(2, index_of(al)).at(2);
     const std::string none = word(0), unknown = identity("Nobody"), wrong = identity("Bea", "wrong"),
-                      stale = identity("Bea", "1234abcd", 7), handle = text(s.handle());
+                      stale = identity("Bea", "2fc7b405", 7), handle = text(s.handle());
 
     const struct {
         uint32_t procedure;

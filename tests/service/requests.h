@@ -42,6 +42,6 @@ inline std::vector<listed_fax_t> list(const std::string &who, const std::string 
 
 // The users of a site.
 inline const std::string al = identity("al smith");
-inline const std::string bea = identity("Bea", "1234abcd");
+inline const std::string bea = identity("Bea", "2fc7b405");
 
 }  // namespace faxtray

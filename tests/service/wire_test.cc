@@ -35,7 +35,7 @@ TEST(Wire, TakesIdentitiesInBothForms)
             reply_t reply = call(procedure, row.arguments);
             EXPECT_EQ(reply.message(), "Trayd: Invalid user name: [" + row.name + "].") << procedure;
         }
-    for (const std::string &who : {identity("Bea", "1234abcd"), bare_identity("Bea", "1234abcd")}) {
+    for (const std::string &who : {identity("Bea", "2fc7b405"), bare_identity("Bea", "2fc7b405")}) {
         EXPECT_EQ(call(9, who).res_type(), 8);
         EXPECT_EQ(call(10, who).res_type(), 9);
     }

@@ -30,7 +30,7 @@ void site::write_users(const std::string &more) const
             "[Al Smith]\n"
             "human_name = Al\n"
             "[Bea]\n"
-            "password = 1234abcd\n"
+            "password = 2fc7b405\n"  // halyard
             "human_name = Beatrice\n"
             "forwarder = Front Desk\n"
             "[team]\n"

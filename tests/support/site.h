@@ -1,6 +1,6 @@
 // site: a temporary installation: USER_LIST.info, MODEMS.info, inboxes and faxes.
 //
-// Two users, "Al Smith" (no password) and "Bea" (password "1234abcd", forwarder for the incoming inbox
+// Two users, "Al Smith" (no password) and "Bea" (password "halyard", forwarder for the incoming inbox
 // "Front Desk"), and a group "team"; one modem, whose incoming directory is that inbox. Every file
 // that is written gets a time of its own, later than all before and years in the past.
 #pragma once
