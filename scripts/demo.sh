@@ -11,7 +11,7 @@ cd "$(dirname "$0")/.."
 source scripts/deps.sh
 
 title() { printf '\n=== %s\n' "$*"; }
-show() { printf '\n$ %s\n' "$*" && "$@"; }
+show() { printf '\n$'; printf ' %q' "$@"; echo; "$@"; }
 
 build_and_enter() {
     [ "$(id -u)" = 0 ] || { echo "demo.sh: run me as root: the demo makes a private host" >&2; exit 1; }
@@ -31,8 +31,7 @@ make_site() {
     cp faxes/{letter-mh,big-mh,form-mr}.fax "$site/faxtrayes/anna"
     cp faxes/{big-mh,letter-mmr}.fax "$site/incoming"
     find "$site" -name '*.fax' -exec touch -d '10 minutes ago' {} +
-    echo mainsail >anna.password
-    echo lantern >desk.password
+    (umask 077; echo mainsail >anna.password; echo lantern >desk.password)
 }
 
 start_daemon() {
@@ -40,15 +39,11 @@ start_daemon() {
     export ONDRIXHOME=$site
     (cd "$site" && exec faxtrayd -f -d 60) &
     daemon=$!
-    for _ in $(seq 200); do
-        if rpcinfo -t localhost 351229 1 >/dev/null 2>&1; then
-            show rpcinfo -p | grep -e '\$' -e program -e 351229
-            return
-        fi
-        kill -0 $daemon && sleep 0.05
+    until rpcinfo -t localhost 351229 1 >/dev/null 2>&1; do
+        kill -0 $daemon 2>/dev/null || { cat "$site/work/trayd_log"; return 1; }
+        sleep 0.05
     done
-    cat "$site/work/trayd_log"
-    return 1
+    show rpcinfo -p | grep -e '\$' -e program -e 351229
 }
 
 # fetch_and_remove ON-DISK ARGUMENT...: lists an inbox, fetches its 1 MB fax, compares, removes, lists.
@@ -61,9 +56,11 @@ faxes = json.load(sys.stdin)
 print(max(faxes, key=lambda fax: fax["size"])["faxid"])')
     cp "$on_disk" original
     show faxtray "$@" get "$id" -o fetched
-    show cmp original fetched && echo "byte-identical: $(stat -c %s fetched) bytes"
+    show cmp original fetched
+    echo "byte-identical: $(stat -c %s fetched) bytes"
     show faxtray "$@" rm "$id"
-    [ ! -e "$on_disk" ] && echo "gone from the server's disk"
+    [ ! -e "$on_disk" ]
+    echo "gone from the server's disk"
     show faxtray "$@" list
     rm original fetched
 }
