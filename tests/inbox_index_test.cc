@@ -1,4 +1,5 @@
 #include "inbox/inbox_index.h"
+#include "inbox/inbox_scan.h"
 
 #include <dirent.h>
 #include <fcntl.h>

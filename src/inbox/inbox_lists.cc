@@ -13,7 +13,6 @@
 #include "config/modem_list_file.h"
 #include "config/user_list_file.h"
 #include "deliver/exception_log.h"
-#include "inbox/inbox_index.h"
 #include "inbox/messages.h"
 #include "util/access.h"
 #include "util/crc.h"

@@ -6,8 +6,10 @@
 // the one that equals itself.
 #pragma once
 
+#include <algorithm>
 #include <iterator>
 #include <map>
+#include <new>
 #include <string>
 #include <utility>
 
@@ -80,13 +82,16 @@ private:
 
     typename index_t::const_iterator locate(const char *name) const noexcept
     {
+        auto is_it = [name](const auto &entry) { return munged_strcmp(Name(entry.second), name) == 0; };
         if (!name)
             return by_name.end();
-        auto [at, end] = by_name.equal_range(munged_key(name));
-        for (; at != end; ++at)
-            if (munged_strcmp(Name(at->second), name) == 0)
-                return at;
-        return by_name.end();
+        try {
+            auto [from, to] = by_name.equal_range(munged_key(name));
+            auto at = std::find_if(from, to, is_it);
+            return at == to ? by_name.end() : at;
+        } catch (const std::bad_alloc &) {
+            return std::find_if(by_name.begin(), by_name.end(), is_it);  // the long way needs no memory
+        }
     }
 };
 

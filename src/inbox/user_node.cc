@@ -9,7 +9,7 @@
 #include <cstring>
 #include <new>
 
-#include "inbox/inbox_index.h"
+#include "inbox/fax_index.h"
 #include "inbox/messages.h"
 #include "util/paths.h"
 #include "util/settings.h"

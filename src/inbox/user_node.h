@@ -11,7 +11,7 @@
 
 namespace faxtray {
 
-struct fax_index_t;  // inbox_index.h
+struct fax_index_t;  // fax_index.h
 
 struct user_node_t {
     char *inbox;  // absolute path of the inbox directory

@@ -1,0 +1,234 @@
+// fax_index: nodes, their chain, and the index by fax id beside it.
+#include "inbox/fax_index.h"
+
+#include <cerrno>
+#include <cstdio>
+#include <cstring>
+#include <ctime>
+#include <new>
+
+#include "inbox/messages.h"
+#include "util/trace.h"
+
+namespace faxtray {
+
+// Nodes
+
+file_node_t *build_node(const file_info_t &source, const char **refused)
+{
+    file_node_ptr node(static_cast<file_node_t *>(calloc(1, sizeof(file_node_t))));
+    *refused = nullptr;
+    if (!node)
+        return nullptr;
+    static_cast<file_info_t &>(*node) = source;
+    char **fields[] = {&node->name, &node->sender_fax, &node->subaddress, &node->pwd_frame};
+    const char *texts[] = {source.name, source.sender_fax, source.subaddress, source.pwd_frame};
+    for (char **field : fields)
+        *field = nullptr;
+    for (size_t i = 0; i < std::size(fields); i++) {
+        const char *text = texts[i] ? texts[i] : "";
+        *fields[i] = strdup(text);
+        if (!*fields[i]) {
+            *refused = text;
+            return nullptr;
+        }
+    }
+    return node.release();
+}
+
+file_node_t *new_file_node(const char *name, const char *sender_fax, const char *subaddress,
+                           const char *pwd_frame, int pages, int is_fax, faxid_t faxid, u_int size,
+                           time_t mtime, err_t *error)
+{
+    const file_info_t source = {borrowed(name),
+                                borrowed(sender_fax),
+                                borrowed(subaddress),
+                                borrowed(pwd_frame),
+                                pages,
+                                is_fax,
+                                faxid,
+                                size,
+                                mtime};
+    const char *refused;
+    file_node_t *node = build_node(source, &refused);
+    if (node)
+        return node;
+    int cause = errno;
+    if (refused) {
+        trprintf("new_file_node: strdup(\"%s\"): %s\n", refused, strerror(cause));
+        refuse(error, IE_SYSTEM, cause, "Trayd: strdup(\"%s\"): %s\n", refused, strerror(cause));
+    } else {
+        trprintf("new_file_node: malloc(): %s\n", strerror(cause));
+        refuse(error, IE_SYSTEM, cause, "Trayd: malloc(): %s\n", strerror(cause));
+    }
+    return nullptr;
+}
+
+file_node_t *copy_file_node(const file_node_t *node, err_t *error)
+{
+    return new_file_node(node->name, node->sender_fax, node->subaddress, node->pwd_frame, node->pages,
+                         node->is_fax, node->faxid, node->size, node->mtime, error);
+}
+
+void free_file_node(file_node_t *node)
+{
+    while (node) {
+        file_node_t *next = node->next;
+        free(node->name);
+        free(node->sender_fax);
+        free(node->subaddress);
+        free(node->pwd_frame);
+        free(node);
+        node = next;
+    }
+}
+
+void free_file_list(file_list_t *list)
+{
+    if (!list)
+        return;
+    free_file_node(list->head);
+    free(list);
+}
+
+file_list_t *copy_file_list(const file_list_t *list)
+{
+    if (!list) {
+        fprintf(stderr, "copy_file_list: NULL file_list_t pointer\n");
+        return nullptr;
+    }
+    std::unique_ptr<file_list_t, deleter<free_file_list>> copy(
+        static_cast<file_list_t *>(calloc(1, sizeof(file_list_t))));
+    if (!copy) {
+        fprintf(stderr, "copy_file_list: memory allocation failure, errno=%d\n", errno);
+        return nullptr;
+    }
+    copy->check_value = list->check_value;
+    file_node_t **tail = &copy->head;
+    for (const file_node_t *node = list->head; node; node = node->next) {
+        *tail = copy_file_node(node, nullptr);
+        if (!*tail) {
+            fprintf(stderr, "copy_file_list: allocation failure, node[%s], errno=%d\n",
+                    node->name ? node->name : "", errno);
+            return nullptr;
+        }
+        tail = &(*tail)->next;
+    }
+    return copy.release();
+}
+
+faxid_t newid()
+{
+    static faxid_t last = static_cast<faxid_t>(time(nullptr));
+    return ++last;
+}
+
+// The chain
+
+static u_int sum_of(const char *name)
+{
+    u_int sum = 0;
+    for (; *name; name++)
+        sum += static_cast<u_int>(static_cast<signed char>(*name));
+    return sum;
+}
+
+static file_node_t *&link_behind(fax_index_t *index, file_node_t *previous)
+{
+    return previous ? previous->next : index->head;
+}
+
+static void link_node(fax_index_t *index, file_node_t *previous, file_node_t *node)
+{
+    index->before.insert_or_assign(node->faxid, previous);  // may throw; nothing has changed by then
+    file_node_t *&link = link_behind(index, previous);
+    node->next = link;
+    link = node;
+    if (node->next)
+        index->before[node->next->faxid] = node;
+    else
+        index->tail = node;
+    index->name_sum += sum_of(node->name);
+}
+
+// Behind which node one of that mtime goes, null for the head. `from` is a node known to stand before it.
+static file_node_t *place_for(fax_index_t *index, file_node_t *from, time_t mtime)
+{
+    if (index->tail && index->tail->mtime <= mtime)
+        return index->tail;
+    while (file_node_t *next = link_behind(index, from)) {
+        if (next->mtime > mtime)
+            break;
+        from = next;
+    }
+    return from;
+}
+
+int add_file_node(fax_index_t *index, file_node_t *node)
+{
+    try {
+        link_node(index, place_for(index, nullptr, node->mtime), node);
+        return 1;
+    } catch (const std::bad_alloc &) {
+        return 0;
+    }
+}
+
+void add_file_nodes(fax_index_t *index, std::vector<file_node_ptr> &nodes)
+{
+    file_node_t *previous = nullptr;
+    for (file_node_ptr &node : nodes) {
+        link_node(index, place_for(index, previous, node->mtime), node.get());
+        previous = node.release();
+    }
+}
+
+file_node_t *delete_file_node(fax_index_t *index, faxid_t faxid)
+{
+    auto found = index->before.find(faxid);
+    if (found == index->before.end())
+        return nullptr;
+    file_node_t *previous = found->second;
+    file_node_t *&link = link_behind(index, previous);
+    file_node_t *node = link;
+    link = node->next;
+    if (node->next)
+        index->before[node->next->faxid] = previous;
+    else
+        index->tail = previous;
+    index->before.erase(found);
+    index->name_sum -= sum_of(node->name);
+    node->next = nullptr;
+    return node;
+}
+
+file_node_t *get_file_node(const fax_index_t *index, faxid_t faxid)
+{
+    auto found = index->before.find(faxid);
+    if (found == index->before.end())
+        return nullptr;
+    return found->second ? found->second->next : index->head;
+}
+
+void update_index_check_value(fax_index_t *index)
+{
+    index->name_sum = 0;
+    for (const file_node_t *node = index->head; node; node = node->next)
+        index->name_sum += sum_of(node->name);
+    index->check_value = index->name_sum;
+}
+
+fax_index_t *create_new_list()
+{
+    return new (std::nothrow) fax_index_t;
+}
+
+void free_index(fax_index_t *index)
+{
+    if (!index)
+        return;
+    free_file_node(index->head);
+    delete index;
+}
+
+}  // namespace faxtray

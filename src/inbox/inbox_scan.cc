@@ -1,0 +1,450 @@
+// inbox_scan: the walk through an inbox directory that keeps its list in step.
+//
+// A scan of 100,000 unchanged files costs one status call each and nothing else: names are opened below
+// the open directory, a path is put together by copying the name behind the directory's, and what the
+// check for vanished files learnt is remembered for the walk through the directory.
+#include "inbox/inbox_scan.h"
+
+#include <dirent.h>
+#include <endian.h>
+#include <fcntl.h>
+#include <sys/param.h>
+#include <unistd.h>
+#include <utime.h>
+
+#include <algorithm>
+#include <bit>
+#include <cerrno>
+#include <cstdio>
+#include <cstring>
+#include <map>
+#include <new>
+#include <set>
+#include <string>
+#include <string_view>
+#include <vector>
+
+#include "faxfile/fax_header.h"
+#include "inbox/fax_index.h"
+#include "inbox/messages.h"
+#include "util/access.h"
+#include "util/paths.h"
+#include "util/settings.h"
+#include "util/trace.h"
+
+namespace faxtray {
+
+// One file
+
+// The attributes of a fax header that the index shows.
+namespace {
+enum : int { PAGES, SENDER_FAX, SUB_FRAME, PWD_FRAME, SHOWN_ATTRS };
+}
+constexpr const char *shown_attrs[SHOWN_ATTRS] = {"#PAGES", "SENDER_FAX#", "T30_SUB_FRAME", "T30_PWD_FRAME"};
+
+static bool has_fax_magic(const char *bytes, ssize_t n)
+{
+    uint32_t word;
+    memcpy(&word, bytes, sizeof word);
+    return n >= static_cast<ssize_t>(sizeof word) && be32toh(word) == FAX_MAGIC;
+}
+
+static int page_count(const char *text, const char *path)
+{
+    if (!text)
+        return -1;
+    char *end;
+    long count = strtol(text, &end, 10);  // what "%d" takes
+    if (end == text) {
+        trprintf("warning: Invalid %s attribute in fax file \"%s\": [%s].\n", shown_attrs[PAGES], path, text);
+        return -1;
+    }
+    return static_cast<int>(count);
+}
+
+static char *value_or_unknown(const char *value)
+{
+    return borrowed(value ? value : "Unknown");
+}
+
+// A new node for a file whose header, if it is a fax, says `values`; null with a message.
+static file_node_t *describe_file(const char *path, const char *name, const struct stat &st,
+                                  const char *const *values)
+{
+    file_info_t info = {};
+    info.name = borrowed(name);
+    info.pages = -1;
+    info.size = static_cast<u_int>(st.st_size);
+    info.mtime = st.st_mtime;
+    if (values) {
+        info.is_fax = 1;
+        info.pages = page_count(values[PAGES], path);
+        info.sender_fax = value_or_unknown(values[SENDER_FAX]);
+        info.subaddress = value_or_unknown(values[SUB_FRAME]);
+        info.pwd_frame = value_or_unknown(values[PWD_FRAME]);
+    }
+    const char *refused;
+    file_node_t *node = build_node(info, &refused);
+    if (node)
+        node->faxid = newid();
+    else if (refused)
+        report("create_file_node: strdup(\"%s\"): %s\n", refused, strerror(errno));
+    else
+        report("create_file_node: malloc(): %s\n", strerror(errno));
+    return node;
+}
+
+// create_file_node for the file that `directory` and `at` lead to, as openat takes them. One read of a
+// block brings in the whole header of almost every fax.
+static file_node_t *create_node_at(int directory, const char *at, const char *path, const char *name,
+                                   const struct stat &st)
+{
+    // Not to block on whatever may stand there by now in place of a file.
+    unique_fd fd(openat(directory, at, O_RDONLY | O_CLOEXEC | O_NONBLOCK));
+    if (!fd) {
+        report("create_file_node: cv_open(\"%s\"): %s\n", path, strerror(errno));
+        return nullptr;
+    }
+    char block[4096];
+    ssize_t n = read(fd.get(), block, sizeof block);
+    if (n < 0) {
+        report("create_file_node: read(\"%s\"): %s\n", path, strerror(errno));
+        return nullptr;
+    }
+    if (!has_fax_magic(block, n))
+        return describe_file(path, name, st, nullptr);
+
+    const char *values[SHOWN_ATTRS];
+    if (find_fax_header_values(block, static_cast<size_t>(n), shown_attrs, values, SHOWN_ATTRS))
+        return describe_file(path, name, st, values);
+    // Longer than the block, or corrupt.
+    fax_header_ptr header(read_fax_header(fd.get()));
+    if (!header) {
+        report("create_file_node: read_fax_header(\"%s\") failed\n", path);
+        return nullptr;
+    }
+    for (int i = 0; i < SHOWN_ATTRS; i++)
+        values[i] = get_fax_header_value(header.get(), shown_attrs[i]);
+    return describe_file(path, name, st, values);
+}
+
+file_node_t *create_file_node(const char *path, const char *name, const struct stat &st)
+{
+    return create_node_at(AT_FDCWD, path, path, name, st);
+}
+
+// The directory
+
+namespace {
+
+// An inbox directory, held open, and the way from a file's name to the file.
+class inbox_dir_t {
+public:
+    explicit inbox_dir_t(const char *path) : directory_(path)
+    {
+        stream_.reset(open_stream(path));
+        error_ = errno;
+        size_t length = strlen(path);
+        if (is_canonical_path(path) && length > 1 && length + 2 <= sizeof path_) {
+            memcpy(path_, path, length);
+            path_[length] = '/';
+            prefix_ = length + 1;
+        }
+    }
+
+    DIR *stream() const noexcept { return stream_.get(); }  // null when it cannot be read
+    int error() const noexcept { return error_; }           // errno of that
+    int fd() const noexcept { return stream_ ? dirfd(stream_.get()) : -1; }
+
+    // Turns to the file of that name. Returns its path, valid until the next turn; null when none can be
+    // made. A name that normalising would not touch needs neither mk_path nor a walk from the root.
+    const char *turn_to(const char *name)
+    {
+        size_t length = strlen(name);
+        if (prefix_ != 0 && prefix_ + length + 1 <= sizeof path_ && is_plain(name, length)) {
+            memcpy(path_ + prefix_, name, length + 1);
+            at_ = name;
+            return path_;
+        }
+        return at_ = mk_path(directory_, name);
+    }
+
+    // The file turned to, for calls that take a directory and a path.
+    const char *at() const noexcept { return at_; }
+    bool status(struct stat *st) const { return fstatat(fd(), at_, st, 0) == 0; }
+
+private:
+    static DIR *open_stream(const char *path)
+    {
+        unique_fd fd(open(path, O_RDONLY | O_DIRECTORY | O_CLOEXEC));
+        DIR *stream = fd ? fdopendir(fd.get()) : nullptr;
+        if (stream)
+            (void)fd.release();
+        return stream;
+    }
+
+    static bool is_plain(const char *name, size_t length)
+    {
+        for (const char *c = name; *c; c++)
+            if ((*c > 0 && *c <= ' ') || *c == 127)  // white space and control characters
+                return false;
+        return length > 0 && name[length - 1] != '"';
+    }
+
+    const char *directory_;
+    dir_ptr stream_;
+    int error_ = 0;
+    const char *at_ = nullptr;
+    size_t prefix_ = 0;  // length of "directory/" in path_, 0 when the directory goes through mk_path
+    char path_[MAXPATHLEN];
+};
+
+// Names of listed files; the names stay the nodes' own. Open addressing, at most half full. Hashes stand
+// beside the names, since every name looked at lies somewhere else in memory.
+class name_set_t {
+public:
+    explicit name_set_t(size_t most) : slots_(std::bit_ceil(2 * most + 1)) {}
+
+    void insert(const char *name)
+    {
+        size_t hash = hash_of(name);
+        slots_[slot_of(name, hash)] = {name, hash};
+    }
+    bool contains(const char *name) const { return slots_[slot_of(name, hash_of(name))].name; }
+
+private:
+    struct slot_t {
+        const char *name;
+        size_t hash;
+    };
+
+    static size_t hash_of(const char *name) { return std::hash<std::string_view>()(name); }
+
+    // Where `name` is, or would be put.
+    size_t slot_of(const char *name, size_t hash) const
+    {
+        size_t mask = slots_.size() - 1;
+        size_t at = hash & mask;
+        while (slots_[at].name && (slots_[at].hash != hash || strcmp(slots_[at].name, name) != 0))
+            at = (at + 1) & mask;
+        return at;
+    }
+
+    std::vector<slot_t> slots_;
+};
+
+// One scan and what it has learnt of the files so far.
+struct scan_t {
+    explicit scan_t(user_node_t *scanned)
+        : user(scanned), index(scanned->index), dir(scanned->inbox), unchanged(index->before.size())
+    {
+    }
+
+    user_node_t *user;
+    fax_index_t *index;
+    inbox_dir_t dir;
+    effective_user reader;                                     // asked for once a scan, not once a file
+    name_set_t unchanged;                                      // listed, looked at, and nothing to add
+    std::map<std::string, struct stat> changed;                // listed, looked at, and different by now
+    std::set<std::pair<std::string_view, time_t>> above_mark;  // listed by scans that failed later
+    time_t cutoff = 0;                                         // files as young as this may still grow
+    std::vector<file_node_ptr> found;                          // in the order of the directory
+};
+
+}  // namespace
+
+// Drops the first listed file that is gone. Kept: one a scan; clients page through the index meanwhile.
+static void drop_vanished(scan_t &scan)
+{
+    for (const file_node_t *node = scan.index->head; node; node = node->next) {
+        const char *path = scan.dir.turn_to(node->name);
+        if (!path) {
+            fprintf(stderr, "Trayd: Warning: Can't create file path.\n");
+            continue;
+        }
+        struct stat st;
+        if (scan.dir.status(&st) && scan.reader.may(st, S_IFREG, "r")) {
+            if (st.st_mtime <= scan.user->scan_mark || st.st_mtime == node->mtime)
+                scan.unchanged.insert(node->name);
+            else
+                scan.changed.emplace(node->name, st);
+        } else if (!is_readable_file(path)) {
+            free_file_node(delete_file_node(scan.index, node->faxid));
+            return;
+        }
+    }
+}
+
+// Files that a scan added before it failed lie above the mark, which it could not raise.
+static void note_above_mark(scan_t &scan)
+{
+    time_t mark = scan.user->scan_mark;
+    if (!scan.index->tail || scan.index->tail->mtime <= mark)
+        return;
+    for (const file_node_t *node = scan.index->head; node; node = node->next)
+        if (node->mtime > mark)
+            scan.above_mark.emplace(node->name, node->mtime);
+}
+
+// Sets the marker's time to now and derives the cut-off from it, so that files are compared with the
+// clock of the file system that holds them.
+static bool touch_marker(scan_t &scan)
+{
+    constexpr char marker[] = ".inbox_index";
+    const char *path = mk_path(scan.user->inbox, marker);
+    if (!path) {
+        report_as_program("update_index: mk_path(\"%s\",\"%s\") failed.\n", scan.user->inbox, marker);
+        return false;
+    }
+    if (utime(path, nullptr) < 0) {
+        if (errno != ENOENT) {
+            report_as_program("update_index: utime(\"%s\"): %s\n", path, strerror(errno));
+            return false;
+        }
+        unique_fd fd(open(path, O_RDWR | O_CREAT | O_CLOEXEC, 0644));
+        if (!fd) {
+            report_as_program("update_index: open(\"%s\"): %s\n", path, strerror(errno));
+            return false;
+        }
+    }
+    struct stat st;
+    if (stat(path, &st) < 0) {
+        report_as_program("update_index: stat(\"%s\"): %s\n", path, strerror(errno));
+        return false;
+    }
+    scan.cutoff = st.st_mtime - Update_slop;
+    return true;
+}
+
+static bool is_listed(const scan_t &scan, const char *name, time_t mtime)
+{
+    return mtime <= scan.user->scan_mark ||
+           (!scan.above_mark.empty() && scan.above_mark.contains({name, mtime}));
+}
+
+constexpr char included_before[] = "File included in previous index update";
+
+// Why a directory entry is left out of this scan, or null when it belongs in.
+static const char *skip_reason(const scan_t &scan, const char *name, const struct stat &st)
+{
+    if (!(st.st_mode & S_IFREG))  // Kept: the bit, not S_ISREG, so a socket passes.
+        return "Not a regular file";
+    if (is_listed(scan, name, st.st_mtime))
+        return included_before;
+    if (st.st_mtime >= scan.cutoff)
+        return "File newer than this update time";
+    return nullptr;
+}
+
+static void trace_skip(const char *name, const char *reason)
+{
+    trprintf("update_index: Ignoring file: [%s]: %s.\n", name, reason);
+}
+
+// The status of a file met in the directory: as the check for vanished files saw it, or asked for now.
+static bool status_of(const scan_t &scan, const char *name, struct stat *st)
+{
+    auto known = scan.changed.find(name);
+    if (known == scan.changed.end())
+        return scan.dir.status(st);
+    *st = known->second;
+    return true;
+}
+
+// Looks at one entry of the directory and adds it to what was found when it belongs into the index.
+static bool visit(scan_t &scan, const char *name)
+{
+    if (strncmp(name, "ii_", 3) == 0) {  // still being written by a delivery
+        trprintf("update_index: Ignoring file: [%s].\n", name);
+        return true;
+    }
+    if (scan.unchanged.contains(name)) {
+        trace_skip(name, included_before);
+        return true;
+    }
+    const char *path = scan.dir.turn_to(name);
+    if (!path) {
+        report_as_program("update_index: mk_path(\"%s\",\"%s\") failed.\n", scan.user->inbox, name);
+        return false;
+    }
+    struct stat st;
+    if (!status_of(scan, name, &st)) {
+        report_as_program("update_index: stat(\"%s\"): %s\n", path, strerror(errno));
+        return false;
+    }
+    if (const char *reason = skip_reason(scan, name, st)) {
+        trace_skip(name, reason);
+        return true;
+    }
+
+    trprintf("update_index: Adding file [%s] to user \"%s\"'s inbox.\n", name, inbox_name(scan.user));
+    file_node_ptr node(create_node_at(scan.dir.fd(), scan.dir.at(), path, name, st));
+    if (!node) {
+        report_as_program("update_index: Can't create new index entry\n");
+        return false;
+    }
+    scan.found.push_back(std::move(node));
+    return true;
+}
+
+static bool visit_all(scan_t &scan)
+{
+    for (;;) {
+        errno = 0;
+        const dirent *entry = readdir(scan.dir.stream());
+        if (!entry) {
+            if (errno == 0)
+                return true;
+            report_as_program("update_index: opendir(\"%s\"): %s\n", scan.user->inbox, strerror(errno));
+            return false;
+        }
+        if (entry->d_name[0] != '.' && !visit(scan, entry->d_name))
+            return false;
+    }
+}
+
+// Puts what was found into the index, also when the scan failed half-way. The largest mtime, or 0.
+static time_t add_found(scan_t &scan)
+{
+    auto older = [](const file_node_ptr &a, const file_node_ptr &b) { return a->mtime < b->mtime; };
+    if (scan.found.empty())
+        return 0;
+    std::stable_sort(scan.found.begin(), scan.found.end(), older);
+    time_t newest = scan.found.back()->mtime;
+    add_file_nodes(scan.index, scan.found);
+    return newest;
+}
+
+static int scan_inbox(user_node_t *user)
+{
+    scan_t scan(user);
+    drop_vanished(scan);
+    if (!scan.dir.stream()) {
+        report_as_program("update_index: opendir(\"%s\"): %s\n", user->inbox, strerror(scan.dir.error()));
+        return -1;
+    }
+    if (!touch_marker(scan))
+        return -1;
+    note_above_mark(scan);
+
+    bool complete = visit_all(scan);
+    time_t newest = add_found(scan);
+    if (!complete)
+        return -1;
+    user->index->check_value = user->index->name_sum;
+    user->scan_mark = std::max(user->scan_mark, newest);
+    return 1;
+}
+
+int update_index(user_node_t *user)
+{
+    trprintf("update_index: Updating inbox for user: [%s].\n", inbox_name(user));
+    try {
+        return scan_inbox(user);
+    } catch (const std::bad_alloc &) {
+        report_as_program("update_index: Can't create new index entry\n");
+        return -1;
+    }
+}
+
+}  // namespace faxtray
