@@ -114,16 +114,16 @@ int av_put(av_list_t *list, const char *attr, const char *value)
 {
     if (!list || is_empty(attr))
         return 1;
-    av_node_ptr node(new_av_node(attr, value));
+    av_node_t *node = new_av_node(attr, value);
     if (!node) {
         fprintf(stderr, "av_put: Can't create new av node.\n");
         return 0;
     }
-    if (!add_av_node(&list->nodes, node.get())) {
+    if (!add_av_node(&list->nodes, node)) {
         fprintf(stderr, "av_put: Can't put new av node.\n");
+        free_av_node(node);
         return 0;
     }
-    node.release();
     return 1;
 }
 

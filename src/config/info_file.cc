@@ -6,11 +6,11 @@
 #include <algorithm>
 #include <cctype>
 #include <cerrno>
-#include <cstdarg>
 #include <cstring>
 #include <new>
 #include <vector>
 
+#include "config/error_stream.h"
 #include "util/text.h"
 
 namespace faxtray {
@@ -24,17 +24,6 @@ static constexpr size_t max_name = 63;      // characters of an attribute name
 static constexpr size_t max_raw = 8191;     // characters of a value as it stands in the file
 static constexpr size_t max_value = 511;    // characters of a value as it is meant
 static constexpr size_t max_written = 508;  // characters of a value as it is written, quotes aside
-
-static void report(const char *format, ...) __attribute__((format(printf, 1, 2)));
-static void report(const char *format, ...)
-{
-    if (!Error_fp)
-        return;
-    va_list args;
-    va_start(args, format);
-    vfprintf(Error_fp, format, args);
-    va_end(args);
-}
 
 static bool is_space(char ch)
 {
@@ -96,7 +85,7 @@ const char *info_parse_value(const char *text)
         n--;
     value[n] = '\0';
     if (cut)
-        report("%s: Truncated [%s] to [%s]\n", "info_parse_value", text, value);
+        report_to(Error_fp, "%s: Truncated [%s] to [%s]\n", "info_parse_value", text, value);
     return value;
 }
 
@@ -142,7 +131,7 @@ const char *info_unparse_value(const char *value)
     }
     out[n] = '\0';
     if (reached)
-        report("%s: Truncated [%s] to [%s]\n", "info_unparse_value", value, out);
+        report_to(Error_fp, "%s: Truncated [%s] to [%s]\n", "info_unparse_value", value, out);
     return out;
 }
 
@@ -339,7 +328,7 @@ void info_set_check_value(av_list_t *list)
 av_list_t *info_merge(av_list_t *list, const av_list_t *defaults)
 {
     if (!list) {
-        report("%s: Can't merge null a-v list.\n", "info_merge");
+        report_to(Error_fp, "%s: Can't merge null a-v list.\n", "info_merge");
         info_errno = 1;
         return nullptr;
     }
@@ -353,7 +342,7 @@ av_list_t *info_merge(av_list_t *list, const av_list_t *defaults)
             continue;
         av_node_t *copy = new_av_node(node->attr, node->value);
         if (!copy) {
-            report("%s: Can't copy info defaults.\n", "info_merge");
+            report_to(Error_fp, "%s: Can't copy info defaults.\n", "info_merge");
             info_errno = 1;
             return nullptr;
         }
@@ -368,13 +357,13 @@ av_list_t *info_merge(av_list_t *list, const av_list_t *defaults)
 av_list_t *info_strip(av_list_t *list, const av_list_t *defaults)
 {
     if (!list) {
-        report("%s: Can't split null a-v list.\n", "info_strip");
+        report_to(Error_fp, "%s: Can't split null a-v list.\n", "info_strip");
         info_errno = 1;
         return nullptr;
     }
     av_list_ptr kept(av_new(list->key));
     if (!kept) {
-        report("%s: av_new failure.\n", "info_strip");
+        report_to(Error_fp, "%s: av_new failure.\n", "info_strip");
         info_errno = 1;
         return nullptr;
     }
@@ -388,7 +377,7 @@ av_list_t *info_strip(av_list_t *list, const av_list_t *defaults)
             continue;
         *end = new_av_node(node->attr, node->value);
         if (!*end) {
-            report("%s: av_put failure.\n", "info_strip");
+            report_to(Error_fp, "%s: av_put failure.\n", "info_strip");
             info_errno = 1;
             return nullptr;
         }
@@ -404,17 +393,17 @@ av_list_t *info_strip(av_list_t *list, const av_list_t *defaults)
 int info_write(FILE *file, const av_list_t *list)
 {
     if (!file) {
-        report("%s: Null FILE pointer\n", "info_write");
+        report_to(Error_fp, "%s: Null FILE pointer\n", "info_write");
         info_errno = 2;
         return 0;
     }
     if (!list) {
-        report("%s: Null a-v list\n", "info_write");
+        report_to(Error_fp, "%s: Null a-v list\n", "info_write");
         info_errno = 3;
         return 0;
     }
     if (!list->key || !*list->key) {
-        report("%s: Null a-v list key\n", "info_write");
+        report_to(Error_fp, "%s: Null a-v list key\n", "info_write");
         info_errno = 4;
         return 0;
     }
@@ -441,16 +430,16 @@ int info_write_list(FILE *file, const av_list_t *table)
             continue;
         switch (info_errno) {
         case 4:
-            report("%s: Warning: Ignoring null key.\n", "info_write_list");
+            report_to(Error_fp, "%s: Warning: Ignoring null key.\n", "info_write_list");
             continue;
         case 3:
-            report("%s: Null file av list.\n", "info_write_list");
+            report_to(Error_fp, "%s: Null file av list.\n", "info_write_list");
             return 0;
         case 2:
-            report("%s: Null file pointer.\n", "info_write_list");
+            report_to(Error_fp, "%s: Null file pointer.\n", "info_write_list");
             return 0;
         default:
-            report("%s: Unknown info_write failure.\n", "info_write_list");
+            report_to(Error_fp, "%s: Unknown info_write failure.\n", "info_write_list");
             return 0;
         }
     }
@@ -470,23 +459,23 @@ FILE *info_open(const char *path, av_list_t **defaults, struct timespec *mtime, 
         file.reset(fopen(path, "rbe"));
     if (!file) {
         info_errno = errno;
-        report("info_open: Can't open file [%s]: %s.\n", path, strerror(info_errno));
+        report_to(Error_fp, "info_open: Can't open file [%s]: %s.\n", path, strerror(info_errno));
         return nullptr;
     }
     struct stat st;
     if (fstat(fileno(file.get()), &st) != 0) {
         info_errno = errno;
-        report("info_open: stat: stat(\"%s\"): %s\n", path, strerror(info_errno));
+        report_to(Error_fp, "info_open: stat: stat(\"%s\"): %s\n", path, strerror(info_errno));
         return nullptr;
     }
     av_list_ptr merged(info_get(file.get(), *defaults, strcmp, "default"));
     if (!merged && info_errno != 0) {
-        report("info_open: Can't setup user defaults: info_get failed.\n");
+        report_to(Error_fp, "info_open: Can't setup user defaults: info_get failed.\n");
         return nullptr;
     }
     if (fseek(file.get(), 0, SEEK_SET) != 0) {
         info_errno = errno;
-        report("info_open: Can't set file position: %s.\n", strerror(info_errno));
+        report_to(Error_fp, "info_open: Can't set file position: %s.\n", strerror(info_errno));
         return nullptr;
     }
     if (merged) {
@@ -500,14 +489,14 @@ FILE *info_open(const char *path, av_list_t **defaults, struct timespec *mtime, 
 av_list_t *info_get(FILE *file, const av_list_t *defaults, key_compare cmp, const char *key)
 {
     if (!file) {
-        report("info_get: Null file pointer.\n");
+        report_to(Error_fp, "info_get: Null file pointer.\n");
         info_errno = 1;
         return nullptr;
     }
     bool any = !key || !*key;
     if (!any && fseek(file, 0, SEEK_SET) != 0) {
         info_errno = errno;
-        report("info_get: Can't set file position: %s.\n", strerror(info_errno));
+        report_to(Error_fp, "info_get: Can't set file position: %s.\n", strerror(info_errno));
         return nullptr;
     }
     while (av_list_ptr list{get_row(file)}) {
@@ -516,7 +505,7 @@ av_list_t *info_get(FILE *file, const av_list_t *defaults, key_compare cmp, cons
         return info_merge(list.get(), defaults) ? list.release() : nullptr;
     }
     if (parse_errno != 0) {
-        report("info_get: get_row failed.\n");
+        report_to(Error_fp, "info_get: get_row failed.\n");
         info_errno = 1;
     }
     return nullptr;
@@ -525,13 +514,13 @@ av_list_t *info_get(FILE *file, const av_list_t *defaults, key_compare cmp, cons
 int info_rewind(FILE *file)
 {
     if (!file) {
-        report("info_rewind: File not open.\n");
+        report_to(Error_fp, "info_rewind: File not open.\n");
         info_errno = 2;
         return 0;
     }
     if (fseek(file, 0, SEEK_SET) != 0) {
         info_errno = errno;
-        report("info_rewind: Can't set file position: %s.\n", strerror(info_errno));
+        report_to(Error_fp, "info_rewind: Can't set file position: %s.\n", strerror(info_errno));
         return 0;
     }
     return 1;
@@ -543,7 +532,7 @@ int info_stale(const struct timespec &mtime, const char *path)
     struct stat st;
     if (stat(path, &st) != 0) {
         info_errno = errno;
-        report("%s: stat: %s\n", "info_stale", strerror(info_errno));
+        report_to(Error_fp, "%s: stat: %s\n", "info_stale", strerror(info_errno));
         return 0;
     }
     if (st.st_mtim.tv_sec != mtime.tv_sec)

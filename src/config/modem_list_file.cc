@@ -4,10 +4,10 @@
 #include <sys/stat.h>
 
 #include <cerrno>
-#include <cstdarg>
 #include <cstdlib>
 #include <cstring>
 
+#include "config/error_stream.h"
 #include "config/info_file.h"
 #include "config/modem_defaults.h"
 #include "util/paths.h"
@@ -23,17 +23,6 @@ static av_list_t *init_defaults = nullptr;  // the built-in defaults
 static av_list_t *defaults = nullptr;       // the file's "default" section over them
 static int mi_errno = 0;
 static struct timespec last_open = {};  // the file's mtime at the last open, 0 when that found no file
-
-static void report(const char *format, ...) __attribute__((format(printf, 1, 2)));
-static void report(const char *format, ...)
-{
-    if (!Error_fp)
-        return;
-    va_list args;
-    va_start(args, format);
-    vfprintf(Error_fp, format, args);
-    va_end(args);
-}
 
 static bool is_empty(const char *text)
 {
@@ -78,29 +67,30 @@ static char *incoming_path(const av_list_t *entry)
 {
     const char *dir = choose(entry, "incoming_dir", is_valid_dir);
     if (!dir) {
-        report("%s: Missing or invalid %s attribute for device [%s]\n", "_mi_fix", "incoming_dir",
-               entry->key);
+        report_to(Error_fp, "%s: Missing or invalid %s attribute for device [%s]\n", "_mi_fix",
+                  "incoming_dir", entry->key);
         return nullptr;
     }
     char joined[MAXPATHLEN + 2];
     if (!is_full_path(dir)) {
         const char *root = choose(entry, "incoming_root", is_valid_root);
         if (!root) {
-            report("%s: Missing or invalid %s attribute for device [%s]\n", "_mi_fix", "incoming_root",
-                   entry->key);
+            report_to(Error_fp, "%s: Missing or invalid %s attribute for device [%s]\n", "_mi_fix",
+                      "incoming_root", entry->key);
             return nullptr;
         }
         // The limit is on the two together, without the "/" between them.
         if (snprintf(joined, sizeof joined, "%s/%s", root, dir) > MAXPATHLEN + 1) {
-            report("%s: Path length exceeds MAXPATHLEN of %d for device [%s].\n", "_mi_fix", MAXPATHLEN,
-                   entry->key);
+            report_to(Error_fp, "%s: Path length exceeds MAXPATHLEN of %d for device [%s].\n", "_mi_fix",
+                      MAXPATHLEN, entry->key);
             return nullptr;
         }
         dir = joined;
     }
     char *path = mkpath(dir);
     if (!path)
-        report("%s: Can't create full path to incoming directory for device [%s].\n", "_mi_fix", entry->key);
+        report_to(Error_fp, "%s: Can't create full path to incoming directory for device [%s].\n", "_mi_fix",
+                  entry->key);
     return path;
 }
 
@@ -115,7 +105,7 @@ static int _mi_fix(av_list_t *entry)
         return 0;
 
     if (is_empty(av_getv(entry, "usage")) && is_empty(av_getv(defaults, "usage"))) {
-        report("%s: Warning: null or missing %s value.\n", "_mi_fix", "usage");
+        report_to(Error_fp, "%s: Warning: null or missing %s value.\n", "_mi_fix", "usage");
         if (!av_put(entry, "usage", "ondrix"))
             return 0;
     }
@@ -129,7 +119,7 @@ static bool build_defaults()
 {
     av_list_ptr list(av_new("default"));
     if (!list) {
-        report("mi_open: av_new failed.\n");
+        report_to(Error_fp, "mi_open: av_new failed.\n");
         return false;
     }
     char directory[MAXPATHLEN + 1];
@@ -137,7 +127,7 @@ static bool build_defaults()
     if (!root || !is_valid_root(root)) {
         root = cv_getcwd(directory, sizeof directory);
         if (!root) {
-            report("mi_open: getcwd failed.\n");
+            report_to(Error_fp, "mi_open: getcwd failed.\n");
             return false;
         }
     }
@@ -145,14 +135,14 @@ static bool build_defaults()
     for (const modem_setting_t &row : modem_defaults)
         put = put && av_put(list.get(), row.name, row.value);
     if (!put) {
-        report("mi_open: av_put failed.\n");
+        report_to(Error_fp, "mi_open: av_put failed.\n");
         return false;
     }
     info_set_check_value(list.get());
     init_defaults = list.release();
     defaults = av_copy(init_defaults);
     if (!defaults)
-        report("%s: av_copy failed.\n", "mi_open");
+        report_to(Error_fp, "%s: av_copy failed.\n", "mi_open");
     return defaults != nullptr;
 }
 
@@ -171,13 +161,13 @@ static void open_file(const char *path)
     c_string found;
     path = locate(path, &found);
     if (!path) {
-        report("mi_open: Can't find default file: [%s].\n", file_name);
+        report_to(Error_fp, "mi_open: Can't find default file: [%s].\n", file_name);
         mi_errno = 2;
         return;
     }
     fp = info_open(path, &defaults, &last_open, Error_fp);
     if (!fp) {
-        report("mi_open: info_open failed.\n");
+        report_to(Error_fp, "mi_open: info_open failed.\n");
         mi_errno = 1;
     }
 }
@@ -199,7 +189,7 @@ int mi_open(const char *path, FILE *error_stream)
         return fail_open();
     open_file(path);
     if (!_mi_fix(defaults)) {
-        report("%s: Internal failure: _mi_fix.\n", "mi_open");
+        report_to(Error_fp, "%s: Internal failure: _mi_fix.\n", "mi_open");
         return fail_open();
     }
     return 1;
@@ -209,12 +199,12 @@ static av_list_t *get_defaults(bool with_defaults)
 {
     av_list_ptr entry(av_copy(defaults));
     if (!entry || (!with_defaults && !info_strip(entry.get(), init_defaults))) {
-        report("%s: Can't copy modem info defaults.\n", "_mi_get");
+        report_to(Error_fp, "%s: Can't copy modem info defaults.\n", "_mi_get");
         mi_errno = 1;
         return nullptr;
     }
     if (!_mi_fix(entry.get())) {
-        report("%s: Internal failure: _mi_fix.\n", "_mi_get");
+        report_to(Error_fp, "%s: Internal failure: _mi_fix.\n", "_mi_get");
         mi_errno = 1;
         return nullptr;
     }
@@ -227,14 +217,14 @@ static av_list_t *_mi_get(const char *name, bool with_defaults)
     if (name && strcmp(name, "default") == 0)
         return get_defaults(with_defaults);
     if (!fp) {
-        report("%s: Modem info file not open.\n", "_mi_get");
+        report_to(Error_fp, "%s: Modem info file not open.\n", "_mi_get");
         mi_errno = 2;
         return nullptr;
     }
     while (av_list_ptr entry{info_get(fp, with_defaults ? defaults : nullptr, strcmp, name)}) {
         if (_mi_fix(entry.get()))
             return entry.release();
-        report("%s: Internal failure: _mi_fix.\n", "_mi_get");
+        report_to(Error_fp, "%s: Internal failure: _mi_fix.\n", "_mi_get");
         if (!is_empty(name)) {
             mi_errno = 1;
             return nullptr;
@@ -242,7 +232,7 @@ static av_list_t *_mi_get(const char *name, bool with_defaults)
         // One bad device does not hide those behind it.
     }
     if (info_error() != 0) {
-        report("mi_get: info_get failure.\n");
+        report_to(Error_fp, "mi_get: info_get failure.\n");
         mi_errno = 1;
     }
     return nullptr;
@@ -262,7 +252,7 @@ int mi_rewind()
 {
     if (info_rewind(fp))
         return 1;
-    report("mi_rewind: info_rewind failure.\n");
+    report_to(Error_fp, "mi_rewind: info_rewind failure.\n");
     mi_errno = info_error();
     return 0;
 }
@@ -279,7 +269,7 @@ int mi_stale(const char *path)
     if (info_stale(last_open, path))
         return 1;
     if (info_error() != 0) {
-        report("mi_stale: info_stale(\"%s\") failed.\n", path);
+        report_to(Error_fp, "mi_stale: info_stale(\"%s\") failed.\n", path);
         mi_errno = 1;
     }
     return 0;
@@ -297,7 +287,7 @@ time_t mi_last_update(const char *path)
     struct stat st;
     if (stat(path, &st) != 0) {
         mi_errno = errno;
-        report("mi_last_update: stat: %s\n", strerror(mi_errno));
+        report_to(Error_fp, "mi_last_update: stat: %s\n", strerror(mi_errno));
         return 0;
     }
     return st.st_mtime;

@@ -4,10 +4,10 @@
 #include <sys/stat.h>
 
 #include <cerrno>
-#include <cstdarg>
 #include <cstring>
 
 #include "config/attributes.h"
+#include "config/error_stream.h"
 #include "config/info_file.h"
 #include "config/munged_name.h"
 #include "util/paths.h"
@@ -63,17 +63,6 @@ static const setting_t admin_settings[] = {
     {"server_mail_from", "Ondrix_server"},
 };
 
-static void report(const char *format, ...) __attribute__((format(printf, 1, 2)));
-static void report(const char *format, ...)
-{
-    if (!Error_fp)
-        return;
-    va_list args;
-    va_start(args, format);
-    vfprintf(Error_fp, format, args);
-    va_end(args);
-}
-
 static bool is_empty(const char *text)
 {
     return !text || !*text;
@@ -92,16 +81,16 @@ template <size_t N> static av_list_t *build_list(const char *key, const setting_
 {
     av_list_ptr list(av_new(key));
     if (!list) {
-        report("ui_open: av_new failed.\n");
+        report_to(Error_fp, "ui_open: av_new failed.\n");
         return nullptr;
     }
     for (const setting_t &row : settings)
         if (!av_put(list.get(), row.name ? row.name : as_get_attr(row.attr), row.value)) {
-            report("ui_open: av_put failed.\n");
+            report_to(Error_fp, "ui_open: av_put failed.\n");
             return nullptr;
         }
     if (!_ui_fix(list.get())) {
-        report("%s: Internal failure: _ui_fix.\n", "ui_open");
+        report_to(Error_fp, "%s: Internal failure: _ui_fix.\n", "ui_open");
         return nullptr;
     }
     return list.release();
@@ -114,7 +103,7 @@ static bool build_lists()
         return false;
     defaults = av_copy(init_defaults);
     if (!defaults) {
-        report("%s: av_copy failed.\n", "ui_open");
+        report_to(Error_fp, "%s: av_copy failed.\n", "ui_open");
         return false;
     }
     admin = build_list("admin", admin_settings);
@@ -129,7 +118,7 @@ static void load_admin()
         av_free(admin);
         admin = merged;
     } else if (info_error() != 0) {
-        report("ui_open: av_put failed.\n");  // Kept: the text of a failure to build.
+        report_to(Error_fp, "ui_open: av_put failed.\n");  // Kept: the text of a failure to build.
         ui_errno = 1;
     }
 }
@@ -157,13 +146,13 @@ int ui_open(const char *path, FILE *error_stream)
     c_string found;
     path = locate(path, &found);
     if (!path) {
-        report("ui_open: Can't find default file: [%s].\n", file_name);
+        report_to(Error_fp, "ui_open: Can't find default file: [%s].\n", file_name);
         ui_errno = 2;
         return 1;
     }
     fp = info_open(path, &defaults, &last_open, Error_fp);
     if (!fp) {
-        report("ui_open: info_open failed.\n");
+        report_to(Error_fp, "ui_open: info_open failed.\n");
         ui_errno = 1;
         return 1;
     }
@@ -176,11 +165,11 @@ static av_list_t *get_admin(bool with_defaults)
 {
     av_list_ptr entry(av_copy(admin));
     if (!entry) {
-        report("%s: Can't copy user info admin.\n", "_ui_get");
+        report_to(Error_fp, "%s: Can't copy user info admin.\n", "_ui_get");
         return nullptr;
     }
     if (with_defaults && !info_merge(entry.get(), defaults)) {
-        report("%s: Can't merge defaults with admin.\n", "_ui_get");
+        report_to(Error_fp, "%s: Can't merge defaults with admin.\n", "_ui_get");
         return nullptr;
     }
     return entry.release();
@@ -190,7 +179,7 @@ static av_list_t *get_defaults(bool with_defaults)
 {
     av_list_ptr entry(av_copy(defaults));
     if (!entry || (!with_defaults && !info_strip(entry.get(), init_defaults))) {
-        report("%s: Can't copy user info defaults.\n", "_ui_get");
+        report_to(Error_fp, "%s: Can't copy user info defaults.\n", "_ui_get");
         return nullptr;
     }
     return entry.release();
@@ -200,13 +189,13 @@ static av_list_t *get_defaults(bool with_defaults)
 static av_list_t *get_section(const char *name, bool with_defaults)
 {
     if (!fp) {
-        report("%s: User info file not open.\n", "_ui_get");
+        report_to(Error_fp, "%s: User info file not open.\n", "_ui_get");
         ui_errno = 2;
         return nullptr;
     }
     av_list_t *entry = info_get(fp, with_defaults ? defaults : nullptr, munged_strcmp, name);
     if (!entry && info_error() != 0) {
-        report("ui_get: info_get failure.\n");
+        report_to(Error_fp, "ui_get: info_get failure.\n");
         ui_errno = 1;
     }
     return entry;
@@ -226,7 +215,7 @@ static av_list_t *_ui_get(const char *name, bool with_defaults)
         return nullptr;
     }
     if (!_ui_fix(entry.get())) {
-        report("%s: Internal failure: _ui_fix.\n", "_ui_get");
+        report_to(Error_fp, "%s: Internal failure: _ui_fix.\n", "_ui_get");
         ui_errno = 1;
         return nullptr;
     }
@@ -247,7 +236,7 @@ int ui_rewind()
 {
     if (info_rewind(fp))
         return 1;
-    report("ui_rewind: info_rewind failure.\n");
+    report_to(Error_fp, "ui_rewind: info_rewind failure.\n");
     ui_errno = info_error();
     return 0;
 }
@@ -264,7 +253,7 @@ int ui_stale(const char *path)
     if (info_stale(last_open, path))
         return 1;
     if (info_error() != 0) {
-        report("ui_stale: info_stale(\"%s\") failed.\n", path);
+        report_to(Error_fp, "ui_stale: info_stale(\"%s\") failed.\n", path);
         ui_errno = 1;
     }
     return 0;
@@ -282,7 +271,7 @@ time_t ui_last_update(const char *path)
     struct stat st;
     if (stat(path, &st) != 0) {
         ui_errno = errno;
-        report("ui_last_update: stat: %s\n", strerror(ui_errno));
+        report_to(Error_fp, "ui_last_update: stat: %s\n", strerror(ui_errno));
         return 0;
     }
     return st.st_mtime;
@@ -305,12 +294,12 @@ char *ui_map_name(const char *name)
 {
     ui_errno = 1;
     if (!name) {
-        report("ui_map_name: Can't map null name.\n");
+        report_to(Error_fp, "ui_map_name: Can't map null name.\n");
         return nullptr;
     }
     char *mapped = static_cast<char *>(malloc(strlen(name) + 1));
     if (!mapped) {
-        report("ui_map_name: Out of memory: %s.\n", strerror(errno));
+        report_to(Error_fp, "ui_map_name: Out of memory: %s.\n", strerror(errno));
         return nullptr;
     }
     char *out = mapped;
@@ -332,7 +321,7 @@ static char *new_inbox_path(const char *root, const char *dir)
     size_t size = strlen(root) + strlen(dir) + 2;
     char *path = static_cast<char *>(malloc(size));
     if (!path) {
-        report("new_inbox_path: malloc(%d): %s\n", static_cast<int>(size), strerror(errno));
+        report_to(Error_fp, "new_inbox_path: malloc(%d): %s\n", static_cast<int>(size), strerror(errno));
         return nullptr;
     }
     snprintf(path, size, "%s/%s", root, dir);
@@ -348,7 +337,7 @@ char *ui_inbox_path(const av_list_t *entry)
         const char *name = entry ? entry->key : nullptr;
         mapped.reset(ui_map_name(name));
         if (!mapped) {
-            report("ui_inbox_path: ui_map_name(\"%s\") failed.\n", name ? name : "(null)");
+            report_to(Error_fp, "ui_inbox_path: ui_map_name(\"%s\") failed.\n", name ? name : "(null)");
             return nullptr;
         }
         dir = mapped.get();
@@ -363,7 +352,7 @@ char *ui_inbox_path(const av_list_t *entry)
     errno = EINVAL;  // what stands when the path itself is refused
     char *path = mkpath(dir);
     if (!path) {
-        report("ui_inbox_path: strdup(\"%s\"): %s\n", dir, strerror(errno));
+        report_to(Error_fp, "ui_inbox_path: strdup(\"%s\"): %s\n", dir, strerror(errno));
         return nullptr;
     }
     ui_errno = 0;

@@ -1,0 +1,273 @@
+#include "config/info_file.h"
+
+#include <fcntl.h>
+#include <gtest/gtest.h>
+#include <sys/stat.h>
+
+#include <cstring>
+
+#include "config/munged_name.h"
+#include "support/capture.h"
+
+namespace faxtray {
+
+// An info file opened without defaults; what it says goes to standard error.
+class open_info {
+public:
+    explicit open_info(const std::string &path, av_list_t *defaults = nullptr)
+        : defaults_(defaults), file(info_open(path.c_str(), &defaults_, &mtime, stderr))
+    {
+    }
+    ~open_info() { info_close(&file, &defaults_, &none_); }
+    const av_list_t *defaults() const { return defaults_; }
+
+private:
+    av_list_t *defaults_, *none_ = nullptr;
+
+public:
+    struct timespec mtime;
+    FILE *file;
+};
+
+// The next section or that of `key`, as one line: "key: a=b c=d".
+static std::string section(const open_info &info, const char *key = nullptr, key_compare cmp = strcmp)
+{
+    av_list_ptr list(info_get(info.file, info.defaults(), cmp, key));
+    if (!list)
+        return "none";
+    std::string text = list->key + std::string(":");
+    for (const av_node_t *node = list->nodes; node; node = node->next)
+        text += std::string(" ") + node->attr + "=" + node->value;
+    return text;
+}
+
+// Every section of the file as av_printf shows it, with the messages on the way.
+static std::string listing(const std::string &path)
+{
+    capture_stderr err;
+    open_info info(path);
+    while (av_list_ptr list{info_get(info.file, nullptr, strcmp, nullptr)}) {
+        av_printf(stderr, list.get());
+        fprintf(stderr, "check value: %d\n", list->check_value);
+    }
+    return err.text();
+}
+
+TEST(InfoFile, ReadsWhatTheReferenceFilesSay)
+{
+    for (std::string name : {"quoting", "sections"}) {
+        std::string path = TEST_DATA "/info/" + name;
+        EXPECT_EQ(read_file(path + ".ref"), listing(path + ".info")) << name;
+    }
+}
+
+TEST(InfoFile, WritesWhatItReadsBackUnchanged)
+{
+    temp_dir dir;
+    av_list_t *table = nullptr;
+    const char *values[] = {" leading", "trailing ", "a#b;c", "\ttab\nline\n", "\"quoted\"", "back\\slash\\",
+                            "\\n",      "\"",        " \"",   "plain",         "",           "#"};
+    for (const char *key : {"plain", "Mary O'Neil"}) {
+        av_list_ptr list(av_new(key));
+        for (size_t i = 0; i < std::size(values); i++)
+            av_put(list.get(), std::string("v").append(std::to_string(100 + i)).c_str(), values[i]);
+        ASSERT_EQ(1, avl_update(&table, strcmp, list.get()));
+    }
+    av_list_ptr raw(av_new("__raw"));
+    av_put(raw.get(), "cmd", "a;b # c \\n");
+    ASSERT_EQ(1, avl_update(&table, strcmp, raw.get()));
+
+    std::string path = dir.write("written.info", "");
+    file_ptr file(fopen(path.c_str(), "w"));
+    ASSERT_EQ(1, info_write_list(file.get(), table));
+    file.reset();
+    open_info info(path);
+    for (const av_list_t *list = table; list; list = list->next) {
+        av_list_ptr read(info_get(info.file, nullptr, strcmp, nullptr));
+        ASSERT_TRUE(read);
+        EXPECT_STREQ(list->key, read->key);
+        const av_node_t *a = list->nodes, *b = read->nodes;
+        for (; a && b; a = a->next, b = b->next)
+            EXPECT_STREQ(a->value, b->value) << a->attr;
+        EXPECT_EQ(a, b);  // both at their end
+    }
+    EXPECT_EQ(0u, read_file(path).find("\n[plain]\n\tv100 = \" leading\"\n\tv101 = \"trailing \"\n"
+                                       "\tv102 = a\\#b\\;c\n\tv103 = \"\\ttab\\nline\\n\"\n"));
+    EXPECT_NE(std::string::npos, read_file(path).find("\tv110 =\n"));
+    av_free(table);
+}
+
+TEST(InfoFile, CutsLongValuesAndSaysSo)
+{
+    temp_dir dir;
+    open_info info(dir.write("empty.info", ""));
+    std::string whole(511, 'x'), longer(512, 'x'), written(508, 'y');
+    capture_stderr err;
+    EXPECT_EQ(whole, info_parse_value(whole.c_str()));
+    EXPECT_EQ(whole, info_parse_value(longer.c_str()));
+    EXPECT_EQ(std::string(510, 'x') + "\\", info_parse_value((std::string(510, 'x') + "\\q").c_str()));
+    EXPECT_EQ(written.substr(1), info_unparse_value(written.substr(1).c_str()));
+    EXPECT_EQ(written, info_unparse_value((written + "y").c_str()));
+    // An escape may pass the limit by one.
+    EXPECT_EQ(std::string("\" ") + std::string(505, 'y') + "\\\"\"",
+              info_unparse_value((std::string(" ") + std::string(505, 'y') + "\"\"").c_str()));
+    std::string text = err.text();
+    EXPECT_EQ(0u,
+              text.find(std::string("info_parse_value: Truncated [") + longer + "] to [" + whole + "]\n"));
+    EXPECT_NE(std::string::npos, text.find(std::string("info_unparse_value: Truncated [") + written +
+                                           "y] to [" + written + "]\n"));
+    EXPECT_STREQ("", info_parse_value(nullptr));
+    EXPECT_STREQ("", info_unparse_value(nullptr));
+}
+
+static const char users[] = "[Mary O'Neil]\n\ta = mary\n\tz = 1\n"
+                            "[default]\n\ta = site\n\tb = site\n"
+                            "[john.smith]\n\tb = built in\n";
+
+TEST(InfoFile, MergesDefaultsUnderEverySection)
+{
+    temp_dir dir;
+    std::string path = dir.write("users.info", users);
+    set_mtime(path, 1000);
+    av_list_t *defaults = av_new("default");
+    av_put(defaults, "b", "built in");
+    av_put(defaults, "c", "built in");
+    open_info info(path, defaults);
+    EXPECT_EQ(1000, info.mtime.tv_sec);
+
+    // Found in any order; the position after a look-up is behind the section found.
+    EXPECT_EQ("john.smith: a=site b=built in c=built in", section(info, "John Smith", munged_strcmp));
+    EXPECT_EQ("none", section(info));
+    EXPECT_EQ("Mary O'Neil: a=mary b=site c=built in z=1", section(info, "mary oneil", munged_strcmp));
+    EXPECT_EQ("default: a=site b=site c=built in", section(info, ""));
+    EXPECT_EQ("none", section(info, "mary oneil"));
+    EXPECT_EQ("none", section(info, "John Smith.", munged_strcmp));
+    EXPECT_EQ(0, info_error());
+    EXPECT_EQ(1, info_rewind(info.file));
+    EXPECT_EQ("Mary O'Neil: a=mary b=site c=built in z=1", section(info));
+
+    // Stripping is the inverse, the check value follows.
+    av_list_ptr list(info_get(info.file, info.defaults(), strcmp, "Mary O'Neil"));
+    int merged_check = list->check_value;
+    ASSERT_EQ(list.get(), info_strip(list.get(), info.defaults()));
+    EXPECT_STREQ("a", list->nodes->attr);
+    EXPECT_STREQ("z", list->nodes->next->attr);
+    EXPECT_EQ(nullptr, list->nodes->next->next);
+    EXPECT_EQ(list.get(), info_merge(list.get(), info.defaults()));
+    EXPECT_EQ(merged_check, list->check_value);
+}
+
+TEST(InfoFile, CheckValueIsTheSumOfSignedBytes)
+{
+    for (auto [value, sum] : {std::pair("b", 195), {"\xff", 96}, {"", 97}}) {
+        av_list_ptr list(av_new("check"));
+        av_put(list.get(), "a", value);
+        info_set_check_value(list.get());
+        EXPECT_EQ(sum, list->check_value) << value;
+    }
+}
+
+TEST(InfoFile, NoticesAnEditWithinOneSecond)
+{
+    temp_dir dir;
+    std::string path = dir.write("users.info", users);
+    struct timespec mtime = {1000, 5};
+    for (auto [sec, nsec, stale] :
+         {std::tuple(1000, 5, 0), {1000, 6, 1}, {1000, 4, 0}, {1001, 0, 1}, {999, 9, 0}}) {
+        struct timespec times[2] = {{sec, nsec}, {sec, nsec}};
+        ASSERT_EQ(0, utimensat(AT_FDCWD, path.c_str(), times, 0));
+        EXPECT_EQ(stale, info_stale(mtime, path.c_str())) << sec << "." << nsec;
+        EXPECT_EQ(0, info_error());
+    }
+    EXPECT_EQ(0, info_stale(mtime, (path + "x").c_str()));
+    EXPECT_EQ(ENOENT, info_error());
+}
+
+TEST(InfoFile, SaysWhatFails)
+{
+    temp_dir dir;
+    av_list_t *defaults = nullptr, *none = nullptr;
+    struct timespec mtime;
+    FILE *file = nullptr;
+    av_list_ptr nameless(av_new(""));
+    std::string said;
+    {
+        capture_stderr err;
+        EXPECT_EQ(nullptr, info_open((dir / "none").c_str(), &defaults, &mtime, stderr));
+        EXPECT_EQ(ENOENT, info_error());
+        EXPECT_EQ(nullptr, info_get(nullptr, nullptr, strcmp, "x"));
+        EXPECT_EQ(1, info_error());
+        EXPECT_EQ(0, info_rewind(nullptr));
+        EXPECT_EQ(2, info_error());
+        EXPECT_EQ(nullptr, info_merge(nullptr, nullptr));
+        EXPECT_EQ(nullptr, info_strip(nullptr, nullptr));
+        EXPECT_EQ(0, info_write(nullptr, nameless.get()));
+        EXPECT_EQ(2, info_error());
+        EXPECT_EQ(0, info_write(stderr, nullptr));
+        EXPECT_EQ(3, info_error());
+        EXPECT_EQ(1, info_write_list(stderr, nameless.get()));
+        EXPECT_EQ(4, info_error());
+        EXPECT_EQ(nullptr, info_open(dir.path().c_str(), &defaults, &mtime, stderr));
+        EXPECT_EQ(1, info_error());
+        EXPECT_EQ(0, mtime.tv_sec);
+        info_close(&file, &defaults, &none);
+        EXPECT_EQ(nullptr, info_get(nullptr, nullptr, strcmp, "x"));  // silent once closed
+        said = err.text();
+    }
+    EXPECT_EQ(std::string("info_open: Can't open file [") + (dir / "none") +
+                  "]: No such file or directory.\n"
+                  "info_get: Null file pointer.\n"
+                  "info_rewind: File not open.\n"
+                  "info_merge: Can't merge null a-v list.\n"
+                  "info_strip: Can't split null a-v list.\n"
+                  "info_write: Null FILE pointer\n"
+                  "info_write: Null a-v list\n"
+                  "info_write: Null a-v list key\n"
+                  "info_write_list: Warning: Ignoring null key.\n"
+                  "get_next_line: fgets failure: Is a directory.\n"
+                  "get_row: Problem reading info file.\n"
+                  "info_get: get_row failed.\n"
+                  "info_open: Can't setup user defaults: info_get failed.\n",
+              said);
+}
+
+// Damaged files give what can be read of them.
+TEST(InfoFile, SurvivesDamage)
+{
+    using std::string_literals::operator""s;
+    const std::string line(8318, 'v');
+    struct {
+        std::string content, first;
+    } rows[] = {
+        {"[a]\r\n\tx = 1\r\n\ty = \"2\"\r\n", "a: x=1 y=2"},
+        {"[a]\n\tx = 1\0tail\n\ty = 2\n"s, "a: x=1 y=2"},
+        {"\0[a]\n[b]\nx = 1"s, "b: x=1"},
+        {"[__a]\nx = "s + line + "\ny = 2\n", "__a: vvvv= x="s + line.substr(0, 8191) + " y=2"},
+        {"[a]\n"s + std::string(70, 'n') + " = long name\n", "a: "s + std::string(63, 'n') + "=long name"},
+        {"["s + std::string(9000, 'k') + "]\nx = 1\n", "none"},
+        {std::string(10 << 20, 'n'), "none"},
+        {std::string(10 << 20, '\0'), "none"},
+        {"[a]\n"s + std::string(10 << 20, '['), "a:"},
+        {"", "none"},
+        {"[", "none"},
+    };
+    temp_dir dir;
+    for (auto &row : rows) {
+        std::string path = dir.write("damaged.info", row.content), got;
+        capture_stderr quiet;
+        open_info info(path);
+        EXPECT_EQ(row.first, section(info)) << row.content.substr(0, 40);
+    }
+
+    // A hundred thousand attributes in one section, backwards, and the last of them twice.
+    std::string content = "[a]\n";
+    for (int i = 200000; i > 100000; i--)
+        content.append("x").append(std::to_string(i)).append(" = 1\n");
+    open_info info(dir.write("many.info", content + "x200000 = 2\n"));
+    av_list_ptr list(info_get(info.file, nullptr, strcmp, "a"));
+    ASSERT_TRUE(list);
+    EXPECT_STREQ("x100001", list->nodes->attr);
+    EXPECT_STREQ("2", av_getv(list.get(), "x200000"));
+}
+
+}  // namespace faxtray
