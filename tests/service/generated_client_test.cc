@@ -13,15 +13,22 @@ namespace faxtray {
 
 using client_ptr = std::unique_ptr<CLIENT, deleter<[](CLIENT *c) { clnt_destroy(c); }>>;
 
-// A result with its owner; `type` is -1 when no result came.
+// Owns what a stub returned; the stub itself forgets it in its next call. `type` is -1 when no result came.
 struct result {
-    explicit result(in_res_t *r) : r_(r), type(r ? static_cast<int>(r->res_type) : -1) {}
-    ~result() { xdr_free(reinterpret_cast<xdrproc_t>(xdr_in_res_t), reinterpret_cast<char *>(r_)); }
-    const decltype(in_res_t::in_res_t_u) *operator->() const { return &r_->in_res_t_u; }
+    explicit result(const in_res_t *r)
+        : record(r ? *r : in_res_t{}), type(r ? static_cast<int>(r->res_type) : -1)
+    {
+    }
+    ~result() { xdr_free(reinterpret_cast<xdrproc_t>(xdr_in_res_t), reinterpret_cast<char *>(&record)); }
+    result(const result &) = delete;
+    result &operator=(const result &) = delete;
+    const decltype(in_res_t::in_res_t_u) *operator->() const { return &record.in_res_t_u; }
 
-    in_res_t *r_;
+    in_res_t record;
     int type;
 };
+
+static char empty[] = "";
 
 static char *chars(const std::string &text)
 {
@@ -40,7 +47,7 @@ TEST(GeneratedClient, ReadsEveryRecordAsWritten)
     ASSERT_TRUE(client) << clnt_spcreateerror("");
     CLIENT *c = client.get();
     std::string handle = s.handle(), user = "bea", password = "2fc7b405";
-    pw_req_t who = {chars(user), chars(password), chars(""), 0, 0};
+    pw_req_t who = {chars(user), chars(password), empty, 0, 0};
 
     result rev(trayd_rev_1(c));
     ASSERT_EQ(rev.type, RES_REV);
@@ -88,7 +95,7 @@ TEST(GeneratedClient, ReadsEveryRecordAsWritten)
             handles = node->value;
     EXPECT_EQ(handles, handle);
 
-    result recipients(get_ui_1({&who, chars(""), 0, 0, chars(""), 0}, c));
+    result recipients(get_ui_1({&who, empty, 0, 0, empty, 0}, c));
     ASSERT_EQ(recipients.type, RES_UI);
     std::string names;
     for (const ui_entry_t *entry = recipients->ui.head; entry; entry = entry->next)
