@@ -77,10 +77,6 @@ TEST(AvList, SaysWhatItRefuses)
     EXPECT_EQ(1, av_error());
     EXPECT_EQ(nullptr, av_get(nullptr, strcmp, "x"));
     EXPECT_EQ(0, av_error());
-    EXPECT_EQ(nullptr, av_get(nullptr, strcmp, nullptr));
-    EXPECT_EQ(nullptr, av_copy(nullptr));
-    EXPECT_EQ(nullptr, copy_av_node(nullptr));
-    EXPECT_EQ(nullptr, copy_av_list(nullptr));
     EXPECT_EQ(nullptr, avl_copy(nameless.get()));
     EXPECT_EQ(0, avl_update(&table, strcmp, nullptr));
     EXPECT_EQ(0, avl_delete(&table, strcmp, nullptr));
@@ -88,10 +84,6 @@ TEST(AvList, SaysWhatItRefuses)
     EXPECT_EQ(0, av_printf(unwritable.get(), nameless.get()));
     EXPECT_EQ("new_av_node: Null attribute.\n"
               "av_get: Invalid search key: [].\n"
-              "av_get: Invalid search key: [(null)].\n"
-              "av_copy: Can't copy null av list.\n"
-              "copy_av_node: Bad av node\n"
-              "copy_av_list: Bad av node.\n"
               "av_copy: Can't copy av list with null key.\n"
               "avl_copy: av_copy failed.\n"
               "avl_update: Ignoring null av_list_t node.\n"
