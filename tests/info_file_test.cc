@@ -195,6 +195,9 @@ TEST(InfoFile, TellsFailuresOnTheStreamWhileOpen)
     EXPECT_EQ(ENOENT, info_error());
     EXPECT_EQ(1, info_write_list(stderr, nameless.get()));  // the section is skipped
     EXPECT_EQ(4, info_error());
+    const std::string pipe = dir / "pipe";  // nothing waits for a writer
+    ASSERT_EQ(0, mkfifo(pipe.c_str(), 0600));
+    EXPECT_EQ(nullptr, info_open(pipe.c_str(), &defaults, &mtime, nullptr));
     EXPECT_EQ(nullptr, info_open(dir.path().c_str(), &defaults, &mtime, stderr));
     EXPECT_EQ(1, info_error());
     EXPECT_EQ(0, mtime.tv_sec);

@@ -448,15 +448,25 @@ int info_write_list(FILE *file, const av_list_t *table)
 
 // The open file
 
+// For reading and writing where that is allowed. Only a file: a pipe or device might never end.
+static file_ptr open_file(const char *path)
+{
+    struct stat st;
+    if (stat(path, &st) == 0 && !S_ISREG(st.st_mode) && !S_ISDIR(st.st_mode)) {
+        errno = EINVAL;
+        return nullptr;
+    }
+    FILE *file = fopen(path, "r+be");
+    return file_ptr(file ? file : fopen(path, "rbe"));
+}
+
 FILE *info_open(const char *path, av_list_t **defaults, struct timespec *mtime, FILE *error_stream)
 {
     info_errno = 0;
     Error_fp = error_stream;
     *mtime = {};
 
-    file_ptr file(fopen(path, "r+be"));
-    if (!file)
-        file.reset(fopen(path, "rbe"));
+    file_ptr file = open_file(path);
     if (!file) {
         info_errno = errno;
         report_to(Error_fp, "info_open: Can't open file [%s]: %s.\n", path, strerror(info_errno));
