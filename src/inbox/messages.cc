@@ -14,7 +14,8 @@ namespace faxtray {
 // Two paths at their longest and the words around them.
 constexpr size_t report_size = 2 * MAXPATHLEN + 256;
 
-static void write_report(const char *prefix, const char *separator, const char *format, va_list args)
+__attribute__((format(printf, 3, 0))) static void write_report(const char *prefix, const char *separator,
+                                                               const char *format, va_list args)
 {
     char text[report_size];
     vsnprintf(text, sizeof text, format, args);

@@ -34,14 +34,9 @@ template <class Record, const char *(*Name)(const Record *)> struct named_chain_
     bool insert(Record *record)
     {
         std::string key = munged_key(Name(record));
-        auto [at, end] = by_name.equal_range(key);
-        for (; at != end; ++at) {
-            int order = munged_strcmp(Name(at->second), Name(record));
-            if (order == 0)
-                return false;
-            if (order > 0)
-                break;
-        }
+        auto [same, at] = by_name.equal_range(key);
+        if (same != at && equals_itself(Name(record)))
+            return false;
         record->next = at == by_name.end() ? nullptr : at->second;
         link_to(by_name.emplace_hint(at, std::move(key), record)) = record;
         return true;
@@ -82,15 +77,14 @@ private:
 
     typename index_t::const_iterator locate(const char *name) const noexcept
     {
-        auto is_it = [name](const auto &entry) { return munged_strcmp(Name(entry.second), name) == 0; };
-        if (!name)
+        if (!name || !equals_itself(name))
             return by_name.end();
         try {
-            auto [from, to] = by_name.equal_range(munged_key(name));
-            auto at = std::find_if(from, to, is_it);
-            return at == to ? by_name.end() : at;
-        } catch (const std::bad_alloc &) {
-            return std::find_if(by_name.begin(), by_name.end(), is_it);  // the long way needs no memory
+            return by_name.find(munged_key(name));
+        } catch (const std::bad_alloc &) {  // the long way needs no memory
+            return std::find_if(by_name.begin(), by_name.end(), [name](const auto &entry) {
+                return munged_strcmp(Name(entry.second), name) == 0;
+            });
         }
     }
 };
