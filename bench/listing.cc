@@ -42,7 +42,7 @@ constexpr time_t first_mtime = 1000000000;
     exit(1);
 }
 
-// --- Data -----------------------------------------------------------------------------------------
+// Data
 
 static void write_fax(const std::string &path, int i)
 {
@@ -97,7 +97,7 @@ static void make_configuration(const std::string &path, int n)
             path.c_str());
 }
 
-// --- Measuring ------------------------------------------------------------------------------------
+// Measuring
 
 struct figures_t {
     double ms;    // wall clock
@@ -185,7 +185,7 @@ static void print_row(const char *what, int n, const comparison_t &c)
            c.ours.ms / c.bare.ms, c.ours.peak / 1024, c.ours.peak / n);
 }
 
-// --- What is compared -----------------------------------------------------------------------------
+// What is compared
 
 // The system calls a scan cannot do without; `reading`: of files that are new to it.
 static void bare_scan(const std::string &path, bool reading)

@@ -13,7 +13,7 @@
 
 namespace faxtray {
 
-// --- Nodes
+// Nodes
 
 // A node with copies of the strings, null ones as empty; null with `error` (which may be null) filled.
 file_node_t *new_file_node(const char *name, const char *sender_fax, const char *subaddress,
@@ -36,12 +36,12 @@ faxid_t newid();                         // unique in this run
 
 using file_node_ptr = std::unique_ptr<file_node_t, deleter<free_file_node>>;
 
-// --- The wire's list
+// The wire's list
 
 file_list_t *copy_file_list(const file_list_t *list);  // null with a message
 void free_file_list(file_list_t *list);                // what copy_file_list gave; null is allowed
 
-// --- The index
+// The index
 
 // The wire's list and, beside the chain, what makes finding, adding and removing cheap.
 struct fax_index_t : file_list_t {

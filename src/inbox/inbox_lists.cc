@@ -54,7 +54,7 @@ static void refresh_failure(int line, const char *format, ...)
     log_message(line);
 }
 
-// --- One user's inbox -----------------------------------------------------------------------------
+// One user's inbox
 
 // A failure of create_user_node, whose text stands in `message`. Returns null.
 static user_node_t *node_failure(int line)
@@ -108,7 +108,7 @@ user_node_t *create_user_node(const av_list_t *user)
     return node.release();
 }
 
-// --- USER_LIST.info -------------------------------------------------------------------------------
+// USER_LIST.info
 
 // CRC-32 of crc.h over, for each user in order: the name's bytes, a zero byte, the entry's check value in
 // four bytes, the highest first; then for each recipient: the name's bytes, a zero byte, the label's
@@ -206,7 +206,7 @@ int load_user_list(user_list_t *user_list, const char *path)
     return 1;
 }
 
-// --- MODEMS.info ----------------------------------------------------------------------------------
+// MODEMS.info
 
 // The value of a required attribute, or null with a message.
 static const char *required(const av_list_t *tty, const char *attr)
@@ -344,7 +344,7 @@ int load_incoming_list(inbox_list_t *list, const char *path)
     return 1;
 }
 
-// --- The refresh ----------------------------------------------------------------------------------
+// The refresh
 
 constexpr char refresh[] = "update_lists";
 

@@ -10,8 +10,9 @@ namespace faxtray {
 
 std::string fax_bytes(const std::string &lines)
 {
-    auto length = static_cast<unsigned char>(lines.size() + 1);  // below 256 in all scenes
-    return std::string("\xBA\xDB\xAD\x16\0\0\0", 7) + static_cast<char>(length) + lines + "\x1d" + "pages";
+    size_t n = lines.size() + 1;
+    return std::string("\xBA\xDB\xAD\x16\0\0", 6) + static_cast<char>(n >> 8) + static_cast<char>(n) + lines +
+           "\x1dpages";
 }
 
 inbox_scene::inbox_scene()
