@@ -63,14 +63,19 @@ constexpr command_row commands[] = {
 
 static void add_common_options(CLI::App &app, options &chosen)
 {
-    app.add_option("-H,--host", chosen.host, "Host of faxtrayd")->capture_default_str();
-    app.add_option("-u,--user", chosen.user, "Whose inbox, or which forwarder")->capture_default_str();
-    app.add_option("--inbox", chosen.inbox, "Incoming inbox, by description or handle (forwarders)");
+    app.add_option("-H,--host", chosen.host, "Host of faxtrayd")->type_name("HOST")->capture_default_str();
+    app.add_option("-u,--user", chosen.user, "Whose inbox, or which forwarder")
+        ->type_name("USER")
+        ->capture_default_str();
+    app.add_option("--inbox", chosen.inbox, "Incoming inbox, by description or handle (forwarders)")
+        ->type_name("INBOX");
     app.add_option("--password-file", chosen.password_file,
                    "File with the password; without it, a prompt on the terminal, or none")
+        ->type_name("FILE")
         ->envname("FAXTRAY_PASSWORD_FILE");
     app.add_option("--timeout", chosen.timeout, "Seconds to wait for the server")
-        ->check(CLI::Range(1, 86400))
+        ->check(CLI::Range(1, 86400).description(""))
+        ->type_name("SECONDS")
         ->capture_default_str();
     app.add_flag("--json", chosen.json, "Print JSON");
 }
@@ -80,21 +85,26 @@ static void add_command(CLI::App &app, const command_row &row, options &chosen)
     CLI::App *command = app.add_subcommand(row.name, row.help);
     if (row.ids != command_row::NO_ID) {
         auto *ids = command->add_option("FAXID", chosen.ids, "Id of the fax, as list prints it")
-                        ->check(CLI::Range(faxid_t{1}, faxid_t{0xFFFFFFFF}));
+                        ->check(CLI::Range(faxid_t{1}, faxid_t{0xFFFFFFFF}).description(""))
+                        ->type_name("");
         if (row.ids != command_row::SEVERAL)
-            ids->expected(1);
+            ids->expected(1)->allow_extra_args(false);
         if (row.ids != command_row::ONE_MAYBE)
             ids->required();
     }
     if (row.run == get_command) {
-        command->add_option("-o,--output", chosen.output,
-                            "File, directory, or - for standard output (default: the fax's own name)");
+        command
+            ->add_option("-o,--output", chosen.output,
+                         "File, directory, or - for standard output (default: the fax's own name)")
+            ->type_name("PATH");
         command->add_flag("-f,--force", chosen.force, "Replace a file that exists");
     }
     if (row.run == commit_command)
         command->add_flag("-y,--yes", chosen.yes, "Do not ask");
     if (row.run == deliver_command)
-        command->add_option("RECIPIENT", chosen.recipient, "Name of a user or group")->required();
+        command->add_option("RECIPIENT", chosen.recipient, "Name of a user or group")
+            ->type_name("")
+            ->required();
 }
 
 static exit_status parse_and_run(int argc, char **argv)
