@@ -7,6 +7,7 @@
 
 #include "../fuzz/fax_header.h"
 #include "../fuzz/info_file.h"
+#include "../fuzz/requests.h"
 #include "support/capture.h"
 #include "support/temp_dir.h"
 
@@ -17,7 +18,7 @@ TEST(Corpus, EveryInputHoldsWhatTheFuzzersCheck)
     struct {
         const char *name;
         void (*run)(const uint8_t *, size_t);
-    } rows[] = {{"fax_header", fuzz_fax_header}, {"info_file", fuzz_info_file}};
+    } rows[] = {{"fax_header", fuzz_fax_header}, {"info_file", fuzz_info_file}, {"requests", fuzz_requests}};
     for (const auto &row : rows) {
         std::string folder = std::string(TEST_DATA "/../../fuzz/corpus/") + row.name;
         dir_ptr dir(opendir(folder.c_str()));

@@ -377,12 +377,13 @@ static exit_status choose_inbox(session &s)
 
 exit_status run(const options &chosen, exit_status (*command)(session &), bool anonymous)
 {
-    login who = {chosen.user, "", 0};
-    if (!anonymous && !find_password(chosen, &who.password_hash))
-        return EXIT_LOCAL;
-    inbox_client client(who, chosen.timeout);
+    inbox_client client({chosen.user, "", 0}, chosen.timeout);
     if (!client.connect(chosen.host))
         return explain(client);
+    std::string hash;
+    if (!anonymous && !find_password(chosen, &hash))
+        return EXIT_LOCAL;
+    client.set_password_hash(hash);
     session s = {chosen, client, {}};
     exit_status found = anonymous ? EXIT_DONE : choose_inbox(s);
     return found == EXIT_DONE ? command(s) : found;

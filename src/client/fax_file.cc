@@ -13,6 +13,8 @@
 #include <cstdio>
 #include <cstring>
 
+#include "client/output.h"
+
 namespace faxtray {
 
 // What a signal that ends the program removes; "" for nothing. One fax is fetched at a time.
@@ -48,7 +50,8 @@ static std::string directory_of(const std::string &path)
 
 bool fax_file::complain(const char *what) const
 {
-    fprintf(stderr, "faxtray: can't %s %s: %s\n", what, target_.c_str(), strerror(errno));
+    const int error = errno;
+    fprintf(stderr, "faxtray: can't %s %s: %s\n", what, printable(target_).c_str(), strerror(error));
     return false;
 }
 
@@ -63,7 +66,7 @@ bool fax_file::begin(const std::string &target, bool replace)
     struct stat status;
     if (lstat(target.c_str(), &status) == 0) {
         if (!replace || !S_ISREG(status.st_mode)) {
-            fprintf(stderr, "faxtray: %s exists%s\n", target.c_str(),
+            fprintf(stderr, "faxtray: %s exists%s\n", printable(target).c_str(),
                     replace ? " and is no regular file" : ": choose another name with -o, or --force");
             return false;
         }

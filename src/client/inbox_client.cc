@@ -36,6 +36,12 @@ inbox_client::inbox_client(login who, int timeout_seconds)
     pw_ = {lend(login_.user), lend(login_.password_hash), lend(none), 0, login_.check_value};
 }
 
+void inbox_client::set_password_hash(const std::string &hash)
+{
+    login_.password_hash = hash;
+    pw_.password = lend(login_.password_hash);
+}
+
 bool inbox_client::fail(client_failure::kind_t kind, std::string message)
 {
     failure_ = {kind, 0, 0, std::move(message)};

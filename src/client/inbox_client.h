@@ -95,6 +95,7 @@ public:
     inbox_client(const inbox_client &) = delete;
     inbox_client &operator=(const inbox_client &) = delete;
 
+    void set_password_hash(const std::string &hash);
     // Asks the host's port mapper for faxtrayd and connects, each step within the timeout.
     bool connect(const std::string &host);
     const client_failure &failure() const { return failure_; }

@@ -99,7 +99,7 @@ bool ask_password(const std::string &prompt, std::string *password)
     bool ok = tcsetattr(tty.get(), TCSAFLUSH, &silent) == 0 &&
               write(tty.get(), prompt.data(), prompt.size()) == static_cast<ssize_t>(prompt.size()) &&
               read_line(tty.get(), password);
-    if (!ok)
+    if (!ok && !interrupted_by)
         fprintf(stderr, "faxtray: can't read a password: %s\n", strerror(errno));
     tcsetattr(tty.get(), TCSAFLUSH, &before);
     return ok;
