@@ -36,6 +36,8 @@ namespace faxtray {
 constexpr int runs = 7;
 constexpr time_t first_mtime = 1000000000;
 
+static std::string root;  // the directory that holds all data
+
 [[noreturn]] static void fail(const char *what)
 {
     perror(what);
@@ -221,7 +223,7 @@ static void list(user_node_t *user, u_int faxes)
     }
 }
 
-static double bench_inbox(const std::string &root, int faxes)
+static double bench_inbox(int faxes)
 {
     std::string path = root + "/inbox" + std::to_string(faxes);
     make_inbox(path, faxes);
@@ -246,7 +248,7 @@ static double bench_inbox(const std::string &root, int faxes)
     return first.ours.ms;
 }
 
-static void bench_configuration(const std::string &root, int n)
+static void bench_configuration(int n)
 {
     std::string path = root + "/site" + std::to_string(n);
     make_configuration(path, n);
@@ -278,9 +280,10 @@ static void bench_configuration(const std::string &root, int n)
 
 static int run(const char *parent)
 {
-    std::string root = std::string(parent) + "/bench_listing.XXXXXX";
+    root = std::string(parent) + "/bench_listing.XXXXXX";
     if (!mkdtemp(root.data()))
         fail(root.c_str());
+    atexit([] { std::filesystem::remove_all(root); });  // measured processes end by _exit
     struct statfs fs;
     if (statfs(parent, &fs) < 0)
         fail(parent);
@@ -289,13 +292,12 @@ static int run(const char *parent)
     printf("%-28s %7s %10s %10s %7s %12s %9s\n", "", "n", "bare ms", "ours ms", "ratio", "peak KiB",
            "bytes/n");
     Update_slop = 0;
-    bench_inbox(root, 1000);
-    double at_10000 = bench_inbox(root, 10000);
-    double at_100000 = bench_inbox(root, 100000);
+    bench_inbox(1000);
+    double at_10000 = bench_inbox(10000);
+    double at_100000 = bench_inbox(100000);
     printf("first load, 100,000 against 10,000 faxes: %.1f times\n", at_100000 / at_10000);
-    bench_configuration(root, 2000);
-    bench_configuration(root, 20000);
-    std::filesystem::remove_all(root);
+    bench_configuration(2000);
+    bench_configuration(20000);
     return 0;
 }
 
