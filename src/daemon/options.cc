@@ -57,7 +57,7 @@ static bool scan_number(const char *text, int32_t *number)
 static bool is_missing(int letter, const char *value)
 {
     int32_t number;
-    return value == nullptr || (value[0] == '-' && !(letter == 'd' && scan_number(value, &number)));
+    return value[0] == '-' && !(letter == 'd' && scan_number(value, &number));
 }
 
 static void report_missing(int letter)
@@ -112,18 +112,9 @@ static void set_delay(const char *value)
     Update_slop = Default_slop;
 }
 
-// What one option sets; `value` is null for options without one, and where it is missing.
+// What one option sets; `value` is "" where there is none.
 static void take_option(int letter, const char *value, options_t &options)
 {
-    if (is_one_of(Value_options, letter)) {
-        if (is_missing(letter, value)) {
-            report_missing(letter);
-            options.exit_status = Start_up_failure;
-            return;
-        }
-        if (value[0] == '\0')
-            return;
-    }
     switch (letter) {
     case 'D':
         Debug = 1;
@@ -139,7 +130,7 @@ static void take_option(int letter, const char *value, options_t &options)
             options.exit_status = 0;
         break;
     case 'L':
-        snprintf(dvLog_callbacks, sizeof dvLog_callbacks, "%s", value && value[0] != '-' ? value : "");
+        snprintf(dvLog_callbacks, sizeof dvLog_callbacks, "%s", value[0] == '-' ? "" : value);
         break;
     case 'W':
         snprintf(dvWork_dir, sizeof dvWork_dir, "%s", value);
@@ -180,7 +171,17 @@ options_t parse_options(int argc, char *argv[]) noexcept
     while (options.exit_status < 0 && (letter = getopt(argc, argv, Options)) != -1) {
         // getopt says "?" of an unknown letter and of a known one whose value the line ends without.
         const bool cut_off = letter == '?' && (is_one_of(Value_options, optopt) || optopt == 'L');
-        take_option(cut_off ? optopt : letter, cut_off ? nullptr : optarg, options);
+        if (cut_off)
+            letter = optopt;
+        const char *value = optarg ? optarg : "";
+
+        const bool wants_value = is_one_of(Value_options, letter);
+        if (wants_value && (cut_off || is_missing(letter, value))) {
+            report_missing(letter);
+            options.exit_status = Start_up_failure;
+        } else if (!wants_value || value[0] != '\0') {
+            take_option(letter, value, options);
+        }
     }
     return options;
 }

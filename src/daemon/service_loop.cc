@@ -117,10 +117,11 @@ void cv_svc_run()
 {
     static const fd_set none = {};
     const int limit = connection_limit();
+    bool full = false;
     for (;;) {
         fd_set ready = svc_fdset;
         FD_SET(signals_fd(), &ready);
-        if (count(svc_fdset) > limit)  // the next one finds its way in when another has gone
+        if (full)  // who knocks now gets in when another has gone
             FD_CLR(listener, &ready);
         const int n = select(FD_SETSIZE, &ready, nullptr, nullptr, nullptr);
         if (n < 0 && errno == EBADF)
@@ -135,6 +136,8 @@ void cv_svc_run()
             if (signals_pending())
                 signals_handle();
         });
+        if (full || FD_ISSET(listener, &ready))
+            full = count(svc_fdset) > limit;
     }
     fprintf(stderr, "cv_svc_run: select: %s\n", strerror(EBADF));
 }
