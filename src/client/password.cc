@@ -2,6 +2,7 @@
 #include "client/password.h"
 
 #include <fcntl.h>
+#include <poll.h>
 #include <sys/stat.h>
 #include <termios.h>
 #include <unistd.h>
@@ -18,14 +19,21 @@ namespace faxtray {
 
 static constexpr size_t MAX_PASSWORD = 4096;  // passwd() refuses what is longer
 
-// One line without its end; false with errno when reading fails or a signal came.
-static bool read_line(int fd, std::string *line)
+// One line without its end; false with errno when reading fails or a signal came. With `waiting`, the
+// signals that it leaves unblocked are let in only while waiting for input, so that none is missed.
+static bool read_line(int fd, std::string *line, const sigset_t *waiting = nullptr)
 {
     line->clear();
     char c;
     ssize_t n;
-    while ((n = read(fd, &c, 1)) == 1 && c != '\n' && line->size() <= MAX_PASSWORD)
-        line->push_back(c);
+    do {
+        pollfd input = {fd, POLLIN, 0};
+        if (waiting && ppoll(&input, 1, nullptr, waiting) < 0)
+            return false;
+        n = read(fd, &c, 1);
+        if (n == 1 && c != '\n')
+            line->push_back(c);
+    } while (n == 1 && c != '\n' && line->size() <= MAX_PASSWORD);
     if (!line->empty() && line->back() == '\r')
         line->pop_back();
     return n >= 0;
@@ -58,16 +66,21 @@ static void interrupt(int signal)
 
 namespace {
 
-// While it lives the signals that end a program only end a read.
+// While it lives the signals that end a program come in only where while_waiting() is the mask.
 class held_signals {
 public:
     held_signals()
     {
         interrupted_by = 0;
+        sigset_t held;
+        sigemptyset(&held);
         struct sigaction action = {};
-        action.sa_handler = interrupt;  // without SA_RESTART, so that read() returns
-        for (size_t i = 0; i < std::size(signals); i++)
+        action.sa_handler = interrupt;
+        for (size_t i = 0; i < std::size(signals); i++) {
+            sigaddset(&held, signals[i]);
             sigaction(signals[i], &action, &before_[i]);
+        }
+        sigprocmask(SIG_BLOCK, &held, &mask_before_);
     }
     ~held_signals()
     {
@@ -75,11 +88,14 @@ public:
             sigaction(signals[i], &before_[i], nullptr);
         if (interrupted_by)
             raise(interrupted_by);
+        sigprocmask(SIG_SETMASK, &mask_before_, nullptr);  // what came meanwhile takes effect here
     }
+    const sigset_t *while_waiting() const { return &mask_before_; }
 
 private:
     static constexpr int signals[] = {SIGINT, SIGTERM, SIGHUP, SIGQUIT};
     struct sigaction before_[std::size(signals)];
+    sigset_t mask_before_;
 };
 
 }  // namespace
@@ -98,7 +114,7 @@ bool ask_password(const std::string &prompt, std::string *password)
     silent.c_lflag |= ECHONL;
     bool ok = tcsetattr(tty.get(), TCSAFLUSH, &silent) == 0 &&
               write(tty.get(), prompt.data(), prompt.size()) == static_cast<ssize_t>(prompt.size()) &&
-              read_line(tty.get(), password);
+              read_line(tty.get(), password, held.while_waiting());
     if (!ok && !interrupted_by)
         fprintf(stderr, "faxtray: can't read a password: %s\n", strerror(errno));
     tcsetattr(tty.get(), TCSAFLUSH, &before);

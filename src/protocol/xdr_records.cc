@@ -82,10 +82,10 @@ static bool_t xdr_chain(XDR *xdrs, Record **head, bool_t (*fields)(XDR *, Record
         bool_t more = *link != nullptr;
         if (!xdr_bool(xdrs, &more))
             return FALSE;
-        if (!more)
-            return TRUE;
-        if (xdrs->x_op == XDR_DECODE && !(*link = static_cast<Record *>(calloc(1, sizeof(Record)))))
+        if (xdrs->x_op == XDR_DECODE && more && !(*link = static_cast<Record *>(calloc(1, sizeof(Record)))))
             return FALSE;
+        if (!*link)
+            return TRUE;
         if (!fields(xdrs, *link))
             return FALSE;
     }
