@@ -1,6 +1,7 @@
 // xdr_memory: records in and out of XDR bytes in memory.
 #pragma once
 
+#include <gtest/gtest.h>
 #include <rpc/rpc.h>
 
 #include <string>
@@ -35,6 +36,17 @@ template <class Routine, class Record> void free_decoded(Routine *routine, Recor
     XDR xdrs = {};
     xdrs.x_op = XDR_FREE;
     routine(&xdrs, record);
+}
+
+// Expects that no part of `bytes` from their beginning decodes. What was decoded of it is freed, which the
+// address sanitizer watches.
+template <class Record> void refuse_cut(bool_t (*routine)(XDR *, Record *) noexcept, const std::string &bytes)
+{
+    for (size_t length = 0; length < bytes.size(); length++) {
+        Record record = {};
+        EXPECT_FALSE(decode(routine, &record, bytes.substr(0, length))) << length;
+        free_decoded(routine, &record);
+    }
 }
 
 }  // namespace faxtray
