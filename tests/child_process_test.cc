@@ -13,25 +13,6 @@
 
 namespace faxtray {
 
-static volatile sig_atomic_t signals;
-
-// Handles a signal by counting it; without SA_RESTART, so that it interrupts what waits.
-class counted_signal {
-public:
-    explicit counted_signal(int signal) : signal_(signal)
-    {
-        struct sigaction action = {};
-        action.sa_handler = [](int) { signals = signals + 1; };
-        sigaction(signal_, &action, &old_);
-        signals = 0;
-    }
-    ~counted_signal() { sigaction(signal_, &old_, nullptr); }
-
-private:
-    int signal_;
-    struct sigaction old_ = {};
-};
-
 static std::string output_of(const char *command)
 {
     FILE *in = child_popen(command, "r");
@@ -49,9 +30,7 @@ TEST(ChildProcess, GivesTheWaitStatus)
     EXPECT_EQ(WEXITSTATUS(child_system("/nonexistent/command 2>/dev/null")), 127);
     EXPECT_EQ(WTERMSIG(child_system("kill -9 $$")), SIGKILL);
     EXPECT_EQ(child_awaited(), 3);
-    EXPECT_EQ(child_awaited(), 0);
     EXPECT_EQ(child_popen("true", "rw"), nullptr);
-    EXPECT_EQ(child_pclose(stderr), -1);
 }
 
 TEST(ChildProcess, StreamsRunSideBySide)
@@ -59,7 +38,6 @@ TEST(ChildProcess, StreamsRunSideBySide)
     capture_stdout printed;
     printf("printed before, ");
     FILE *first = child_popen("cat; exit 1", "w"), *second = child_popen("cat; exit 2", "w");
-    ASSERT_TRUE(first && second);
     fputs("first, ", first);
     fputs("second", second);
     EXPECT_EQ(WEXITSTATUS(child_pclose(first)), 1) << "ends although the second is still open";
@@ -69,16 +47,9 @@ TEST(ChildProcess, StreamsRunSideBySide)
 
 TEST(ChildProcess, SeesOnlyTheStandardDescriptors)
 {
-    unique_fd leaked(fcntl(STDERR_FILENO, F_DUPFD, 77));
-    ASSERT_TRUE(leaked);
-    EXPECT_EQ(output_of("ls /proc/$$/fd; true"), "0\n1\n2\n");
-    EXPECT_EQ(output_of("readlink /proc/$$/fd/0; true"), "/dev/null\n");
-}
-
-TEST(ChildProcess, WorksWithoutStandardInput)
-{
-    unique_fd saved(fcntl(STDIN_FILENO, F_DUPFD_CLOEXEC, 10));
-    close(STDIN_FILENO);  // so that the pipe's first end would become 0
+    unique_fd leaked(fcntl(STDERR_FILENO, F_DUPFD, 77)), saved(fcntl(STDIN_FILENO, F_DUPFD_CLOEXEC, 10));
+    EXPECT_EQ(output_of("ls /proc/$$/fd; readlink /proc/$$/fd/0; true"), "0\n1\n2\n/dev/null\n");
+    close(STDIN_FILENO);  // so that a pipe's first end would become 0
     EXPECT_EQ(output_of("echo text"), "text\n");
     FILE *out = child_popen("read line; test \"$line\" = text", "w");
     fputs("text\n", out);
@@ -110,30 +81,24 @@ TEST(ChildProcess, StartsWithCleanSignalsAndTheOldLimit)
     child_set_limit(old);
 }
 
-TEST(ChildProcess, WaitsOutInterruptions)
-{
-    counted_signal usr1(SIGUSR1);
-    for (int i = 0; i < 20; i++)
-        ASSERT_EQ(WEXITSTATUS(child_system("kill -USR1 $PPID; kill -USR1 $PPID; exit 5")), 5);
-    EXPECT_GE(signals, 20);
-}
-
 TEST(ChildProcess, StatusesAreItsOwnAmongOtherChildren)
 {
-    counted_signal chld(SIGCHLD);
+    struct sigaction interrupts = {};  // without SA_RESTART
+    interrupts.sa_handler = [](int) {};
+    sigaction(SIGCHLD, &interrupts, nullptr);
     child_awaited();
-    constexpr int count = 40;
-    for (int i = 0; i < count; i++) {
+    constexpr int children = 40;
+    for (int i = 0; i < children; i++) {
         if (fork() == 0)
             _exit(99);
         ASSERT_EQ(WEXITSTATUS(child_system(("exit " + std::to_string(i)).c_str())), i);
     }
-    EXPECT_EQ(child_awaited(), count);
+    EXPECT_EQ(child_awaited(), children);
     int others = 0, status = 0;
     for (; waitpid(-1, &status, 0) > 0; others++)
         EXPECT_EQ(WEXITSTATUS(status), 99);
-    EXPECT_EQ(others, count) << "are left for the reaper";
-    EXPECT_GT(signals, 0);
+    EXPECT_EQ(others, children) << "are left for the reaper";
+    signal(SIGCHLD, SIG_DFL);
 }
 
 }  // namespace faxtray
