@@ -35,7 +35,8 @@ step "Manual pages"
 mandoc -T lint -W warning man/*.[0-9]
 
 step "Build with clang"
-configure build/clang -DCMAKE_CXX_COMPILER=clang++-14 -DCMAKE_C_COMPILER=clang-14 -DCMAKE_BUILD_TYPE=Debug
+configure build/clang -DCMAKE_CXX_COMPILER=clang++-14 -DCMAKE_C_COMPILER=clang-14 -DCMAKE_BUILD_TYPE=Debug \
+    -DFAXTRAY_BENCH=ON
 build build/clang
 
 step "Static analysis"

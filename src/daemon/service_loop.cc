@@ -27,7 +27,9 @@ namespace faxtray {
 static constexpr u_int Send_size = MAX_READ_SIZE / 2 + 1024;
 // Room for a whole reply in the socket, so that a client which does not read holds up nobody.
 static constexpr int Socket_buffer = 2 * MAX_READ_SIZE;
-static constexpr struct timeval Send_timeout = {2, 900000};
+// How long one write waits for a client that does not read. libtirpc writes up to four times before it
+// gives the connection up, so all others wait for under three seconds.
+static constexpr struct timeval Send_timeout = {0, 700000};
 // Descriptors kept free of connections, for files and children.
 static constexpr int Reserve = 64;
 
