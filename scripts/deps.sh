@@ -2,7 +2,7 @@
 # that nothing is fetched where all is there.
 
 build_packages="g++ cmake ninja-build pkg-config libtirpc-dev libcli11-dev nlohmann-json3-dev libgtest-dev rpcsvc-proto"
-service_packages="rpcbind"
+service_packages="rpcbind netbase"
 sample_packages="ghostscript libtiff-tools python3"
 
 # need PACKAGE...: installs those that are missing, or tells what to install when we may not.
