@@ -4,9 +4,7 @@
 
 #include <cerrno>
 #include <ctime>
-#include <sstream>
 #include <string>
-#include <vector>
 
 #include "support/capture.h"
 #include "support/temp_dir.h"
@@ -15,18 +13,17 @@ namespace faxtray {
 
 static constexpr char version[] = "@(#)|deliver|9|01|2|3|4|07/26/99|14:39:28";
 
-// The lines with each time, which is now, replaced by "TIME".
-static std::string timeless(const std::string &text)
+// The text with each line's time, which is now, replaced by "TIME".
+static std::string timeless(std::string text)
 {
-    std::istringstream lines(text);
-    std::string result;
-    for (std::string line; std::getline(lines, line); result += line + '\n') {
-        struct tm when;
-        const char *rest = strptime(line.c_str(), "%d-%b-%Y %H:%M:%S", &when);
-        if (rest && rest - line.c_str() == 20)
-            line.replace(0, 20, "TIME");
-    }
-    return result;
+    struct tm when;
+    size_t at = 0;
+    do {
+        const char *line = text.c_str() + at, *rest = strptime(line, "%d-%b-%Y %H:%M:%S", &when);
+        if (rest && rest - line == 20)
+            text.replace(at, 20, "TIME");
+    } while ((at = text.find('\n', at) + 1) > 0);
+    return text;
 }
 
 TEST(ExceptionLog, LineTellsTimeLevelMessageAndPlace)
@@ -35,8 +32,6 @@ TEST(ExceptionLog, LineTellsTimeLevelMessageAndPlace)
     std::string log = dir / "exception_log";
     ASSERT_EQ(elog_init("faxtrayd", log.c_str(), 0), 1);
     EXPECT_EQ(elog_init("other", "", 1), 0);
-    EXPECT_EQ(elog_init("other", nullptr, 1), 0);
-
     errno = ENOTTY;
     EXPECT_EQ(elog_writef(version, "deliver.cc", 42, ELOG_FATAL, ELOG_FILE, "lost [%s]: %d\n\n", "a\n", 7),
               1);
@@ -50,41 +45,25 @@ TEST(ExceptionLog, LineTellsTimeLevelMessageAndPlace)
 
 TEST(ExceptionLog, GoesToTheDestinationsAskedFor)
 {
-    temp_dir dir;
-    for (int mask = 0; mask < 8; mask++) {
-        std::string log = dir / std::to_string(mask).c_str();
-        elog_init("faxtrayd", log.c_str(), 1);
+    for (int mask : {0, int{ELOG_STDERR}, int{ELOG_STDOUT}, ELOG_STDERR | ELOG_STDOUT}) {
         capture_stdout out;
         capture_stderr err;
         EXPECT_EQ(elog_writef(version, "x.cc", 1, ELOG_NOTICE, mask, "said\n"), 1) << mask;
         EXPECT_EQ(timeless(err.text()), mask & ELOG_STDERR ? "TIME  NOTICE:  said\n" : "") << mask;
         EXPECT_EQ(timeless(out.text()), mask & ELOG_STDOUT ? "TIME  NOTICE:  said\n" : "") << mask;
-        if (mask & ELOG_FILE) {
-            EXPECT_EQ(timeless(read_file(log)), "TIME  NOTICE:  said  //faxtrayd [x.cc:1] 9.2.3.4\n") << mask;
-        }
     }
 }
 
 TEST(ExceptionLog, FallsBackToStandardErrorWhenTheFileCannotBeWritten)
 {
-    temp_dir dir;
-    std::string log = dir / "no/log";
-    elog_init("faxtrayd", log.c_str(), 1);
-    std::string failed = "elog_writef:  failed to fopen(\"" + log + "\"),errno=2," + version + ",x.cc,1\n";
-    struct {
-        int mask;
-        const char *line;
-    } rows[] = {
-        {ELOG_FILE, "TIME   ERROR:  said  //faxtrayd [x.cc:1] 9.2.3.4\n"},
-        {ELOG_FILE | ELOG_STDERR, "TIME   ERROR:  said\n"},
-    };
-    for (const auto &row : rows) {
-        capture_stderr err;
-        EXPECT_EQ(elog_writef(version, "x.cc", 1, ELOG_ERROR, row.mask, "said"), 0);
-        EXPECT_EQ(timeless(err.text()), failed + row.line);
-    }
-    elog_init("faxtrayd", "/dev/full", 1);
+    elog_init("faxtrayd", "/dev/null/log", 1);
+    capture_stderr err;
     EXPECT_EQ(elog_writef(version, "x.cc", 1, ELOG_ERROR, ELOG_FILE, "said"), 0);
+    EXPECT_EQ(elog_writef(version, "x.cc", 2, ELOG_ERROR, ELOG_FILE | ELOG_STDERR, "said"), 0);
+    const std::string failed =
+        "elog_writef:  failed to fopen(\"/dev/null/log\"),errno=20," + std::string(version);
+    EXPECT_EQ(timeless(err.text()), failed + ",x.cc,1\nTIME   ERROR:  said  //faxtrayd [x.cc:1] 9.2.3.4\n" +
+                                        failed + ",x.cc,2\nTIME   ERROR:  said\n");
 }
 
 #pragma GCC diagnostic push
@@ -102,12 +81,12 @@ TEST(ExceptionLog, CutsTheFormatAndKeepsTheArguments)
 }
 #pragma GCC diagnostic pop
 
-static std::vector<std::string> told;
+static std::string told;
 
 static void tell(const elog_entry_t &entry)
 {
-    told.push_back(timeless(std::string(entry.prefix) + entry.message + entry.trailer) + entry.format +
-                   (entry.notify ? " notify" : " quiet") + (entry.written < 0 ? " lost" : " written"));
+    told += timeless(std::string(entry.prefix) + entry.message + entry.trailer);
+    told += std::string(entry.notify ? "notify" : "quiet") + (entry.written < 0 ? " lost\n" : " written\n");
     if (entry.notify)
         elog_writef(version, "x.cc", 2, ELOG_ERROR, ELOG_FILE, "inner");
 }
@@ -123,13 +102,9 @@ TEST(ExceptionLog, NotifierHearsOfEachEntryAndOfItsOwnQuietly)
     elog_writef(version, "x.cc", 1, ELOG_ERROR, ELOG_FILE, "n%d\n", 2);
     EXPECT_EQ(elog_toggle_notify(0), 1);
     elog_set_notifier(nullptr);
-    elog_writef(version, "x.cc", 1, ELOG_ERROR, ELOG_FILE, "n%d\n", 3);
-    std::vector<std::string> expected = {
-        "TIME   ERROR:  n1  //faxtrayd [x.cc:1] 9.2.3.4\nn%d\n notify written",
-        "TIME   ERROR:  inner  //faxtrayd [x.cc:2] 9.2.3.4\ninner quiet written",
-        "TIME   ERROR:  n2  //faxtrayd [x.cc:1] 9.2.3.4\nn%d\n quiet lost",
-    };
-    EXPECT_EQ(told, expected);
+    EXPECT_EQ(told, "TIME   ERROR:  n1  //faxtrayd [x.cc:1] 9.2.3.4\nnotify written\n"
+                    "TIME   ERROR:  inner  //faxtrayd [x.cc:2] 9.2.3.4\nquiet written\n"
+                    "TIME   ERROR:  n2  //faxtrayd [x.cc:1] 9.2.3.4\nquiet lost\n");
 }
 
 }  // namespace faxtray

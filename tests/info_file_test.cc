@@ -66,7 +66,6 @@ TEST(InfoFile, WritesWhatItReadsBackUnchanged)
     }
     EXPECT_EQ(0u, read_file(path).find("\n[plain]\n\tv100 = \" leading\"\n\tv101 = \"trailing \"\n"
                                        "\tv102 = a\\#b\\;c\n\tv103 = \"\\ttab\\nline\\n\"\n"));
-    EXPECT_NE(std::string::npos, read_file(path).find("\tv110 =\n"));
     av_free(table);
 }
 
@@ -89,8 +88,6 @@ TEST(InfoFile, CutsLongValuesAndSaysSo)
               text.find(std::string("info_parse_value: Truncated [") + longer + "] to [" + whole + "]\n"));
     EXPECT_NE(std::string::npos, text.find(std::string("info_unparse_value: Truncated [") + written +
                                            "y] to [" + written + "]\n"));
-    EXPECT_STREQ("", info_parse_value(nullptr));
-    EXPECT_STREQ("", info_unparse_value(nullptr));
 }
 
 TEST(InfoFile, FindsSectionsInAnyOrderAndStripsTheirDefaults)
