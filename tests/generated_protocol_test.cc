@@ -18,11 +18,8 @@ template <class Pointer> using record_of = std::remove_pointer_t<std::remove_ref
 
 // Fillers work on our record and on the generated one alike, since the fields have the same names.
 static auto fill_pw = [](auto &pw) {
-    pw.user = text_a;
-    pw.password = text_b;
-    pw.reserved_str = text_c;
-    pw.reserved_int = -7;
-    pw.check_value = 0xFEDCBA98;
+    pw.user = text_a, pw.password = text_b, pw.reserved_str = text_c;
+    pw.reserved_int = -7, pw.check_value = 0xFEDCBA98;
 };
 
 // Makes `pointer` point to a zeroed record that `fill` then fills.
@@ -55,14 +52,8 @@ static auto fill_request = [](auto &r) {
 };
 
 static auto fill_file = [](auto &info) {
-    info.name = text_a;
-    info.sender_fax = text_b;
-    info.subaddress = text_c;
-    info.pwd_frame = text_d;
-    info.pages = -1;
-    info.is_fax = 1;
-    info.faxid = 0x81020304;
-    info.size = 0xFFFFFFFE;
+    info.name = text_a, info.sender_fax = text_b, info.subaddress = text_c, info.pwd_frame = text_d;
+    info.pages = -1, info.is_fax = 1, info.faxid = 0x81020304, info.size = 0xFFFFFFFE;
     info.mtime = 0x90ABCDEF;  // after 2038
 };
 
