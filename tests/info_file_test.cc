@@ -33,42 +33,6 @@ static std::string section(const open_info &info, const char *key = nullptr, key
     return text;
 }
 
-TEST(InfoFile, WritesWhatItReadsBackUnchanged)
-{
-    temp_dir dir;
-    av_list_t *table = nullptr;
-    const char *values[] = {" leading", "trailing ", "a#b;c", "\ttab\nline\n", "\"quoted\"", "back\\slash\\",
-                            "\\n",      "\"",        " \"",   "plain",         "",           "#"};
-    for (const char *key : {"plain", "Mary O'Neil"}) {
-        av_list_ptr list(av_new(key));
-        for (size_t i = 0; i < std::size(values); i++)
-            av_put(list.get(), std::string("v").append(std::to_string(100 + i)).c_str(), values[i]);
-        ASSERT_EQ(1, avl_update(&table, strcmp, list.get()));
-    }
-    av_list_ptr raw(av_new("__raw"));
-    av_put(raw.get(), "cmd", "a;b # c \\n");
-    ASSERT_EQ(1, avl_update(&table, strcmp, raw.get()));
-
-    std::string path = dir.write("written.info", "");
-    file_ptr file(fopen(path.c_str(), "w"));
-    ASSERT_EQ(1, info_write_list(file.get(), table));
-    file.reset();
-    open_info info(path);
-    for (const av_list_t *list = table; list; list = list->next) {
-        av_list_ptr read(info_get(info.file, nullptr, strcmp, nullptr));
-        ASSERT_TRUE(read);
-        EXPECT_STREQ(list->key, read->key);
-        const av_node_t *b = read->nodes;
-        for (const av_node_t *a = list->nodes; a; a = a->next, b = b->next) {
-            ASSERT_TRUE(b);
-            EXPECT_STREQ(a->value, b->value) << a->attr;
-        }
-    }
-    EXPECT_EQ(0u, read_file(path).find("\n[plain]\n\tv100 = \" leading\"\n\tv101 = \"trailing \"\n"
-                                       "\tv102 = a\\#b\\;c\n\tv103 = \"\\ttab\\nline\\n\"\n"));
-    av_free(table);
-}
-
 TEST(InfoFile, CutsLongValuesAndSaysSo)
 {
     temp_dir dir;

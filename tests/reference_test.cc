@@ -116,7 +116,8 @@ static void run_calls(const std::string &path)
     }
 }
 
-static void print_info(const std::string &path)
+// Prints every section, and writes it to `copy` unless that is null.
+static void print_sections(const std::string &path, FILE *copy)
 {
     av_list_t *defaults = nullptr, *none = nullptr;
     struct timespec mtime;
@@ -124,8 +125,21 @@ static void print_info(const std::string &path)
     while (av_list_ptr list{info_get(file, defaults, strcmp, nullptr)}) {
         av_printf(stderr, list.get());
         fprintf(stderr, "check value: %d\n", list->check_value);
+        if (copy)
+            info_write(copy, list.get());
     }
     info_close(&file, &defaults, &none);
+}
+
+static void print_info(const std::string &path)
+{
+    temp_dir dir;
+    const std::string written = dir.write("written.info", "");
+    file_ptr copy(fopen(written.c_str(), "w"));
+    print_sections(path, copy.get());
+    copy.reset();
+    fprintf(stderr, "--- written\n%s--- read back\n", read_file(written).c_str());
+    print_sections(written, nullptr);
 }
 
 // An entry as its file has it, with the check value of what it is with the defaults.
