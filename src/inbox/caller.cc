@@ -12,8 +12,9 @@ namespace faxtray {
 
 int valid_user_by_name(const pw_req_t *request, err_t *error)
 {
+    // An empty name is not looked up, since that would put a line into the log for every stranger.
     const char *name = request ? request->user : nullptr;
-    const av_list_t *entry = name ? User_list.users.get(name) : nullptr;
+    const av_list_t *entry = name && *name ? User_list.users.get(name) : nullptr;
     if (!entry)
         return refuse(error, IE_INVALID, 0, "Trayd: Invalid user name: [%s].", name ? name : "(null)");
 

@@ -39,7 +39,8 @@ static const char *or_null(const char *text)
 // Writes the message of source line `line` to the exception log and standard error.
 static void log_message(int line)
 {
-    elog_writef(SCCS_ID, "inbox_lists.cc", line, ELOG_WARNING, ELOG_FILE | ELOG_STDERR, "%s", message);
+    const int length = static_cast<int>(strcspn(message, "\n"));  // an entry ends its line itself
+    elog_writef(SCCS_ID, __FILE__, line, ELOG_WARNING, ELOG_FILE | ELOG_STDERR, "%.*s", length, message);
 }
 
 // A failure of a refresh: to the trace and the exception log, which also prints it.
