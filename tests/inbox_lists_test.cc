@@ -119,14 +119,15 @@ TEST_F(InboxLists, ReloadRenewsOnlyChangedUsers)
 TEST_F(InboxLists, CheckValueTellsListsApart)
 {
     u_int last = 0;
-    for (const char *sections : {"[a]\n[b]\n", "[a]\n", "[a]\nhuman_name = A\n", "[a]\nhuman_name = B\n",
-                                 "[a]\nfax_forwarding = no\n", "[a]\nforwarder = First\n"}) {
+    for (const char *sections :
+         {"[a]\n[b]\n", "[a]\n", "[a]\nhuman_name = A\n", "[a]\nhuman_name = B\n",
+          "[a]\nfax_forwarding = no\n", "[a]\nfax_forwarding = no\nforwarder = First\n"}) {
         write_users(sections);
         ASSERT_EQ(update(), 1);
         EXPECT_TRUE(list.check_value != 0 && list.check_value != last) << sections;
         last = list.check_value;
     }
-    write_users("[a]\nforwarder = First\n\n# the same list\n");
+    write_users("[a]\nfax_forwarding = no\nforwarder = First\n\n# the same list\n");
     update();
     EXPECT_EQ(list.check_value, last);
 }
