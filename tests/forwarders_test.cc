@@ -63,8 +63,8 @@ TEST_F(Forwarders, FirstToClaimGetsTheInboxAndOnlyTheFirstSeveral)
         {"one", "none", "-", "faxtray"},  // nobody is registered yet, so all claims are read
         // Empty names are passed over; one that ends in a blank is nobody's.
         {"two", "none,alpha,,Beta.Line,Gamma ,", "alpha,Beta.Line:a1,b2", "faxtray"},
-        {"three", "gamma,alpha", "gamma:c3", "faxtray"},
-        {"four", "none,gamma", "-", "faxtray"},
+        {"three", "none,gamma", "-", "faxtray"},  // later ones: at most the first of their list
+        {"four", "gamma,alpha", "gamma:c3", "faxtray"},
         {"five", "ALPHA", "-", "faxtray"},
     };
     for (auto &row : rows)
