@@ -86,18 +86,4 @@ TEST(Configuration, CorruptFaxBlocksItsInboxUntilItIsGone)
     EXPECT_EQ(faxes[19].name, "f019");
 }
 
-TEST(Configuration, FreshFaxesSettleFirst)
-{
-    site s;
-    running_daemon daemon(s);
-    std::string path = s.inbox("alsmith") + "/fresh";
-    s.add_fax(s.inbox("alsmith"), "fresh");
-    set_mtime(path, time(nullptr));
-    EXPECT_EQ(list(al).size(), 0u);
-    set_mtime(path, time(nullptr) - 61);
-    EXPECT_EQ(list(al).size(), 1u);
-    ASSERT_EQ(unlink(path.c_str()), 0);
-    EXPECT_EQ(list(al).size(), 0u);
-}
-
 }  // namespace faxtray

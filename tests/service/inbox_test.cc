@@ -98,33 +98,6 @@ TEST(Service, CommitRemovesWhatWasShownAndNoMore)
     EXPECT_EQ(list(bea, s.handle()).size(), 0u);
 }
 
-TEST(Service, SlicesGoForwardAndBackward)
-{
-    site s;
-    s.add_faxes(s.inbox("alsmith"), 150);
-    running_daemon daemon(s);
-    std::vector<listed_fax_t> all = list(al), rest = call(2, index_of(al, all[99].id)).faxes();
-    all.insert(all.end(), rest.begin() + 1, rest.end());
-    ASSERT_EQ(all.size(), 150u);
-
-    const struct {
-        int from;  // position, -1 for no fax id
-        uint32_t how, count;
-        std::string want;  // first and last name of the slice, and how many
-    } rows[] = {
-        {-1, 1, 0, "f000 f099 100"},  {-1, 0, 3, "f000 f002 3"},    {-1, 1, 150, "f000 f099 100"},
-        {100, 1, 0, "f100 f149 50"},  {100, 1, 2, "f100 f101 2"},   {4, 1, 0xFFFFFFFF, "f004 f103 100"},
-        {149, 0, 10, "f140 f149 10"}, {149, 0, 0, "f000 f099 100"}, {149, 0, 101, "f049 f148 100"},
-        {4, 0, 0, "f000 f004 5"},     {4, 0, 9, "f000 f004 5"},
-    };
-    for (const auto &row : rows) {
-        std::vector<listed_fax_t> got =
-            call(2, index_of(al, row.from < 0 ? 0 : all[row.from].id, row.how, row.count)).faxes();
-        ASSERT_FALSE(got.empty()) << row.want;
-        EXPECT_EQ(got.front().name + " " + got.back().name + " " + std::to_string(got.size()), row.want);
-    }
-}
-
 TEST(Service, RefusesWithCodeAndMessage)
 {
     site s;
