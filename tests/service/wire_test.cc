@@ -4,6 +4,8 @@
 #include <sys/resource.h>
 #include <sys/socket.h>
 
+#include <csignal>
+
 #include "requests.h"
 #include "support/daemon.h"
 #include "support/wait_for.h"
@@ -124,6 +126,28 @@ TEST(Wire, ReaderThatNeverReadsHoldsUpOthersBriefly)
     ASSERT_TRUE(stalled.send(reads));
     for (int n = 0; n < 10; n++)
         ASSERT_EQ(list(al).size(), 1u);  // fails after PATIENCE seconds
+}
+
+// Signals a daemon that is held up amid a reply: one signal waits for the reply's end, two do not.
+TEST(Wire, OneSignalWaitsForTheReplyAndTwoDoNot)
+{
+    for (bool twice : {false, true}) {
+        site s;
+        s.add_fax(s.inbox("alsmith"), "big", 1'000'000);
+        running_daemon daemon(s);
+        std::string read = call_bytes(5, part_of(al, list(al)[0].id, 262144, 0)), reads;
+        for (int n = 0; n < 100; n++)
+            reads += read;
+        connection stalled;
+        ASSERT_TRUE(stalled.send(reads));
+        const std::string doing = "/proc/" + std::to_string(daemon.pid()) + "/syscall";
+        ASSERT_TRUE(wait_for([&] { return read_file(doing).rfind("1 ", 0) == 0; })) << "writes nothing";
+        if (twice)
+            daemon.signal(SIGINT);
+        EXPECT_EQ(daemon.stop(SIGTERM), 0);
+        EXPECT_EQ(daemon.log().find("Shutting down") == std::string::npos, twice) << daemon.log();
+        EXPECT_NE(daemon.log().find("Trayd: Interrupted: signal ["), std::string::npos);
+    }
 }
 
 TEST(Wire, ServesOnBeyondTheDescriptorLimit)
