@@ -3,7 +3,9 @@
 
 #include <gtest/gtest.h>
 
+#include <cstdlib>
 #include <string>
+#include <utility>
 #include <vector>
 
 #include "deliver/exception_log.h"
@@ -17,7 +19,8 @@ static options_t parse(std::vector<std::string> words, std::string *said = nullp
 {
     Update_slop = 60;
     Debug = Regd_challenged = 0;
-    modem_info = user_info = nullptr;
+    free(std::exchange(modem_info, nullptr));
+    free(std::exchange(user_info, nullptr));
     dvLog_callbacks[0] = '\0';
     Program = "faxtrayd";
     words.insert(words.begin(), Program);
