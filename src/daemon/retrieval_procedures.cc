@@ -194,16 +194,17 @@ struct chunk_t {  // grows, never shrinks
 
 }  // namespace
 
-// On failure errno is set, and the chunk is as it was.
+static constexpr size_t Page = 4096;
+
+// Makes room for `size` bytes. On failure errno is set, and the chunk is as it was.
 static bool reserve(chunk_t &chunk, u_int size)
 {
     if (size <= chunk.capacity)
         return true;
-    char *bytes = static_cast<char *>(realloc(chunk.bytes.get(), size));
+    void *bytes = aligned_alloc(Page, size);  // the kernel copies onto page boundaries noticeably faster
     if (bytes == nullptr)
         return false;
-    (void)chunk.bytes.release();
-    chunk.bytes.reset(bytes);
+    chunk.bytes.reset(static_cast<char *>(bytes));
     chunk.capacity = size;
     return true;
 }
