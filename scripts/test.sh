@@ -15,11 +15,11 @@ step() { printf '\n== %s (%d s)\n' "$*" $((SECONDS - started)); }
 configure() { # DIRECTORY OPTION...
     local dir=$1
     shift
-    cmake -G Ninja -S . -B "$dir" -DFAXTRAY_WERROR=ON "$@" >/dev/null
+    cmake -S . -B "$dir" -DFAXTRAY_WERROR=ON "$@" >/dev/null
 }
 
 build() { # DIRECTORY: quiet unless it fails
-    ninja -C "$1" -j "$jobs" >"$1/build.log" 2>&1 || { tail -n 60 "$1/build.log"; return 1; }
+    cmake --build "$1" -j "$jobs" >"$1/build.log" 2>&1 || { tail -n 60 "$1/build.log"; return 1; }
 }
 
 run_tests() { # DIRECTORY
