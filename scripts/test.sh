@@ -15,7 +15,7 @@ step() { printf '\n== %s (%d s)\n' "$*" $((SECONDS - started)); }
 configure() { # DIRECTORY OPTION...
     local dir=$1
     shift
-    cmake -S . -B "$dir" -DFAXTRAY_WERROR=ON "$@" >/dev/null
+    cmake -S . -B "$dir" -DFAXTRAY_WERROR=ON -DFAXTRAY_TESTS=ON "$@" >/dev/null
 }
 
 build() { # DIRECTORY: quiet unless it fails
