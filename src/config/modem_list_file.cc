@@ -146,13 +146,12 @@ static bool build_defaults()
     return defaults != nullptr;
 }
 
-// `path`, or when that is null or empty the file found, which `*found` then holds; null when there is none.
+// The list's path: the one given, or the file found. Null, with mi_errno 2, when there is none.
 static const char *locate(const char *path, c_string *found)
 {
-    if (!is_empty(path))
-        return path;
-    found->reset(find_file(file_name));
-    return found->get();
+    path = path_or_found(path, file_name, found);
+    mi_errno = path ? 0 : 2;
+    return path;
 }
 
 // Opens the file if there is one; mi_errno says when not.
@@ -162,7 +161,6 @@ static void open_file(const char *path)
     path = locate(path, &found);
     if (!path) {
         report_to(Error_fp, "mi_open: Can't find default file: [%s].\n", file_name);
-        mi_errno = 2;
         return;
     }
     fp = info_open(path, &defaults, &last_open, Error_fp);
@@ -259,13 +257,10 @@ int mi_rewind()
 
 int mi_stale(const char *path)
 {
-    mi_errno = 0;
     c_string found;
     path = locate(path, &found);
-    if (!path) {
-        mi_errno = 2;
+    if (!path)
         return 0;
-    }
     if (info_stale(last_open, path))
         return 1;
     if (info_error() != 0) {
@@ -277,13 +272,10 @@ int mi_stale(const char *path)
 
 time_t mi_last_update(const char *path)
 {
-    mi_errno = 0;
     c_string found;
     path = locate(path, &found);
-    if (!path) {
-        mi_errno = 2;
+    if (!path)
         return 0;
-    }
     struct stat st;
     if (stat(path, &st) != 0) {
         mi_errno = errno;

@@ -123,13 +123,12 @@ static void load_admin()
     }
 }
 
-// `path`, or when that is null or empty the file found, which `*found` then holds; null when there is none.
+// The list's path: the one given, or the file found. Null, with ui_errno 2, when there is none.
 static const char *locate(const char *path, c_string *found)
 {
-    if (!is_empty(path))
-        return path;
-    found->reset(find_file(file_name));
-    return found->get();
+    path = path_or_found(path, file_name, found);
+    ui_errno = path ? 0 : 2;
+    return path;
 }
 
 int ui_open(const char *path, FILE *error_stream)
@@ -147,7 +146,6 @@ int ui_open(const char *path, FILE *error_stream)
     path = locate(path, &found);
     if (!path) {
         report_to(Error_fp, "ui_open: Can't find default file: [%s].\n", file_name);
-        ui_errno = 2;
         return 1;
     }
     fp = info_open(path, &defaults, &last_open, Error_fp);
@@ -243,13 +241,10 @@ int ui_rewind()
 
 int ui_stale(const char *path)
 {
-    ui_errno = 0;
     c_string found;
     path = locate(path, &found);
-    if (!path) {
-        ui_errno = 2;
+    if (!path)
         return 0;
-    }
     if (info_stale(last_open, path))
         return 1;
     if (info_error() != 0) {
@@ -261,13 +256,10 @@ int ui_stale(const char *path)
 
 time_t ui_last_update(const char *path)
 {
-    ui_errno = 0;
     c_string found;
     path = locate(path, &found);
-    if (!path) {
-        ui_errno = 2;
+    if (!path)
         return 0;
-    }
     struct stat st;
     if (stat(path, &st) != 0) {
         ui_errno = errno;

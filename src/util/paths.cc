@@ -37,6 +37,14 @@ char *find_file(const char *name)
     return find_at_home(name, is_readable_file);
 }
 
+const char *path_or_found(const char *path, const char *name, c_string *found)
+{
+    if (path && *path)
+        return path;
+    found->reset(find_file(name));
+    return found->get();
+}
+
 char *find_executable(const char *name)
 {
     char *found = find_at_home(name, is_executable_file);

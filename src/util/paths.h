@@ -15,6 +15,9 @@ static_assert(MAXPATHLEN == 4096);  // every path buffer's size; longer paths ar
 char *find_file(const char *name);
 // The same places, then each directory of $PATH, for a file that may be read and executed.
 char *find_executable(const char *name);
+// `path`, or when that is null or empty the file that find_file finds, which `*found` then holds; null when
+// there is none.
+const char *path_or_found(const char *path, const char *name, c_string *found);
 
 // An absolute form of `path`: a leading "./" or "../" is dropped once, the current directory put in
 // front of a relative path. The caller frees; null with a trace line on failure.
