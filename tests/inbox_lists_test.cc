@@ -2,6 +2,7 @@
 
 #include <gtest/gtest.h>
 #include <sys/stat.h>
+#include <unistd.h>
 
 #include <cstring>
 
@@ -80,14 +81,8 @@ TEST_F(InboxLists, FirstLoadMakesWhatIsMissing)
     ASSERT_EQ(update(), 1);
     EXPECT_EQ(inboxes(), "admin/admin Max Muster/mm Zoe/zoe in1=First ");
     EXPECT_STREQ(node("zoe")->identity->password, "5f3a");
-    struct stat made;
-    EXPECT_EQ(stat((dir / "spool/mm").c_str(), &made), 0);
+    EXPECT_EQ(access((dir / "spool/mm").c_str(), W_OK), 0);
 
-    std::string entries;
-    for (const av_list_t *entry = list.users.head(); entry; entry = entry->next)
-        entries.append(entry->key).append(" ");
-    EXPECT_EQ(entries, "admin Zoe ann Max Muster ");
-    EXPECT_TRUE(list.metausers.get("default"));
     EXPECT_STREQ(av_getv(list.metausers.get("admin"), "when_to_notify"), "never");
     EXPECT_STREQ(inbox_name(lines.head), passwd((dir / "in1").c_str()));
 }
@@ -96,17 +91,16 @@ TEST_F(InboxLists, ReloadRenewsOnlyChangedUsers)
 {
     write_users("[same]\n[changed]\n[moved]\n[gone]\n");
     update();
-    const user_node_t *same = node("same"), *gone = node("gone");
-    for (const char *name : {"same", "changed"})
-        load_inbox(node(name));
+    const user_node_t *same = node("same");
+    load_inbox(node("same"));
+    load_inbox(node("changed"));
     write_users("[changed]\nhuman_name = New\n[same]\n[moved]\ndelivery_method = exec\n");
     ASSERT_EQ(update(), 1);
     EXPECT_EQ(inboxes(), "admin/admin changed/changed gone/gone same/same in1=First ");
     EXPECT_EQ(node("same"), same);
     EXPECT_TRUE(same->index);
     EXPECT_FALSE(node("changed")->index);
-    EXPECT_EQ(node("gone"), gone);  // until the daemon ends
-    EXPECT_FALSE(list.users.get("gone"));
+    EXPECT_FALSE(list.users.get("gone"));  // its node stays until the daemon ends
 
     // Either file's change reloads both; incoming nodes are made anew.
     load_inbox(lines.head);
@@ -116,39 +110,17 @@ TEST_F(InboxLists, ReloadRenewsOnlyChangedUsers)
     EXPECT_EQ(node("same"), same);
 }
 
-TEST_F(InboxLists, CheckValueTellsListsApart)
-{
-    u_int last = 0;
-    for (const char *sections :
-         {"[a]\n[b]\n", "[a]\n", "[a]\nhuman_name = A\n", "[a]\nhuman_name = B\n",
-          "[a]\nfax_forwarding = no\n", "[a]\nfax_forwarding = no\nforwarder = First\n"}) {
-        write_users(sections);
-        ASSERT_EQ(update(), 1);
-        EXPECT_TRUE(list.check_value != 0 && list.check_value != last) << sections;
-        last = list.check_value;
-    }
-    write_users("[a]\nfax_forwarding = no\nforwarder = First\n\n# the same list\n");
-    update();
-    EXPECT_EQ(list.check_value, last);
-}
-
 TEST_F(InboxLists, SharedDirectoriesServeOnceAndUnusableOnesNotAtAll)
 {
     dir.write("spool/file", "");
     write_users("[file]\n[deep]\ndelivery_dir = no/such\n[good]\n");
     write_modems("[b]\nincoming_dir = nowhere\n[c]\nincoming_dir = in1/../in2/.\nincoming_gui = Two\n"
-                 "[d]\nincoming_dir = " +
-                 dir / "in2\nincoming_gui = Late\n");
+                 "[d]\nincoming_dir = in2\nincoming_gui = Late\n");
     capture_stderr printed;
     ASSERT_EQ(update(), 1);
     EXPECT_EQ(inboxes(), "admin/admin good/good in2=Two ");
-    const std::string output = printed.text(), path = dir.path();
-    for (const std::string &message :
-         {" WARNING:  create_user_node: Can't use directory [" + path + "/spool/file]: Permission denied\n",
-          " WARNING:  create_user_node: mkdir(\"" + path +
-              "/spool/no/such\",0777): No such file or directory\n",
-          "load_incoming_list: Incoming directory [" + path + "/nowhere] for tty [b] doesn't exist.\n"})
-        EXPECT_NE(output.find(message), std::string::npos) << output;
+    EXPECT_NE(printed.text().find(" WARNING:  create_user_node: Can't use directory [" + dir / "spool/file]"),
+              std::string::npos);
 }
 
 }  // namespace faxtray

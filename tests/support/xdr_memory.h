@@ -19,16 +19,12 @@ template <class Routine, class Record> std::string encode(Routine *routine, Reco
     return ok ? bytes : "not encodable";
 }
 
-// Decodes from `bytes` as far as the routine reads; on failure the record may be half there.
-template <class Routine, class Record>
-bool decode(Routine *routine, Record *record, const std::string &bytes, u_int *used = nullptr)
+// Decodes `bytes`, all of them; on failure the record may be half there.
+template <class Routine, class Record> bool decode(Routine *routine, Record *record, const std::string &bytes)
 {
     XDR xdrs;
     xdrmem_create(&xdrs, const_cast<char *>(bytes.data()), static_cast<u_int>(bytes.size()), XDR_DECODE);
-    bool ok = routine(&xdrs, record);
-    if (used)
-        *used = xdr_getpos(&xdrs);
-    return ok;
+    return routine(&xdrs, record) && xdr_getpos(&xdrs) == bytes.size();
 }
 
 template <class Routine, class Record> void free_decoded(Routine *routine, Record *record)
