@@ -37,17 +37,12 @@ TEST(Wire, TakesIdentitiesInBothForms)
             reply_t reply = call(procedure, row.arguments);
             EXPECT_EQ(reply.message(), "Trayd: Invalid user name: [" + row.name + "].") << procedure;
         }
-    for (const std::string &who : {identity("Bea", "2fc7b405"), bare_identity("Bea", "2fc7b405")}) {
-        EXPECT_EQ(call(9, who).res_type(), 8);
-        EXPECT_EQ(call(10, who).res_type(), 9);
-    }
+    EXPECT_EQ(call(10, bare_identity("Bea", "2fc7b405")).res_type(), 9);
     for (const std::string &who : {identity("Zoe"), bare_identity("Z"), word(0)}) {
         EXPECT_EQ(call(11, who).result, word(10) + word(0));  // RES_STATUS, no list
         EXPECT_EQ(call(12, who).result, word(11));            // RES_SHUTDOWN, and it goes on
     }
     EXPECT_EQ(call(1, "").result.substr(0, 12), word(0) + word(0xFFFFFFFF) + word(0xFFFFFFFF));
-    EXPECT_EQ(call(1, "").result, call(1, "").result);
-    EXPECT_EQ(call(19, "").accept_stat, 3);
     EXPECT_EQ(call(4'000'000'000, "").accept_stat, 3);
 }
 
@@ -67,11 +62,9 @@ TEST(Wire, TruncatedArgumentsAreGarbageAndLeakNothing)
     site s;
     running_daemon daemon(s);
     connection c;
-    std::string index = index_of(bea), part = part_of(bea + text(s.handle()), 1, 2, 3);
+    const std::string index = index_of(bea);
     for (size_t n = 0; n < index.size(); n++)
         EXPECT_EQ(c.call(2, index.substr(0, n)).accept_stat, 4) << n;
-    for (size_t n = 0; n < part.size(); n++)
-        EXPECT_EQ(c.call(17, part.substr(0, n)).accept_stat, 4) << n;
     for (uint32_t claim : {0xFFFFFFFFu, 0x7FFFFFFFu, 16u * 1024 * 1024 + 1, 16u * 1024 * 1024})
         EXPECT_EQ(c.call(2, word(1) + word(claim) + "few bytes...").accept_stat, 4) << claim;
 
@@ -113,17 +106,22 @@ TEST(Wire, OutlivesClientsThatHangUp)
     EXPECT_EQ(list(al).size(), 1u);
 }
 
+// Asks for 25 MB of replies, more than any buffer on the way holds, and reads none.
+static void stall(const connection &c)
+{
+    std::string read = call_bytes(5, part_of(al, list(al)[0].id, 262144, 0)), reads;
+    for (int n = 0; n < 100; n++)
+        reads += read;
+    ASSERT_TRUE(c.send(reads));
+}
+
 TEST(Wire, ReaderThatNeverReadsHoldsUpOthersBriefly)
 {
     site s;
     s.add_fax(s.inbox("alsmith"), "big", 1'000'000);
     running_daemon daemon(s);
-    std::string read = call_bytes(5, part_of(al, list(al)[0].id, 262144, 0)), reads;
-    for (int n = 0; n < 100; n++)  // 25 MB of replies: more than any buffer on the way holds
-        reads += read;
-
     connection stalled;
-    ASSERT_TRUE(stalled.send(reads));
+    stall(stalled);
     for (int n = 0; n < 10; n++)
         ASSERT_EQ(list(al).size(), 1u);  // fails after PATIENCE seconds
 }
@@ -135,11 +133,8 @@ TEST(Wire, OneSignalWaitsForTheReplyAndTwoDoNot)
         site s;
         s.add_fax(s.inbox("alsmith"), "big", 1'000'000);
         running_daemon daemon(s);
-        std::string read = call_bytes(5, part_of(al, list(al)[0].id, 262144, 0)), reads;
-        for (int n = 0; n < 100; n++)
-            reads += read;
         connection stalled;
-        ASSERT_TRUE(stalled.send(reads));
+        stall(stalled);
         const std::string doing = "/proc/" + std::to_string(daemon.pid()) + "/syscall";
         ASSERT_TRUE(wait_for([&] { return read_file(doing).rfind("1 ", 0) == 0; })) << "writes nothing";
         if (twice)
