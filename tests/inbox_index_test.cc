@@ -224,8 +224,7 @@ TEST(InboxIndex, GivesSlicesOrTellsWhyNot)
         std::string expected;
         for (int i = row.first; i <= row.last; i++)
             expected.append(expected.empty() ? "" : " ").append(std::to_string(i));
-        EXPECT_EQ(scene.slice(id(row.from), row.how, row.count), expected)
-            << row.from << " " << row.how << " " << row.count;
+        EXPECT_EQ(scene.slice(id(row.from), row.how, row.count), expected) << row.from << " " << row.count;
     }
     u_int check_value = scene.index()->check_value;
     EXPECT_EQ(scene.slice(-1, 1, 0), "11: Trayd: Invalid faxid: -1.\n");
