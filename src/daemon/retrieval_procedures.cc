@@ -201,7 +201,8 @@ static bool reserve(chunk_t &chunk, u_int size)
 {
     if (size <= chunk.capacity)
         return true;
-    void *bytes = aligned_alloc(Page, size);  // the kernel copies onto page boundaries noticeably faster
+    // Whole pages, which the kernel copies to noticeably faster.
+    void *bytes = aligned_alloc(Page, (size + Page - 1) / Page * Page);
     if (bytes == nullptr)
         return false;
     chunk.bytes.reset(static_cast<char *>(bytes));
