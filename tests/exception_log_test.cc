@@ -26,6 +26,9 @@ static std::string timeless(std::string text)
     return text;
 }
 
+#define X16  "xxxxxxxxxxxxxxxx"
+#define X128 X16 X16 X16 X16 X16 X16 X16 X16  // a quarter of what counts of a format
+
 TEST(ExceptionLog, LineTellsTimeLevelMessageAndPlace)
 {
     temp_dir dir;
@@ -38,9 +41,11 @@ TEST(ExceptionLog, LineTellsTimeLevelMessageAndPlace)
     EXPECT_EQ(errno, ENOTTY);
     EXPECT_EQ(elog_writef("no version", nullptr, 0, ELOG_WARNING, ELOG_FILE, "%s", ""), 1);
     EXPECT_EQ(elog_writef(nullptr, "x.cc", 1, 7, ELOG_FILE, "odd"), 1);
+    EXPECT_EQ(elog_writef(nullptr, "x.cc", 2, ELOG_NOTICE, ELOG_FILE, X128 X128 X128 X128 "%s", "cut"), 1);
     EXPECT_EQ(timeless(read_file(log)), "TIME   FATAL:  lost [a\n]: 7  //faxtrayd [deliver.cc:42] 9.2.3.4\n"
                                         "TIME WARNING:    //faxtrayd [(NULL):0] ...\n"
-                                        "TIME     HUH:  odd  //faxtrayd [x.cc:1] ...\n");
+                                        "TIME     HUH:  odd  //faxtrayd [x.cc:1] ...\n"
+                                        "TIME  NOTICE:  " X128 X128 X128 X128 "  //faxtrayd [x.cc:2] ...\n");
 }
 
 TEST(ExceptionLog, FallsBackToStandardErrorWhenTheFileCannotBeWritten)
