@@ -217,8 +217,9 @@ TEST(InboxIndex, GivesSlicesOrTellsWhyNot)
     fill(scene, 250);
     const struct {
         int from, how, count, first, last;  // positions; from -1: no fax id
-    } rows[] = {{-1, 9, 3, 0, 2},   {-1, 1, -5, 0, 99},     {240, 1, 0, 240, 249},  {10, 0, 10, 1, 10},
-                {10, 0, 11, 0, 10}, {150, 0, 100, 51, 150}, {200, 0, 150, 51, 150}, {200, 0, 201, 0, 99}};
+    } rows[] = {{-1, 9, 3, 0, 2},       {-1, 1, -5, 0, 99},     {-1, 1, 99, 0, 98},
+                {240, 1, 0, 240, 249},  {10, 0, 10, 1, 10},     {10, 0, 11, 0, 10},
+                {150, 0, 100, 51, 150}, {200, 0, 150, 51, 150}, {200, 0, 201, 0, 99}};
     auto id = [&](int at) { return at < 0 ? 0 : static_cast<int>(scene.id(std::to_string(at).c_str())); };
     for (auto &row : rows) {
         std::string expected;

@@ -108,6 +108,12 @@ TEST_F(InboxLists, ReloadRenewsOnlyChangedUsers)
     ASSERT_EQ(update(), 1);
     EXPECT_FALSE(lines.head->index);
     EXPECT_EQ(node("same"), same);
+
+    // The list's check value tells that an entry changed, also where no recipient did.
+    u_int before = list.check_value;
+    write_users("[changed]\nhuman_name = New\n[same]\npassword = 1\n[moved]\ndelivery_method = exec\n");
+    ASSERT_EQ(update(), 1);
+    EXPECT_NE(list.check_value, before);
 }
 
 TEST_F(InboxLists, SharedDirectoriesServeOnceAndUnusableOnesNotAtAll)
