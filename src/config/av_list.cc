@@ -6,14 +6,11 @@
 #include <cstdlib>
 #include <cstring>
 
+#include "util/text.h"
+
 namespace faxtray {
 
 static int av_errno = 0;
-
-static bool is_empty(const char *text)
-{
-    return !text || !*text;
-}
 
 static void free_one_node(av_node_t *node)
 {

@@ -25,11 +25,6 @@ static constexpr size_t max_raw = 8191;     // characters of a value as it stand
 static constexpr size_t max_value = 511;    // characters of a value as it is meant
 static constexpr size_t max_written = 508;  // characters of a value as it is written, quotes aside
 
-static bool is_space(char ch)
-{
-    return isspace(static_cast<unsigned char>(ch));
-}
-
 // Values
 
 // What a backslash and `ch` stand for, or 0 when they stand for themselves.

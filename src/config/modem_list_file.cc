@@ -11,6 +11,7 @@
 #include "config/info_file.h"
 #include "config/modem_defaults.h"
 #include "util/paths.h"
+#include "util/text.h"
 #include "util/trace.h"
 
 namespace faxtray {
@@ -23,11 +24,6 @@ static av_list_t *init_defaults = nullptr;  // the built-in defaults
 static av_list_t *defaults = nullptr;       // the file's "default" section over them
 static int mi_errno = 0;
 static struct timespec last_open = {};  // the file's mtime at the last open, 0 when that found no file
-
-static bool is_empty(const char *text)
-{
-    return !text || !*text;
-}
 
 static bool is_valid_dir(const char *path)
 {

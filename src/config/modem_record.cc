@@ -69,11 +69,6 @@ static constexpr text_setting_t channel_settings[] = {
     {"mchannel_remote_host", &modem_record_t::remote_host},
 };
 
-static bool is_empty(const char *text)
-{
-    return !text || !*text;
-}
-
 static bool is_digit(char ch)
 {
     return ch >= '0' && ch <= '9';

@@ -11,6 +11,7 @@
 #include "config/info_file.h"
 #include "config/munged_name.h"
 #include "util/paths.h"
+#include "util/text.h"
 
 namespace faxtray {
 
@@ -62,11 +63,6 @@ static const setting_t admin_settings[] = {
     {"admin_exception_volume", "5"},
     {"server_mail_from", "Ondrix_server"},
 };
-
-static bool is_empty(const char *text)
-{
-    return !text || !*text;
-}
 
 // What every record passes before it is handed out: its check value is of what it holds.
 static int _ui_fix(av_list_t *entry)

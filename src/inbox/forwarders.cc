@@ -13,6 +13,7 @@
 #include "config/av_list.h"
 #include "config/av_trace.h"
 #include "inbox/messages.h"
+#include "util/text.h"
 #include "util/trace.h"
 
 namespace faxtray {
@@ -28,11 +29,6 @@ static char *next_name(char **rest)
         name = strsep(rest, ",");
     while (name && !*name);
     return name;
-}
-
-static bool is_empty(const char *text)
-{
-    return !text || !*text;
 }
 
 static void trace_forwarders(const av_table_t *forwarders)

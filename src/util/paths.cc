@@ -9,6 +9,7 @@
 #include <string_view>
 
 #include "util/access.h"
+#include "util/text.h"
 #include "util/trace.h"
 
 namespace faxtray {
@@ -116,12 +117,7 @@ char *fix_path(const char *path)
     return fixed;
 }
 
-// As the C locale has them, without a call for each character: the inbox scan asks for every name.
-static bool is_space(char ch)
-{
-    return ch == ' ' || (ch >= '\t' && ch <= '\r');
-}
-
+// As the C locale has them.
 static bool is_control_or_space(char ch)
 {
     return static_cast<unsigned char>(ch) <= ' ' || ch == 0x7F;

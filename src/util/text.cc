@@ -3,17 +3,11 @@
 
 #include <strings.h>
 
-#include <cctype>
 #include <cerrno>
 #include <cstdlib>
 #include <cstring>
 
 namespace faxtray {
-
-static bool is_space(char ch)
-{
-    return isspace(static_cast<unsigned char>(ch));
-}
 
 int split(const char *text, char ch, char ***fields)
 {

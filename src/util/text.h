@@ -3,6 +3,18 @@
 
 namespace faxtray {
 
+// Whether there is no text: null or "".
+inline bool is_empty(const char *text)
+{
+    return !text || !*text;
+}
+
+// White space as the C locale has it, without a library call a character.
+inline bool is_space(char ch)
+{
+    return ch == ' ' || (ch >= '\t' && ch <= '\r');
+}
+
 // Counts the pieces of `text` between `ch`. With `fields`, also allocates one block with a
 // null-terminated array of the pieces, each trimmed of white space: the caller frees that block.
 // Returns the count, or -1 with errno (EINVAL for a null text, ENOMEM).
