@@ -1,0 +1,15 @@
+// bit_runs: stretches of one colour in a bitmap line. Pixels are counted from 0 at the left, the most
+// significant bit of the first byte; 1 is black.
+#pragma once
+
+namespace faxtray {
+
+// Sets `count` pixels from `start`; when `black` is 0 the (cleared) line is left as it is.
+void bit_fill_bits(unsigned char *line, int start, int count, int black);
+
+// The first pixel at or behind `start` that differs in colour from `black`; `width` when there is none.
+int bit_next_trans(const unsigned char *line, int start, int width, int black);
+
+void bit_flip_bits(unsigned char *line, int start, int count);
+
+}  // namespace faxtray

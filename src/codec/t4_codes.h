@@ -1,0 +1,52 @@
+// t4_codes: the code tables of ITU-T T.4 and T.6, as printed there, and the encoder's tables and the decoding
+// trees that are derived from them.
+#pragma once
+
+#include <cstdint>
+
+namespace faxtray {
+
+inline constexpr int EncTabSize = 105;  // terminating codes 0..63, make-up codes 64..2560, EOL
+
+// One code, the bit sent first in the least significant bit.
+struct t4_code_t {
+    uint16_t bits;
+    uint16_t length;  // bits that count
+};
+
+// Rows 0 to 63: runs 0 to 63. Row 63 + n: a run of 64 * n, up to 2560. Row 104: EOL.
+extern const t4_code_t encwhite[EncTabSize];
+extern const t4_code_t encblack[EncTabSize];
+
+// Pass, horizontal, V0, VL1, VL2, VL3, VR1, VR2, VR3, EOL + 1, EOL + 0.
+extern const t4_code_t enc2D[11];
+
+// What a leaf of the trees yields. Runs: white 0..2560, black 0..-2560 (a black run of 0 is 0).
+enum : int { T4_INNER = 12000, T4_EOL = 9999 };
+enum : int {  // leaves of dec2d_tree
+    T4_PASS = 0,
+    T4_HORIZONTAL = 1,
+    T4_V0 = 2,
+    T4_VL1 = 3,
+    T4_VL2 = 4,
+    T4_VL3 = 5,
+    T4_VR1 = 6,
+    T4_VR2 = 7,
+    T4_VR3 = 8,
+    T4_TAG_1D = 9,   // EOL followed by tag 1
+    T4_TAG_2D = 10,  // EOL followed by tag 0
+};
+
+// A node of a decoding tree. The links of a leaf lead into the tree of the next symbol.
+struct t4_node_t {
+    const t4_node_t *next[2];  // on bit 0, on bit 1; never null
+    int value;                 // T4_INNER, or what the leaf yields
+};
+
+inline constexpr int run_tree_size = 213, eoltree_size = 13, dec2d_tree_size = 27;
+extern const t4_node_t *const whitetree;  // the roots
+extern const t4_node_t *const blacktree;
+extern const t4_node_t *const eoltree;
+extern t4_node_t *const dec2d_tree;  // not const: T.6 makes the tag-bit node a leaf for its time
+
+}  // namespace faxtray
