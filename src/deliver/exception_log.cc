@@ -141,6 +141,16 @@ static file_ptr open_log(const char *version_id, const char *source_file, int li
 int elog_writef(const char *version_id, const char *source_file, int line, int level, int destinations,
                 const char *format, ...)
 {
+    va_list args;
+    va_start(args, format);
+    int result = elog_vwritef(version_id, source_file, line, level, destinations, format, args);
+    va_end(args);
+    return result;
+}
+
+int elog_vwritef(const char *version_id, const char *source_file, int line, int level, int destinations,
+                 const char *format, va_list args)
+{
     int saved_errno = errno;
     int result = 1;
 
@@ -164,13 +174,10 @@ int elog_writef(const char *version_id, const char *source_file, int line, int l
     snprintf(message_template, sizeof message_template, "%s", format ? format : "");
     for (size_t n = strlen(message_template); n > 0 && message_template[n - 1] == '\n'; n--)
         message_template[n - 1] = '\0';
-    va_list args;
-    va_start(args, format);
 #pragma GCC diagnostic push
 #pragma GCC diagnostic ignored "-Wformat-nonliteral"  // a literal of the caller's, cut
     formatted message(message_template, args);
 #pragma GCC diagnostic pop
-    va_end(args);
 
     int written = 0;
     if ((destinations & ELOG_FILE) && log_stream) {

@@ -2,6 +2,8 @@
 // standard output and standard error. Whoever must be told besides hangs in by a hook.
 #pragma once
 
+#include <cstdarg>
+
 namespace faxtray {
 
 enum : int { ELOG_FATAL = 0, ELOG_ERROR = 1, ELOG_WARNING = 2, ELOG_NOTICE = 3 };
@@ -19,6 +21,8 @@ int elog_toggle_notify(int on);  // set: administrator notices are skipped; retu
 // error. errno is left as it was.
 int elog_writef(const char *version_id, const char *source_file, int line, int level, int destinations,
                 const char *format, ...) __attribute__((format(printf, 6, 7)));
+int elog_vwritef(const char *version_id, const char *source_file, int line, int level, int destinations,
+                 const char *format, va_list args) __attribute__((format(printf, 6, 0)));
 
 // An entry once it is written, as the hook is told of it. The texts last for the call.
 struct elog_entry_t {
