@@ -1,7 +1,8 @@
-// t4_codes: the code tables of ITU-T T.4 and T.6, as printed there, and the encoder's tables and the decoding
-// trees that are derived from them.
+// t4_codes: the run codes of ITU-T T.4 and the mode codes of T.4 and T.6, as printed there, and the encoder's
+// tables and the decoding trees that are derived from them.
 #pragma once
 
+#include <array>
 #include <cstdint>
 
 namespace faxtray {
@@ -15,11 +16,11 @@ struct t4_code_t {
 };
 
 // Rows 0 to 63: runs 0 to 63. Row 63 + n: a run of 64 * n, up to 2560. Row 104: EOL.
-extern const t4_code_t encwhite[EncTabSize];
-extern const t4_code_t encblack[EncTabSize];
+extern const std::array<t4_code_t, EncTabSize> encwhite;
+extern const std::array<t4_code_t, EncTabSize> encblack;
 
 // Pass, horizontal, V0, VL1, VL2, VL3, VR1, VR2, VR3, EOL + 1, EOL + 0.
-extern const t4_code_t enc2D[11];
+extern const std::array<t4_code_t, 11> enc2D;
 
 // What a leaf of the trees yields. Runs: white 0..2560, black 0..-2560 (a black run of 0 is 0).
 enum : int { T4_INNER = 12000, T4_EOL = 9999 };
@@ -37,16 +38,24 @@ enum : int {  // leaves of dec2d_tree
     T4_TAG_2D = 10,  // EOL followed by tag 0
 };
 
-// A node of a decoding tree. The links of a leaf lead into the tree of the next symbol.
+// A node of a decoding tree: follow the link of the next bit, from a root to begin with.
 struct t4_node_t {
     const t4_node_t *next[2];  // on bit 0, on bit 1; never null
     int value;                 // T4_INNER, or what the leaf yields
 };
 
+// The roots. The links of a leaf are those of the root of the next symbol's tree, so that a walk goes on
+// without choosing: behind a terminating code the other colour, behind a make-up code the same, behind EOL
+// white, behind a mode dec2d_tree. In every tree zeros beyond eleven stay at their node, as fill before an
+// EOL; where no code goes on, the run trees lead to the root of eoltree, which finds the next EOL, and
+// dec2d_tree to its own.
 inline constexpr int run_tree_size = 213, eoltree_size = 13, dec2d_tree_size = 27;
-extern const t4_node_t *const whitetree;  // the roots
+extern const t4_node_t *const whitetree;
 extern const t4_node_t *const blacktree;
 extern const t4_node_t *const eoltree;
-extern t4_node_t *const dec2d_tree;  // not const: T.6 makes the tag-bit node a leaf for its time
+extern const t4_node_t *const dec2d_tree;
+
+// Where the bit behind an EOL is the tag. T.6 has no tags and makes the node a leaf (T4_TAG_2D) for its time.
+extern t4_node_t *const dec2d_tag_node;
 
 }  // namespace faxtray
