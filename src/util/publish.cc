@@ -1,0 +1,185 @@
+// Publishing a file: bytes to the disk, name to the disk, and only then the source goes.
+#include "util/publish.h"
+
+#include <fcntl.h>
+#include <sys/param.h>
+#include <sys/stat.h>
+
+#include <cerrno>
+#include <climits>
+#include <cstdio>
+#include <cstring>
+
+#include "util/file_names.h"
+#include "util/files.h"
+#include "util/owned.h"
+#include "util/paths.h"
+#include "util/trace.h"
+
+namespace faxtray {
+
+static constexpr int most_names = 10000;  // tried for one file
+
+static bool failed(const char *call, const char *path)
+{
+    int error = errno;
+    trprintf("publish: %s(\"%s\") failed: %s.\n", call, path, strerror(error));
+    errno = error;
+    return false;
+}
+
+// Opens a regular file that stands at `path` itself; none with errno.
+static unique_fd open_regular(const char *path, struct stat &st)
+{
+    unique_fd fd(open(path, O_RDONLY | O_NOFOLLOW | O_NONBLOCK | O_NOCTTY | O_CLOEXEC));
+    if (!fd || fstat(fd.get(), &st) != 0)
+        return {};
+    errno = EINVAL;
+    return S_ISREG(st.st_mode) ? std::move(fd) : unique_fd();
+}
+
+// Full but for the last one of a file; -1 with errno.
+static ssize_t read_block(int fd, char *block, size_t size)
+{
+    size_t got = 0;
+    while (got < size) {
+        ssize_t n = read(fd, block + got, size - got);
+        if (n < 0 && errno == EINTR)
+            continue;
+        if (n < 0)
+            return -1;
+        if (n == 0)
+            break;
+        got += static_cast<size_t>(n);
+    }
+    return static_cast<ssize_t>(got);
+}
+
+static bool have_same_bytes(const char *a, const char *b)
+{
+    struct stat st_a, st_b;
+    unique_fd fd_a = open_regular(a, st_a), fd_b = open_regular(b, st_b);
+    if (!fd_a || !fd_b || st_a.st_size != st_b.st_size)
+        return false;
+    for (char block_a[8192], block_b[8192];;) {
+        ssize_t n = read_block(fd_a.get(), block_a, sizeof block_a);
+        if (n < 0 || read_block(fd_b.get(), block_b, sizeof block_b) != n ||
+            memcmp(block_a, block_b, static_cast<size_t>(n)) != 0)
+            return false;
+        if (n == 0)
+            return true;
+    }
+}
+
+// "dir/name.ext" with "_NUMBER" before the extension, the name cut where the whole would be too long for a
+// file name. False when it does not fit.
+static bool numbered(const char *path, int number, char *out)
+{
+    const char *last = strrchr(path, '/');
+    const char *name = last ? last + 1 : path;
+    const char *ext = strrchr(name, '.');
+    if (!ext || ext == name)
+        ext = name + strlen(name);
+    char suffix[16];
+    int added = snprintf(suffix, sizeof suffix, "_%d", number) + static_cast<int>(strlen(ext));
+    int stem = static_cast<int>(ext - name);
+    if (stem + added > NAME_MAX)
+        stem = NAME_MAX - added;
+    if (stem < 1)
+        return false;
+    int n = snprintf(out, MAXPATHLEN, "%.*s%s%s", static_cast<int>(name - path) + stem, path, suffix, ext);
+    return n >= 0 && n < MAXPATHLEN;
+}
+
+// The next name for what should have been `wanted`.
+static bool next_name(const char *wanted, int number, bool dos_names, char *dst)
+{
+    if (!dos_names)
+        return numbered(wanted, number, dst);
+    const char *last = strrchr(wanted, '/');
+    const char *ext = strrchr(last ? last : wanted, '.');
+    return build_unique_DOS_name(dst, ext ? ext : "") != nullptr;
+}
+
+static bool is_other_file_system(const char *path, dev_t device)
+{
+    char dir[MAXPATHLEN];
+    struct stat st;
+    snprintf(dir, sizeof dir, "%s", path);
+    return stat(dirname(dir), &st) == 0 && st.st_dev != device;
+}
+
+// Whether both paths are one entry of one directory, and not two names of a file.
+static bool is_same_entry(const char *a, const char *b)
+{
+    char dir_a[MAXPATHLEN], dir_b[MAXPATHLEN];
+    snprintf(dir_a, sizeof dir_a, "%s", a);
+    snprintf(dir_b, sizeof dir_b, "%s", b);
+    const char *slash_a = strrchr(a, '/'), *slash_b = strrchr(b, '/');
+    struct stat st_a, st_b;
+    return strcmp(slash_a ? slash_a + 1 : a, slash_b ? slash_b + 1 : b) == 0 &&
+           stat(dirname(dir_a), &st_a) == 0 && stat(dirname(dir_b), &st_b) == 0 &&
+           st_a.st_dev == st_b.st_dev && st_a.st_ino == st_b.st_ino;
+}
+
+// `from` takes the place of a file of the same bytes. Rename would leave two names of one file as they are.
+static bool replace(const char *from, const char *dst)
+{
+    struct stat st_from, st_dst;
+    bool same_file = lstat(from, &st_from) == 0 && lstat(dst, &st_dst) == 0 &&
+                     st_from.st_dev == st_dst.st_dev && st_from.st_ino == st_dst.st_ino;
+    return (same_file ? unlink(from) : rename(from, dst)) == 0 || failed("rename", dst);
+}
+
+// Gives `from` the name `dst`, or the next that is free. False with errno and a trace line.
+static bool give_name(const char *from, char *dst, bool dos_names)
+{
+    char wanted[MAXPATHLEN];
+    snprintf(wanted, sizeof wanted, "%s", dst);
+    for (int number = 2; rename_new(from, dst) != 0; number++) {
+        if (errno != EEXIST || number > most_names)
+            return failed("rename", dst);
+        if (is_same_entry(from, dst))
+            return true;
+        if (have_same_bytes(from, dst))  // the same delivery done twice
+            return replace(from, dst);
+        if (!next_name(wanted, number, dos_names, dst)) {
+            errno = ENAMETOOLONG;
+            return failed("rename", wanted);
+        }
+    }
+    return true;
+}
+
+static int publish_across(const char *src, char *dst, bool dos_names)
+{
+    char staged[MAXPATHLEN];
+    if (!copy_staged(src, dst, true, staged))
+        return 0;
+    if (!give_name(staged, dst, dos_names)) {
+        unlink(staged);
+        return 0;
+    }
+    sync_directory_of(dst);
+    if (unlink(src) != 0)
+        failed("unlink", src);  // two are better than none
+    return 1;
+}
+
+int publish(const char *src, char *dst, bool dos_names)
+{
+    struct stat st;
+    unique_fd fd = open_regular(src, st);
+    if (!fd)
+        return failed("open", src);
+    if (is_other_file_system(dst, st.st_dev))
+        return publish_across(src, dst, dos_names);
+    if (fsync(fd.get()) != 0)
+        return failed("fsync", src);
+    if (!give_name(src, dst, dos_names))  // between two mounts of one file system, rename will not
+        return errno == EXDEV ? publish_across(src, dst, dos_names) : 0;
+    sync_directory_of(dst);
+    return 1;
+}
+
+}  // namespace faxtray

@@ -1,0 +1,281 @@
+// The note of a running delivery, and what a start does with notes left over.
+//
+// A line is "KIND DEVICE:INODE:BIRTH PATH ." in one write, with a line feed on either side: a line torn by a
+// crash or a full disk lacks the dot and does not spoil the next one. Bytes of the path that a line cannot
+// hold stand as "%" and two hexadecimal digits.
+#include "util/work_note.h"
+
+#include <fcntl.h>
+#include <sys/file.h>
+#include <sys/param.h>
+#include <sys/stat.h>
+
+#include <cerrno>
+#include <cstdint>
+#include <cstdio>
+#include <cstring>
+
+#include "util/dir_list.h"
+#include "util/owned.h"
+#include "util/settings.h"
+#include "util/trace.h"
+
+namespace faxtray {
+
+namespace {
+
+// Which file stands at a path. All zero: none.
+struct identity_t {
+    uint64_t device, inode;
+    int64_t birth;  // nanoseconds since 1970; 0 where the file system does not tell
+
+    bool operator==(const identity_t &) const = default;
+};
+
+enum : char { WILL_MAKE = 'w', MADE = 'm' };
+
+struct entry_t {
+    char kind;
+    identity_t identity;  // of what is noted; of what stood there before for WILL_MAKE
+    char path[MAXPATHLEN];
+};
+
+constexpr size_t line_size = 3 * MAXPATHLEN + 128;
+
+}  // namespace
+
+static int depth;  // how often the note is begun
+static unique_fd note;
+static bool name_on_disk;  // of the note itself
+static char note_path[MAXPATHLEN];
+
+// The regular file at `path`, and who owns it; false when there is none.
+static bool identify(const char *path, identity_t &identity, uid_t &owner)
+{
+    identity = {};
+    struct statx st;
+    if (statx(AT_FDCWD, path, AT_SYMLINK_NOFOLLOW, STATX_BASIC_STATS | STATX_BTIME, &st) != 0)
+        return false;
+    identity.device = static_cast<uint64_t>(st.stx_dev_major) << 32 | st.stx_dev_minor;
+    identity.inode = st.stx_ino;
+    if (st.stx_mask & STATX_BTIME)
+        identity.birth = st.stx_btime.tv_sec * 1'000'000'000 + st.stx_btime.tv_nsec;
+    owner = st.stx_uid;
+    return S_ISREG(st.stx_mode);
+}
+
+// Writing
+
+// `path`, made absolute, as it stands in a line; false when it is too long.
+static bool escape(const char *path, char *out, size_t size)
+{
+    char directory[MAXPATHLEN] = "";
+    if (*path != '/' && !getcwd(directory, sizeof directory))
+        return false;
+    if (strlen(directory) + 1 + strlen(path) >= MAXPATHLEN)
+        return false;
+    size_t n = 0;
+    auto put = [&](const char *text) {
+        for (; *text && n + 4 < size; text++) {
+            auto byte = static_cast<unsigned char>(*text);
+            bool plain = byte > ' ' && byte != '%';
+            n += static_cast<size_t>(snprintf(out + n, size - n, plain ? "%c" : "%%%02x", byte));
+        }
+    };
+    if (*directory) {
+        put(directory);
+        put("/");
+    }
+    put(path);
+    return true;
+}
+
+static void add_line(char kind, const identity_t &id, const char *path)
+{
+    char escaped[3 * MAXPATHLEN], line[line_size];
+    if (!escape(path, escaped, sizeof escaped)) {
+        trprintf("work_note: cannot note \"%s\"\n", path);
+        return;
+    }
+    int n = snprintf(line, sizeof line, "\n%c %llx:%llx:%llx %s .\n", kind,
+                     static_cast<unsigned long long>(id.device), static_cast<unsigned long long>(id.inode),
+                     static_cast<unsigned long long>(id.birth), escaped);
+    ssize_t written = write(note.get(), line, static_cast<size_t>(n));
+    if (written != n)
+        trprintf("work_note: write(\"%s\") failed: %s.\n", note_path,
+                 written < 0 ? strerror(errno) : "short");
+}
+
+void note_will_make(const char *path)
+{
+    identity_t before;
+    uid_t owner;
+    if (!note)
+        return;
+    identify(path, before, owner);
+    add_line(WILL_MAKE, before, path);
+}
+
+void note_made(const char *path)
+{
+    identity_t made;
+    uid_t owner;
+    if (note && identify(path, made, owner))
+        add_line(MADE, made, path);
+}
+
+void note_will_move(const char *from, const char *to)
+{
+    identity_t moved;
+    uid_t owner;
+    if (!note || !identify(from, moved, owner))
+        return;
+    add_line(MADE, moved, to);
+    fdatasync(note.get());
+    if (!name_on_disk) {
+        unique_fd directory(open(dvWork_dir, O_RDONLY | O_DIRECTORY | O_CLOEXEC));
+        name_on_disk = directory && fsync(directory.get()) == 0;
+    }
+}
+
+// Beginning and ending
+
+// A new note, which nobody else holds; none with errno.
+static unique_fd new_note()
+{
+    for (unsigned n = 0; n < 1000; n++) {
+        snprintf(note_path, sizeof note_path, "%s/delivery_note.%d.%u", dvWork_dir,
+                 static_cast<int>(getpid()), n);
+        unique_fd fd(open(note_path, O_WRONLY | O_CREAT | O_EXCL | O_APPEND | O_CLOEXEC, 0600));
+        if (!fd && errno == EEXIST)  // of a dead process that had our pid
+            continue;
+        struct stat st;
+        if (!fd || (flock(fd.get(), LOCK_EX | LOCK_NB) == 0 && fstat(fd.get(), &st) == 0 && st.st_nlink > 0))
+            return fd;
+        // A start took it for left over before it was locked: the next one.
+    }
+    return {};
+}
+
+int note_begin()
+{
+    if (depth++ > 0)
+        return static_cast<bool>(note);
+    name_on_disk = false;
+    note = new_note();
+    if (!note)
+        trprintf("note_begin: open(\"%s\") failed: %s.\n", note_path, strerror(errno));
+    return static_cast<bool>(note);
+}
+
+void note_end()
+{
+    if (depth == 0 || --depth > 0 || !note)
+        return;
+    if (unlink(note_path) != 0)
+        trprintf("note_end: unlink(\"%s\") failed: %s.\n", note_path, strerror(errno));
+    note.reset();
+}
+
+// Recovering
+
+static bool unescape(const char *text, char (&out)[MAXPATHLEN])
+{
+    size_t n = 0;
+    for (; *text; n++) {
+        unsigned byte = static_cast<unsigned char>(*text++);
+        if (byte == '%') {
+            if (sscanf(text, "%2x", &byte) != 1 || !text[1])
+                return false;
+            text += 2;
+        }
+        if (n + 1 >= sizeof out)
+            return false;
+        out[n] = static_cast<char>(byte);
+    }
+    out[n] = '\0';
+    return out[0] == '/';
+}
+
+static bool parse(const char *line, entry_t &entry)
+{
+    char escaped[3 * MAXPATHLEN];
+    unsigned long long device, inode, birth;
+    int end = 0;
+    static_assert(sizeof escaped > 12287);
+    if (sscanf(line, "%c %llx:%llx:%llx %12287s .%n", &entry.kind, &device, &inode, &birth, escaped, &end) !=
+            5 ||
+        end == 0 || line[end] != '\n')
+        return false;
+    entry.identity = {device, inode, static_cast<int64_t>(birth)};
+    return unescape(escaped, entry.path);
+}
+
+// Whether that name is one that only we give.
+static bool is_our_name(const char *path)
+{
+    const char *name = strrchr(path, '/') + 1;
+    for (const char *prefix : {"ii_", "FDF.", "FDM."})
+        if (strncmp(name, prefix, strlen(prefix)) == 0)
+            return true;
+    return name == path + strlen("/tmp/") && strncmp(path, "/tmp/", strlen("/tmp/")) == 0;
+}
+
+static bool is_left_over(const entry_t &entry)
+{
+    identity_t now;
+    uid_t owner;
+    if (!identify(entry.path, now, owner))
+        return false;
+    if (entry.kind == MADE)
+        return now == entry.identity;
+    return entry.kind == WILL_MAKE && now != entry.identity && owner == geteuid() && is_our_name(entry.path);
+}
+
+// False when something that should go is still there.
+static bool remove_left_overs(FILE *in)
+{
+    bool good = true;
+    char line[line_size];
+    entry_t entry;
+    while (fgets(line, sizeof line, in)) {
+        if (!parse(line, entry) || !is_left_over(entry))
+            continue;
+        bool removed = unlink(entry.path) == 0;
+        good = good && removed;
+        fprintf(stderr, "note_recover: %s \"%s\", left by a delivery that did not end.\n",
+                removed ? "removed" : "cannot remove", entry.path);
+    }
+    return good;
+}
+
+static void recover(const char *path)
+{
+    unique_fd fd(open(path, O_RDONLY | O_NOFOLLOW | O_NONBLOCK | O_CLOEXEC));
+    struct stat st;
+    if (!fd || fstat(fd.get(), &st) != 0 || !S_ISREG(st.st_mode) || st.st_uid != geteuid() ||
+        flock(fd.get(), LOCK_EX | LOCK_NB) != 0)
+        return;
+    file_ptr in(fdopen(fd.get(), "r"));
+    if (!in)
+        return;
+    (void)fd.release();
+    if (remove_left_overs(in.get()) && unlink(path) != 0)
+        trprintf("note_recover: unlink(\"%s\") failed: %s.\n", path, strerror(errno));
+}
+
+void note_recover()
+{
+    std::unique_ptr<dir_list_t, deleter<dir_close>> list(dir_open(dvWork_dir));
+    if (!list)
+        return;
+    const char *pattern = "^delivery_note[.]";
+    while (const char *name = dir_grep(list.get(), pattern)) {
+        char path[MAXPATHLEN];
+        if (snprintf(path, sizeof path, "%s/%s", dvWork_dir, name) < static_cast<int>(sizeof path))
+            recover(path);
+        pattern = nullptr;
+    }
+}
+
+}  // namespace faxtray
