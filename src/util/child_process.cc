@@ -31,6 +31,7 @@ struct stream_child {
 }  // namespace
 
 static std::vector<stream_child> open_streams;
+static bool sigpipe_off;  // while streams are open, where SIGPIPE would end the process
 static int awaited;  // since child_awaited() was last asked
 
 static struct rlimit child_limit;
@@ -165,6 +166,16 @@ static bool make_room()
     }
 }
 
+static void switch_sigpipe(bool off)
+{
+    struct sigaction action = {};
+    if (off == sigpipe_off || sigaction(SIGPIPE, nullptr, &action) != 0 ||
+        action.sa_handler != (off ? SIG_DFL : SIG_IGN))
+        return;
+    action.sa_handler = off ? SIG_IGN : SIG_DFL;
+    sigpipe_off = sigaction(SIGPIPE, &action, nullptr) == 0 && off;
+}
+
 FILE *child_popen(const char *command, const char *mode)
 {
     bool reading = mode && strcmp(mode, "r") == 0;
@@ -189,6 +200,7 @@ FILE *child_popen(const char *command, const char *mode)
     if (pid < 0)
         return nullptr;
     open_streams.push_back({stream.get(), pid});
+    switch_sigpipe(true);
     return stream.release();
 }
 
@@ -199,6 +211,8 @@ int child_pclose(FILE *stream)
             pid_t pid = it->pid;
             open_streams.erase(it);
             fclose(stream);
+            if (open_streams.empty())
+                switch_sigpipe(false);
             return await(pid);
         }
     errno = EINVAL;

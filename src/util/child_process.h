@@ -16,7 +16,8 @@ void child_set_limit(const struct rlimit &nofile);
 
 // popen, pclose and system as in POSIX, by way of "/bin/sh -c": standard output and error are flushed
 // before the fork, EINTR is waited out, and a command that cannot be executed exits with status 127.
-// Streams are close-on-exec; several may be open at once.
+// Streams are close-on-exec; several may be open at once. While one is open, a child that does not read
+// what is written to it gives EPIPE and no SIGPIPE.
 FILE *child_popen(const char *command, const char *mode);  // "r" or "w"; null with errno
 int child_pclose(FILE *stream);                            // the wait status, or -1 with errno
 int child_system(const char *command);                     // the wait status, or -1 with errno
