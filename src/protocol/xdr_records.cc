@@ -6,6 +6,7 @@
 #include <algorithm>
 #include <cstdlib>
 #include <cstring>
+#include <optional>
 
 namespace faxtray {
 
@@ -52,7 +53,7 @@ static bool_t xdr_counted(XDR *xdrs, char **bytes, u_int *length) noexcept
 }
 
 // A string (RFC 4506 section 4.11), which has the same form.
-static bool_t xdr_text(XDR *xdrs, char **text) noexcept
+bool_t xdr_text(XDR *xdrs, char **text) noexcept
 {
     if (xdrs->x_op != XDR_ENCODE) {
         u_int length = 0;
@@ -118,7 +119,7 @@ bool_t xdr_pw_req_t(XDR *xdrs, pw_req_t *pw) noexcept
     return xdr_text(xdrs, &pw->user) && xdr_text(xdrs, &pw->password) && xdr_pw_tail(xdrs, pw);
 }
 
-static bool_t xdr_pw(XDR *xdrs, pw_req_t **pw) noexcept
+bool_t xdr_pw(XDR *xdrs, pw_req_t **pw) noexcept
 {
     return xdr_optional(xdrs, pw, xdr_pw_req_t);
 }
@@ -301,16 +302,12 @@ bool_t xdr_in_res_t(XDR *xdrs, in_res_t *res) noexcept
     return xdr_err_t(xdrs, &res->err);
 }
 
-// The caller's identity, in either form.
+// Optional records that may also stand bare.
 
-// The name when its length was the word just read, and the rest behind it.
-static bool_t decode_pw_behind_length(XDR *xdrs, pw_req_t *pw, u_int user_length) noexcept
-{
-    return decode_bytes(xdrs, &pw->user, user_length) && xdr_text(xdrs, &pw->password) &&
-           xdr_pw_tail(xdrs, pw);
-}
-
-static bool_t decode_identity(XDR *xdrs, pw_req_t **pw) noexcept
+// Reads an optional record that begins with a text, in either form, as far as that text; null when it is
+// absent. Behind an empty text in line the next word is read already: `*ahead` holds it then.
+template <class Record> static bool_t decode_head(XDR *xdrs, Record **record, char *Record::*text,
+                                                  std::optional<u_int> *ahead) noexcept
 {
     u_int first = 0, second = 0;
     if (!xdr_u_int(xdrs, &first))
@@ -321,20 +318,34 @@ static bool_t decode_identity(XDR *xdrs, pw_req_t **pw) noexcept
     if (first == 1 && !has_second)
         return FALSE;
 
-    *pw = static_cast<pw_req_t *>(calloc(1, sizeof(pw_req_t)));
-    if (!*pw)
+    *record = static_cast<Record *>(calloc(1, sizeof(Record)));
+    if (!*record)
         return FALSE;
-    if (first > 1)  // in line: the length of the user name
-        return decode_pw_behind_length(xdrs, *pw, first);
+    char **field = &((*record)->*text);
+    if (first > 1)  // in line: the length of the text
+        return decode_bytes(xdrs, field, first);
     if (first == 1 && (second == 0 || (second & 0xFFFFFF) != 0))  // the boolean, then that length
-        return decode_pw_behind_length(xdrs, *pw, second);
+        return decode_bytes(xdrs, field, second);
 
-    if (first == 1) {  // in line: a name of one character, its padding behind it
-        const char name[] = {static_cast<char>(second >> 24), '\0'};
-        return ((*pw)->user = strdup(name)) && xdr_text(xdrs, &(*pw)->password) && xdr_pw_tail(xdrs, *pw);
+    if (first == 1) {  // in line: a text of one character, its padding behind it
+        const char character[] = {static_cast<char>(second >> 24), '\0'};
+        *field = strdup(character);
+    } else {  // in line: an empty text
+        *ahead = second;
+        *field = strdup("");
     }
-    // In line: an empty name, then the length of the password.
-    return ((*pw)->user = strdup("")) && decode_bytes(xdrs, &(*pw)->password, second) &&
+    return *field != nullptr;
+}
+
+static bool_t decode_identity(XDR *xdrs, pw_req_t **pw) noexcept
+{
+    std::optional<u_int> password_length;
+    if (!decode_head(xdrs, pw, &pw_req_t::user, &password_length))
+        return FALSE;
+    if (!*pw)
+        return TRUE;
+    char **password = &(*pw)->password;
+    return (password_length ? decode_bytes(xdrs, password, *password_length) : xdr_text(xdrs, password)) &&
            xdr_pw_tail(xdrs, *pw);
 }
 
@@ -344,6 +355,29 @@ bool_t xdr_identity(XDR *xdrs, pw_req_t **pw) noexcept
         return xdr_pw(xdrs, pw);
     *pw = nullptr;
     return decode_identity(xdrs, pw);
+}
+
+static bool_t decode_av_entry(XDR *xdrs, av_list_t **list) noexcept
+{
+    std::optional<u_int> check_value;
+    if (!decode_head(xdrs, list, &av_list_t::key, &check_value))
+        return FALSE;
+    if (!*list)
+        return TRUE;
+    u_int value = check_value.value_or(0);
+    if (!check_value && !xdr_u_int(xdrs, &value))
+        return FALSE;
+    (*list)->check_value = static_cast<int32_t>(value);
+    return xdr_chain(xdrs, &(*list)->nodes, av_node_fields) &&
+           xdr_chain(xdrs, &(*list)->next, av_list_fields);
+}
+
+bool_t xdr_av_entry(XDR *xdrs, av_list_t **list) noexcept
+{
+    if (xdrs->x_op != XDR_DECODE)
+        return xdr_chain(xdrs, list, av_list_fields);
+    *list = nullptr;
+    return decode_av_entry(xdrs, list);
 }
 
 }  // namespace faxtray

@@ -14,6 +14,8 @@ namespace faxtray {
 
 inline constexpr u_int MAX_WIRE_LENGTH = 16 * 1024 * 1024;  // bytes a string or array may claim
 
+bool_t xdr_text(XDR *xdrs, char **text) noexcept;  // a string
+bool_t xdr_pw(XDR *xdrs, pw_req_t **pw) noexcept;  // an optional pw_req_t
 bool_t xdr_faxid_t(XDR *xdrs, faxid_t *id) noexcept;
 bool_t xdr_pw_req_t(XDR *xdrs, pw_req_t *pw) noexcept;
 bool_t xdr_index_req_t(XDR *xdrs, index_req_t *req) noexcept;
@@ -46,5 +48,9 @@ bool_t xdr_in_res_t(XDR *xdrs, in_res_t *res) noexcept;
 // (its first byte set, the other three zero); 0 with nothing behind it is an absent identity, with
 // more behind it a bare record with an empty name.
 bool_t xdr_identity(XDR *xdrs, pw_req_t **pw) noexcept;
+
+// An av_list_t, with the chain behind it, that may be absent: encodes the optional form; decodes that and
+// the bare list, told apart in the same way.
+bool_t xdr_av_entry(XDR *xdrs, av_list_t **list) noexcept;
 
 }  // namespace faxtray

@@ -1,0 +1,369 @@
+// The framing of RFC 5531 section 11 over a socket that is never read or written without asking the clock;
+// the messages themselves are libtirpc's.
+#include "protocol/timed_client.h"
+
+#include <fcntl.h>
+#include <netdb.h>
+#include <netinet/in.h>
+#include <poll.h>
+#include <rpc/pmap_prot.h>
+#include <sys/socket.h>
+
+#include <algorithm>
+#include <cerrno>
+#include <chrono>
+#include <cstring>
+#include <memory>
+#include <new>
+#include <string>
+
+#include "util/owned.h"
+
+namespace faxtray {
+
+using deadline_t = std::chrono::steady_clock::time_point;
+
+static constexpr u_int Last_fragment = 0x80000000;
+static constexpr size_t Piece = 1024 * 1024;        // read at once, so that no length is believed
+static constexpr size_t Max_header = 24 + 2 * 408;  // of a call, credentials and verifier included
+
+static deadline_t after(const timeval &limit)
+{
+    return std::chrono::steady_clock::now() + std::chrono::seconds(limit.tv_sec) +
+           std::chrono::microseconds(limit.tv_usec);
+}
+
+// The socket. What fails returns false with errno, ETIMEDOUT at the deadline.
+
+static bool wait_for_socket(int fd, short events, deadline_t deadline)
+{
+    for (;;) {
+        const auto left =
+            std::chrono::ceil<std::chrono::milliseconds>(deadline - std::chrono::steady_clock::now());
+        pollfd waiting = {fd, events, 0};
+        const int ready = left.count() > 0 ? poll(&waiting, 1, static_cast<int>(left.count())) : 0;
+        if (ready > 0)
+            return true;
+        if (ready == 0) {
+            errno = ETIMEDOUT;
+            return false;
+        }
+        if (errno != EINTR)
+            return false;
+    }
+}
+
+static bool would_block()
+{
+    return errno == EAGAIN || errno == EWOULDBLOCK || errno == EINTR;
+}
+
+static bool send_all(int fd, const char *bytes, size_t n, deadline_t deadline)
+{
+    while (n > 0) {
+        if (!wait_for_socket(fd, POLLOUT, deadline))
+            return false;
+        const ssize_t sent = send(fd, bytes, n, MSG_NOSIGNAL);
+        if (sent < 0 && !would_block())
+            return false;
+        bytes += std::max<ssize_t>(sent, 0);
+        n -= static_cast<size_t>(std::max<ssize_t>(sent, 0));
+    }
+    return true;
+}
+
+static bool receive_all(int fd, char *bytes, size_t n, deadline_t deadline)
+{
+    while (n > 0) {
+        if (!wait_for_socket(fd, POLLIN, deadline))
+            return false;
+        const ssize_t got = recv(fd, bytes, n, 0);
+        if (got == 0)
+            errno = ECONNRESET;
+        if (got == 0 || (got < 0 && !would_block()))
+            return false;
+        bytes += std::max<ssize_t>(got, 0);
+        n -= static_cast<size_t>(std::max<ssize_t>(got, 0));
+    }
+    return true;
+}
+
+// One record, put together of its fragments.
+static bool receive_record(int fd, std::string *record, deadline_t deadline)
+{
+    record->clear();
+    u_int mark = 0;
+    do {
+        if (!receive_all(fd, reinterpret_cast<char *>(&mark), sizeof mark, deadline))
+            return false;
+        mark = ntohl(mark);
+        size_t left = mark & ~Last_fragment;
+        if (left > MAX_REPLY - record->size()) {
+            errno = EMSGSIZE;
+            return false;
+        }
+        while (left > 0) {
+            const size_t have = record->size(), next = std::min(left, Piece);
+            record->resize(have + next);
+            if (!receive_all(fd, record->data() + have, next, deadline))
+                return false;
+            left -= next;
+        }
+    } while (!(mark & Last_fragment));
+    return true;
+}
+
+// Connects within the deadline; the socket does not block.
+static unique_fd connect_by(const sockaddr_in &address, deadline_t deadline)
+{
+    unique_fd fd(socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC | SOCK_NONBLOCK, IPPROTO_TCP));
+    if (!fd || connect(fd.get(), reinterpret_cast<const sockaddr *>(&address), sizeof address) == 0)
+        return fd;
+    if (errno != EINPROGRESS || !wait_for_socket(fd.get(), POLLOUT, deadline))
+        return {};
+    int error = 0;
+    socklen_t length = sizeof error;
+    if (getsockopt(fd.get(), SOL_SOCKET, SO_ERROR, &error, &length) != 0)
+        return {};
+    errno = error;
+    return error == 0 ? std::move(fd) : unique_fd();
+}
+
+// The client.
+
+namespace {
+
+struct timed_client_t {
+    CLIENT client;
+    unique_fd socket;
+    rpcprog_t program;
+    rpcvers_t version;
+    u_int xid;  // of the last call
+    rpc_err error;
+};
+
+}  // namespace
+
+static timed_client_t *self(CLIENT *client)
+{
+    return static_cast<timed_client_t *>(client->cl_private);
+}
+
+// Notes a transport failure by errno. What comes over this connection next cannot be told apart any more.
+static clnt_stat transport_failure(timed_client_t *me, clnt_stat status)
+{
+    me->error.re_errno = errno;
+    me->error.re_status = errno == ETIMEDOUT ? RPC_TIMEDOUT : status;
+    shutdown(me->socket.get(), SHUT_RDWR);
+    return me->error.re_status;
+}
+
+// The call with its record mark in front, or "" when the argument cannot be encoded.
+static std::string encode_call(timed_client_t *me, rpcproc_t procedure, xdrproc_t xdr_args, void *args)
+{
+    rpc_msg header = {};
+    header.rm_xid = ++me->xid;
+    header.rm_direction = CALL;
+    header.rm_call.cb_rpcvers = RPC_MSG_VERSION;
+    header.rm_call.cb_prog = me->program;
+    header.rm_call.cb_vers = me->version;
+    auto number = static_cast<u_int>(procedure);
+
+    std::string bytes(sizeof(u_int) + Max_header + xdr_sizeof(xdr_args, args), '\0');
+    XDR xdrs;
+    xdrmem_create(&xdrs, bytes.data(), static_cast<u_int>(bytes.size()), XDR_ENCODE);
+    u_int mark = 0;
+    if (!xdr_u_int(&xdrs, &mark) || !xdr_callhdr(&xdrs, &header) || !xdr_u_int(&xdrs, &number) ||
+        !AUTH_MARSHALL(me->client.cl_auth, &xdrs) ||
+        !AUTH_WRAP(me->client.cl_auth, &xdrs, xdr_args, static_cast<caddr_t>(args)))
+        return "";
+    bytes.resize(xdr_getpos(&xdrs));
+    mark = htonl(Last_fragment | static_cast<u_int>(bytes.size() - sizeof mark));
+    memcpy(bytes.data(), &mark, sizeof mark);
+    return bytes;
+}
+
+static bool_t xdr_nothing(XDR *, void *) noexcept
+{
+    return TRUE;
+}
+
+// Takes a reply apart; RPC_INPROGRESS for one to an earlier call.
+static clnt_stat decode_reply(timed_client_t *me, std::string &record, xdrproc_t xdr_result, void *result)
+{
+    XDR xdrs;
+    xdrmem_create(&xdrs, record.data(), static_cast<u_int>(record.size()), XDR_DECODE);
+    rpc_msg reply = {};
+    reply.acpted_rply.ar_results.proc = reinterpret_cast<xdrproc_t>(xdr_nothing);
+    const bool read = xdr_replymsg(&xdrs, &reply);
+    const bool ours = read && reply.rm_xid == me->xid;
+    if (ours) {
+        _seterr_reply(&reply, &me->error);
+        if (me->error.re_status == RPC_SUCCESS &&
+            !AUTH_UNWRAP(me->client.cl_auth, &xdrs, xdr_result, static_cast<caddr_t>(result)))
+            me->error.re_status = RPC_CANTDECODERES;
+    }
+    if (reply.rm_reply.rp_stat == MSG_ACCEPTED)
+        xdr_free(reinterpret_cast<xdrproc_t>(xdr_opaque_auth), &reply.acpted_rply.ar_verf);
+    if (!read)
+        return me->error.re_status = RPC_CANTDECODERES;
+    return ours ? me->error.re_status : RPC_INPROGRESS;
+}
+
+static clnt_stat call_by(timed_client_t *me, rpcproc_t procedure, xdrproc_t xdr_args, void *args,
+                         xdrproc_t xdr_result, void *result, deadline_t deadline)
+{
+    std::string record = encode_call(me, procedure, xdr_args, args);
+    if (record.empty())
+        return me->error.re_status = RPC_CANTENCODEARGS;
+    if (!send_all(me->socket.get(), record.data(), record.size(), deadline))
+        return transport_failure(me, RPC_CANTSEND);
+    clnt_stat status;
+    do {
+        if (!receive_record(me->socket.get(), &record, deadline))
+            return transport_failure(me, RPC_CANTRECV);
+        status = decode_reply(me, record, xdr_result, result);
+    } while (status == RPC_INPROGRESS);
+    return status;
+}
+
+static clnt_stat timed_call(CLIENT *client, rpcproc_t procedure, xdrproc_t xdr_args, void *args,
+                            xdrproc_t xdr_result, void *result, timeval limit)
+{
+    timed_client_t *me = self(client);
+    me->error = {};
+    try {
+        return call_by(me, procedure, xdr_args, args, xdr_result, result, after(limit));
+    } catch (const std::bad_alloc &) {
+        errno = ENOMEM;
+        return transport_failure(me, RPC_SYSTEMERROR);
+    }
+}
+
+static void timed_geterr(CLIENT *client, rpc_err *error)
+{
+    *error = self(client)->error;
+}
+
+static bool_t timed_freeres(CLIENT *, xdrproc_t routine, void *result)
+{
+    xdr_free(routine, result);
+    return TRUE;
+}
+
+static void timed_destroy(CLIENT *client)
+{
+    auth_destroy(client->cl_auth);
+    delete self(client);
+}
+
+static bool_t timed_control(CLIENT *client, u_int request, void *value)
+{
+    if (request != CLGET_FD)
+        return FALSE;
+    *static_cast<int *>(value) = self(client)->socket.get();
+    return TRUE;
+}
+
+static void timed_abort(CLIENT *) {}
+
+using client_ptr = std::unique_ptr<CLIENT, deleter<timed_destroy>>;
+
+// Making one.
+
+static void note_failure(clnt_stat status, const rpc_err &error = {})
+{
+    rpc_createerr.cf_stat = status;
+    rpc_createerr.cf_error = error;
+}
+
+static void note_errno(clnt_stat status)
+{
+    rpc_err error = {};
+    error.re_status = RPC_SYSTEMERROR;
+    error.re_errno = errno;
+    note_failure(errno == ETIMEDOUT ? RPC_TIMEDOUT : status, error);
+}
+
+static CLIENT *client_over(unique_fd socket, rpcprog_t program, rpcvers_t version)
+{
+    static CLIENT::clnt_ops operations = {timed_call,    timed_abort,   timed_geterr,
+                                          timed_freeres, timed_destroy, timed_control};
+    static u_int first_xid = static_cast<u_int>(time(nullptr)) ^ static_cast<u_int>(getpid()) << 16;
+    std::unique_ptr<timed_client_t> made(new (std::nothrow) timed_client_t());
+    if (!made) {
+        errno = ENOMEM;
+        note_errno(RPC_SYSTEMERROR);
+        return nullptr;
+    }
+    made->client.cl_auth = authnone_create();
+    made->client.cl_ops = &operations;
+    made->client.cl_private = made.get();
+    made->socket = std::move(socket);
+    made->program = program;
+    made->version = version;
+    made->xid = first_xid += 0x10000;
+    return &made.release()->client;
+}
+
+// Asks the port mapper where the program listens (RFC 1833 section 3); 0 when that is not to be had.
+static u_short ask_port(sockaddr_in address, rpcprog_t program, rpcvers_t version, deadline_t deadline)
+{
+    address.sin_port = htons(PMAPPORT);
+    unique_fd socket = connect_by(address, deadline);
+    if (!socket) {
+        note_errno(RPC_PMAPFAILURE);
+        return 0;
+    }
+    const client_ptr mapper(client_over(std::move(socket), PMAPPROG, PMAPVERS));
+    if (!mapper)
+        return 0;
+    pmap wanted = {program, version, IPPROTO_TCP, 0};
+    u_short port = 0;
+    const clnt_stat status =
+        call_by(self(mapper.get()), PMAPPROC_GETPORT, reinterpret_cast<xdrproc_t>(xdr_pmap), &wanted,
+                reinterpret_cast<xdrproc_t>(xdr_u_short), &port, deadline);
+    if (status != RPC_SUCCESS)
+        note_failure(status == RPC_TIMEDOUT ? RPC_TIMEDOUT : RPC_PMAPFAILURE, self(mapper.get())->error);
+    else if (port == 0)
+        note_failure(RPC_PROGNOTREGISTERED);
+    return port;
+}
+
+static CLIENT *create_by(const char *host, rpcprog_t program, rpcvers_t version, deadline_t deadline)
+{
+    addrinfo hints = {};
+    hints.ai_family = AF_INET;
+    hints.ai_socktype = SOCK_STREAM;
+    addrinfo *found = nullptr;
+    if (getaddrinfo(host, nullptr, &hints, &found) != 0) {
+        note_failure(RPC_UNKNOWNHOST);
+        return nullptr;
+    }
+    sockaddr_in address;
+    memcpy(&address, found->ai_addr, sizeof address);
+    freeaddrinfo(found);
+
+    address.sin_port = htons(ask_port(address, program, version, deadline));
+    if (address.sin_port == 0)
+        return nullptr;
+    unique_fd socket = connect_by(address, deadline);
+    if (!socket) {
+        note_errno(RPC_SYSTEMERROR);
+        return nullptr;
+    }
+    return client_over(std::move(socket), program, version);
+}
+
+CLIENT *timed_clnt_create(const char *host, rpcprog_t program, rpcvers_t version, const timeval &limit)
+{
+    try {
+        return create_by(host, program, version, after(limit));
+    } catch (const std::bad_alloc &) {
+        errno = ENOMEM;
+        note_errno(RPC_SYSTEMERROR);
+        return nullptr;
+    }
+}
+
+}  // namespace faxtray
