@@ -118,16 +118,37 @@ void stop_port_mapper()
     port_mapper = -1;
 }
 
-std::vector<std::string> sent_mail()
+std::vector<std::string> take_mail()
 {
     std::vector<std::string> mails;
-    for (size_t n = 0;; n++) {
+    for (;;) {
         char path[32];
-        snprintf(path, sizeof path, "/run/mail/%05zu", n);
+        snprintf(path, sizeof path, "/run/mail/%05zu", mails.size());
         if (access(path, F_OK) != 0)
-            return mails;
+            break;
         mails.push_back(read_file(path));
     }
+    for (const auto &mail : std::filesystem::directory_iterator("/run/mail"))
+        std::filesystem::remove(mail);
+    return mails;
+}
+
+// The name may be the machine's link to its agent, which must stay as it is: it is never written through.
+void replace_mail_agent(const std::string &script)
+{
+    unlink("/usr/lib/sendmail");
+    write_file("/usr/lib/sendmail", script.c_str(), 0755);
+}
+
+void link_mail_agent(const std::string &program)
+{
+    unlink("/usr/lib/sendmail");
+    require(symlink(program.c_str(), "/usr/lib/sendmail") == 0, "/usr/lib/sendmail");
+}
+
+void restore_mail_agent()
+{
+    replace_mail_agent(sendmail);
 }
 
 static void settle_in()
@@ -140,7 +161,7 @@ static void settle_in()
     unlink("/etc/hosts");  // may be a link
     write_file("/etc/hosts", "127.0.0.1 localhost\n", 0644);
     write_file("/etc/nsswitch.conf", "hosts: files\n", 0644);
-    write_file("/usr/lib/sendmail", sendmail, 0755);
+    restore_mail_agent();
     require(sethostname("localhost", 9) == 0, "host name");
     raise_loopback();
 }
