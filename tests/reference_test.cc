@@ -22,14 +22,14 @@
 
 namespace faxtray {
 
-static std::string shown(const char *text)
+static std::string bracketed(const char *text)
 {
     return text ? std::string("[").append(text).append("]") : "null";
 }
 
 static std::string owned(char *text)
 {
-    return shown(c_string(text).get());
+    return bracketed(c_string(text).get());
 }
 
 static std::string pieces(const char *text)
@@ -39,7 +39,7 @@ static std::string pieces(const char *text)
     std::unique_ptr<char *, deleter<std::free>> owner(fields);
     std::string all;
     for (int i = 0; i <= count; i++)  // one past the last, which is null
-        all += shown(fields[i]);
+        all += bracketed(fields[i]);
     return all;
 }
 
@@ -66,8 +66,8 @@ static std::string version_of(const char *id)
 {
     char info[64];
     int length = rev_revinfo(id, info, sizeof info);
-    return shown(length ? info : nullptr) + " module " + shown(rev_module(nullptr)) + " branch " +
-           shown(rev_branch(nullptr)) + " time " + shown(rev_delta_time(nullptr));
+    return bracketed(length ? info : nullptr) + " module " + bracketed(rev_module(nullptr)) + " branch " +
+           bracketed(rev_branch(nullptr)) + " time " + bracketed(rev_delta_time(nullptr));
 }
 
 // A call a line: its name and up to three arguments, behind a tab each, with \t and \n for those two.
@@ -77,15 +77,15 @@ static const struct {
 } calls[] = {
     {"mkpath", [](char *a, char *, char *) { return owned(mkpath(a)); }},
     {"fix_path", [](char *a, char *, char *) { return owned(fix_path(a)); }},
-    {"basename", [](char *a, char *, char *) { return shown(basename(a)); }},
-    {"dirname", [](char *a, char *, char *) { return shown(dirname(a)); }},
+    {"basename", [](char *a, char *, char *) { return bracketed(basename(a)); }},
+    {"dirname", [](char *a, char *, char *) { return bracketed(dirname(a)); }},
     {"split", [](char *a, char *, char *) { return pieces(a); }},
-    {"strip", [](char *a, char *, char *) { return shown(strip_enclosing_whitespace(a)); }},
-    {"strcasestr", [](char *a, char *b, char *) { return shown(strcasestr(a, b)); }},
+    {"strip", [](char *a, char *, char *) { return bracketed(strip_enclosing_whitespace(a)); }},
+    {"strcasestr", [](char *a, char *b, char *) { return bracketed(strcasestr(a, b)); }},
     {"octal", [](char *a, char *, char *) { return std::to_string(octal_perms_to_int(a)); }},
-    {"base_26", [](char *a, char *, char *) { return shown(int_to_base_26(std::stoi(a))); }},
-    {"filter", [](char *a, char *b, char *) { return shown(posix_file_name_filter(a, b)); }},
-    {"passwd", [](char *a, char *, char *) { return shown(passwd(a)); }},
+    {"base_26", [](char *a, char *, char *) { return bracketed(int_to_base_26(std::stoi(a))); }},
+    {"filter", [](char *a, char *b, char *) { return bracketed(posix_file_name_filter(a, b)); }},
+    {"passwd", [](char *a, char *, char *) { return bracketed(passwd(a)); }},
     {"version", [](char *a, char *, char *) { return version_of(a); }},
     {"munged_strcmp", [](char *a, char *b, char *) { return munged_order(a, b); }},
     {"inbox_path", [](char *a, char *b, char *c) { return inbox_of(a, b, c); }},

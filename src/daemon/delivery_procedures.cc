@@ -9,6 +9,7 @@
 #include "inbox/forwarders.h"
 #include "inbox/inbox_lists.h"
 #include "util/settings.h"
+#include "util/text.h"
 #include "util/trace.h"
 
 namespace faxtray {

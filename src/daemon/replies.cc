@@ -31,9 +31,4 @@ in_res_t *error_reply(in_res_t &result, const err_t &error)
     return &result;
 }
 
-const char *shown(const char *text)
-{
-    return text ? text : "(null)";
-}
-
 }  // namespace faxtray

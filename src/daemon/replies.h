@@ -18,7 +18,4 @@ in_res_t *error_reply(in_res_t &result, int code, int sys_errno, const char *for
     __attribute__((format(printf, 4, 5)));
 in_res_t *error_reply(in_res_t &result, const err_t &error);  // the record as it stands
 
-// Text from a request, as messages show it: "(null)" for none.
-const char *shown(const char *text);
-
 }  // namespace faxtray

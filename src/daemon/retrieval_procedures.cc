@@ -16,6 +16,7 @@
 #include "inbox/inbox_lists.h"
 #include "util/access.h"
 #include "util/owned.h"
+#include "util/text.h"
 #include "util/trace.h"
 
 namespace faxtray {

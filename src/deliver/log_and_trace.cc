@@ -13,7 +13,7 @@
 
 namespace faxtray {
 
-void log_and_trace(const log_entry_at &at, const char *format, ...)
+int log_and_trace(const log_entry_at &at, const char *format, ...)
 {
     int saved_errno = errno;
     char text[2 * MAXPATHLEN + 256];  // two paths at their longest and the words around them
@@ -26,6 +26,7 @@ void log_and_trace(const log_entry_at &at, const char *format, ...)
     va_end(again);
     va_end(args);
     errno = saved_errno;
+    return -1;
 }
 
 }  // namespace faxtray

@@ -17,7 +17,8 @@ struct log_entry_at {
     int line;
 };
 
-// The trace gets at most 8447 characters. errno is left as it was.
-void log_and_trace(const log_entry_at &at, const char *format, ...) __attribute__((format(printf, 2, 3)));
+// Returns -1, the result of most who fail so. The trace gets at most 8447 characters. errno is left as it
+// was.
+int log_and_trace(const log_entry_at &at, const char *format, ...) __attribute__((format(printf, 2, 3)));
 
 }  // namespace faxtray

@@ -18,6 +18,7 @@
 #include "util/crc.h"
 #include "util/paths.h"
 #include "util/settings.h"
+#include "util/text.h"
 #include "util/trace.h"
 #include "util/version_id.h"
 
@@ -30,11 +31,6 @@ av_table_t Forwarder;
 
 // The last message of this module. Kept: a failure of ui_inbox_path is appended to whatever it holds.
 static char message[MAXPATHLEN + 512];
-
-static const char *or_null(const char *text)
-{
-    return text ? text : "(null)";
-}
 
 // Writes the message of source line `line` to the exception log and standard error.
 static void log_message(int line)
@@ -185,7 +181,7 @@ static void load_users(user_list_t *list)
 int load_user_list(user_list_t *user_list, const char *path)
 {
     if (!ui_open(path, stderr)) {
-        fprintf(stderr, "load_user_list: Can't open user list file [%s].\n", or_null(path));
+        fprintf(stderr, "load_user_list: Can't open user list file [%s].\n", shown(path));
         return 0;
     }
     user_list->users.clear();
@@ -197,7 +193,7 @@ int load_user_list(user_list_t *user_list, const char *path)
     int error = ui_error();
     ui_close();
     if (error != 0 && error != 2) {
-        fprintf(stderr, "load_user_list: Can't load user list file [%s].\n", or_null(path));
+        fprintf(stderr, "load_user_list: Can't load user list file [%s].\n", shown(path));
         user_list->users.clear();
         user_list->metausers.clear();
         return 0;
@@ -319,7 +315,7 @@ static void trace_incoming(const inbox_list_t *list)
     for (const user_node_t *node = list->head; node; node = node->next) {
         trprintf("  Handle:         [%s]\n", inbox_name(node));
         trprintf("    Inbox:        [%s]\n", node->inbox);
-        trprintf("    Description:  [%s]\n", or_null(node->description));
+        trprintf("    Description:  [%s]\n", shown(node->description));
     }
 }
 
@@ -328,7 +324,7 @@ int load_incoming_list(inbox_list_t *list, const char *path)
     trprintf("load_incoming_list: Loading new unrouted inbox DF list\n");
     dump_list(list);
     if (!mi_open(path, stderr)) {
-        report("load_incoming_list: Can't open modem list file [%s].\n", or_null(path));
+        report("load_incoming_list: Can't open modem list file [%s].\n", shown(path));
         return 0;
     }
     while (av_list_ptr tty{mi_get(nullptr)})
@@ -337,7 +333,7 @@ int load_incoming_list(inbox_list_t *list, const char *path)
     int error = mi_error();
     mi_close();
     if (error != 0) {
-        report("load_incoming_list: Can't load modem info file [%s].\n", or_null(path));
+        report("load_incoming_list: Can't load modem info file [%s].\n", shown(path));
         free_user_list(list);
         return 0;
     }
@@ -424,12 +420,12 @@ int reload_lists(inbox_list_t *user_nodes, inbox_list_t *incoming_nodes, user_li
                  const char *user_path, const char *modem_path)
 {
     if (!load_user_list(user_list, user_path)) {
-        refresh_failure(__LINE__, "%s: Problem loading user info file: [%s].\n", refresh, or_null(user_path));
+        refresh_failure(__LINE__, "%s: Problem loading user info file: [%s].\n", refresh, shown(user_path));
         return 0;
     }
     if (!load_incoming_list(incoming_nodes, modem_path)) {
         refresh_failure(__LINE__, "%s: Problem loading modem info file: [%s].\n", refresh,
-                        or_null(modem_path));
+                        shown(modem_path));
         return 0;
     }
     Forwarder.clear();

@@ -9,6 +9,12 @@ inline bool is_empty(const char *text)
     return !text || !*text;
 }
 
+// Text as messages show it: "(null)" for none.
+inline const char *shown(const char *text)
+{
+    return text ? text : "(null)";
+}
+
 // White space as the C locale has it, without a library call a character.
 inline bool is_space(char ch)
 {

@@ -5,6 +5,7 @@
 #pragma once
 
 #include <cstddef>
+#include <cstdint>
 #include <cstdio>
 
 namespace faxtray {
@@ -34,5 +35,11 @@ FILE *tr_get_file_pointer();
 
 // True when what is written now would reach a stream; spares callers the making of long texts.
 bool tr_writing();
+
+// What "%x" shows of a pointer.
+inline unsigned pointer_bits(const void *p)
+{
+    return static_cast<unsigned>(reinterpret_cast<uintptr_t>(p));
+}
 
 }  // namespace faxtray

@@ -1,0 +1,85 @@
+// Runs the mail agent and finds out as whom.
+#include "deliver/mail_agent.h"
+
+#include <sys/wait.h>
+
+#include <algorithm>
+#include <cerrno>
+#include <cstring>
+
+#include "config/attributes.h"
+#include "deliver/exception_log.h"
+#include "deliver/log_and_trace.h"
+#include "registry/regd_client.h"
+#include "util/child_process.h"
+#include "util/text.h"
+
+namespace faxtray {
+
+static constexpr char agent_command[] = "/usr/lib/sendmail -om";
+static constexpr size_t longest_command = 4095;
+static constexpr char default_sender[] = "Ondrix_server";
+
+mail_agent::mail_agent(const char *function, const char *address)
+    : function_(function), address_(address ? address : ""), command_(agent_command)
+{
+    command_ += " " + address_;
+    if (command_.size() > longest_command)
+        errno = E2BIG;
+    else
+        stream_ = child_popen(command_.c_str(), "w");
+    error_ = stream_ ? 0 : errno;
+}
+
+// What a shell's "$?" tells of it: the exit status, or 128 and the signal's number; -1 when it is lost.
+static int exit_code(int wait_status)
+{
+    if (wait_status == -1)
+        return -1;
+    return WIFSIGNALED(wait_status) ? 128 + WTERMSIG(wait_status) : WEXITSTATUS(wait_status);
+}
+
+mail_agent::~mail_agent()
+{
+    int status = stream_ ? exit_code(child_pclose(stream_)) : 0;
+    if (status != 0)
+        log_and_trace({ELOG_WARNING, ELOG_FILE}, "%s: mail agent exit status %d for [%s]\n", function_,
+                      status, address_.c_str());
+}
+
+const char *mail_get_mail_from()
+{
+    static char sender[512];
+    snprintf(sender, sizeof sender, "%s", default_sender);
+
+    regd_handle_t *registry = regd_open(nullptr, 1);
+    if (!registry) {
+        log_and_trace({ELOG_WARNING, ELOG_FILE | ELOG_STDERR},
+                      "mail:  Could not open connection to info server.\n");
+        return sender;
+    }
+    const av_list_t *admin = regd_get_ui_entry(registry, regd_credentials(), "admin");
+    const char *wanted = admin ? av_getv(admin, as_get_attr(AS_SERVER_MAIL_FROM)) : nullptr;
+    if (!is_empty(wanted) && strlen(wanted) < sizeof sender)
+        snprintf(sender, sizeof sender, "%s", wanted);
+    regd_close(registry);
+    if (!admin)
+        log_and_trace({ELOG_WARNING, ELOG_FILE | ELOG_STDERR}, "mail:  Could not get the admin record.\n");
+    return sender;
+}
+
+std::string header_value(const char *value)
+{
+    std::string line = value ? value : "";
+    std::replace_if(
+        line.begin(), line.end(), [](char ch) { return ch == '\n' || ch == '\r'; }, ' ');
+    return line;
+}
+
+const char *file_name(const char *path)
+{
+    const char *slash = strrchr(path, '/');
+    return slash ? slash + 1 : path;
+}
+
+}  // namespace faxtray

@@ -1,0 +1,213 @@
+// Encodes the fax into a file, counts, and only then writes the message.
+#include "deliver/sun_mail.h"
+
+#include <sys/param.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <cerrno>
+#include <cstdio>
+#include <cstring>
+#include <string>
+
+#include "deliver/exception_log.h"
+#include "deliver/log_and_trace.h"
+#include "deliver/mail_agent.h"
+#include "deliver/mail_encoding.h"
+#include "util/empty_format.h"
+#include "util/files.h"
+#include "util/owned.h"
+#include "util/text.h"
+#include "util/trace.h"
+
+namespace faxtray {
+
+namespace {
+
+struct length_t {
+    int lines = 0;  // newline characters
+    int bytes = 0;
+
+    length_t operator+(const length_t &other) const { return {lines + other.lines, bytes + other.bytes}; }
+};
+
+// The encoded fax: a file of the work directory, gone with its owner.
+struct encoded_fax {
+    encoded_fax() = default;
+    encoded_fax(const encoded_fax &) = delete;
+    encoded_fax &operator=(const encoded_fax &) = delete;
+    ~encoded_fax()
+    {
+        if (made)
+            unlink(path);
+    }
+
+    char path[MAXPATHLEN] = "";
+    bool made = false;
+    file_ptr stream;
+};
+
+}  // namespace
+
+static length_t get_message_length(const char *text, size_t bytes)
+{
+    return {static_cast<int>(std::count(text, text + bytes, '\n')), static_cast<int>(bytes)};
+}
+
+static length_t get_message_length(const char *text)
+{
+    return get_message_length(text, strlen(text));
+}
+
+static bool make_file(encoded_fax *encoded)
+{
+    unique_fd fd(unique_file("FDM.", encoded->path));
+    encoded->made = static_cast<bool>(fd);
+    if (!*encoded->path)
+        log_and_trace({ELOG_WARNING, ELOG_FILE}, "sun_mail_fax: tempnam failed: %s\n", strerror(errno));
+    else if (!fd)
+        log_and_trace({ELOG_WARNING, ELOG_FILE}, "sun_mail_fax: failed to open '%s': %s\n", encoded->path,
+                      strerror(errno));
+    if (!fd)
+        return false;
+    encoded->stream.reset(fdopen(fd.get(), "w+b"));
+    if (encoded->stream)
+        fd.release();
+    else
+        log_and_trace({ELOG_WARNING, ELOG_FILE}, "sun_mail_fax: fdopen failed: %s\n", strerror(errno));
+    return encoded->stream != nullptr;
+}
+
+// Puts the encoded fax into the file. A file that could not take it all is as bad as a fax that could not be
+// read.
+static bool encode(const char *fax_path, FILE *out)
+{
+    file_ptr fax(fopen(fax_path, "rbe"));
+    if (!fax) {
+        log_and_trace({ELOG_WARNING, ELOG_FILE}, "sun_mail_fax: fopen(%s) failed: %s\n", fax_path,
+                      strerror(errno));
+        return false;
+    }
+    fprintf(out, "begin %o %s\n", 0444U, file_name(fax_path));
+    bool encoded = encode_uuencode(fax.get(), out);
+    fputs("end\n", out);
+    if (fflush(out) != 0 || ferror(out) || !encoded) {
+        log_and_trace({ELOG_WARNING, ELOG_FILE}, "sun_mail_fax: encode_uuencode failed\n");
+        return false;
+    }
+    return true;
+}
+
+static bool rewind_file(FILE *file)
+{
+    if (fseek(file, 0, SEEK_SET) == 0)
+        return true;
+    log_and_trace({ELOG_WARNING, ELOG_FILE}, "sun_mail_fax: fseek failed: %s\n", strerror(errno));
+    return false;
+}
+
+static bool is_sound(FILE *encoded, const char *address)
+{
+    if (!ferror(encoded))
+        return true;
+    log_and_trace({ELOG_WARNING, ELOG_FILE}, "sun_mail_fax: Can't send mail to [%s]: ferror->%s\n", address,
+                  strerror(errno));
+    return false;
+}
+
+static length_t count(FILE *in)
+{
+    length_t length;
+    char piece[8192];
+    for (size_t n; (n = fread(piece, 1, sizeof piece, in)) > 0;)
+        length = length + get_message_length(piece, n);
+    return length;
+}
+
+static void write_all(FILE *in, FILE *out)
+{
+    char piece[8192];
+    for (size_t n; (n = fread(piece, 1, sizeof piece, in)) > 0;)
+        if (fwrite(piece, 1, n, out) != n)
+            return;
+}
+
+static c_string text_header(length_t text)
+{
+    char *header = nullptr;
+    if (asprintf(&header,
+                 "----------\nX-Sun-Data-Type: text\nX-Sun-Data-Description: text\nX-Sun-Data-Name: text\n"
+                 "X-Sun-Charset: us-ascii\nX-Sun-Content-Lines: %d\nX-Sun-Content-Length: %d\n",
+                 text.lines, text.bytes) >= 0)
+        return c_string(header);
+    log_and_trace({ELOG_WARNING, ELOG_FILE}, "sun_mail_fax: Can't malloc space for text header: %s\n",
+                  strerror(errno));
+    return nullptr;
+}
+
+static c_string fax_header(const char *data_type, const char *name, length_t fax)
+{
+    char *header = nullptr;
+    if (asprintf(&header,
+                 "----------\nX-Sun-Data-Type: %s\nX-Sun-Data-Name: %s\nX-Sun-Encoding-Info: uuencode\n"
+                 "X-Sun-Content-Lines: %d\nX-Sun-Content-Length: %d\n",
+                 header_value(data_type).c_str(), header_value(name).c_str(), fax.lines, fax.bytes) >= 0)
+        return c_string(header);
+    log_and_trace({ELOG_WARNING, ELOG_FILE}, "sun_mail_fax: Can't malloc space for fax header: %s\n",
+                  strerror(errno));
+    return nullptr;
+}
+
+static void trace_call(const char *address, const char *subject, const char *text, const char *fax_path,
+                       const char *data_type)
+{
+    if (!address || !subject || !text || !fax_path)
+        trprintf("sun_mail_fax(): null arg %x %x %x %x %x\n", pointer_bits(address), pointer_bits(subject),
+                 pointer_bits(text), pointer_bits(fax_path), pointer_bits(data_type));
+    else
+        trprintf("sun_mail_fax(): user='%s', subject='%s', mess='%s', path_to_fax='%s', content_type='%s'\n",
+                 address, subject, text, fax_path, shown(data_type));
+}
+
+int sun_mail_fax(const char *address, const char *subject, const char *text, const char *fax_path,
+                 const char *data_type)
+{
+    trace_call(address, subject, text, fax_path, data_type);
+    address = address ? address : "";
+    text = text ? text : "";
+    fax_path = fax_path ? fax_path : "";
+
+    encoded_fax encoded;
+    if (!make_file(&encoded) || !encode(fax_path, encoded.stream.get()) || !rewind_file(encoded.stream.get()))
+        return -1;
+    length_t fax_length = count(encoded.stream.get()), text_length = get_message_length(text);
+    if (!is_sound(encoded.stream.get(), address) || !rewind_file(encoded.stream.get()))
+        return -1;
+    c_string before_text = text_header(text_length);
+    c_string before_fax = before_text ? fax_header(data_type, file_name(fax_path), fax_length) : nullptr;
+    if (!before_fax)
+        return -1;
+    length_t total = text_length + fax_length + get_message_length(before_text.get()) +
+                     get_message_length(before_fax.get());
+
+    const std::string sender = header_value(mail_get_mail_from());
+    mail_agent agent("sun_mail_fax", address);
+    FILE *out = agent.stream();
+    if (!out)
+        return log_and_trace({ELOG_WARNING, ELOG_FILE}, "sun_mail_fax: popen(\"%s\") failed: %s\n",
+                             agent.command(), strerror(agent.error()));
+    fprintf(out, "From: %s\nSubject: %s\nContent-Type: X-sun-attachment\nX-Lines: %d\nContent-Length: %d\n",
+            sender.c_str(), header_value(subject).c_str(), total.lines, total.bytes);
+    // Kept: the text passes as a format, and is counted as it was before that.
+    fprintf(out, "\n%s\n%s%s\n", before_text.get(), print_empty_format(text).c_str(), before_fax.get());
+    write_all(encoded.stream.get(), out);
+
+    if (!is_sound(encoded.stream.get(), address))
+        return -1;
+    if (fclose(encoded.stream.release()) != 0)
+        return log_and_trace({ELOG_WARNING, ELOG_FILE}, "sun_mail_fax: Can't send mail to [%s]: fclose->%s\n",
+                             address, strerror(errno));
+    return 1;
+}
+
+}  // namespace faxtray
