@@ -1,0 +1,98 @@
+#include "deliver/mail_encoding.h"
+
+#include <gtest/gtest.h>
+#include <signal.h>
+
+#include <string>
+
+#include "support/capture.h"
+#include "support/temp_dir.h"
+#include "util/owned.h"
+
+namespace faxtray {
+
+using encoder_t = int (*)(FILE *, FILE *);
+
+static std::string encoded(encoder_t encode, const std::string &bytes)
+{
+    temp_dir dir;
+    file_ptr in(fopen(dir.write("in", bytes).c_str(), "r")), out(fopen((dir / "out").c_str(), "w"));
+    EXPECT_EQ(encode(in.get(), out.get()), 1);
+    out.reset();
+    return read_file(dir / "out");
+}
+
+// What `command` makes of the bytes on its standard input.
+static std::string filtered(const std::string &command, const std::string &bytes)
+{
+    temp_dir dir;
+    std::string line = "{ " + command + "; } <" + dir.write("in", bytes) + " >" + (dir / "out");
+    EXPECT_EQ(system(line.c_str()), 0) << command;
+    return read_file(dir / "out");
+}
+
+static std::string bytes_of_all_values(size_t n)
+{
+    std::string bytes(n, '\0');
+    uint32_t state = 7;
+    for (char &byte : bytes)
+        byte = static_cast<char>((state = state * 1664525 + 1013904223) >> 24);
+    return bytes;
+}
+
+TEST(MailEncoding, KnownTexts)
+{
+    const struct {
+        const char *text, *base64, *uuencode;
+    } rows[] = {
+        {"", "", "`\n"},
+        {"f", "Zg==", "!9@``\n`\n"},
+        {"fo", "Zm8=", "\"9F\\`\n`\n"},
+        {"foo", "Zm9v", "#9F]O\n`\n"},
+        {"foobar", "Zm9vYmFy", "&9F]O8F%R\n`\n"},
+    };
+    for (const auto &row : rows) {  // base64: RFC 4648 section 10
+        EXPECT_EQ(encoded(encode_base64, row.text), row.base64);
+        EXPECT_EQ(encoded(encode_uuencode, row.text), row.uuencode);
+    }
+}
+
+TEST(MailEncoding, LinesAndBlocksEndWhereTheyShould)
+{
+    constexpr size_t block = 54 * 512, uu_block = 45 * 512;
+    for (size_t n :
+         {size_t{44}, size_t{45}, size_t{46}, size_t{51}, size_t{52}, size_t{53}, size_t{54}, size_t{55},
+          size_t{108}, uu_block - 1, uu_block, uu_block + 1, block - 1, block, block + 1, 3 * block + 100}) {
+        const std::string bytes = bytes_of_all_values(n);
+        // coreutils end a short last line too; here the count of characters alone ends lines.
+        std::string expected = filtered("base64 -w 72", bytes);
+        if (n % 54 != 0 && n % 54 < 52)
+            expected.pop_back();
+        EXPECT_TRUE(encoded(encode_base64, bytes) == expected) << n << " bytes of base64";
+
+        const std::string uuencoded = encoded(encode_uuencode, bytes);
+        EXPECT_TRUE(filtered("{ echo begin 444 fax; cat; echo end; } | python3 -c '\n"
+                             "import binascii, sys\n"
+                             "for line in sys.stdin.buffer.read().splitlines()[1:-1]:\n"
+                             "    sys.stdout.buffer.write(binascii.a2b_uu(line))'",
+                             uuencoded) == bytes)
+            << n << " bytes uuencoded";
+        EXPECT_EQ(uuencoded.size(), n / 45 * 62 + (n % 45 ? 2 + (n % 45 + 2) / 3 * 4 : 0) + 2) << n;
+        EXPECT_EQ(uuencoded.find(' '), std::string::npos) << n;
+    }
+}
+
+TEST(MailEncoding, ReadErrorIsAFailureAndAWriteErrorTheEnd)
+{
+    for (encoder_t encode : {encode_base64, encode_uuencode}) {
+        const char *name = encode == encode_base64 ? "encode_base64" : "encode_uuencode";
+        file_ptr directory(fopen("/", "r")), null(fopen("/dev/null", "w")), full(fopen("/dev/full", "w")),
+            endless(fopen("/dev/zero", "r"));
+        trace_on trace;
+        EXPECT_EQ(encode(directory.get(), null.get()), 0);
+        EXPECT_EQ(trace.text(), std::string(name) + ": Problem reading image: Is a directory\n");
+        EXPECT_EQ(encode(endless.get(), full.get()), 1) << "an endless input ends with the output";
+    }
+}
+
+}  // namespace faxtray
