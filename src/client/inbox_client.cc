@@ -1,18 +1,11 @@
-// The connection is made by hand instead of by clnt_create, which waits for minutes, may take another
-// transport and cannot tell a missing port mapper from a missing server.
+// One call a procedure, each failure with its cure; and what takes several calls.
 #include "client/inbox_client.h"
-
-#include <fcntl.h>
-#include <netdb.h>
-#include <netinet/in.h>
-#include <poll.h>
-#include <rpc/pmap_clnt.h>
-#include <rpc/pmap_prot.h>
-#include <sys/socket.h>
 
 #include <algorithm>
 #include <cerrno>
 #include <cstring>
+
+#include "protocol/timed_client.h"
 
 namespace faxtray {
 
@@ -50,117 +43,41 @@ bool inbox_client::fail(client_failure::kind_t kind, std::string message)
 
 // Connecting.
 
-// connect(2) that gives up after the timeout; 0 or an errno. The socket ends up blocking.
-static int connect_within(int fd, const sockaddr_in &address, const timeval &timeout)
+// Why no connection was made, and the cure.
+std::string inbox_client::connect_problem() const
 {
-    int flags = fcntl(fd, F_GETFL);
-    if (flags < 0 || fcntl(fd, F_SETFL, flags | O_NONBLOCK) < 0)
-        return errno;
-    if (::connect(fd, reinterpret_cast<const sockaddr *>(&address), sizeof address) < 0) {
-        if (errno != EINPROGRESS)
-            return errno;
-        pollfd waiting = {fd, POLLOUT, 0};
-        int ready;
-        do
-            ready = poll(&waiting, 1, static_cast<int>(timeout.tv_sec * 1000));
-        while (ready < 0 && errno == EINTR);
-        if (ready <= 0)
-            return ready == 0 ? ETIMEDOUT : errno;
-        int error = 0;
-        socklen_t length = sizeof error;
-        if (getsockopt(fd, SOL_SOCKET, SO_ERROR, &error, &length) < 0)
-            return errno;
-        if (error)
-            return error;
-    }
-    return fcntl(fd, F_SETFL, flags) < 0 ? errno : 0;
-}
-
-bool inbox_client::reach(sockaddr_in address, const char *what_when_refused, unique_fd *fd)
-{
-    fd->reset(socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, IPPROTO_TCP));
-    int error = *fd ? connect_within(fd->get(), address, timeout_) : errno;
-    switch (error) {
-    case 0:
-        // Sending, too, must end: requests are small, so only a dead peer makes it wait.
-        if (setsockopt(fd->get(), SOL_SOCKET, SO_SNDTIMEO, &timeout_, sizeof timeout_) == 0)
-            return true;
-        error = errno;
+    const auto error = rpc_createerr;
+    const std::string cause = clnt_sperrno(error.cf_error.re_status);
+    const bool refused = error.cf_error.re_errno == ECONNREFUSED;
+    switch (error.cf_stat) {
+    case RPC_UNKNOWNHOST:
+        return "no IPv4 address for host " + host_ + ": check its name";
+    case RPC_TIMEDOUT:
+        return "host " + host_ + " does not answer within " + std::to_string(timeout_.tv_sec) +
+               " s: check its name, the network and firewalls";
+    case RPC_PROGNOTREGISTERED:
+        return "no faxtrayd registered at host " + host_ + ": try rpcinfo -t " + host_ + " " +
+               std::to_string(IN_PROG);
+    case RPC_PMAPFAILURE:
+        if (error.cf_error.re_status != RPC_SYSTEMERROR)
+            return "the port mapper at host " + host_ + " does not answer: " + cause;
+        if (refused)
+            return "no port mapper at host " + host_ + ": start rpcbind there, then faxtrayd";
         break;
-    case ECONNREFUSED:
-        return fail(client_failure::TRANSPORT, what_when_refused);
-    case ETIMEDOUT:
-        return fail(client_failure::TRANSPORT, "host " + host_ + " does not answer within " +
-                                                   std::to_string(timeout_.tv_sec) +
-                                                   " s: check its name, the network and firewalls");
+    default:
+        if (refused)
+            return "faxtrayd at host " + host_ +
+                   " has ended without telling the port mapper (its port refuses): start it again";
+        break;
     }
-    return fail(client_failure::TRANSPORT, "can't reach host " + host_ + ": " + strerror(error));
-}
-
-// A client over a connected socket, which then belongs to it; null when libtirpc cannot make one.
-static CLIENT *client_over(unique_fd fd, sockaddr_in address, rpcprog_t program, rpcvers_t version)
-{
-    netbuf peer = {sizeof address, sizeof address, &address};
-    CLIENT *client = clnt_vc_create(fd.get(), &peer, program, version, 0, 0);
-    if (client) {
-        clnt_control(client, CLSET_FD_CLOSE, nullptr);
-        fd.release();
-    }
-    return client;
-}
-
-// Asks the port mapper where faxtrayd listens (RFC 1833 section 3).
-bool inbox_client::ask_port(const sockaddr_in &host_address, unsigned short *port)
-{
-    sockaddr_in address = host_address;
-    address.sin_port = htons(PMAPPORT);
-    unique_fd fd;
-    if (!reach(address, ("no port mapper at host " + host_ + ": start rpcbind there, then faxtrayd").c_str(),
-               &fd))
-        return false;
-    client_ptr mapper(client_over(std::move(fd), address, PMAPPROG, PMAPVERS));
-    if (!mapper)
-        return fail(client_failure::TRANSPORT, clnt_spcreateerror("port mapper"));
-    pmap wanted = {IN_PROG, IN_VERS, IPPROTO_TCP, 0};
-    clnt_stat status =
-        clnt_call(mapper.get(), PMAPPROC_GETPORT, reinterpret_cast<xdrproc_t>(xdr_pmap), &wanted,
-                  reinterpret_cast<xdrproc_t>(xdr_u_short), reinterpret_cast<char *>(port), timeout_);
-    if (status != RPC_SUCCESS)
-        return fail(client_failure::TRANSPORT,
-                    "the port mapper at host " + host_ + " does not answer: " + clnt_sperrno(status));
-    if (*port == 0)
-        return fail(client_failure::TRANSPORT, "no faxtrayd registered at host " + host_ +
-                                                   ": try rpcinfo -t " + host_ + " " +
-                                                   std::to_string(IN_PROG));
-    return true;
+    return "can't reach host " + host_ + ": " + strerror(error.cf_error.re_errno);
 }
 
 bool inbox_client::connect(const std::string &host)
 {
-    client_.reset();
     host_ = host;
-    addrinfo hints = {};
-    hints.ai_family = AF_INET;
-    hints.ai_socktype = SOCK_STREAM;
-    addrinfo *found = nullptr;
-    if (int error = getaddrinfo(host.c_str(), nullptr, &hints, &found))
-        return fail(client_failure::TRANSPORT,
-                    "no IPv4 address for host " + host + ": " + gai_strerror(error) + ": check its name");
-    sockaddr_in address;
-    memcpy(&address, found->ai_addr, sizeof address);
-    freeaddrinfo(found);
-
-    unsigned short port = 0;
-    if (!ask_port(address, &port))
-        return false;
-    address.sin_port = htons(port);
-    std::string refused = "faxtrayd at host " + host + " has ended without telling the port mapper (port " +
-                          std::to_string(port) + " refuses): start it again";
-    unique_fd fd;
-    if (!reach(address, refused.c_str(), &fd))
-        return false;
-    client_.reset(client_over(std::move(fd), address, IN_PROG, IN_VERS));
-    return client_ ? true : fail(client_failure::TRANSPORT, clnt_spcreateerror("faxtrayd"));
+    client_.reset(timed_clnt_create(host.c_str(), IN_PROG, IN_VERS, timeout_));
+    return client_ ? true : fail(client_failure::TRANSPORT, connect_problem());
 }
 
 // Calling.

@@ -96,7 +96,7 @@ public:
     inbox_client &operator=(const inbox_client &) = delete;
 
     void set_password_hash(const std::string &hash);
-    // Asks the host's port mapper for faxtrayd and connects, each step within the timeout.
+    // Asks the host's port mapper for faxtrayd and connects, all within the timeout.
     bool connect(const std::string &host);
     const client_failure &failure() const { return failure_; }
 
@@ -133,8 +133,7 @@ private:
     bool fail(client_failure::kind_t kind, std::string message);
     bool append_page(const inbox_ref &inbox, listing *all, bool *more);
 
-    bool reach(struct sockaddr_in address, const char *what_when_refused, unique_fd *fd);
-    bool ask_port(const struct sockaddr_in &host_address, unsigned short *port);
+    std::string connect_problem() const;
 
     login login_;
     pw_req_t pw_;  // lends login_'s strings

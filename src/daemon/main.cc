@@ -4,7 +4,6 @@
 // which becomes the log file on the way.
 #include <dirent.h>
 #include <fcntl.h>
-#include <rpc/rpc.h>
 #include <sys/resource.h>
 #include <sys/select.h>
 #include <sys/utsname.h>
@@ -23,6 +22,7 @@
 #include "deliver/exception_log.h"
 #include "inbox/inbox_lists.h"
 #include "protocol/records.h"
+#include "protocol/timed_client.h"
 #include "util/child_process.h"
 #include "util/owned.h"
 #include "util/settings.h"
@@ -133,16 +133,6 @@ static void start_exception_log()
     elog_init("faxtrayd", path, 1);
 }
 
-// True when an inbox server takes connections on `host`; the port mapper's entry alone outlives it.
-static bool answers_on(const char *host)
-{
-    CLIENT *client = clnt_create(host, IN_PROG, IN_VERS, "tcp");
-    if (client == nullptr)
-        return false;
-    clnt_destroy(client);
-    return true;
-}
-
 // The host's own name may not resolve, or not to an IPv4 address; then "localhost" tells.
 static bool is_only_instance()
 {
@@ -151,7 +141,7 @@ static bool is_only_instance()
         fprintf(stderr, "%s: Can't determine local host name: %s\n", Program, strerror(errno));
         return false;
     }
-    if (!answers_on(host.nodename) && !answers_on("localhost"))
+    if (!rpc_answers_on(host.nodename, IN_PROG, IN_VERS) && !rpc_answers_on("localhost", IN_PROG, IN_VERS))
         return true;
     fprintf(stderr, "%s: The inbox server is already running on %s\n", Program, host.nodename);
     return false;

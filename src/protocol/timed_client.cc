@@ -366,4 +366,10 @@ CLIENT *timed_clnt_create(const char *host, rpcprog_t program, rpcvers_t version
     }
 }
 
+bool rpc_answers_on(const char *host, rpcprog_t program, rpcvers_t version)
+{
+    const client_ptr client(timed_clnt_create(host, program, version, {5, 0}));
+    return client != nullptr;
+}
+
 }  // namespace faxtray

@@ -20,4 +20,8 @@ inline constexpr u_int MAX_REPLY = 64 * 1024 * 1024;  // bytes of a reply; a lon
 // transport the connection is shut down, and later calls fail at once with RPC_CANTSEND.
 CLIENT *timed_clnt_create(const char *host, rpcprog_t program, rpcvers_t version, const timeval &limit);
 
+// True when the program is registered at `host` and its port takes connections; the port mapper's entry
+// alone outlives a server.
+bool rpc_answers_on(const char *host, rpcprog_t program, rpcvers_t version);
+
 }  // namespace faxtray

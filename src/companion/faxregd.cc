@@ -1,0 +1,179 @@
+// faxregd: a small registry daemon for hosts without the fax system's own: start-up and end.
+//
+// Ends with status 10 when it cannot start. It goes into the background only once it serves, so all that may
+// go wrong is told on the caller's standard error.
+#include <fcntl.h>
+#include <getopt.h>
+#include <rpc/rpc.h>
+#include <signal.h>
+#include <sys/signalfd.h>
+#include <sys/utsname.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+
+#include "companion/registry_procedures.h"
+#include "protocol/rpc_service.h"
+#include "protocol/timed_client.h"
+#include "registry/regd_requests.h"
+#include "util/child_process.h"
+#include "util/settings.h"
+
+namespace faxtray {
+
+static constexpr int Start_up_failure = 10;
+static constexpr u_long Registry = REGD_PROG_BASE + 1;
+
+static int signals = -1;
+
+static int usage(FILE *stream, int status)
+{
+    fputs("usage: faxregd [-fh] [-M modems] [-U users]\n"
+          "    -M modems     Specify MODEMS.info file.\n"
+          "    -U users      Specify USER_LIST.info file.\n"
+          "    -f            Run in foreground.\n"
+          "    -h            Display this message and exit.\n",
+          stream);
+    return status;
+}
+
+static bool fail(const char *what)
+{
+    fprintf(stderr, "%s: %s: %s\n", Program, what, strerror(errno));
+    return false;
+}
+
+// Nothing but the standard streams, and all of them: no socket may get one of their numbers.
+static bool settle_descriptors()
+{
+    close_descriptors_from(STDERR_FILENO + 1);
+    int fd;
+    do
+        fd = open("/dev/null", O_RDWR);
+    while (fd >= 0 && fd <= STDERR_FILENO);
+    if (fd < 0)
+        return fail("/dev/null");
+    close(fd);
+    return true;
+}
+
+// The site's own registry goes first.
+static bool is_only_registry()
+{
+    struct utsname host;
+    if (uname(&host) < 0)
+        return fail("Can't determine local host name");
+    if (!rpc_answers_on(host.nodename, Registry, REGD_VERS) &&
+        !rpc_answers_on("localhost", Registry, REGD_VERS))
+        return true;
+    fprintf(stderr, "%s: A registry daemon is already running on %s\n", Program, host.nodename);
+    return false;
+}
+
+// Terminating signals arrive on a descriptor, which the service loop watches.
+static bool watch_signals()
+{
+    for (const int ignored : {SIGPIPE, SIGHUP})
+        signal(ignored, SIG_IGN);
+    sigset_t terminating;
+    sigemptyset(&terminating);
+    for (const int sig : {SIGINT, SIGQUIT, SIGTERM, SIGUSR1, SIGUSR2})
+        sigaddset(&terminating, sig);
+    signals = signalfd(-1, &terminating, SFD_CLOEXEC | SFD_NONBLOCK);
+    if (signals < 0 || sigprocmask(SIG_BLOCK, &terminating, nullptr) != 0)
+        return fail("Can't watch signals");
+    return true;
+}
+
+static bool no_signal_known()
+{
+    return false;  // they are seen when the loop asks for what is readable next
+}
+
+static void end_on_signal()
+{
+    signalfd_siginfo info;
+    if (read(signals, &info, sizeof info) != sizeof info)
+        return;
+    svc_unregister(Registry, REGD_VERS);
+    fprintf(stderr, "%s: Interrupted: signal [%d]\n", Program, static_cast<int>(info.ssi_signo));
+    exit(0);
+}
+
+static bool go_into_background()
+{
+    fflush(nullptr);
+    const pid_t child = fork();
+    if (child < 0)
+        return fail("fork()");
+    if (child > 0)
+        _exit(0);
+    if (setsid() < 0)
+        return fail("setsid()");
+    // Standard error stays where somebody keeps it, for what is said of damaged lists.
+    const int nowhere = open("/dev/null", O_RDWR | O_CLOEXEC);
+    for (const int fd : {STDIN_FILENO, STDOUT_FILENO, STDERR_FILENO})
+        if (fd != STDERR_FILENO || isatty(fd))
+            dup2(nowhere, fd);
+    close(nowhere);
+    return true;
+}
+
+static void run(bool foreground)
+{
+    if (!settle_descriptors() || !is_only_registry() || !watch_signals())
+        return;
+    // One record of the lists takes at most a few of its 64 KiB.
+    const rpc_service_t service = {Registry, REGD_VERS, registry_1,      64 * 1024,    MAX_REGISTRY_REQUEST,
+                                   true,     signals,   no_signal_known, end_on_signal};
+    if (!rpc_service_create(service)) {
+        fail("Can't create service");
+        return;
+    }
+    if (!foreground && !go_into_background())
+        return;
+    rpc_service_run(service);
+    fprintf(stderr, "%s: Service exited\n", Program);
+}
+
+// The whole program; the exit status.
+static int faxregd(int argc, char *argv[])
+{
+    if (argc > 0)
+        Program = argv[0];
+    bool foreground = false;
+    const char *user_list = nullptr, *modem_list = nullptr;
+    int letter;
+    while ((letter = getopt(argc, argv, "M:U:fh")) != -1) {
+        switch (letter) {
+        case 'M':
+            modem_list = optarg;
+            break;
+        case 'U':
+            user_list = optarg;
+            break;
+        case 'f':
+            foreground = true;
+            break;
+        case 'h':
+            return usage(stdout, 0);
+        default:
+            return usage(stderr, Start_up_failure);
+        }
+    }
+    if (optind < argc)
+        return usage(stderr, Start_up_failure);
+    set_registry_files(user_list, modem_list);
+    run(foreground);
+    return Start_up_failure;
+}
+
+}  // namespace faxtray
+
+int main(int argc, char *argv[])
+{
+    return faxtray::faxregd(argc, argv);
+}

@@ -1,0 +1,92 @@
+// Users are kept in memory, indexed by name: a group's notices ask for many of them. Modems are few, so
+// the open file is asked each time.
+#include "companion/registry_tables.h"
+
+#include <cstdio>
+#include <memory>
+#include <new>
+
+#include "config/av_table.h"
+#include "config/modem_list_file.h"
+#include "config/munged_name.h"
+#include "config/user_list_file.h"
+#include "util/text.h"
+
+namespace faxtray {
+
+static std::unique_ptr<av_table_t> users;  // null until first loaded
+static av_list_ptr modem;                  // the last answer
+
+// Takes over an entry as others may see it.
+static bool store_user(av_table_t *table, av_list_ptr entry)
+{
+    if (!entry)
+        return false;
+    av_delete(entry.get(), "password");
+    return table->update(std::move(entry));
+}
+
+// "admin" and "default" first, then every section that is neither, as the inbox server has them.
+static bool load_users(av_table_t *table)
+{
+    for (const char *name : {"admin", "default"})
+        if (!store_user(table, av_list_ptr(ui_get(name))))
+            return false;
+    while (av_list_ptr entry{ui_get(nullptr)})
+        if (munged_strcmp(entry->key, "admin") != 0 && munged_strcmp(entry->key, "default") != 0 &&
+            !store_user(table, std::move(entry)))
+            fprintf(stderr, "registry_tables: Ignoring problem entry.\n");
+    return true;
+}
+
+// Whether the last call went well, or found no file: then the two built-in records stand.
+static bool ui_good()
+{
+    return ui_error() == 0 || ui_error() == 2;
+}
+
+static bool refresh_users(const char *path)
+{
+    if (users && !ui_stale(path))
+        return true;
+    std::unique_ptr<av_table_t> fresh(new (std::nothrow) av_table_t());
+    if (fresh && ui_open(path, stderr) && ui_good() && load_users(fresh.get()) && ui_good())
+        users = std::move(fresh);
+    else
+        fprintf(stderr, "registry_tables: Can't load user list file [%s].\n", path ? path : "USER_LIST.info");
+    ui_close();
+    return users != nullptr;
+}
+
+table_answer find_user(const char *path, const char *name, const av_list_t **entry)
+{
+    if (!refresh_users(path))
+        return table_answer::NOT_LOADED;
+    *entry = is_empty(name) ? nullptr : users->get(name);
+    return *entry ? table_answer::FOUND : table_answer::UNKNOWN;
+}
+
+table_answer find_forwarder(const char *path, const char *name, const av_list_t **entry)
+{
+    const table_answer answer = find_user(path, name, entry);
+    if (answer == table_answer::FOUND && is_empty(av_getv(*entry, "forwarder")))
+        return table_answer::UNKNOWN;
+    return answer;
+}
+
+table_answer find_modem(const char *path, const char *name, const av_list_t **entry)
+{
+    static bool opened = false;
+    if (!opened || mi_stale(path))
+        opened = mi_open(path, stderr);
+    if (!opened)
+        return table_answer::NOT_LOADED;
+    modem.reset(is_empty(name) ? nullptr : mi_get(name));
+    *entry = modem.get();
+    if (modem)
+        return table_answer::FOUND;
+    const bool good = is_empty(name) || mi_error() == 0 || mi_error() == 2;  // 2: there is no file
+    return good ? table_answer::UNKNOWN : table_answer::NOT_LOADED;
+}
+
+}  // namespace faxtray
