@@ -1,0 +1,140 @@
+// What a start removes after a crash, and what it leaves alone.
+#include "util/work_note.h"
+
+#include <gtest/gtest.h>
+#include <sys/param.h>
+#include <sys/wait.h>
+
+#include <filesystem>
+#include <functional>
+#include <set>
+
+#include "support/capture.h"
+#include "util/files.h"
+#include "util/owned.h"
+#include "util/publish.h"
+#include "util/settings.h"
+
+namespace faxtray {
+
+class WorkNote : public testing::Test {
+protected:
+    WorkNote()
+    {
+        snprintf(dvWork_dir, sizeof dvWork_dir, "%s", work.path().c_str());
+        faxes.write("x.fax", "a fax");
+    }
+    ~WorkNote() override { snprintf(dvWork_dir, sizeof dvWork_dir, "work"); }
+
+    // A process that makes its note, does that and dies.
+    static void crash_after(const std::function<void()> &deeds)
+    {
+        pid_t pid = fork();
+        if (pid == 0) {
+            note_begin();
+            deeds();
+            _exit(0);
+        }
+        waitpid(pid, nullptr, 0);
+    }
+
+    static void recover()
+    {
+        capture_stderr quiet;
+        note_recover();
+    }
+
+    // Names in a directory, sorted, with a blank between.
+    static std::string names(const temp_dir &dir)
+    {
+        std::set<std::string> sorted;
+        for (const auto &entry : std::filesystem::directory_iterator(dir.path()))
+            sorted.insert(entry.path().filename());
+        std::string all;
+        for (const auto &name : sorted)
+            all += (all.empty() ? "" : " ") + name;
+        return all;
+    }
+
+    temp_dir work, faxes;
+};
+
+TEST_F(WorkNote, NextStartRemovesWhatACrashLeft)
+{
+    const std::string fax = faxes / "x.fax";
+    crash_after([&] {
+        char path[MAXPATHLEN];
+        copy_new(fax.c_str(), (faxes / "x0_.fax").c_str());
+        copy_new(fax.c_str(), (faxes / "odd \n%0a\x80.fax").c_str());
+        copy_staged(fax.c_str(), (faxes / "y.fax").c_str(), false, path);
+        unique_fd(unique_file("FDF.", path));
+        note_will_make((work / "FDF.child").c_str());
+        work.write("FDF.child", "half a ti");
+        cv_move(faxes.write("z.tif", "converted").c_str(), (faxes / "x0_.fax").c_str());
+    });
+    EXPECT_NE(names(faxes), "x.fax");
+    EXPECT_NE(names(work), "");
+    recover();
+    EXPECT_EQ(names(faxes), "x.fax");
+    EXPECT_EQ(names(work), "");
+}
+
+TEST_F(WorkNote, NextStartKeepsWhatOthersPutThere)
+{
+    const std::string fax = faxes / "x.fax", copy = faxes / "x0_.fax";
+    faxes.write("ii_before", "somebody's");
+    crash_after([&] {
+        char published[MAXPATHLEN];
+        snprintf(published, sizeof published, "%s", (faxes / "delivered.fax").c_str());
+        copy_new(fax.c_str(), (faxes / "x1_.fax").c_str());
+        publish((faxes / "x1_.fax").c_str(), published, false);
+        copy_new(fax.c_str(), copy.c_str());
+        note_will_make((faxes / "ii_before").c_str());
+        note_will_make((faxes / "new.fax").c_str());
+        note_will_make((faxes / "ii_directory").c_str());
+    });
+    std::filesystem::rename(faxes.write("other", "another fax"), copy);
+    faxes.write("new.fax", "a fax that came since");
+    std::filesystem::create_directory(faxes / "ii_directory");
+    recover();
+    EXPECT_EQ(names(faxes), "delivered.fax ii_before ii_directory new.fax x.fax x0_.fax");
+    EXPECT_EQ(read_file(copy), "another fax");
+    EXPECT_EQ(names(work), "");
+}
+
+TEST_F(WorkNote, OfALivingProcessIsLeftAlone)
+{
+    const std::string copy = faxes / "x0_.fax";
+    EXPECT_EQ(note_begin(), 1);
+    EXPECT_EQ(note_begin(), 1);
+    copy_new((faxes / "x.fax").c_str(), copy.c_str());
+    note_end();
+    recover();
+    EXPECT_EQ(names(faxes), "x.fax x0_.fax") << "the note begun first stands";
+    EXPECT_NE(names(work), "");
+    note_end();
+    EXPECT_EQ(names(work), "");
+    snprintf(dvWork_dir, sizeof dvWork_dir, "%s", (work / "missing").c_str());
+    EXPECT_EQ(note_begin(), 0);
+    EXPECT_EQ(copy_new(copy.c_str(), (faxes / "x2_.fax").c_str()), 1) << "deliveries go on without a note";
+    note_end();
+}
+
+TEST_F(WorkNote, TornLinesNameNothing)
+{
+    crash_after([&] { note_will_make((faxes / "ii_abc").c_str()); });
+    const std::string note = work / names(work).c_str(), line = read_file(note);
+    std::filesystem::remove(note);
+    faxes.write("ii_ab", "what a cut line would name");
+    for (size_t length = 0; length <= line.size(); length++)
+        for (const char *after : {"", "\nm 1:1:1 /none .\n"}) {
+            faxes.write("ii_abc", "");
+            work.write("delivery_note.1.0", line.substr(0, length) + after);
+            recover();
+            bool whole = length == line.size() || (length == line.size() - 1 && *after);
+            EXPECT_EQ(names(faxes), whole ? "ii_ab x.fax" : "ii_ab ii_abc x.fax") << length << after;
+            EXPECT_EQ(names(work), "");
+        }
+}
+
+}  // namespace faxtray
