@@ -4,12 +4,14 @@
 
 namespace faxtray {
 
-// Sets `count` pixels from `start`; when `black` is 0 the (cleared) line is left as it is.
+// Sets `count` pixels from `start`; when `black` is 0 the (cleared) line is left as it is. A count of 0 or
+// less changes nothing, here and below.
 void bit_fill_bits(unsigned char *line, int start, int count, int black);
 
 // The first pixel at or behind `start` that differs in colour from `black`; `width` when there is none.
 int bit_next_trans(const unsigned char *line, int start, int width, int black);
 
+// Inverts `count` pixels from `start`.
 void bit_flip_bits(unsigned char *line, int start, int count);
 
 }  // namespace faxtray
