@@ -54,8 +54,10 @@ static run_t run(const std::function<int()> &body)
     struct rusage usage = {};
     require(wait4(pid, &status, 0, &usage) == pid, "wait4");
     std::chrono::duration<double> took = std::chrono::steady_clock::now() - start;
-    if (status != 0)
-        fprintf(stderr, "an encoder failed\n"), exit(1);
+    if (status != 0) {
+        fprintf(stderr, "an encoder failed\n");
+        exit(1);
+    }
     return {took.count(), usage.ru_maxrss};
 }
 
