@@ -7,6 +7,7 @@
 
 #include "check.h"
 #include "protocol/xdr_records.h"
+#include "registry/xdr_regd.h"
 
 namespace faxtray {
 
@@ -55,7 +56,7 @@ inline void fuzz_requests(const uint8_t *bytes, size_t n)
         return;
     read_twice(bytes, n, xdr_identity, xdr_index_req_t, xdr_df_index_req_t, xdr_df_info_req_t,
                xdr_client_fax_req_t, xdr_df_fax_req_t, xdr_client_commit_req_t, xdr_df_commit_req_t,
-               xdr_client_deliver_req_t, xdr_client_ui_req_t, xdr_in_res_t);
+               xdr_client_deliver_req_t, xdr_client_ui_req_t, xdr_in_res_t, xdr_rg_av_req_t, xdr_rg_res_t);
 }
 
 }  // namespace faxtray
