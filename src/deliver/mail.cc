@@ -6,6 +6,7 @@
 #include <cerrno>
 #include <cstdio>
 #include <cstring>
+#include <new>
 #include <string>
 
 #include "codec/change_format.h"
@@ -40,6 +41,11 @@ static const char *or_default(const char *text, const char *otherwise)
     return is_empty(text) ? otherwise : text;
 }
 
+static int no_memory(const char *function)
+{
+    return log_and_trace({ELOG_ERROR, ELOG_FILE}, "%s: %s\n", function, strerror(ENOMEM));
+}
+
 // Notices
 
 static void trace_notice(const char *user, const char *subject, const char *message)
@@ -55,20 +61,21 @@ static void trace_notice(const char *user, const char *subject, const char *mess
 }
 
 int mail(const char *user, const char *subject, const char *message)
-{
+try {
     trace_notice(user, subject, message);
     if (is_empty(message))
         return log_and_trace({ELOG_NOTICE, ELOG_FILE}, "mail: Null mail message\n");
-    const char *address = get_mail_address(user);
-    if (!address && is_empty(user))
+    const char *found = get_mail_address(user);
+    if (!found && is_empty(user))
         return log_and_trace({ELOG_WARNING, ELOG_FILE}, "mail: Null user address\n");
-    if (!address)
+    if (!found)
         return log_and_trace({ELOG_WARNING, ELOG_FILE}, "mail: Bad user address [%s]\n", user);
+    const std::string address = found;  // what is logged below may be mailed too, to another address
 
     const std::string header = "From: " + header_value(mail_get_mail_from()) +
                                "\nSubject: " + header_value(or_default(subject, default_notice_subject)) +
                                "\n";
-    mail_agent agent("mail", address);
+    mail_agent agent("mail", address.c_str());
     if (!agent.stream())
         return log_and_trace({ELOG_ERROR, ELOG_FILE}, "mail: popen(\"%s\") failed: %s\n", agent.command(),
                              strerror(agent.error()));
@@ -78,6 +85,8 @@ int mail(const char *user, const char *subject, const char *message)
     trprintf("'%s'\n", message);
     fprintf(agent.stream(), "%s\n%s\n", header.c_str(), message);
     return 1;
+} catch (const std::bad_alloc &) {
+    return no_memory("mail");
 }
 
 // Faxes
@@ -176,19 +185,20 @@ static bool convert(working_file *file, int format, void (*keepalive)())
 static bool write_base64(FILE *fax, FILE *out)
 {
     fprintf(out, "\n------------------snip------------------ %s\n", "base64");
-    bool encoded = encode_base64(fax, out);
+    if (!encode_base64(fax, out))
+        return false;
     fprintf(out, "\n------------------snip------------------ %s\n", "base64");
-    return encoded;
+    return true;
 }
 
 static bool write_uuencode(FILE *fax, const char *name, FILE *out)
 {
     fprintf(out, "\n------------------snip------------------ %s\n", "uuencode");
     fprintf(out, "begin %o %s\n", 0444U, name);
-    bool encoded = encode_uuencode(fax, out);
-    fputs("end\n", out);
-    fprintf(out, "\n------------------snip------------------ %s\n", "uuencode");
-    return encoded;
+    if (!encode_uuencode(fax, out))
+        return false;
+    fprintf(out, "end\n\n------------------snip------------------ %s\n", "uuencode");
+    return true;
 }
 
 // Kept: the agent gets `address` as it stands in the recipient's entry, scheme and all.
@@ -215,13 +225,13 @@ static int mail_plain(const char *address, const char *subject, const char *text
 
 int mail_fax_image(const char *address, const char *subject, const char *text, const char *fax_path,
                    const char *method, const char *encoding, const char *format, void (*keepalive)())
-{
+try {
     const char *found = get_mail_address(address);
     if (!found)
         return log_and_trace({ELOG_WARNING, ELOG_FILE}, "mail_fax_image: Bad user address [%s]\n",
                              shown(address));
-    const std::string resolved = found;  // a notice about what fails here resolves an address of its own
-    trprintf("mail_fax_image():  rfc_822_addr: '%s'\n ", found);
+    const std::string resolved = found;  // as in mail()
+    trprintf("mail_fax_image():  rfc_822_addr: '%s'\n ", found);  // Kept: the blank at its end
     if (!is_corvane_fax(fax_path))
         return log_and_trace({ELOG_WARNING, ELOG_FILE}, "mail_fax_image: Bad fax file [%s]\n",
                              shown(fax_path));
@@ -247,10 +257,12 @@ int mail_fax_image(const char *address, const char *subject, const char *text, c
     if (result > 0)
         call(keepalive);
     return result;
+} catch (const std::bad_alloc &) {
+    return no_memory("mail_fax_image");
 }
 
 int mail_fax(const char *url, const char *subject, const char *text, const char *fax_path)
-{
+try {
     const char *found = get_mail_address(url);
     if (!found && is_empty(url)) {
         trprintf("mail_fax: Null user address\n");
@@ -282,6 +294,8 @@ int mail_fax(const char *url, const char *subject, const char *text, const char 
     }
     return is_mailtiffto(url) ? mime_mail_fax(address.c_str(), 0, subject, text, fax_path, mime_tiff)
                               : sun_mail_fax(address.c_str(), subject, text, fax_path, sun_tiff);
+} catch (const std::bad_alloc &) {
+    return no_memory("mail_fax");
 }
 
 }  // namespace faxtray
