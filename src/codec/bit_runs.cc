@@ -63,4 +63,10 @@ int bit_next_trans(const unsigned char *line, int start, int width, int black)
     return std::min(found, width);
 }
 
+int bit_find_b1(const unsigned char *reference, int a0, int width, int black)
+{
+    const int from = a0 < 0 ? 0 : bit_next_trans(reference, a0, width, !black);
+    return bit_next_trans(reference, from, width, black);
+}
+
 }  // namespace faxtray

@@ -23,19 +23,24 @@ enum : uint16_t {
     CODE_EOL_2D = 32011,  // EOL and tag 0
 };
 
-// Gives the page's next lines and their count; returns bytes a line, or negative when none are left. The
-// lines stay the giver's.
+// Gives the page's next lines and their count; returns bytes a line, at most 3999, or -1 when no lines are
+// left, or below on failure. The lines stay the giver's.
 using t4_get_lines = int (*)(const unsigned char **lines, int *count);
 
 // Takes `count` words of coded bits, the first bit in the least significant; negative on failure.
 using t4_put_words = int (*)(const uint16_t *words, int count);
 
-// Codes a page: `df` 0 (MH), 1 (MR; K is 4 for VR code 1, else 2) or 3 (MMR). 0, or the first negative
-// result of `put_words`, or 1 for another code, without memory, or for lines of changing size.
+// Codes a page: `df` 0 (MH), 1 (MR; one line in K is one-dimensional, 4 for VR code 1, else 2) or 3 (MMR). 0,
+// or the first negative result of `put_words`, or that of `get_lines` when it failed, or 1 for another code,
+// without memory, and for lines that are too long or of changing size. A line of less than 1728 pixels is
+// filled up with a white run where it is coded one-dimensionally. After a failure nothing more is packed, but
+// the lines are still asked for.
 int encode_g3_fax(t4_get_lines get_lines, t4_put_words put_words, int df, int vr);
 int enct4_MMR(t4_get_lines get_lines, t4_put_words put_words);
 
-// Packs code words up to `end` and hands over the full output words; flush() the partly filled one too.
+// Packs code words up to `end` and hands over the full output words; flush() the partly filled one too, its
+// high bits 0. A tagged EOL begins on a 16-bit boundary. The two functions above start with an empty packer
+// without failure.
 void encode(const uint16_t *code_words, const uint16_t *end, t4_put_words put_words);
 void flush(const uint16_t *code_words, const uint16_t *end, t4_put_words put_words);
 

@@ -157,7 +157,8 @@ bool MR_MMR_walk::take_mode(int mode)
     code_read_ = true;
     switch (mode) {
     case T4_PASS:
-        a0_ = find_b2();
+        a0_ =
+            bit_next_trans(reference_, bit_find_b1(reference_, a0_, width_, black_), width_, !black_);  // b2
         return code_done();
     case T4_HORIZONTAL:
         runs_left_ = 2;
@@ -181,7 +182,7 @@ bool MR_MMR_walk::take_mode(int mode)
 
 bool MR_MMR_walk::take_vertical(int offset)
 {
-    const int a1 = find_b1() + offset;
+    const int a1 = bit_find_b1(reference_, a0_, width_, black_) + offset;
     if (a1 < position() || a1 > width_)
         return conceal_line();
     complete_run(a1);
@@ -199,19 +200,6 @@ bool MR_MMR_walk::code_done()
     finish_line();
     start_line(false);
     return true;
-}
-
-// ITU-T T.4 section 4.2.1.1: right of a0, or from the first pixel on, the change on the reference line to the
-// colour other than the current.
-int MR_MMR_walk::find_b1() const
-{
-    const int from = a0_ < 0 ? 0 : bit_next_trans(reference_, a0_, width_, !black_);
-    return bit_next_trans(reference_, from, width_, black_);
-}
-
-int MR_MMR_walk::find_b2() const
-{
-    return bit_next_trans(reference_, find_b1(), width_, !black_);
 }
 
 // The current colour ends before pixel `end`.

@@ -102,8 +102,6 @@ private:
     bool take_mode(int mode);
     bool take_vertical(int offset);
     bool code_done();
-    int find_b1() const;
-    int find_b2() const;
     int position() const { return a0_ < 0 ? 0 : a0_; }
     void complete_run(int end);
     void start_line(bool one_dimensional);
