@@ -16,6 +16,7 @@
 #include <cstring>
 
 #include "companion/registry_procedures.h"
+#include "companion/registry_tables.h"
 #include "protocol/rpc_service.h"
 #include "protocol/timed_client.h"
 #include "registry/regd_requests.h"

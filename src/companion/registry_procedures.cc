@@ -4,21 +4,13 @@
 #include <cerrno>
 #include <cstdarg>
 #include <cstdio>
+#include <iterator>
 
 #include "companion/registry_tables.h"
 #include "registry/xdr_regd.h"
 #include "util/version_id.h"
 
 namespace faxtray {
-
-static const char *user_list_path = nullptr;
-static const char *modem_list_path = nullptr;
-
-void set_registry_files(const char *user_list, const char *modem_list)
-{
-    user_list_path = user_list;
-    modem_list_path = modem_list;
-}
 
 // The text lives until the next error.
 static rg_res_t error_reply(int code, int sys_errno, const char *format, ...)
@@ -48,17 +40,16 @@ namespace {
 
 struct list_t {
     const char *what;
-    table_answer (*find)(const char *path, const char *name, const av_list_t **entry);
-    const char *const &path;
+    table_answer (*find)(const char *name, const av_list_t **entry);
 };
 
 }  // namespace
 
 // Indexed by list kind.
 static const list_t lists[] = {
-    {"user", find_user, user_list_path},
-    {"modem", find_modem, modem_list_path},
-    {"forwarder", find_forwarder, user_list_path},
+    {"user", find_user},
+    {"modem", find_modem},
+    {"forwarder", find_forwarder},
 };
 
 // Kept: the flag is not looked at. Who asks sends 1 for users and forwarders, 0 for modems.
@@ -68,7 +59,7 @@ static rg_res_t rg_get_av_entry_1_svc(const rg_av_req_t &request)
         return error_reply(IE_SYSTEM, ENOSYS, "Regd: List %d is not served here.", request.list_kind);
     const list_t &list = lists[request.list_kind];
     const av_list_t *entry = nullptr;
-    switch (list.find(list.path, request.key, &entry)) {
+    switch (list.find(request.key, &entry)) {
     case table_answer::UNKNOWN:
         return error_reply(IE_INVALID, 0, "Regd: Invalid %s name: [%s].", list.what, request.key);
     case table_answer::NOT_LOADED:

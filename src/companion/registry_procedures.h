@@ -7,9 +7,6 @@ namespace faxtray {
 
 inline constexpr u_int MAX_REGISTRY_REQUEST = 64 * 1024;  // bytes
 
-// Where the lists are; null: searched for. Lent for the process's life.
-void set_registry_files(const char *user_list, const char *modem_list);
-
 // Answers one call: the null procedure, the revision and one record by key. Every other procedure of the
 // program gets an error that says it is not served here.
 void registry_1(svc_req *request, SVCXPRT *transport) noexcept;

@@ -14,8 +14,16 @@
 
 namespace faxtray {
 
+static const char *user_list_path = nullptr;
+static const char *modem_list_path = nullptr;
 static std::unique_ptr<av_table_t> users;  // null until first loaded
 static av_list_ptr modem;                  // the last answer
+
+void set_registry_files(const char *user_list, const char *modem_list)
+{
+    user_list_path = user_list;
+    modem_list_path = modem_list;
+}
 
 // Takes over an entry as others may see it.
 static bool store_user(av_table_t *table, av_list_ptr entry)
@@ -45,40 +53,41 @@ static bool ui_good()
     return ui_error() == 0 || ui_error() == 2;
 }
 
-static bool refresh_users(const char *path)
+static bool refresh_users()
 {
-    if (users && !ui_stale(path))
+    if (users && !ui_stale(user_list_path))
         return true;
     std::unique_ptr<av_table_t> fresh(new (std::nothrow) av_table_t());
-    if (fresh && ui_open(path, stderr) && ui_good() && load_users(fresh.get()) && ui_good())
+    if (fresh && ui_open(user_list_path, stderr) && ui_good() && load_users(fresh.get()) && ui_good())
         users = std::move(fresh);
     else
-        fprintf(stderr, "registry_tables: Can't load user list file [%s].\n", path ? path : "USER_LIST.info");
+        fprintf(stderr, "registry_tables: Can't load user list file [%s].\n",
+                user_list_path ? user_list_path : "USER_LIST.info");
     ui_close();
     return users != nullptr;
 }
 
-table_answer find_user(const char *path, const char *name, const av_list_t **entry)
+table_answer find_user(const char *name, const av_list_t **entry)
 {
-    if (!refresh_users(path))
+    if (!refresh_users())
         return table_answer::NOT_LOADED;
     *entry = is_empty(name) ? nullptr : users->get(name);
     return *entry ? table_answer::FOUND : table_answer::UNKNOWN;
 }
 
-table_answer find_forwarder(const char *path, const char *name, const av_list_t **entry)
+table_answer find_forwarder(const char *name, const av_list_t **entry)
 {
-    const table_answer answer = find_user(path, name, entry);
+    const table_answer answer = find_user(name, entry);
     if (answer == table_answer::FOUND && is_empty(av_getv(*entry, "forwarder")))
         return table_answer::UNKNOWN;
     return answer;
 }
 
-table_answer find_modem(const char *path, const char *name, const av_list_t **entry)
+table_answer find_modem(const char *name, const av_list_t **entry)
 {
     static bool opened = false;
-    if (!opened || mi_stale(path))
-        opened = mi_open(path, stderr);
+    if (!opened || mi_stale(modem_list_path))
+        opened = mi_open(modem_list_path, stderr);
     if (!opened)
         return table_answer::NOT_LOADED;
     modem.reset(is_empty(name) ? nullptr : mi_get(name));

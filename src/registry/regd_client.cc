@@ -4,7 +4,6 @@
 #include <rpc/rpc.h>
 
 #include <cerrno>
-#include <cstdarg>
 #include <cstdio>
 #include <cstring>
 #include <memory>
