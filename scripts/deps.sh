@@ -1,7 +1,7 @@
 # Sourced by the other scripts: installs the Debian packages they need, and only what is missing, so
 # that nothing is fetched where all is there.
 
-build_packages="g++ cmake make pkg-config libtirpc-dev libcli11-dev nlohmann-json3-dev libgtest-dev rpcsvc-proto"
+build_packages="g++ cmake make pkg-config libtirpc-dev libcli11-dev nlohmann-json3-dev libgtest-dev libtiff-dev rpcsvc-proto"
 service_packages="rpcbind netbase"
 sample_packages="ghostscript libtiff-tools python3"
 
