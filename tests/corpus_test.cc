@@ -8,6 +8,7 @@
 #include "../fuzz/fax_header.h"
 #include "../fuzz/info_file.h"
 #include "../fuzz/requests.h"
+#include "../fuzz/t4_decoders.h"
 #include "support/capture.h"
 #include "support/temp_dir.h"
 
@@ -18,7 +19,9 @@ TEST(Corpus, EveryInputHoldsWhatTheFuzzersCheck)
     struct {
         const char *name;
         void (*run)(const uint8_t *, size_t);
-    } rows[] = {{"fax_header", fuzz_fax_header}, {"info_file", fuzz_info_file}, {"requests", fuzz_requests}};
+    } rows[] = {{"fax_header", fuzz_fax_header}, {"info_file", fuzz_info_file}, {"requests", fuzz_requests},
+                {"t4_mh", fuzz_t4_mh},           {"t4_mr", fuzz_t4_mr},         {"t4_mmr", fuzz_t4_mmr},
+                {"t4_recode", fuzz_t4_recode}};
     for (const auto &row : rows) {
         std::string folder = std::string(TEST_DATA "/../../fuzz/corpus/") + row.name;
         dir_ptr dir(opendir(folder.c_str()));
