@@ -33,7 +33,7 @@ static deadline_t after(const timeval &limit)
            std::chrono::microseconds(limit.tv_usec);
 }
 
-// The socket. What fails returns false with errno, ETIMEDOUT at the deadline.
+// The socket, which does not block. What fails returns false with errno, ETIMEDOUT at the deadline.
 
 static bool wait_for_socket(int fd, short events, deadline_t deadline)
 {
@@ -53,39 +53,38 @@ static bool wait_for_socket(int fd, short events, deadline_t deadline)
     }
 }
 
-static bool would_block()
+// Moves `n` bytes by calls of send or recv.
+template <class Move> static bool move_all(int fd, short events, size_t n, deadline_t deadline, Move move)
 {
-    return errno == EAGAIN || errno == EWOULDBLOCK || errno == EINTR;
+    for (size_t done = 0; done < n;) {
+        const ssize_t moved = move(done);
+        if (moved == 0)
+            errno = ECONNRESET;
+        if (moved == 0 || (moved < 0 && errno != EAGAIN && errno != EINTR))
+            return false;
+        if (moved > 0)
+            done += static_cast<size_t>(moved);
+        // Asked also of a peer that never makes us wait.
+        if (std::chrono::steady_clock::now() > deadline) {
+            errno = ETIMEDOUT;
+            return false;
+        }
+        if (moved < 0 && !wait_for_socket(fd, events, deadline))
+            return false;
+    }
+    return true;
 }
 
 static bool send_all(int fd, const char *bytes, size_t n, deadline_t deadline)
 {
-    while (n > 0) {
-        if (!wait_for_socket(fd, POLLOUT, deadline))
-            return false;
-        const ssize_t sent = send(fd, bytes, n, MSG_NOSIGNAL);
-        if (sent < 0 && !would_block())
-            return false;
-        bytes += std::max<ssize_t>(sent, 0);
-        n -= static_cast<size_t>(std::max<ssize_t>(sent, 0));
-    }
-    return true;
+    return move_all(fd, POLLOUT, n, deadline,
+                    [&](size_t done) { return send(fd, bytes + done, n - done, MSG_NOSIGNAL); });
 }
 
 static bool receive_all(int fd, char *bytes, size_t n, deadline_t deadline)
 {
-    while (n > 0) {
-        if (!wait_for_socket(fd, POLLIN, deadline))
-            return false;
-        const ssize_t got = recv(fd, bytes, n, 0);
-        if (got == 0)
-            errno = ECONNRESET;
-        if (got == 0 || (got < 0 && !would_block()))
-            return false;
-        bytes += std::max<ssize_t>(got, 0);
-        n -= static_cast<size_t>(std::max<ssize_t>(got, 0));
-    }
-    return true;
+    return move_all(fd, POLLIN, n, deadline,
+                    [&](size_t done) { return recv(fd, bytes + done, n - done, 0); });
 }
 
 // One record, put together of its fragments.
@@ -140,6 +139,7 @@ struct timed_client_t {
     rpcvers_t version;
     u_int xid;  // of the last call
     rpc_err error;
+    std::string record;  // the call, then the reply; kept, so that a long one is allocated once
 };
 
 }  // namespace
@@ -158,8 +158,8 @@ static clnt_stat transport_failure(timed_client_t *me, clnt_stat status)
     return me->error.re_status;
 }
 
-// The call with its record mark in front, or "" when the argument cannot be encoded.
-static std::string encode_call(timed_client_t *me, rpcproc_t procedure, xdrproc_t xdr_args, void *args)
+// Puts the call into the record, its mark in front; false when the argument cannot be encoded.
+static bool encode_call(timed_client_t *me, rpcproc_t procedure, xdrproc_t xdr_args, void *args)
 {
     rpc_msg header = {};
     header.rm_xid = ++me->xid;
@@ -169,18 +169,19 @@ static std::string encode_call(timed_client_t *me, rpcproc_t procedure, xdrproc_
     header.rm_call.cb_vers = me->version;
     auto number = static_cast<u_int>(procedure);
 
-    std::string bytes(sizeof(u_int) + Max_header + xdr_sizeof(xdr_args, args), '\0');
+    std::string &bytes = me->record;
+    bytes.resize(sizeof(u_int) + Max_header + xdr_sizeof(xdr_args, args));
     XDR xdrs;
     xdrmem_create(&xdrs, bytes.data(), static_cast<u_int>(bytes.size()), XDR_ENCODE);
     u_int mark = 0;
     if (!xdr_u_int(&xdrs, &mark) || !xdr_callhdr(&xdrs, &header) || !xdr_u_int(&xdrs, &number) ||
         !AUTH_MARSHALL(me->client.cl_auth, &xdrs) ||
         !AUTH_WRAP(me->client.cl_auth, &xdrs, xdr_args, static_cast<caddr_t>(args)))
-        return "";
+        return false;
     bytes.resize(xdr_getpos(&xdrs));
     mark = htonl(Last_fragment | static_cast<u_int>(bytes.size() - sizeof mark));
     memcpy(bytes.data(), &mark, sizeof mark);
-    return bytes;
+    return true;
 }
 
 static bool_t xdr_nothing(XDR *, void *) noexcept
@@ -189,10 +190,10 @@ static bool_t xdr_nothing(XDR *, void *) noexcept
 }
 
 // Takes a reply apart; RPC_INPROGRESS for one to an earlier call.
-static clnt_stat decode_reply(timed_client_t *me, std::string &record, xdrproc_t xdr_result, void *result)
+static clnt_stat decode_reply(timed_client_t *me, xdrproc_t xdr_result, void *result)
 {
     XDR xdrs;
-    xdrmem_create(&xdrs, record.data(), static_cast<u_int>(record.size()), XDR_DECODE);
+    xdrmem_create(&xdrs, me->record.data(), static_cast<u_int>(me->record.size()), XDR_DECODE);
     rpc_msg reply = {};
     reply.acpted_rply.ar_results.proc = reinterpret_cast<xdrproc_t>(xdr_nothing);
     const bool read = xdr_replymsg(&xdrs, &reply);
@@ -213,16 +214,16 @@ static clnt_stat decode_reply(timed_client_t *me, std::string &record, xdrproc_t
 static clnt_stat call_by(timed_client_t *me, rpcproc_t procedure, xdrproc_t xdr_args, void *args,
                          xdrproc_t xdr_result, void *result, deadline_t deadline)
 {
-    std::string record = encode_call(me, procedure, xdr_args, args);
-    if (record.empty())
+    if (!encode_call(me, procedure, xdr_args, args))
         return me->error.re_status = RPC_CANTENCODEARGS;
-    if (!send_all(me->socket.get(), record.data(), record.size(), deadline))
+    const int fd = me->socket.get();
+    if (!send_all(fd, me->record.data(), me->record.size(), deadline))
         return transport_failure(me, RPC_CANTSEND);
     clnt_stat status;
     do {
-        if (!receive_record(me->socket.get(), &record, deadline))
+        if (!receive_record(fd, &me->record, deadline))
             return transport_failure(me, RPC_CANTRECV);
-        status = decode_reply(me, record, xdr_result, result);
+        status = decode_reply(me, xdr_result, result);
     } while (status == RPC_INPROGRESS);
     return status;
 }
