@@ -1,0 +1,318 @@
+// How fast are our fax codecs beside libtiff's, in memory, on the same pages? usage: bench_codec FOLDER [SECONDS]
+//
+// FOLDER holds PBM pages of 1728 pixels a line (make_pages.py). libtiff codes each page (FillOrder 2, as fax
+// files have it); both decode that, and both encode the bitmap. They take turns in one run, each as long as
+// SECONDS (0.05) in every turn; medians of the turns count. What was decoded must be the page, and libtiff
+// must read the page from what we encoded.
+#include <tiffio.h>
+
+#include <algorithm>
+#include <chrono>
+#include <cmath>
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+#include <filesystem>
+#include <fstream>
+#include <functional>
+#include <iterator>
+#include <map>
+#include <string>
+#include <vector>
+
+#include "codec/t4_decoder.h"
+#include "codec/t4_encoder.h"
+
+using namespace faxtray;
+using bytes_t = std::vector<unsigned char>;
+
+static constexpr int line_bytes = 216;
+static constexpr int turns = 15;
+
+struct coding_t {
+    const char *name;
+    int df;
+    uint16_t compression;
+    int options;  // T4Options, -1 for none
+};
+static constexpr coding_t codings[] = {{"MH", 0, COMPRESSION_CCITTFAX3, 0},
+                                       {"MR", 1, COMPRESSION_CCITTFAX3, GROUP3OPT_2DENCODING},
+                                       {"MMR", 3, COMPRESSION_CCITTFAX4, -1}};
+
+[[noreturn]] static void give_up(const std::string &why)
+{
+    fprintf(stderr, "bench_codec: %s\n", why.c_str());
+    exit(1);
+}
+
+// A TIFF file in memory.
+struct memory_file_t {
+    bytes_t content;
+    size_t at = 0;
+};
+
+static tmsize_t read_memory(thandle_t handle, void *to, tmsize_t size)
+{
+    memory_file_t *file = static_cast<memory_file_t *>(handle);
+    size_t count = std::min<size_t>(size, file->content.size() - std::min(file->at, file->content.size()));
+    memcpy(to, file->content.data() + file->at, count);
+    file->at += count;
+    return count;
+}
+
+static tmsize_t write_memory(thandle_t handle, void *from, tmsize_t size)
+{
+    memory_file_t *file = static_cast<memory_file_t *>(handle);
+    if (file->content.size() < file->at + size)
+        file->content.resize(file->at + size);
+    memcpy(file->content.data() + file->at, from, size);
+    file->at += size;
+    return size;
+}
+
+static toff_t seek_memory(thandle_t handle, toff_t offset, int whence)
+{
+    memory_file_t *file = static_cast<memory_file_t *>(handle);
+    file->at = offset + (whence == SEEK_CUR ? file->at : whence == SEEK_END ? file->content.size() : 0);
+    return file->at;
+}
+
+static int close_memory(thandle_t) { return 0; }
+static toff_t size_memory(thandle_t handle) { return static_cast<memory_file_t *>(handle)->content.size(); }
+
+static int map_memory(thandle_t handle, void **base, toff_t *size)
+{
+    memory_file_t *file = static_cast<memory_file_t *>(handle);
+    *base = file->content.data();
+    *size = file->content.size();
+    return 1;
+}
+
+static void unmap_memory(thandle_t, void *, toff_t) {}
+
+static TIFF *open_tiff(memory_file_t &file, const char *mode)
+{
+    TIFF *tiff = TIFFClientOpen("memory", mode, &file, read_memory, write_memory, seek_memory, close_memory,
+                                size_memory, map_memory, unmap_memory);
+    return tiff ? tiff : (give_up("libtiff cannot open"), nullptr);
+}
+
+static TIFF *new_tiff(memory_file_t &file, const coding_t &coding, int lines)
+{
+    TIFF *tiff = open_tiff(file, "wl");
+    TIFFSetField(tiff, TIFFTAG_IMAGEWIDTH, line_bytes * 8);
+    TIFFSetField(tiff, TIFFTAG_IMAGELENGTH, lines);
+    TIFFSetField(tiff, TIFFTAG_ROWSPERSTRIP, lines);
+    TIFFSetField(tiff, TIFFTAG_BITSPERSAMPLE, 1);
+    TIFFSetField(tiff, TIFFTAG_SAMPLESPERPIXEL, 1);
+    TIFFSetField(tiff, TIFFTAG_PHOTOMETRIC, PHOTOMETRIC_MINISWHITE);
+    TIFFSetField(tiff, TIFFTAG_FILLORDER, FILLORDER_LSB2MSB);
+    TIFFSetField(tiff, TIFFTAG_COMPRESSION, coding.compression);
+    if (coding.options >= 0)
+        TIFFSetField(tiff, TIFFTAG_GROUP3OPTIONS, coding.options);
+    TIFFSetField(tiff, TIFFTAG_YRESOLUTION, lines > 1500 ? 196.0 : 98.0);
+    return tiff;
+}
+
+// A file with these coded data, as they stand.
+static memory_file_t tiff_around(const coding_t &coding, int lines, const bytes_t &data)
+{
+    memory_file_t file;
+    TIFF *tiff = new_tiff(file, coding, lines);
+    bytes_t copy = data;
+    TIFFWriteRawStrip(tiff, 0, copy.data(), copy.size());
+    TIFFClose(tiff);
+    return file;
+}
+
+static bytes_t libtiff_decode(const coding_t &coding, int lines, const bytes_t &data)
+{
+    memory_file_t file = tiff_around(coding, lines, data);
+    TIFF *tiff = open_tiff(file, "r");
+    bytes_t page(size_t(lines) * line_bytes);
+    TIFFReadEncodedStrip(tiff, 0, page.data(), page.size());
+    TIFFClose(tiff);
+    return page;
+}
+
+static bytes_t libtiff_encode(const coding_t &coding, int lines, bytes_t page)
+{
+    memory_file_t file;
+    TIFF *tiff = new_tiff(file, coding, lines);
+    TIFFWriteEncodedStrip(tiff, 0, page.data(), page.size());
+    TIFFClose(tiff);
+    tiff = open_tiff(file, "r");
+    bytes_t data(TIFFRawStripSize(tiff, 0));
+    TIFFReadRawStrip(tiff, 0, data.data(), data.size());
+    TIFFClose(tiff);
+    return data;
+}
+
+// Ours, with the callbacks that take lines and give them.
+static bytes_t found;  // lines decoded
+static size_t found_size;
+static const bytes_t *given;  // the page to encode, null when it was given
+static bytes_t coded;
+static size_t coded_size;
+
+static void take_line(const unsigned char *line, int size)
+{
+    memcpy(&found[found_size], line, size);
+    found_size += size;
+}
+
+static int give_lines(const unsigned char **lines, int *count)
+{
+    if (!given)
+        return -1;
+    *lines = given->data();
+    *count = int(given->size() / line_bytes);
+    given = nullptr;
+    return line_bytes;
+}
+
+static int take_words(const uint16_t *words, int count)
+{
+    memcpy(&coded[coded_size], words, count * 2);
+    coded_size += count * 2;
+    return count * 2;
+}
+
+static void decode(const coding_t &coding, const bytes_t &data)
+{
+    t4_callbacks_t callbacks;
+    callbacks.line = take_line;
+    found_size = 0;
+    t4dec(data.data(), data.size(), coding.df, callbacks);
+}
+
+static void encode_page(const coding_t &coding, const bytes_t &page)
+{
+    given = &page;
+    coded_size = 0;
+    encode_g3_fax(give_lines, take_words, coding.df, page.size() > 1500 * line_bytes);
+}
+
+// Seconds that one call takes, from as many as fill `seconds`.
+static double time_of(double seconds, const std::function<void()> &call)
+{
+    using clock = std::chrono::steady_clock;
+    long calls = 0;
+    clock::time_point start = clock::now();
+    double passed;
+    do {
+        call();
+        calls++;
+        passed = std::chrono::duration<double>(clock::now() - start).count();
+    } while (passed < seconds);
+    return passed / calls;
+}
+
+static double median(std::vector<double> values)
+{
+    std::nth_element(values.begin(), values.begin() + values.size() / 2, values.end());
+    return values[values.size() / 2];
+}
+
+struct result_t {
+    double ours, theirs, copy;  // seconds a page
+};
+
+static result_t in_turns(double seconds, const std::function<void()> &ours, const std::function<void()> &theirs,
+                         const std::function<void()> &copy)
+{
+    std::vector<double> times[3];
+    for (int i = 0; i < turns; i++) {
+        times[0].push_back(time_of(seconds, ours));
+        times[1].push_back(time_of(seconds, theirs));
+        times[2].push_back(time_of(seconds / 10, copy));
+    }
+    return {median(times[0]), median(times[1]), median(times[2])};
+}
+
+static bytes_t read_page(const std::filesystem::path &path)
+{
+    std::ifstream in(path, std::ios::binary);
+    std::string magic;
+    int width = 0, lines = 0;
+    in >> magic >> width >> lines;
+    in.get();
+    bytes_t page{std::istreambuf_iterator<char>(in), {}};
+    if (magic != "P4" || width != line_bytes * 8 || page.size() != size_t(lines) * line_bytes)
+        give_up(path.string() + ": not a page of 1728 pixels a line");
+    return page;
+}
+
+static result_t measure_decoding(double seconds, const std::string &name, const coding_t &coding, bytes_t &page)
+{
+    int lines = int(page.size() / line_bytes);
+    bytes_t data = libtiff_encode(coding, lines, page), copied(page.size());
+    memory_file_t file = tiff_around(coding, lines, data);
+    TIFF *tiff = open_tiff(file, "r");
+    bytes_t theirs(page.size());
+    result_t result = in_turns(
+        seconds, [&] { decode(coding, data); },
+        [&] { TIFFReadEncodedStrip(tiff, 0, theirs.data(), theirs.size()); },
+        [&] { memcpy(copied.data(), page.data(), page.size()); });
+    TIFFClose(tiff);
+    // The first EOL of an MH page passes on a line, too.
+    size_t skipped = coding.df == 0 ? line_bytes : 0;
+    if (theirs != page || found_size < skipped + page.size() ||
+        memcmp(&found[skipped], page.data(), page.size()) != 0)
+        give_up(name + ", " + coding.name + ": decoded to another page");
+    return result;
+}
+
+static result_t measure_encoding(double seconds, const std::string &name, const coding_t &coding, bytes_t &page)
+{
+    int lines = int(page.size() / line_bytes);
+    bytes_t copied(page.size());
+    memory_file_t file;
+    TIFF *tiff = new_tiff(file, coding, lines);
+    result_t result = in_turns(
+        seconds, [&] { encode_page(coding, page); },
+        [&] { TIFFWriteEncodedStrip(tiff, 0, page.data(), page.size()); },
+        [&] { memcpy(copied.data(), page.data(), page.size()); });
+    TIFFClose(tiff);
+    if (libtiff_decode(coding, lines, bytes_t(coded.begin(), coded.begin() + coded_size)) != page)
+        give_up(name + ", " + coding.name + ": libtiff reads another page than we encoded");
+    return result;
+}
+
+int main(int argc, char **argv)
+{
+    if (argc < 2)
+        give_up("usage: bench_codec FOLDER [SECONDS]");
+    double seconds = argc > 2 ? atof(argv[2]) : 0.05;
+    TIFFSetWarningHandler(nullptr);
+
+    std::map<std::string, bytes_t> pages;
+    for (const auto &entry : std::filesystem::directory_iterator(argv[1]))
+        pages[entry.path().stem()] = read_page(entry.path());
+    for (auto *buffer : {&found, &coded})
+        buffer->resize(4 << 20);
+
+    for (bool decoding : {true, false}) {
+        printf("\n%s, %d turns\n\n", decoding ? "Decoding to lines" : "Encoding", turns);
+        printf("| page           |      | pages/s | Mpixel/s | libtiff, pages/s | ratio | memcpy, pages/s |\n");
+        printf("|----------------|------|--------:|---------:|-----------------:|------:|----------------:|\n");
+        for (const coding_t &coding : codings) {
+            double product = 1;
+            int factors = 0;
+            for (auto &[name, page] : pages) {
+                result_t r = (decoding ? measure_decoding : measure_encoding)(seconds, name, coding, page);
+                double ratio = r.theirs / r.ours;
+                printf("| %-14s | %-4s | %7.0f | %8.0f | %16.0f | %5.2f | %15.0f |\n", name.c_str(), coding.name,
+                       1 / r.ours, page.size() * 8e-6 / r.ours, 1 / r.theirs, ratio, 1 / r.copy);
+                fflush(stdout);
+                if (name.starts_with("text") || name.starts_with("scanned") || name.starts_with("form") ||
+                    name.starts_with("letter")) {
+                    product *= ratio;
+                    factors++;
+                }
+            }
+            printf("| %-14s | %-4s | %7s | %8s | %16s | %5.2f | %15s |\n", "**mean of text, scanned, form, letter**", coding.name, "",
+                   "", "", std::pow(product, 1.0 / factors), "");
+        }
+    }
+}
