@@ -1,4 +1,5 @@
-// How fast are our fax codecs beside libtiff's, in memory, on the same pages? usage: bench_codec FOLDER [SECONDS]
+// How fast are our fax codecs beside libtiff's, in memory, on the same pages? usage: bench_codec FOLDER
+// [SECONDS]
 //
 // FOLDER holds PBM pages of 1728 pixels a line (make_pages.py). libtiff codes each page (FillOrder 2, as fax
 // files have it); both decode that, and both encode the bitmap. They take turns in one run, each as long as
@@ -7,11 +8,11 @@
 #include <tiffio.h>
 
 #include <algorithm>
-#include <chrono>
 #include <cmath>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
+#include <ctime>
 #include <filesystem>
 #include <fstream>
 #include <functional>
@@ -77,8 +78,14 @@ static toff_t seek_memory(thandle_t handle, toff_t offset, int whence)
     return file->at;
 }
 
-static int close_memory(thandle_t) { return 0; }
-static toff_t size_memory(thandle_t handle) { return static_cast<memory_file_t *>(handle)->content.size(); }
+static int close_memory(thandle_t)
+{
+    return 0;
+}
+static toff_t size_memory(thandle_t handle)
+{
+    return static_cast<memory_file_t *>(handle)->content.size();
+}
 
 static int map_memory(thandle_t handle, void **base, toff_t *size)
 {
@@ -92,6 +99,7 @@ static void unmap_memory(thandle_t, void *, toff_t) {}
 
 static TIFF *open_tiff(memory_file_t &file, const char *mode)
 {
+    file.at = 0;
     TIFF *tiff = TIFFClientOpen("memory", mode, &file, read_memory, write_memory, seek_memory, close_memory,
                                 size_memory, map_memory, unmap_memory);
     return tiff ? tiff : (give_up("libtiff cannot open"), nullptr);
@@ -157,7 +165,7 @@ static size_t coded_size;
 
 static void take_line(const unsigned char *line, int size)
 {
-    memcpy(&found[found_size], line, size);
+    memcpy(&found[found_size], line, size == line_bytes ? line_bytes : size);
     found_size += size;
 }
 
@@ -193,23 +201,31 @@ static void encode_page(const coding_t &coding, const bytes_t &page)
     encode_g3_fax(give_lines, take_words, coding.df, page.size() > 1500 * line_bytes);
 }
 
-// Seconds that one call takes, from as many as fill `seconds`.
+static double processor_seconds()
+{
+    timespec now;
+    clock_gettime(CLOCK_PROCESS_CPUTIME_ID, &now);
+    return now.tv_sec + now.tv_nsec * 1e-9;
+}
+
+// Processor seconds that one call takes, from as many as fill `seconds`.
 static double time_of(double seconds, const std::function<void()> &call)
 {
-    using clock = std::chrono::steady_clock;
     long calls = 0;
-    clock::time_point start = clock::now();
-    double passed;
+    double start = processor_seconds(), passed;
     do {
         call();
         calls++;
-        passed = std::chrono::duration<double>(clock::now() - start).count();
+        passed = processor_seconds() - start;
     } while (passed < seconds);
     return passed / calls;
 }
 
 static double median(std::vector<double> values)
 {
+#ifdef MINIMUM
+    return *std::min_element(values.begin(), values.end());
+#endif
     std::nth_element(values.begin(), values.begin() + values.size() / 2, values.end());
     return values[values.size() / 2];
 }
@@ -218,8 +234,8 @@ struct result_t {
     double ours, theirs, copy;  // seconds a page
 };
 
-static result_t in_turns(double seconds, const std::function<void()> &ours, const std::function<void()> &theirs,
-                         const std::function<void()> &copy)
+static result_t in_turns(double seconds, const std::function<void()> &ours,
+                         const std::function<void()> &theirs, const std::function<void()> &copy)
 {
     std::vector<double> times[3];
     for (int i = 0; i < turns; i++) {
@@ -243,10 +259,13 @@ static bytes_t read_page(const std::filesystem::path &path)
     return page;
 }
 
-static result_t measure_decoding(double seconds, const std::string &name, const coding_t &coding, bytes_t &page)
+static result_t measure_decoding(double seconds, const std::string &name, const coding_t &coding,
+                                 bytes_t &page)
 {
     int lines = int(page.size() / line_bytes);
     bytes_t data = libtiff_encode(coding, lines, page), copied(page.size());
+    if (getenv("SIZES"))
+        fprintf(stderr, "%s %s %zu\n", name.c_str(), coding.name, data.size());
     memory_file_t file = tiff_around(coding, lines, data);
     TIFF *tiff = open_tiff(file, "r");
     bytes_t theirs(page.size());
@@ -259,11 +278,16 @@ static result_t measure_decoding(double seconds, const std::string &name, const 
     size_t skipped = coding.df == 0 ? line_bytes : 0;
     if (theirs != page || found_size < skipped + page.size() ||
         memcmp(&found[skipped], page.data(), page.size()) != 0)
-        give_up(name + ", " + coding.name + ": decoded to another page");
+        give_up(name + ", " + coding.name + ": decoded to another page" +
+                (theirs != page ? " by libtiff" : "") + std::to_string(found_size / 216) + " " +
+                std::to_string(std::mismatch(page.begin(), page.end(), found.begin() + skipped).first -
+                               page.begin()) +
+                " " + std::to_string(data[0]) + " " + std::to_string(data[1]));
     return result;
 }
 
-static result_t measure_encoding(double seconds, const std::string &name, const coding_t &coding, bytes_t &page)
+static result_t measure_encoding(double seconds, const std::string &name, const coding_t &coding,
+                                 bytes_t &page)
 {
     int lines = int(page.size() / line_bytes);
     bytes_t copied(page.size());
@@ -294,16 +318,18 @@ int main(int argc, char **argv)
 
     for (bool decoding : {true, false}) {
         printf("\n%s, %d turns\n\n", decoding ? "Decoding to lines" : "Encoding", turns);
-        printf("| page           |      | pages/s | Mpixel/s | libtiff, pages/s | ratio | memcpy, pages/s |\n");
-        printf("|----------------|------|--------:|---------:|-----------------:|------:|----------------:|\n");
+        printf(
+            "| page           |      | pages/s | Mpixel/s | libtiff, pages/s | ratio | memcpy, pages/s |\n");
+        printf(
+            "|----------------|------|--------:|---------:|-----------------:|------:|----------------:|\n");
         for (const coding_t &coding : codings) {
             double product = 1;
             int factors = 0;
             for (auto &[name, page] : pages) {
                 result_t r = (decoding ? measure_decoding : measure_encoding)(seconds, name, coding, page);
                 double ratio = r.theirs / r.ours;
-                printf("| %-14s | %-4s | %7.0f | %8.0f | %16.0f | %5.2f | %15.0f |\n", name.c_str(), coding.name,
-                       1 / r.ours, page.size() * 8e-6 / r.ours, 1 / r.theirs, ratio, 1 / r.copy);
+                printf("| %-14s | %-4s | %7.0f | %8.0f | %16.0f | %5.2f | %15.0f |\n", name.c_str(),
+                       coding.name, 1 / r.ours, page.size() * 8e-6 / r.ours, 1 / r.theirs, ratio, 1 / r.copy);
                 fflush(stdout);
                 if (name.starts_with("text") || name.starts_with("scanned") || name.starts_with("form") ||
                     name.starts_with("letter")) {
@@ -311,8 +337,9 @@ int main(int argc, char **argv)
                     factors++;
                 }
             }
-            printf("| %-14s | %-4s | %7s | %8s | %16s | %5.2f | %15s |\n", "**mean of text, scanned, form, letter**", coding.name, "",
-                   "", "", std::pow(product, 1.0 / factors), "");
+            printf("| %-14s | %-4s | %7s | %8s | %16s | %5.2f | %15s |\n",
+                   "**mean of text, scanned, form, letter**", coding.name, "", "", "",
+                   std::pow(product, 1.0 / factors), "");
         }
     }
 }

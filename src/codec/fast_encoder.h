@@ -1,0 +1,51 @@
+// fast_encoder: codes lines of 1728 pixels from their changing elements, a pair of runs or a mode at a time.
+// The bits are those that encode_g3_fax makes of code words.
+#pragma once
+
+#include <cstddef>
+#include <utility>
+
+#include "codec/line_changes.h"
+#include "codec/t4_encoder.h"
+
+namespace faxtray {
+
+// Codes one page.
+class fast_encoder_t {
+public:
+    // `df` 0 (MH), 1 (MR; one line in `k` is one-dimensional) or 3 (MMR).
+    fast_encoder_t(int df, int k, t4_put_words put_words);
+
+    // Codes the next line; `same` when it is the line before it.
+    void line(const line_changes_t &changes, bool same);
+    void line(const unsigned char *bitmap, bool same);
+
+    // Ends the page, which hands over its last words. 0, or the first negative result of `put_words`, after
+    // which nothing was handed over any more.
+    int finish();
+
+private:
+    void put(uint64_t bits, unsigned length);
+    void drain();
+    void put_word_aligned(uint64_t bits, unsigned length);
+    void hand_over();
+    void code_line(bool same);
+    void one_dimensional();
+    void two_dimensional();
+    void repeat();
+
+    const int df, k;
+    const t4_put_words put_words;
+    int result = 0;
+    int until_one_dimensional = 0;
+    line_changes_t lists[2];
+    line_changes_t *current = &lists[0],
+                   *above = &lists[1];  // the line coded last and one that it differs from
+
+    uint64_t bits = 0;  // coded, not yet in the buffer, the first in the least significant place
+    unsigned have = 0;  // that many
+    size_t used = 0;    // bytes of the buffer
+    uint16_t buffer[8192];
+};
+
+}  // namespace faxtray

@@ -1,0 +1,59 @@
+// Lists to bitmaps and back, 64 pixels at a time.
+#include "codec/line_changes.h"
+
+#include <bit>
+#include <cstring>
+
+namespace faxtray {
+
+static_assert(std::endian::native == std::endian::little);
+
+static constexpr int words = changes_width / 64;
+static_assert(words * 64 == changes_width);
+
+void find_changes(const unsigned char *bitmap, line_changes_t &line)
+{
+    int16_t *out = line.at();
+    uint64_t before = 0;  // the last pixel, in the most significant place
+    for (int i = 0; i < words; i++) {
+        uint64_t pixels;
+        memcpy(&pixels, bitmap + 8 * i, 8);
+        pixels = __builtin_bswap64(pixels);  // the leftmost pixel in the most significant place
+        uint64_t changed = pixels ^ (pixels >> 1 | before);
+        before = pixels << 63;
+        while (changed) {
+            int first = std::countl_zero(changed);
+            *out++ = static_cast<int16_t>(64 * i + first);
+            changed ^= uint64_t{1} << 63 >> first;
+        }
+    }
+    line.end(static_cast<int>(out - line.at()));
+}
+
+void draw_changes(const line_changes_t &line, unsigned char *bitmap)
+{
+    auto put = [bitmap](int word, uint64_t pixels) {
+        pixels = __builtin_bswap64(pixels);
+        memcpy(bitmap + 8 * word, &pixels, 8);
+    };
+    memset(bitmap, 0, changes_line_bytes);
+    // Each change inverts the rest of its word. A word begins in the colour that its first change ends.
+    const int16_t *at = line.at();
+    uint64_t pixels = 0;
+    int word = 0;
+    for (int i = 0; i < line.count; i += 2) {
+        int black = at[i], white = at[i + 1];
+        pixels = black >> 6 == word ? pixels : 0;
+        word = black >> 6;
+        pixels ^= ~uint64_t{0} >> (black & 63);
+        put(word, pixels);
+        while (++word < white >> 6)
+            put(word, ~uint64_t{0});
+        pixels = black >> 6 == white >> 6 ? pixels : ~uint64_t{0};
+        word = white >> 6;
+        pixels ^= ~uint64_t{0} >> (white & 63);
+        put(word, pixels);
+    }
+}
+
+}  // namespace faxtray
