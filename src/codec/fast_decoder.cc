@@ -129,7 +129,7 @@ bool line_reader_t::extend()
 {
     if (start == tail)
         return false;
-    memcpy(tail, source.next, static_cast<size_t>(end - source.next));
+    std::copy(source.next, end, tail);
     before_start = static_cast<size_t>(source.next - start);
     source.next = start = tail;
     end = tail + sizeof tail;
@@ -335,53 +335,31 @@ bool line_reader_t::same(const line_changes_t &above)
 
 }  // namespace
 
-void fast_MH_lines(fast_page_t &page)
-{
-    line_reader_t reader(page);
-    for (int before = -1; reader.one_dimensional(page.line) && reader.eol(); before = page.line.count) {
-        if (reader.bit() > 8 * page.length)
-            break;
-        page.bit = reader.bit();
-        page.found(page.user, page.line, before == 0 && page.line.count == 0);
-    }
-}
-
-// Lines that are coded two-dimensionally, or, as EOLs tell, one-dimensionally.
-static void read_lines(fast_page_t &page, bool *one_dimensional)
+long fast_lines(fast_page_t &page)
 {
     line_reader_t reader(page);
     line_changes_t other, *line = &other, *above = &page.line;
-    for (bool next = false;;) {
-        bool same = false;
-        if (one_dimensional && *one_dimensional) {
-            if (!reader.one_dimensional(*line))
-                break;
-        } else {
-            same = reader.same(*above);
-            if (!same && !reader.two_dimensional(*line, *above))
-                break;
-        }
-        if ((one_dimensional && !(reader.eol() && reader.tag(next))) || reader.bit() > 8 * page.length)
+    const bool has_eols = page.df != 3, has_tags = page.df == 1;
+    bool one_dimensional = page.df == 0 || (page.df == 1 && page.one_dimensional);
+    long lines = 0;
+    for (;; lines++) {
+        bool same = !one_dimensional && reader.same(*above);
+        if (!same &&
+            !(one_dimensional ? reader.one_dimensional(*line) : reader.two_dimensional(*line, *above)))
             break;
-        if (one_dimensional)
-            *one_dimensional = next;
+        same = same || (one_dimensional && line->count == 0 && above->count == 0);
+        if ((has_eols && !reader.eol()) || (has_tags && !reader.tag(one_dimensional)) ||
+            reader.bit() > 8 * page.length)
+            break;
+        page.bit = reader.bit();
+        page.one_dimensional = one_dimensional;
         if (!same)
             std::swap(line, above);
-        page.bit = reader.bit();
-        page.found(page.user, *above, same);
+        page.found(page.user, *above, same && lines > 0);
     }
     if (above != &page.line)
         page.line = *above;
-}
-
-void fast_MR_lines(fast_page_t &page, bool &one_dimensional)
-{
-    read_lines(page, &one_dimensional);
-}
-
-void fast_MMR_lines(fast_page_t &page)
-{
-    read_lines(page, nullptr);
+    return lines;
 }
 
 }  // namespace faxtray

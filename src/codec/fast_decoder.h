@@ -9,22 +9,22 @@
 
 namespace faxtray {
 
-// Takes the next line; `same` when it is the line before it.
+// Takes the next line; `same` when it is the one that this took before.
 using changes_callback = void (*)(void *user, const line_changes_t &line, bool same);
 
 struct fast_page_t {
     const unsigned char *data;
-    size_t length;        // bytes
-    size_t bit;           // where the next line begins, behind its EOL and tag
-    line_changes_t line;  // the line before it, for two-dimensional coding
+    size_t length;         // bytes
+    int df;                // 0 (MH), 1 (MR), 3 (MMR)
+    size_t bit;            // where the next line begins, behind its EOL and tag
+    bool one_dimensional;  // as that tag says (MR)
+    line_changes_t line;   // the line before it
     changes_callback found;
     void *user;
 };
 
-// Pass on lines and move on to the first one that they leave alone. An MH or MR line is passed on with the
-// EOL behind it (and the tag: `one_dimensional` tells of the next line), an MMR line when it is complete.
-void fast_MH_lines(fast_page_t &page);
-void fast_MR_lines(fast_page_t &page, bool &one_dimensional);
-void fast_MMR_lines(fast_page_t &page);
+// Passes lines on and moves the page on to the first one that it leaves alone. An MH or MR line is passed on
+// when its EOL is there (and the tag), an MMR line when it is complete. Returns their number.
+long fast_lines(fast_page_t &page);
 
 }  // namespace faxtray

@@ -10,6 +10,7 @@ namespace faxtray {
 
 inline constexpr int changes_width = 1728;
 inline constexpr int changes_line_bytes = changes_width / 8;
+inline constexpr int changes_bitmap_size = changes_line_bytes + 8;  // room that draw_changes wants
 
 struct line_changes_t {
     int count = 0;
@@ -43,7 +44,7 @@ private:
 // The list of a bitmap line, which may be at any address.
 void find_changes(const unsigned char *bitmap, line_changes_t &line);
 
-// The bitmap line of a list. Writes 8 bytes beyond the line.
+// The bitmap line of a list. What is behind the line in its changes_bitmap_size bytes is undefined then.
 void draw_changes(const line_changes_t &line, unsigned char *bitmap);
 
 }  // namespace faxtray

@@ -4,39 +4,132 @@
 #include <cstdlib>
 #include <cstring>
 
+#include "codec/fast_decoder.h"
 #include "codec/tree_walk.h"
 
 namespace faxtray {
 
 static uint32_t Debug;  // the codec's own, unlike the daemon's
 
+// The walk stops wherever a line starts; the fast path decodes what it can from there. `last_line` is room
+// for the last line that it passed on, which the walk wants to know.
+static bool go_on_fast(fast_page_t &page, unsigned char *last_line)
+{
+    const long lines = fast_lines(page);
+    t4_page_counts.lines += lines;
+    if (lines > 0)
+        draw_changes(page.line, last_line);
+    return lines > 0;
+}
+
+static int decode_MH(fast_page_t &page, const t4_callbacks_t &callbacks)
+{
+    unsigned char last_line[changes_bitmap_size];
+    MH_walk walk(page.data, page.length, callbacks);
+    while (walk.next_line()) {
+        page.bit = walk.bit();
+        if (go_on_fast(page, last_line))
+            walk.resume(page.bit, last_line);
+    }
+    return 1;
+}
+
+static int decode_two_dimensional(fast_page_t &page, const t4_callbacks_t &callbacks)
+{
+    unsigned char last_line[changes_bitmap_size];
+    MR_MMR_walk walk(page.df == 1 ? MR_MMR_walk::MR : MR_MMR_walk::MMR, page.data, page.length, changes_width,
+                     callbacks);
+    if (!walk.has_memory())
+        return 0;
+    do {
+        if (!walk.at_line_start())
+            continue;
+        page.bit = walk.bit();
+        page.one_dimensional = walk.one_dimensional();
+        find_changes(walk.reference_line(), page.line);
+        if (go_on_fast(page, last_line))
+            walk.resume(page.bit, page.one_dimensional, last_line);
+    } while (walk.next_line());
+    return 1;
+}
+
+int t4dec_changes(const unsigned char *data, size_t length, int df, changes_callback found, void *user,
+                  const t4_callbacks_t &walked)
+{
+    fast_page_t page = {data, length, df, 0, true, {}, found, user};
+    switch (df) {
+    case 0:
+        return decode_MH(page, walked);
+    case 1:
+        return length > 0 && decode_two_dimensional(page, walked);
+    case 3:
+        return decode_two_dimensional(page, walked);
+    default:
+        return 0;
+    }
+}
+
+// Lines that were read fast, for callbacks that take bitmaps.
+namespace {
+struct drawn_lines_t {
+    const t4_callbacks_t &callbacks;
+    unsigned char bitmap[changes_bitmap_size];
+};
+}  // namespace
+
+static void draw_and_pass_on(void *user, const line_changes_t &line, bool same)
+{
+    drawn_lines_t *drawn = static_cast<drawn_lines_t *>(user);
+    if (!same)
+        draw_changes(line, drawn->bitmap);
+    if (drawn->callbacks.line)
+        drawn->callbacks.line(drawn->bitmap, changes_line_bytes);
+    if (drawn->callbacks.line_end)
+        drawn->callbacks.line_end();
+}
+
+static int walk(const unsigned char *data, size_t length, int df, int width, const t4_callbacks_t &callbacks)
+{
+    switch (df) {
+    case 0:
+        return walk_MH(data, length, callbacks);
+    case 1:
+        return walk_MR(data, length, callbacks);
+    case 3:
+        return walk_MMR(data, length, width, callbacks);
+    default:
+        return 0;
+    }
+}
+
+// Runs as they are coded, and lines of other widths, are known to the walk only.
+static int decode(const unsigned char *data, size_t length, int df, int width,
+                  const t4_callbacks_t &callbacks)
+{
+    if (width != changes_width || callbacks.run)
+        return walk(data, length, df, width, callbacks);
+    drawn_lines_t drawn = {callbacks, {}};
+    return t4dec_changes(data, length, df, draw_and_pass_on, &drawn, callbacks);
+}
+
 int t4dec_MH(const unsigned char *data, size_t length, const t4_callbacks_t &callbacks)
 {
-    return walk_MH(data, length, callbacks);
+    return decode(data, length, 0, Pix_width, callbacks);
 }
 
 int t4dec_MR(const unsigned char *data, size_t length, const t4_callbacks_t &callbacks)
 {
-    return walk_MR(data, length, callbacks);
+    return decode(data, length, 1, Pix_width, callbacks);
 }
 
 int t4dec_MMR(const unsigned char *data, size_t length, int width, const t4_callbacks_t &callbacks)
 {
-    return walk_MMR(data, length, width, callbacks);
+    return decode(data, length, 3, width, callbacks);
 }
 
 int t4dec(const unsigned char *data, size_t length, int df, const t4_callbacks_t &callbacks)
 {
-    switch (df) {
-    case 0:
-        return t4dec_MH(data, length, callbacks);
-    case 1:
-        return t4dec_MR(data, length, callbacks);
-    case 3:
-        return t4dec_MMR(data, length, Pix_width, callbacks);
-    default:
-        return 0;
-    }
+    return decode(data, length, df, Pix_width, callbacks);
 }
 
 void t4dec_set_debug(const char *text)

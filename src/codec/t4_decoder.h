@@ -6,6 +6,7 @@
 #include <cstddef>
 #include <cstdint>
 
+#include "codec/fast_decoder.h"
 #include "codec/line_assembler.h"
 
 namespace faxtray {
@@ -19,6 +20,11 @@ int t4dec_MR(const unsigned char *data, size_t length,
              const t4_callbacks_t &callbacks);  // 0: no memory, no data
 int t4dec_MMR(const unsigned char *data, size_t length, int width,
               const t4_callbacks_t &callbacks);  // 0: no memory, no width
+
+// The same for lines of 1728 pixels, of which those that are coded without fault are passed on to `found` as
+// their changing elements, with `user`, and only the others to the callbacks.
+int t4dec_changes(const unsigned char *data, size_t length, int df, changes_callback found, void *user,
+                  const t4_callbacks_t &walked);
 
 // Comma-separated numbers, each a bit (modulo 32) to set in the debug flags; what is no number is passed
 // over.

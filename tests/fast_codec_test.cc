@@ -1,0 +1,152 @@
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <random>
+#include <string>
+#include <vector>
+
+#include "codec/fast_encoder.h"
+#include "codec/t4_decoder.h"
+#include "codec/tree_walk.h"
+
+namespace faxtray {
+namespace {
+
+using bytes_t = std::vector<unsigned char>;
+
+// What a decoder passed on.
+struct record_t {
+    bytes_t lines;
+    long ends = 0;
+    int result = 0;
+    t4_page_counts_t counts = {};
+
+    bool operator==(const record_t &other) const
+    {
+        return lines == other.lines && ends == other.ends && result == other.result &&
+               counts.lines == other.counts.lines && counts.repeated == other.counts.repeated &&
+               counts.ended_short == other.counts.ended_short;
+    }
+};
+record_t record;
+
+t4_callbacks_t recording()
+{
+    t4_callbacks_t callbacks;
+    callbacks.line = [](const unsigned char *line, int bytes) {
+        record.lines.insert(record.lines.end(), line, line + bytes);
+    };
+    callbacks.line_end = [] { record.ends++; };
+    return callbacks;
+}
+
+template <class Decode> record_t recorded(Decode decode)
+{
+    record = {};
+    int result = decode(recording());
+    record.result = result;
+    record.counts = t4dec_counts();
+    return record;
+}
+
+// The fast decoder and the walk must tell the same of any bytes.
+void expect_as_walked(const bytes_t &bytes, const std::string &what)
+{
+    // Of their own, so that a read beyond them is found.
+    std::vector<unsigned char> data(bytes);
+    data.shrink_to_fit();
+    for (int df : {0, 1, 3}) {
+        record_t fast = recorded([&](const t4_callbacks_t &c) { return t4dec(data.data(), data.size(), df, c); });
+        record_t walked = recorded([&](const t4_callbacks_t &c) {
+            return df == 0   ? walk_MH(data.data(), data.size(), c)
+                   : df == 1 ? walk_MR(data.data(), data.size(), c)
+                             : walk_MMR(data.data(), data.size(), Pix_width, c);
+        });
+        ASSERT_TRUE(fast == walked) << what << ", DF " << df << ": " << fast.counts.lines << " lines instead of "
+                                    << walked.counts.lines << ", first difference in line "
+                                    << std::mismatch(fast.lines.begin(), fast.lines.end(), walked.lines.begin(),
+                                                     walked.lines.end())
+                                               .first -
+                                           fast.lines.begin();
+    }
+}
+
+// Lines that follow from each other in every way that the codes know: moved edges, runs that come and go, white
+// and repeated lines, rules, and noise, also up to the edges of the page.
+std::vector<line_changes_t> make_page(std::mt19937 &random, int lines)
+{
+    std::vector<line_changes_t> page(lines);
+    std::vector<int> edges;
+    for (line_changes_t &line : page) {
+        unsigned kind = random() % 16;
+        if (kind == 0)
+            edges.clear();
+        for (unsigned fresh = kind == 1 ? 800 : kind < 6 ? 6 : 0; fresh > 0; fresh--)
+            edges.push_back(random() % (random() % 4 ? changes_width : 40));
+        if (kind > 2)
+            for (int &edge : edges)
+                edge += random() % 3 ? 0 : static_cast<int>(random() % (kind > 9 ? 3 : 9)) - (kind > 9 ? 1 : 4);
+        std::sort(edges.begin(), edges.end());
+        edges.erase(std::unique(edges.begin(), edges.end()), edges.end());
+        std::erase_if(edges, [&](int edge) {
+            return edge < 0 || edge >= changes_width || random() % (edges.size() > 100 ? 4 : 40) == 0;
+        });
+        std::copy(edges.begin(), edges.end(), line.at());
+        line.end(static_cast<int>(edges.size()));
+    }
+    return page;
+}
+
+bytes_t coded;
+
+bytes_t coded_page(const std::vector<line_changes_t> &page, int df, int k)
+{
+    coded.clear();
+    fast_encoder_t encoder(df, k, [](const uint16_t *words, int count) {
+        const unsigned char *bytes = reinterpret_cast<const unsigned char *>(words);
+        coded.insert(coded.end(), bytes, bytes + 2 * count);
+        return 2 * count;
+    });
+    for (const line_changes_t &line : page)
+        encoder.line(line, false);
+    encoder.finish();
+    return coded;
+}
+
+TEST(FastCodec, DecodesWhatTheWalkDecodes)
+{
+    std::mt19937 random(6);
+    for (int i = 0; i < 30; i++) {
+        std::vector<line_changes_t> page = make_page(random, 40);
+        for (int df : {0, 1, 3}) {
+            const bytes_t clean = coded_page(page, df, 4);
+            const std::string what = "page " + std::to_string(i) + " of DF " + std::to_string(df);
+            expect_as_walked(clean, what);
+            for (int flips = 0; flips < 40; flips++) {
+                bytes_t damaged = clean;
+                for (int flip = 0; flip <= flips % 3; flip++)
+                    damaged[random() % damaged.size()] ^= 1 << random() % 8;
+                damaged.resize(damaged.size() - (flips % 4 ? 0 : random() % damaged.size()));
+                expect_as_walked(damaged, what + " damaged");
+            }
+            if (HasFatalFailure())
+                return;
+        }
+    }
+}
+
+TEST(FastCodec, Scratch)
+{
+    std::mt19937 random(1);
+    for (int i = 0; i < 20000; i++) {
+        bytes_t bytes(random() % 300);
+        for (auto &b : bytes)
+            b = static_cast<unsigned char>(random() & (i & 1 ? random() : ~0u) & (i & 2 ? random() : ~0u));
+        expect_as_walked(bytes, "random " + std::to_string(i));
+        if (HasFatalFailure())
+            return;
+    }
+}
+
+}  // namespace
+}  // namespace faxtray
