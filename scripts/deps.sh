@@ -3,6 +3,7 @@
 
 build_packages="g++ cmake make pkg-config libtirpc-dev libcli11-dev nlohmann-json3-dev libgtest-dev libtiff-dev rpcsvc-proto"
 service_packages="rpcbind netbase"
+bench_packages="libtiff-dev"
 sample_packages="ghostscript libtiff-tools python3"
 
 # need PACKAGE...: installs those that are missing, or tells what to install when we may not.

@@ -26,7 +26,7 @@ run_tests() { # DIRECTORY
     ctest --test-dir "$1" -j "$jobs" --output-on-failure --progress </dev/null
 }
 
-need $build_packages $service_packages clang-14 clang-tidy-14 clang-format-14 libclang-rt-14-dev mandoc python3
+need $build_packages $service_packages $bench_packages clang-14 clang-tidy-14 clang-format-14 libclang-rt-14-dev mandoc python3
 
 step "Layout of the sources"
 git ls-files -z '*.cc' '*.h' | xargs -0 clang-format-14 --dry-run --Werror

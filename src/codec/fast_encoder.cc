@@ -119,8 +119,7 @@ inline void fast_encoder_t::code_line(bool same)
         hand_over();
     bool along = df == 0;
     if (df == 1) {
-        along = until_one_dimensional == 0;
-        until_one_dimensional = along ? k - 1 : until_one_dimensional - 1;
+        along = coded % k == 0;
         const t4_code_t &eol = enc2D[along ? T4_TAG_1D : T4_TAG_2D];
         put_word_aligned(eol.bits, eol.length);
     } else if (df == 0) {
@@ -133,6 +132,7 @@ inline void fast_encoder_t::code_line(bool same)
         repeat();
     else
         two_dimensional();
+    coded++;
 }
 
 void fast_encoder_t::line(const line_changes_t &changes, bool same)

@@ -20,6 +20,8 @@ public:
     void line(const line_changes_t &changes, bool same);
     void line(const unsigned char *bitmap, bool same);
 
+    long lines() const { return coded; }
+
     // Ends the page, which hands over its last words. 0, or the first negative result of `put_words`, after
     // which nothing was handed over any more.
     int finish();
@@ -37,7 +39,7 @@ private:
     const int df, k;
     const t4_put_words put_words;
     int result = 0;
-    int until_one_dimensional = 0;
+    long coded = 0;  // lines
     line_changes_t lists[2];
     line_changes_t *current = &lists[0],
                    *above = &lists[1];  // the line coded last and one that it differs from

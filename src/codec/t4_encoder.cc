@@ -7,6 +7,7 @@
 #include <cstring>
 
 #include "codec/bit_runs.h"
+#include "codec/fast_encoder.h"
 #include "codec/t4_codes.h"
 #include "util/owned.h"
 
@@ -239,8 +240,10 @@ static void code_line(const unsigned char *line, const unsigned char *reference,
     code_two_dimensional(line, reference, width, codes);
 }
 
-// All lines of a page, as encode_g3_fax. The packer is not flushed yet.
-static int code_lines(t4_get_lines get_lines, const page_coding_t &coding, code_words_t &codes)
+// All lines of a page, as encode_g3_fax. The packer is not flushed yet. With `fast`, lines of its size go
+// there instead.
+static int code_lines(t4_get_lines get_lines, const page_coding_t &coding, code_words_t &codes,
+                      fast_encoder_t *fast)
 {
     line_ptr reference;  // white at first
     const unsigned char *lines;
@@ -253,6 +256,11 @@ static int code_lines(t4_get_lines get_lines, const page_coding_t &coding, code_
         if (!accept_line_size(bytes, size, reference, coding))
             return putdata_err = 1;
         size = bytes;
+        if (fast && size == changes_line_bytes) {
+            for (int i = 0; i < count; i++, lines += size)
+                fast->line(lines, i > 0 && memcmp(lines, lines - size, changes_line_bytes) == 0);
+            continue;
+        }
         for (; count > 0; count--, row++, lines += size) {
             code_line(lines, reference.get(), size * 8, coding.k && row % coding.k == 0, coding, codes);
             memcpy(reference.get(), lines, static_cast<size_t>(size));
@@ -260,46 +268,54 @@ static int code_lines(t4_get_lines get_lines, const page_coding_t &coding, code_
     }
 }
 
-static void start_page()
+static int code_page(t4_get_lines get_lines, t4_put_words put_words, const page_coding_t &coding,
+                     bool may_be_fast)
 {
     clear_packer();
     putdata_err = 0;
+    code_words_t codes(put_words);
+    fast_encoder_t fast(coding.eol_1d ? coding.eol_2d ? 1 : 0 : 3, coding.k, put_words);
+    const int result = code_lines(get_lines, coding, codes, may_be_fast ? &fast : nullptr);
+    if (result == 1)
+        return result;
+    if (fast.lines() > 0) {
+        putdata_err = fast.finish();
+    } else {
+        for (int i = 0; coding.k == 0 && i < 2; i++)  // the end-of-facsimile-block
+            codes.put(CODE_EOL);
+        codes.finish();
+    }
+    return putdata_err ? putdata_err : result;
+}
+
+static int code_page_of(int df, t4_get_lines get_lines, t4_put_words put_words, int vr, bool may_be_fast)
+{
+    switch (df) {
+    case 0:
+        return code_page(get_lines, put_words, {"encode_g3_fax", CODE_EOL, 0, 1}, may_be_fast);
+    case 1:
+        return code_page(get_lines, put_words, {"encode_g3_fax", CODE_EOL_1D, CODE_EOL_2D, vr == 1 ? 4 : 2},
+                         may_be_fast);
+    case 3:
+        return code_page(get_lines, put_words, {"enct4_MMR", 0, 0, 0}, may_be_fast);
+    default:
+        return putdata_err = 1;
+    }
 }
 
 int encode_g3_fax(t4_get_lines get_lines, t4_put_words put_words, int df, int vr)
 {
-    start_page();
-    page_coding_t coding = {"encode_g3_fax", CODE_EOL, 0, 1};
-    switch (df) {
-    case 0:
-        break;
-    case 1:
-        coding = {"encode_g3_fax", CODE_EOL_1D, CODE_EOL_2D, vr == 1 ? 4 : 2};
-        break;
-    case 3:
-        return enct4_MMR(get_lines, put_words);
-    default:
-        return putdata_err = 1;
-    }
-    code_words_t codes(put_words);
-    const int result = code_lines(get_lines, coding, codes);
-    if (result == 1)
-        return result;
-    codes.finish();
-    return putdata_err ? putdata_err : result;
+    return code_page_of(df, get_lines, put_words, vr, true);
 }
 
 int enct4_MMR(t4_get_lines get_lines, t4_put_words put_words)
 {
-    start_page();
-    code_words_t codes(put_words);
-    const int result = code_lines(get_lines, {"enct4_MMR", 0, 0, 0}, codes);
-    if (result == 1)
-        return result;
-    for (int i = 0; i < 2; i++)  // the end-of-facsimile-block
-        codes.put(CODE_EOL);
-    codes.finish();
-    return putdata_err ? putdata_err : result;
+    return code_page_of(3, get_lines, put_words, 0, true);
+}
+
+int encode_by_words(t4_get_lines get_lines, t4_put_words put_words, int df, int vr)
+{
+    return code_page_of(df, get_lines, put_words, vr, false);
 }
 
 }  // namespace faxtray

@@ -38,6 +38,10 @@ using t4_put_words = int (*)(const uint16_t *words, int count);
 int encode_g3_fax(t4_get_lines get_lines, t4_put_words put_words, int df, int vr);
 int enct4_MMR(t4_get_lines get_lines, t4_put_words put_words);
 
+// As encode_g3_fax, which codes lines of 1728 pixels without code words, for any lines: the same bits,
+// slower.
+int encode_by_words(t4_get_lines get_lines, t4_put_words put_words, int df, int vr);
+
 // Packs code words up to `end` and hands over the full output words; flush() the partly filled one too, its
 // high bits 0. A tagged EOL begins on a 16-bit boundary. The two functions above start with an empty packer
 // without failure.
