@@ -12,38 +12,13 @@
 
 #include "protocol/timed_client.h"
 #include "registry/regd_client.h"
-#include "support/daemon.h"
 #include "support/private_host.h"
-#include "support/wait_for.h"
+#include "support/registry.h"
 #include "support/wire.h"
 
 namespace faxtray {
 
 static constexpr u_long Program = REGD_PROG_BASE + 1;
-
-// The real one in the background, on a site's files.
-class registry {
-public:
-    registry() { EXPECT_EQ(start().status, 0) << said(); }
-    ~registry() { end(SIGTERM); }
-
-    // Returns when it serves, or says why not.
-    ended_t start() const
-    {
-        const std::string files = " -U " + files_ / "USER_LIST.info" + " -M " + files_ / "MODEMS.info";
-        return run_shell(FAXREGD + files + " 2>>" + files_ / "said");
-    }
-    void end(int sig) const
-    {
-        run_shell("kill -" + std::to_string(sig) + " $(pidof faxregd)");
-        EXPECT_TRUE(wait_for([] { return run_shell("pidof faxregd").status != 0; }));
-    }
-    std::string said() const { return read_file(files_ / "said"); }
-    const site &files() const { return files_; }
-
-private:
-    site files_;
-};
 
 class handle {
 public:
@@ -88,7 +63,8 @@ static std::string ask(regd_handle_t *slot, int list_kind, const char *key, cons
 
 TEST(Registry, AnswersFromBothLists)
 {
-    const registry daemon;
+    const site files;
+    const running_registry daemon(files);
     const handle slot;
     const struct {
         int list_kind;
@@ -121,8 +97,8 @@ TEST(Registry, AnswersFromBothLists)
 
 TEST(Registry, RereadsListsThatChanged)
 {
-    const registry daemon;
-    const site &files = daemon.files();
+    const site files;
+    const running_registry daemon(files);
     const handle slot;
     EXPECT_EQ(ask(slot, RG_USERS, "Carol", "human_name").substr(0, 2), "11");
     files.write_users("[Carol]\nhuman_name = C\n[admin]\nserver_mail_from = me\n");
@@ -142,7 +118,8 @@ TEST(Registry, RereadsListsThatChanged)
 
 TEST(Registry, OneRunsOnAHost)
 {
-    const registry daemon;
+    const site files;
+    const running_registry daemon(files);
     EXPECT_EQ(daemon.start().status, 10);
     EXPECT_NE(daemon.said().find("faxregd: A registry daemon is already running on localhost\n"),
               std::string::npos);
@@ -161,7 +138,8 @@ TEST(Registry, OneRunsOnAHost)
 
 TEST(Registry, StalledClientsHoldUpNobody)
 {
-    const registry daemon;
+    const site files;
+    const running_registry daemon(files);
     std::vector<CLIENT *> stalled;
     for (const std::string &bytes :
          {word(0x80000064) + "half a request", std::string(1, '\x80'), word(0xFFFFFFFF) + "much"}) {
@@ -178,7 +156,8 @@ TEST(Registry, StalledClientsHoldUpNobody)
 
 TEST(RegdClient, HasSixteenHandlesThatChildrenDoNotInherit)
 {
-    const registry daemon;
+    const site files;
+    const running_registry daemon(files);
     std::vector<regd_handle_t *> slots;
     for (int n = 0; n < 16; n++)
         slots.push_back(regd_open(n % 2 ? "" : "localhost", 1));
@@ -202,7 +181,8 @@ TEST(RegdClient, TellsHowARegistryIsMissing)
     EXPECT_EQ(regd_open("no-such-host", 1), nullptr);
     EXPECT_EQ(trouble(), "15 0: Can't connect to faxregd: RPC: Unknown host");
 
-    const registry daemon;
+    const site files;
+    const running_registry daemon(files);
     const handle slot;
     daemon.end(SIGKILL);
     const std::string lost = "15 0: rg_get_av_entry_1 failure: RPC: Unable to ";
@@ -319,7 +299,8 @@ TEST(RegdClient, WaitsForAHungRegistryOnceARequest)
         EXPECT_EQ(ask(slot, RG_USERS, "Bea", ""), hung);
         EXPECT_EQ(ask(other, RG_USERS, "Bea", ""), hung);
     }
-    const registry daemon;  // a sound one makes no difference until the request has ended
+    const site files;
+    const running_registry daemon(files);  // a sound one makes no difference until the request has ended
     EXPECT_EQ(regd_open(nullptr, 1), nullptr);
     EXPECT_EQ(trouble(), hung);
     regd_forget_timeout();

@@ -1,0 +1,25 @@
+// registry: the real faxregd of this build, run in the background on a site's lists.
+#pragma once
+
+#include <string>
+
+#include "support/daemon.h"
+
+namespace faxtray {
+
+class running_registry {
+public:
+    explicit running_registry(const site &at);  // serves when this returns
+    ~running_registry();
+    running_registry(const running_registry &) = delete;
+    running_registry &operator=(const running_registry &) = delete;
+
+    ended_t start() const;     // again; returns when it serves, or says why not
+    void end(int sig) const;   // waits until it is gone; without effect when it does not run
+    std::string said() const;  // on standard error
+
+private:
+    const site &site_;
+};
+
+}  // namespace faxtray
