@@ -79,8 +79,8 @@ static void put_run(const std::array<t4_code_t, EncTabSize> &table, int run, out
     for (; run >= 2560 + 64; run -= 2560)  // ITU-T T.4 section 4.1.1: as often as it takes
         put_code(table[63 + 2560 / 64], output);
     if (run >= 64)
-        put_code(table[static_cast<size_t>(63 + run / 64)], output);
-    put_code(table[static_cast<size_t>(run % 64)], output);
+        put_code(table[63 + static_cast<size_t>(run) / 64], output);
+    put_code(table[static_cast<size_t>(run) % 64], output);
 }
 
 static void put_code_word(uint16_t word, output_t &output)

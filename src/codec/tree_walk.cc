@@ -274,7 +274,8 @@ static int walk_two_dimensional(MR_MMR_walk::coding coding, const unsigned char 
                                 int width, const t4_callbacks_t &found)
 {
     MR_MMR_walk walk(coding, data, length, width, found);
-    if (!walk.has_memory())
+    const bool nothing = coding == MR_MMR_walk::MR ? length == 0 : width < 1;
+    if (nothing || !walk.has_memory())
         return 0;
     while (walk.next_line())
         ;
@@ -283,12 +284,12 @@ static int walk_two_dimensional(MR_MMR_walk::coding coding, const unsigned char 
 
 int walk_MR(const unsigned char *data, size_t length, const t4_callbacks_t &found)
 {
-    return length > 0 && walk_two_dimensional(MR_MMR_walk::MR, data, length, Pix_width, found);
+    return walk_two_dimensional(MR_MMR_walk::MR, data, length, Pix_width, found);
 }
 
 int walk_MMR(const unsigned char *data, size_t length, int width, const t4_callbacks_t &found)
 {
-    return width > 0 && walk_two_dimensional(MR_MMR_walk::MMR, data, length, width, found);
+    return walk_two_dimensional(MR_MMR_walk::MMR, data, length, width, found);
 }
 
 }  // namespace faxtray
