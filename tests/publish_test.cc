@@ -1,14 +1,13 @@
 // Giving a finished file its last name.
 #include "util/publish.h"
 
-#include <fcntl.h>
+#include <fnmatch.h>
 #include <gtest/gtest.h>
 #include <sys/param.h>
 #include <sys/stat.h>
 
 #include <climits>
 #include <filesystem>
-#include <regex>
 
 #include "support/temp_dir.h"
 
@@ -84,10 +83,9 @@ TEST_F(Publishing, CrossesFileSystems)
 TEST_F(Publishing, TakesTheNextShortName)
 {
     scoped_env temp("ONDRIXTMP", here.path().c_str());
-    const std::regex short_name("[a-z]{3}[0-9]{2}[a-z]{3}\\.tif");
     EXPECT_EQ(publish_in(here, "one", inbox, "nov05aaa.tif", true), "nov05aaa.tif");
     const std::string next = publish_in(here, "two", inbox, "nov05aaa.tif", true);
-    EXPECT_TRUE(std::regex_match(next, short_name)) << next;
+    EXPECT_EQ(fnmatch("[a-z][a-z][a-z][0-9][0-9][a-z][a-z][a-z].tif", next.c_str(), 0), 0) << next;
     EXPECT_NE(next, "nov05aaa.tif");
 }
 

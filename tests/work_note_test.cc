@@ -7,7 +7,6 @@
 
 #include <filesystem>
 #include <functional>
-#include <set>
 
 #include "support/capture.h"
 #include "util/files.h"
@@ -44,18 +43,6 @@ protected:
         note_recover();
     }
 
-    // Names in a directory, sorted, with a blank between.
-    static std::string names(const temp_dir &dir)
-    {
-        std::set<std::string> sorted;
-        for (const auto &entry : std::filesystem::directory_iterator(dir.path()))
-            sorted.insert(entry.path().filename());
-        std::string all;
-        for (const auto &name : sorted)
-            all += (all.empty() ? "" : " ") + name;
-        return all;
-    }
-
     temp_dir work, faxes;
 };
 
@@ -72,11 +59,11 @@ TEST_F(WorkNote, NextStartRemovesWhatACrashLeft)
         work.write("FDF.child", "half a ti");
         cv_move(faxes.write("z.tif", "converted").c_str(), (faxes / "x0_.fax").c_str());
     });
-    EXPECT_NE(names(faxes), "x.fax");
-    EXPECT_NE(names(work), "");
+    EXPECT_NE(names_in(faxes.path()), "x.fax");
+    EXPECT_NE(names_in(work.path()), "");
     recover();
-    EXPECT_EQ(names(faxes), "x.fax");
-    EXPECT_EQ(names(work), "");
+    EXPECT_EQ(names_in(faxes.path()), "x.fax");
+    EXPECT_EQ(names_in(work.path()), "");
 }
 
 TEST_F(WorkNote, NextStartKeepsWhatOthersPutThere)
@@ -97,9 +84,9 @@ TEST_F(WorkNote, NextStartKeepsWhatOthersPutThere)
     faxes.write("new.fax", "a fax that came since");
     std::filesystem::create_directory(faxes / "ii_directory");
     recover();
-    EXPECT_EQ(names(faxes), "delivered.fax ii_before ii_directory new.fax x.fax x0_.fax");
+    EXPECT_EQ(names_in(faxes.path()), "delivered.fax ii_before ii_directory new.fax x.fax x0_.fax");
     EXPECT_EQ(read_file(copy), "another fax");
-    EXPECT_EQ(names(work), "");
+    EXPECT_EQ(names_in(work.path()), "");
 }
 
 TEST_F(WorkNote, OfALivingProcessIsLeftAlone)
@@ -110,10 +97,10 @@ TEST_F(WorkNote, OfALivingProcessIsLeftAlone)
     copy_new((faxes / "x.fax").c_str(), copy.c_str());
     note_end();
     recover();
-    EXPECT_EQ(names(faxes), "x.fax x0_.fax") << "the note begun first stands";
-    EXPECT_NE(names(work), "");
+    EXPECT_EQ(names_in(faxes.path()), "x.fax x0_.fax") << "the note begun first stands";
+    EXPECT_NE(names_in(work.path()), "");
     note_end();
-    EXPECT_EQ(names(work), "");
+    EXPECT_EQ(names_in(work.path()), "");
     snprintf(dvWork_dir, sizeof dvWork_dir, "%s", (work / "missing").c_str());
     EXPECT_EQ(note_begin(), 0);
     EXPECT_EQ(copy_new(copy.c_str(), (faxes / "x2_.fax").c_str()), 1) << "deliveries go on without a note";
@@ -123,7 +110,7 @@ TEST_F(WorkNote, OfALivingProcessIsLeftAlone)
 TEST_F(WorkNote, TornLinesNameNothing)
 {
     crash_after([&] { note_will_make((faxes / "ii_abc").c_str()); });
-    const std::string note = work / names(work).c_str(), line = read_file(note);
+    const std::string note = work / names_in(work.path()).c_str(), line = read_file(note);
     std::filesystem::remove(note);
     faxes.write("ii_ab", "what a cut line would name");
     for (size_t length = 0; length <= line.size(); length++)
@@ -132,8 +119,9 @@ TEST_F(WorkNote, TornLinesNameNothing)
             work.write("delivery_note.1.0", line.substr(0, length) + after);
             recover();
             bool whole = length == line.size() || (length == line.size() - 1 && *after);
-            EXPECT_EQ(names(faxes), whole ? "ii_ab x.fax" : "ii_ab ii_abc x.fax") << length << after;
-            EXPECT_EQ(names(work), "");
+            EXPECT_EQ(names_in(faxes.path()), whole ? "ii_ab x.fax" : "ii_ab ii_abc x.fax")
+                << length << after;
+            EXPECT_EQ(names_in(work.path()), "");
         }
 }
 

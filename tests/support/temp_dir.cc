@@ -8,6 +8,7 @@
 #include <filesystem>
 #include <fstream>
 #include <iterator>
+#include <set>
 
 namespace faxtray {
 
@@ -47,6 +48,17 @@ std::string read_file(const std::string &path)
     std::ifstream in(path, std::ios::binary);
     require(in.good(), path);
     return {std::istreambuf_iterator<char>(in), {}};
+}
+
+std::string names_in(const std::string &directory)
+{
+    std::set<std::string> sorted;
+    for (const auto &entry : std::filesystem::directory_iterator(directory))
+        sorted.insert(entry.path().filename());
+    std::string all;
+    for (const auto &name : sorted)
+        all += (all.empty() ? "" : " ") + name;
+    return all;
 }
 
 void set_mtime(const std::string &path, time_t mtime)

@@ -24,6 +24,7 @@ private:
 
 // These give up the test program when the file is not there: a scene that cannot be set proves nothing.
 std::string read_file(const std::string &path);
+std::string names_in(const std::string &directory);  // sorted, with a blank between
 void set_mtime(const std::string &path, time_t mtime);
 
 // An environment variable set (or, with null, unset) for as long as this lives.
