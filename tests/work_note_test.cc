@@ -55,6 +55,9 @@ TEST_F(WorkNote, NextStartRemovesWhatACrashLeft)
         copy_new(fax.c_str(), (faxes / "odd \n%0a\x80.fax").c_str());
         copy_staged(fax.c_str(), (faxes / "y.fax").c_str(), false, path);
         unique_fd(unique_file("FDF.", path));
+        const std::string recoded = "x0_.fax." + std::to_string(getpid());
+        note_will_make((faxes / recoded.c_str()).c_str());
+        faxes.write(recoded, "");
         note_will_make((work / "FDF.child").c_str());
         work.write("FDF.child", "half a ti");
         cv_move(faxes.write("z.tif", "converted").c_str(), (faxes / "x0_.fax").c_str());
@@ -77,14 +80,16 @@ TEST_F(WorkNote, NextStartKeepsWhatOthersPutThere)
         publish((faxes / "x1_.fax").c_str(), published, false);
         copy_new(fax.c_str(), copy.c_str());
         note_will_make((faxes / "ii_before").c_str());
-        note_will_make((faxes / "new.fax").c_str());
+        for (const char *fax_name : {"new.fax", "new.1"})
+            note_will_make((faxes / fax_name).c_str());
         note_will_make((faxes / "ii_directory").c_str());
     });
     std::filesystem::rename(faxes.write("other", "another fax"), copy);
     faxes.write("new.fax", "a fax that came since");
+    faxes.write("new.1", "another one");
     std::filesystem::create_directory(faxes / "ii_directory");
     recover();
-    EXPECT_EQ(names_in(faxes.path()), "delivered.fax ii_before ii_directory new.fax x.fax x0_.fax");
+    EXPECT_EQ(names_in(faxes.path()), "delivered.fax ii_before ii_directory new.1 new.fax x.fax x0_.fax");
     EXPECT_EQ(read_file(copy), "another fax");
     EXPECT_EQ(names_in(work.path()), "");
 }

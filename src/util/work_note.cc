@@ -211,17 +211,19 @@ static bool parse(const char *line, entry_t &entry)
     return unescape(escaped, entry.path);
 }
 
-// Whether that name is one that only we give.
-static bool is_our_name(const char *path)
+// Whether that name is one that only we give, `pid_ext` being what the process of the note put behind names.
+static bool is_our_name(const char *path, const char *pid_ext)
 {
     const char *name = strrchr(path, '/') + 1;
     for (const char *prefix : {"ii_", "FDF.", "FDM."})
         if (strncmp(name, prefix, strlen(prefix)) == 0)
             return true;
-    return name == path + strlen("/tmp/") && strncmp(path, "/tmp/", strlen("/tmp/")) == 0;
+    const char *ext = strrchr(name, '.');
+    return (ext && strcmp(ext, pid_ext) == 0) ||
+           (name == path + strlen("/tmp/") && strncmp(path, "/tmp/", strlen("/tmp/")) == 0);
 }
 
-static bool is_left_over(const entry_t &entry)
+static bool is_left_over(const entry_t &entry, const char *pid_ext)
 {
     identity_t now;
     uid_t owner;
@@ -229,17 +231,18 @@ static bool is_left_over(const entry_t &entry)
         return false;
     if (entry.kind == MADE)
         return now == entry.identity;
-    return entry.kind == WILL_MAKE && now != entry.identity && owner == geteuid() && is_our_name(entry.path);
+    return entry.kind == WILL_MAKE && now != entry.identity && owner == geteuid() &&
+           is_our_name(entry.path, pid_ext);
 }
 
 // False when something that should go is still there.
-static bool remove_left_overs(FILE *in)
+static bool remove_left_overs(FILE *in, const char *pid_ext)
 {
     bool good = true;
     char line[line_size];
     entry_t entry;
     while (fgets(line, sizeof line, in)) {
-        if (!parse(line, entry) || !is_left_over(entry))
+        if (!parse(line, entry) || !is_left_over(entry, pid_ext))
             continue;
         bool removed = unlink(entry.path) == 0;
         good = good && removed;
@@ -249,8 +252,12 @@ static bool remove_left_overs(FILE *in)
     return good;
 }
 
-static void recover(const char *path)
+// `name` is the note's own: "delivery_note.PID.N".
+static void recover(const char *path, const char *name)
 {
+    const char *dot = strchr(name, '.');
+    char pid_ext[16];
+    snprintf(pid_ext, sizeof pid_ext, ".%.*s", static_cast<int>(strcspn(dot + 1, ".")), dot + 1);
     unique_fd fd(open(path, O_RDONLY | O_NOFOLLOW | O_NONBLOCK | O_CLOEXEC));
     struct stat st;
     if (!fd || fstat(fd.get(), &st) != 0 || !S_ISREG(st.st_mode) || st.st_uid != geteuid() ||
@@ -260,7 +267,7 @@ static void recover(const char *path)
     if (!in)
         return;
     (void)fd.release();
-    if (remove_left_overs(in.get()) && unlink(path) != 0)
+    if (remove_left_overs(in.get(), pid_ext) && unlink(path) != 0)
         trprintf("note_recover: unlink(\"%s\") failed: %s.\n", path, strerror(errno));
 }
 
@@ -273,7 +280,7 @@ void note_recover()
     while (const char *name = dir_grep(list.get(), pattern)) {
         char path[MAXPATHLEN];
         if (snprintf(path, sizeof path, "%s/%s", dvWork_dir, name) < static_cast<int>(sizeof path))
-            recover(path);
+            recover(path, name);
         pattern = nullptr;
     }
 }

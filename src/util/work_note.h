@@ -5,7 +5,8 @@
 // it: a note that nobody holds is a dead process's. It names files in two ways, and recovery removes
 //
 //   will make   what stands at a path since, if it is a regular file of our user with a name that no fax has:
-//               "ii_..." (which inbox scans skip), "FDF....", "FDM....", or any name directly in /tmp;
+//               "ii_..." (which inbox scans skip), "FDF....", "FDM....", "ANY.PID", PID being the process
+//               that wrote the note, or any name directly in /tmp;
 //   made        what stands at a path and still is that very file: same device, inode and time of birth.
 //
 // So what shall bear a fax's name is born under one of those names and noted under the other one before it is
