@@ -2,7 +2,6 @@
 #include <gtest/gtest.h>
 #include <unistd.h>
 
-#include "daemon/delivery_procedures.h"
 #include "daemon/retrieval_procedures.h"
 #include "inbox/inbox_lists.h"
 #include "support/temp_dir.h"
@@ -35,15 +34,6 @@ TEST(Procedures, TellTheOldestFaxThatCanBeRead)
     EXPECT_EQ(get_fax_count_1_svc(&ann, nullptr)->count, 1u);
     dump_list(&users);
     user_info = modem_info = nullptr;
-}
-
-TEST(Procedures, DeliverNothingInBackwardCompatibilityModeAndSayYes)
-{
-    client_deliver_req_t request = {};
-    Regd_challenged = 1;
-    EXPECT_EQ(deliver_fax_1_svc(&request, nullptr)->res_type, RES_DELIVER);
-    Regd_challenged = 0;
-    EXPECT_EQ(deliver_fax_1_svc(&request, nullptr)->res_type, RES_ERROR);
 }
 
 }  // namespace faxtray

@@ -1,4 +1,4 @@
-// Forwarders' procedures that do not read a fax.
+// Forwarders' procedures that touch no fax.
 #include "daemon/delivery_procedures.h"
 
 #include <cerrno>
@@ -8,31 +8,10 @@
 #include "daemon/request_checks.h"
 #include "inbox/forwarders.h"
 #include "inbox/inbox_lists.h"
-#include "util/settings.h"
 #include "util/text.h"
 #include "util/trace.h"
 
 namespace faxtray {
-
-in_res_t *deliver_fax_1_svc(client_deliver_req_t *request, svc_req *) noexcept
-{
-    static in_res_t result;
-    trprintf("deliver_fax_1_svc request from inbox \"%s\" to \"%s\" by DF \"%s\".\n", shown(request->inbox),
-             shown(request->recipients), shown(name_of(request->pw)));
-    if (Regd_challenged) {
-        trprintf("deliver_fax_1_svc requires faxregd.\n");
-        return reply(result, RES_DELIVER);  // Kept: old clients read it as success.
-    }
-    if (!lists_are_current(result)) {
-        trprintf("deliver_fax_1_svc: update_lists failed.\n");
-        return &result;
-    }
-    if (!caller_is_valid(request->pw, result))
-        return &result;
-    return error_reply(result, IE_SEND_FAILED, 0,
-                       "Trayd: Send failed for: %s: this server does not deliver faxes.",
-                       shown(request->recipients));
-}
 
 in_res_t *get_ui_1_svc(client_ui_req_t *request, svc_req *) noexcept
 {

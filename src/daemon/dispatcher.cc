@@ -7,10 +7,12 @@
 #include <cstring>
 #include <iterator>
 
+#include "daemon/deliver_procedure.h"
 #include "daemon/delivery_procedures.h"
 #include "daemon/retrieval_procedures.h"
 #include "daemon/status_procedures.h"
 #include "protocol/xdr_records.h"
+#include "registry/regd_client.h"
 
 namespace faxtray {
 
@@ -115,7 +117,9 @@ void in_prog_1(svc_req *request, SVCXPRT *transport) noexcept
         svc_freeargs(transport, procedure.xdr_argument, &argument);  // what was decoded up to the fault
         return;
     }
-    if (in_res_t *result = procedure.body(&argument, request))
+    in_res_t *result = procedure.body(&argument, request);
+    regd_forget_timeout();  // the next request may ask the registry again
+    if (result)
         send_result(transport, result);
     if (!svc_freeargs(transport, procedure.xdr_argument, &argument)) {
         _msgout("unable to free arguments");

@@ -19,15 +19,18 @@
 #include "daemon/options.h"
 #include "daemon/service_loop.h"
 #include "daemon/signals.h"
+#include "deliver/admin_notice.h"
 #include "deliver/exception_log.h"
 #include "inbox/inbox_lists.h"
 #include "protocol/records.h"
 #include "protocol/timed_client.h"
+#include "registry/regd_client.h"
 #include "util/child_process.h"
 #include "util/owned.h"
 #include "util/settings.h"
 #include "util/trace.h"
 #include "util/version_id.h"
+#include "util/work_note.h"
 
 namespace faxtray {
 
@@ -131,6 +134,7 @@ static void start_exception_log()
     char path[sizeof dvWork_dir + sizeof "/exception_log"];
     snprintf(path, sizeof path, "%s/%s", dvWork_dir, "exception_log");
     elog_init("faxtrayd", path, 1);
+    admin_notice_init();
 }
 
 // The host's own name may not resolve, or not to an IPv4 address; then "localhost" tells.
@@ -195,6 +199,7 @@ static void load_lists()
     // A first start makes the delivery root after the lists, too late for the inboxes below it.
     if (root == ROOT_MADE && !reload_lists(&users, &incoming, &User_list, user_info, modem_info))
         note_list_problem();
+    regd_forget_timeout();
 }
 
 // Start-up after the command line, in an order that matters: standard error stays the caller's until
@@ -219,6 +224,7 @@ static void run(options_t &options)
         return;
     dup2(STDOUT_FILENO, STDERR_FILENO);
 
+    note_recover();  // no other faxtrayd runs whose note this could be
     if (!start_service())
         return;
     if (atexit(cleanup) != 0)

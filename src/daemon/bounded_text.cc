@@ -1,0 +1,34 @@
+// Messages of bounded length.
+#include "daemon/bounded_text.h"
+
+#include <cstring>
+
+namespace faxtray {
+
+static constexpr char Ellipsis[] = "...";
+
+bounded_text::bounded_text(char *buffer, size_t size) : text_(buffer), size_(size)
+{
+    text_[0] = '\0';
+}
+
+void bounded_text::append(const char *piece)
+{
+    const size_t room = size_ - end_, n = strlen(piece) + 1;
+    if (n <= room) {
+        memcpy(text_ + end_, piece, n);
+        end_ += n - 1;
+    } else if (room > 0) {
+        memcpy(text_ + end_, piece, room);
+        memcpy(text_ + size_ - sizeof Ellipsis, Ellipsis, sizeof Ellipsis);
+        end_ = size_;
+    }
+}
+
+void bounded_text::drop_last(char ch)
+{
+    if (end_ > 0 && end_ < size_ && text_[end_ - 1] == ch)
+        text_[--end_] = '\0';
+}
+
+}  // namespace faxtray

@@ -1,0 +1,232 @@
+// Procedure 7: the checks, the choice between one recipient and a group, the deliveries, and the message
+// that tells which of them failed.
+#include "daemon/deliver_procedure.h"
+
+#include <cerrno>
+#include <cstdio>
+#include <cstring>
+
+#include "config/attributes.h"
+#include "daemon/bounded_text.h"
+#include "daemon/replies.h"
+#include "daemon/request_checks.h"
+#include "deliver/deliver.h"
+#include "deliver/exception_log.h"
+#include "deliver/log_and_trace.h"
+#include "deliver/notify.h"
+#include "inbox/inbox_index.h"
+#include "inbox/inbox_lists.h"
+#include "util/access.h"
+#include "util/owned.h"
+#include "util/paths.h"
+#include "util/settings.h"
+#include "util/text.h"
+#include "util/trace.h"
+#include "util/version_id.h"
+
+namespace faxtray {
+
+static constexpr char Here[] = "deliver_fax_1_svc";
+static constexpr int Log_and_stderr = ELOG_FILE | ELOG_STDERR;
+
+// How the last delivery went, in words: what deliver() said, or that there was no such recipient.
+static char account[4096];
+
+// The checks. Each that fails makes `result` the error reply to return.
+
+static bool caller_forwards_for(const client_deliver_req_t &request, const char *inbox, in_res_t &result)
+{
+    if (caller_is_forwarder(request.pw, inbox, result))
+        return true;
+    error_reply(result, IE_NOT_DF, 0, "Trayd: User \"%s\" is not DF for inbox \"%s\".",
+                shown(name_of(request.pw)), inbox);
+    trprintf("%s: %s\n", Here, buf);
+    return false;
+}
+
+// The incoming inbox with its index, or null.
+static const user_node_t *loaded_inbox(const char *inbox, in_res_t &result)
+{
+    user_node_t *node = find_node(incoming, inbox);
+    if (node == nullptr) {
+        error_reply(result, IE_INVALID, 0, "Trayd: Invalid inbox name: [%s].", inbox);
+        trprintf("%s: %s\n", Here, buf);
+        return nullptr;
+    }
+    if (node->index == nullptr && !load_inbox(node)) {
+        trprintf("%s: load_inbox failed for for inbox \"%s\".\n", Here, inbox);
+        error_reply(result, IE_STATE, 0, "Trayd: Can't update index.");
+        return nullptr;
+    }
+    return node;
+}
+
+// Writes the full path of the fax, which can be read, into `path` of MAXPATHLEN bytes.
+static bool find_fax(const user_node_t &node, faxid_t faxid, char *path, in_res_t &result)
+{
+    const char *inbox = inbox_name(&node);
+    const int id = static_cast<int>(faxid);
+    const file_node_t *fax = get_file_node(node.index, faxid);
+    if (fax == nullptr) {
+        trprintf("%s: get_file_node failed for faxid \"%d\" in inbox \"%s\".\n", Here, id, inbox);
+        error_reply(result, IE_INVALID, 0, "Trayd: Invalid fax id: %d", id);
+        return false;
+    }
+    errno = 0;
+    const char *made = mk_path(node.inbox, fax->name);
+    if (made == nullptr) {
+        const int error = errno;
+        trprintf("%s: mk_path failed for fax \"%s\" in inbox \"%s\".\n", Here, fax->name, inbox);
+        error_reply(result, IE_SYSTEM, error, "Inbox: Invalid file path for fax id: %d", id);
+        return false;
+    }
+    snprintf(path, MAXPATHLEN, "%s", made);  // mk_path's own is soon another
+    if (!is_readable_file(path)) {
+        trprintf("%s: file \"%s\" corresponding to faxid \"%ld\" in inbox \"%s\" is unreadable.\n", Here,
+                 path, static_cast<long>(faxid), inbox);
+        error_reply(result, IE_SYSTEM, EACCES, "Inbox: Fax id %d file \"%s\" unreadable.", id, path);
+        return false;
+    }
+    return true;
+}
+
+static const av_list_t *find_recipient(const char *recipients, in_res_t &result)
+{
+    const av_list_t *entry = recipients ? User_list.users.get(recipients) : nullptr;
+    if (entry == nullptr) {
+        trprintf("deliver_fax_1_svc: invalid recipient: [%s].\n", shown(recipients));
+        error_reply(result, IE_BAD_RECIPIENT, 0, "Trayd: Invalid recipient name: [%s].", shown(recipients));
+    }
+    return entry;
+}
+
+// The deliveries.
+
+namespace {
+
+// To one recipient, or to each member of a group.
+struct send_t {
+    const char *names;  // comma-separated
+    bool single;
+    int code;             // of the error reply, should one of them fail
+    const char *message;  // how that reply begins
+};
+
+}  // namespace
+
+static send_t choose_send(const av_list_t *entry, const char *recipients)
+{
+    if (const av_node_t *group = as_get_av_node(AS_GROUP, entry)) {
+        trprintf("deliver_fax_1_svc:  group send [%s]\n", group->value);
+        return {group->value, false, IE_GROUP_SEND_FAILED, "Trayd: Group send failed for: "};
+    }
+    trprintf("deliver_fax_1_svc:  single send [%s]\n", recipients);
+    return {recipients, true, IE_SEND_FAILED, "Trayd: Send failed for: "};
+}
+
+// Delivers to the recipient `entry` and tells whoever is to be told; true when that went well. Kept: a
+// problem fax that arrived counts as failed, and everybody is told so.
+static bool deliver_to(const av_list_t *entry, const char *name, const char *path)
+{
+    static char destination[MAXPATHLEN];
+    destination[0] = '\0';
+    const int ret = deliver_fax(entry, path, account, destination, nullptr, 0);
+    trprintf("deliver_fax_1_svc: ret=%d, %s, %s->%s\n", ret, name, path, destination);
+    if (ret == DELIVERED) {
+        notify(entry, "faxtray: Fax delivered to you", account, IV_WHEN_TO_NOTIFY_FAX_INCOMING);
+        return true;
+    }
+    static constexpr char unable[] = "faxtray: Unable to deliver your fax";
+    notify(entry, unable, account, IV_WHEN_TO_NOTIFY_FAX_FAILURES);
+    notify(User_list.users.get("admin"), unable, account, IV_WHEN_TO_NOTIFY_FAX_FAILURES);
+    elog_writef(SCCS_ID, __FILE__, __LINE__, ELOG_WARNING, Log_and_stderr, "%s -- deliver_fax->%d", account,
+                ret);
+    return false;
+}
+
+static void add_failure(bounded_text &message, const char *name, bool single)
+{
+    message.append(name);
+    message.append(",");
+    if (single)
+        message.append(account);
+}
+
+// Serves one name; false when its delivery failed, which then stands in `message`.
+static bool serve(const char *name, const char *path, bool single, bounded_text &message)
+{
+    const av_list_t *entry = User_list.users.get(name);
+    if (entry == nullptr) {
+        add_failure(message, name, single);
+        snprintf(account, sizeof account, "deliver_fax_1_svc: '%s' not found in user list!\n", name);
+        log_and_trace({ELOG_WARNING, Log_and_stderr}, "deliver_fax_1_svc: '%s' not found in user list!\n",
+                      name);
+        return false;
+    }
+    if (deliver_to(entry, name, path))
+        return true;
+    const char *human_name = av_getv(entry, "human_name");
+    add_failure(message, human_name ? human_name : name, single);
+    return false;
+}
+
+// Kept: the reason stands twice in a single send's message, whole and as its first line.
+static void close_message(bounded_text &message, bool single)
+{
+    message.drop_last(',');
+    if (!single)
+        return;
+    account[strcspn(account, "\n")] = '\0';
+    message.append(account);
+}
+
+static in_res_t *deliver(const send_t &send, const char *path, in_res_t &result)
+{
+    char **names = nullptr;
+    const int count = split(send.names, ',', &names);
+    if (count < 0) {
+        const int error = errno;
+        trprintf("Trayd: Can't split '%s'.\n", send.names);
+        return error_reply(result, IE_SYSTEM, error, "Trayd: Can't make a list from '%s'", send.names);
+    }
+    const std::unique_ptr<char *, deleter<std::free>> names_owner(names);
+
+    account[0] = '\0';  // no word of an earlier request
+    bounded_text message(buf, sizeof buf);
+    message.append(send.message);
+    bool failed = false;
+    for (int i = 0; i < count; i++)  // one failure does not stop the others
+        failed |= !serve(names[i], path, send.single, message);
+    if (!failed)
+        return reply(result, RES_DELIVER);
+    close_message(message, send.single);
+    return error_reply(result, err_t{send.code, 0, buf});
+}
+
+in_res_t *deliver_fax_1_svc(client_deliver_req_t *request, svc_req *) noexcept
+{
+    static in_res_t result;
+    static char path[MAXPATHLEN];
+    const char *inbox = request->inbox ? request->inbox : "";  // a handle that is not there matches none
+    trprintf("deliver_fax_1_svc request from inbox \"%s\" to \"%s\" by DF \"%s\".\n", shown(request->inbox),
+             shown(request->recipients), shown(name_of(request->pw)));
+    if (Regd_challenged) {
+        trprintf("deliver_fax_1_svc requires faxregd.\n");
+        return reply(result, RES_DELIVER);  // Kept: old clients read it as success.
+    }
+    if (!lists_are_current(result)) {
+        trprintf("deliver_fax_1_svc: update_lists failed.\n");
+        return &result;
+    }
+    if (!caller_is_valid(request->pw, result) || !caller_forwards_for(*request, inbox, result))
+        return &result;
+    const user_node_t *node = loaded_inbox(inbox, result);
+    if (node == nullptr || !find_fax(*node, request->faxid, path, result))
+        return &result;
+    const av_list_t *entry = find_recipient(request->recipients, result);
+    if (entry == nullptr)
+        return &result;
+    return deliver(choose_send(entry, request->recipients), path, result);
+}
+
+}  // namespace faxtray

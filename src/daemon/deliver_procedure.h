@@ -1,0 +1,16 @@
+// deliver_procedure: a forwarder hands a fax of an incoming inbox to a user or to a group.
+//
+// The fax stays where it is; removing it is the forwarder's own request. The one thread serves nobody
+// else until every recipient has had its turn.
+#pragma once
+
+#include <rpc/rpc.h>
+
+#include "protocol/records.h"
+
+namespace faxtray {
+
+// The result is static, valid until the next request.
+in_res_t *deliver_fax_1_svc(client_deliver_req_t *request, svc_req *) noexcept;
+
+}  // namespace faxtray

@@ -1,0 +1,145 @@
+// Who is told of an entry of the exception log: the site's command of each, the administrator of those that
+// admin_notify_level names, and of no more a day than admin_exception_volume says.
+#include "deliver/admin_notice.h"
+
+#include <algorithm>
+#include <cerrno>
+#include <climits>
+#include <cstdio>
+#include <cstdlib>
+#include <ctime>
+#include <new>
+#include <string>
+
+#include "config/attributes.h"
+#include "deliver/exception_log.h"
+#include "deliver/log_callback.h"
+#include "deliver/notify.h"
+#include "registry/regd_client.h"
+#include "util/clock_text.h"
+#include "util/node_queue.h"
+#include "util/settings.h"
+#include "util/version_id.h"
+
+namespace faxtray {
+
+static constexpr int Exception_log_type = 2;      // of run_log_callbacks
+static constexpr int Default_volume = 5;          // notices a day
+static constexpr time_t Hold = 24 * 60 * 60;      // seconds that a notice counts against the volume
+static constexpr size_t Subject_characters = 30;  // of the entry's message
+
+static constexpr int Log_and_stderr = ELOG_FILE | ELOG_STDERR;
+
+// The registry's record of the administrator; null when there is none, with an entry of its own.
+static av_list_ptr admin_record(int queue)
+{
+    regd_handle_t *handle = regd_open(nullptr, queue);
+    if (handle == nullptr) {
+        elog_writef(SCCS_ID, __FILE__, __LINE__, ELOG_ERROR, Log_and_stderr,
+                    "elog_writef:  Could not open connection to info server.");
+        return nullptr;
+    }
+    const av_list_t *entry = regd_get_ui_entry(handle, regd_credentials(), "admin");
+    av_list_ptr admin(entry ? av_copy(entry) : nullptr);
+    regd_close(handle);
+    if (!admin)
+        elog_writef(SCCS_ID, __FILE__, __LINE__, ELOG_ERROR, Log_and_stderr,
+                    "elog_writef:  Could not get the admin record.");
+    return admin;
+}
+
+// The least severe level that the administrator wants to hear of; -1 for none.
+static int lowest_level(const av_list_t *admin)
+{
+    switch (as_get_value_handle_av(AS_ADMIN_NOTIFY_LEVEL, admin)) {
+    case IV_NOTIFY_LEVEL_FATAL:
+        return ELOG_FATAL;
+    case IV_NOTIFY_LEVEL_ERROR:
+        return ELOG_ERROR;
+    case IV_NOTIFY_LEVEL_WARNING:
+        return ELOG_WARNING;
+    case IV_NOTIFY_LEVEL_NOTICE:
+        return ELOG_NOTICE;
+    default:
+        return -1;
+    }
+}
+
+// Notices a day, as the record says it: may be below 1.
+static int daily_volume(const av_list_t *admin)
+{
+    const av_node_t *node = as_get_av_node(AS_ADMIN_EXCEPTION_VOLUME, admin);
+    if (node == nullptr)
+        return Default_volume;
+    char *end;
+    const long volume = strtol(node->value, &end, 10);
+    return end == node->value ? Default_volume : static_cast<int>(std::clamp(volume, 0L, long{INT_MAX}));
+}
+
+static std::string limit_note(int volume)
+{
+    const time_t release = nhead();
+    char note[256];
+    snprintf(note, sizeof note,
+             "\nThe notification limit of '%d' for the admin's record in the\nUSER_LIST.info file has been "
+             "reached.\nFurther notification will be held until: %s",
+             volume, cv_ctime(&release));
+    return note;
+}
+
+static void send_notice(const av_list_t *admin, const elog_entry_t &entry, int volume, bool limited)
+{
+    std::string subject = "Ondrix: exception logged", message;
+    if (entry.written < 0) {
+        // Kept: takes no place in the queue; that nothing can be logged is told each time.
+        message = "elog_writef: Error posting to exception log\n";
+    } else {
+        nenq(time(nullptr) + Hold);
+        message = std::string(entry.prefix) + entry.message;
+        subject += ": " + std::string(entry.message).substr(0, Subject_characters);
+        subject.resize(std::min(subject.find('\n'), subject.size()));
+    }
+    if (limited && ncount() == volume)
+        message += limit_note(volume);
+    notify(admin, subject.c_str(), message.c_str(), IV_WHEN_TO_NOTIFY_FAX_EXCEPTION);
+}
+
+// The queue holds, for each notice of the last day, the time from which it counts no longer.
+static void notify_administrator(const elog_entry_t &entry)
+{
+    const av_list_ptr admin = admin_record(entry.queue);
+    if (!admin || entry.level < ELOG_FATAL || entry.level > lowest_level(admin.get()))
+        return;
+    for (const time_t now = time(nullptr); ncount() > 0 && nhead() <= now;)
+        ndeq();
+    int volume = daily_volume(admin.get());
+    const bool limited = volume >= 1;
+    if (!limited) {  // Kept: "below 1" is no limit at all.
+        volume = 1;
+        npurge();
+    }
+    if (volume > ncount())
+        send_notice(admin.get(), entry, volume, limited);
+}
+
+static void tell(const elog_entry_t &entry)
+try {
+    if (*dvLog_callbacks) {
+        // Kept: the format as it stands in the code, not the message.
+        const std::string text = std::string(entry.prefix) + entry.format + entry.trailer;
+        run_log_callbacks(dvLog_callbacks, Exception_log_type, text.c_str());
+    }
+    if (entry.notify)
+        notify_administrator(entry);
+} catch (const std::bad_alloc &) {
+    if (entry.notify)  // not of what is logged here itself
+        elog_writef(SCCS_ID, __FILE__, __LINE__, ELOG_ERROR, Log_and_stderr,
+                    "elog_writef:  Memory allocation error, %d", ENOMEM);
+}
+
+void admin_notice_init()
+{
+    elog_set_notifier(tell);
+}
+
+}  // namespace faxtray

@@ -1,0 +1,50 @@
+// Runs the command that -L names, once for each entry. It may fail, die or read nothing: that costs a trace
+// line and its own running time.
+#include "deliver/log_callback.h"
+
+#include <sys/wait.h>
+
+#include <cerrno>
+#include <cstring>
+#include <string>
+
+#include "util/child_process.h"
+#include "util/empty_format.h"
+#include "util/trace.h"
+
+namespace faxtray {
+
+static constexpr int Log_types = 3;
+
+// Why the command failed goes into the trace; 1 when it did not.
+static int judge(const std::string &command_line, int status)
+{
+    if (status < 0)
+        trprintf("run_log_callbacks: pclose: %s.\n", strerror(errno));
+    else if (WIFSIGNALED(status))
+        trprintf("run_log_callbacks: \"%s\" terminated abnormally.\n", command_line.c_str());
+    else if (WEXITSTATUS(status) != 0)
+        trprintf("run_log_callbacks: \"%s\" exited with code %d\n", command_line.c_str(),
+                 WEXITSTATUS(status));
+    return status == 0;
+}
+
+int run_log_callbacks(const char *command, int log_type, const char *text)
+{
+    if (log_type < 0 || log_type >= Log_types) {
+        trprintf("run_log_callbacks: Invalid log_type: %d.\n", log_type);
+        return 0;
+    }
+    const std::string command_line = std::string(command) + ' ' + std::to_string(log_type);
+    // Kept: the text is taken for a format; commands in use expect "%%" to come as "%".
+    const std::string printed = print_empty_format(text);
+    FILE *pipe = child_popen(command_line.c_str(), "w");
+    if (pipe == nullptr) {
+        trprintf("run_log_callbacks: popen: %s.\n", strerror(errno));
+        return 0;
+    }
+    fwrite(printed.data(), 1, printed.size(), pipe);  // a command that does not read has its reasons
+    return judge(command_line, child_pclose(pipe));
+}
+
+}  // namespace faxtray
