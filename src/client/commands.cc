@@ -52,7 +52,7 @@ std::string cure_for(const client_failure &failure)
 static exit_status explain(const inbox_client &client, const std::string &what = "")
 {
     const client_failure &why = client.failure();
-    fprintf(stderr, "faxtray: %s%s", what.c_str(), printable(why.message).c_str());
+    fprintf(stderr, "faxtray: %s%s", what.c_str(), printable_lines(why.message).c_str());
     if (why.kind == client_failure::SERVER)
         fprintf(stderr, " (code %d)", why.code);
     std::string cure = cure_for(why);
@@ -297,12 +297,17 @@ exit_status commit_command(session &s)
     return EXIT_DONE;
 }
 
+// Seconds. The server answers when the last member of a group has been served, its mail sent and its
+// format changed.
+static constexpr int Delivery_timeout = 600;
+
 exit_status deliver_command(session &s)
 {
     if (!s.inbox) {
         fprintf(stderr, "faxtray: deliver takes a fax from an incoming inbox: name it with --inbox\n");
         return EXIT_USAGE;
     }
+    s.client.set_timeout(std::max(s.chosen.timeout, Delivery_timeout));
     if (!s.client.deliver_fax(*s.inbox, s.chosen.ids[0], s.chosen.recipient))
         return explain(s.client);
     return EXIT_DONE;

@@ -96,6 +96,7 @@ public:
     inbox_client &operator=(const inbox_client &) = delete;
 
     void set_password_hash(const std::string &hash);
+    void set_timeout(int seconds) { timeout_.tv_sec = seconds; }  // of the calls to come
     // Asks the host's port mapper for faxtrayd and connects, all within the timeout.
     bool connect(const std::string &host);
     const client_failure &failure() const { return failure_; }

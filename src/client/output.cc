@@ -32,6 +32,17 @@ std::string printable(const std::string &text)
     return shown;
 }
 
+std::string printable_lines(const std::string &text)
+{
+    std::string shown;
+    for (size_t begin = 0; begin <= text.size();) {
+        const size_t end = std::min(text.find('\n', begin), text.size());
+        shown += (begin == 0 ? "" : "\n  ") + printable(text.substr(begin, end - begin));
+        begin = end + 1;
+    }
+    return shown;
+}
+
 std::string file_name_for(const fax_entry &fax)
 {
     bool plain = !fax.name.empty() && fax.name[0] != '.' && fax.name[0] != '-' && fax.name.size() <= 255 &&

@@ -11,6 +11,7 @@ namespace faxtray {
 // `text` with all that the locale cannot print as "\xNN" and "\" as "\\", so that nothing a stranger
 // wrote steers the terminal.
 std::string printable(const std::string &text);
+std::string printable_lines(const std::string &text);  // line feeds stay; later lines are indented
 
 // A file name for the fax: its own, when that is a plain one; else "fax-ID".
 std::string file_name_for(const fax_entry &fax);
