@@ -26,7 +26,8 @@ run_tests() { # DIRECTORY
     ctest --test-dir "$1" -j "$jobs" --output-on-failure --progress </dev/null
 }
 
-need $build_packages $service_packages $bench_packages clang-14 clang-tidy-14 clang-format-14 libclang-rt-14-dev mandoc python3
+need $build_packages $service_packages $bench_packages clang-14 clang-tidy-14 clang-format-14 libclang-rt-14-dev mandoc python3 strace
+need_mail_agent
 
 step "Layout of the sources"
 git ls-files -z '*.cc' '*.h' | xargs -0 clang-format-14 --dry-run --Werror
@@ -54,3 +55,8 @@ step "Tests of the release build"
 configure build -DCMAKE_BUILD_TYPE=Release
 build build
 run_tests build
+
+if [ "$(id -u)" = 0 ]; then
+    step "Killed at every fifth system call of a delivery"
+    scripts/kill-test.sh 5 </dev/null || [ $? = 77 ] # 77: no private hosts here
+fi

@@ -1,0 +1,167 @@
+#!/bin/bash
+# Kills faxtrayd at the system calls of a delivery, one after the other, each time starts it again, and looks
+# whether anything was lost or left behind: the received fax is whole, what shows in the inbox is whole, no
+# temporary stays, and the same delivery then succeeds.
+#
+# usage: scripts/kill-test.sh [STEP]    as root; with STEP, at every STEPth call only
+#
+# Six deliveries: into an inbox on the file system of the received faxes, into one on another, coded anew,
+# converted to TIFF and to PDF on the way, and by mail. The daemon should be a release build: a sanitizer makes
+# calls of its own.
+# Runs on a private host (namespaces) and in a temporary directory.
+set -euo pipefail
+cd "$(dirname "$0")/.."
+source scripts/deps.sh
+
+step=${1:-1}
+if [ "${2:-}" != on-private-host ]; then
+    [ "$(id -u)" = 0 ] || { echo "kill-test.sh: run me as root: the test makes a private host" >&2; exit 1; }
+    need $build_packages $service_packages strace
+    [ -e build/CMakeCache.txt ] || cmake -S . -B build -DCMAKE_BUILD_TYPE=Release -DFAXTRAY_TESTS=ON >/dev/null
+    cmake --build build -j "$(nproc)" --target faxtrayd faxtray on_private_host | tail -n 1
+    exec build/bin/on_private_host bash scripts/kill-test.sh "$step" on-private-host
+fi
+
+top=$PWD
+export PATH=$top/build/bin:$PATH
+work=$(mktemp -d)
+site=$work/site
+log=$work/log # what the daemon, strace and the client say
+trap 'umount "$site/inboxes/other"; rm -rf "$work" /tmp/victim*' EXIT
+failures=0
+
+fail() { # WHAT...
+    echo "FAILED: $*"
+    failures=$((failures + 1))
+}
+
+add_converter() { # NAME SCRIPT
+    printf '#!/bin/sh\n%s\n' "$2" >"$site/utils/$1"
+    chmod 755 "$site/utils/$1"
+}
+
+make_site() {
+    mkdir -p "$site"/{work,incoming,utils,inboxes/{same,other,recoded,tiff,pdf,mail}} "$work/expected"
+    mount -t tmpfs tmpfs "$site/inboxes/other"
+    cp tests/data/faxes/letter-mmr.fax "$work/original"
+    add_converter tiffconv '(printf TIFF; cat "$2") >"$3"'
+    add_converter rasterps2 '(printf PS; cat "$3") >"$2"'
+    add_converter distill '(printf PDF; cat "$1") >"${1%.ps}.pdf"'
+    cat >"$site/USER_LIST.info" <<END
+[default]
+delivery_dir_root = $site/inboxes
+delivery_file_format = as_received
+[desk]
+forwarder = Desk
+[same]
+[other]
+[recoded]
+delivery_file_format = g3
+[tiff]
+delivery_file_format = tiff_f
+[pdf]
+delivery_file_format = pdf
+[mail]
+email_address = mail
+delivery_method = sunmail_attach
+delivery_file_format = tiff_f
+END
+    printf '[ttyS0]\nincoming_dir = %s\nincoming_gui = Desk\n' "$site/incoming" >"$site/MODEMS.info"
+}
+
+# The received fax anew, and nothing delivered.
+clear_site() {
+    rm -rf "$site"/inboxes/*/[!.]* "$site"/incoming/[!.]* /tmp/victim*
+    cp "$work/original" "$site/incoming/victim.fax"
+    touch -d '10 minutes ago' "$site/incoming/victim.fax"
+}
+
+desk() { setsid -w faxtray -u desk --inbox Desk "$@" </dev/null; }
+
+start_daemon() {
+    # Not a job of this shell, which would report how it ends.
+    daemon=$(
+        cd "$site"
+        ONDRIXHOME=$site PATH=$site/utils:$PATH faxtrayd -f -d 0 >>"$log" 2>&1 &
+        echo $!
+    )
+    until faxtray status >/dev/null 2>&1; do
+        kill -0 $daemon 2>/dev/null || { cat "$log" "$site/work/trayd_log"; exit 1; }
+    done
+    fax=$(desk list | awk 'NR == 2 { print $1 }')
+}
+
+stop_daemon() { # SIGNAL
+    kill "-$1" $daemon 2>/dev/null || true
+    while kill -0 $daemon 2>/dev/null; do :; done
+}
+
+# Delivers to RECIPIENT while strace watches the daemon.
+deliver_traced() { # RECIPIENT STRACE-OPTION...
+    local recipient=$1 tracer
+    shift
+    strace -qq -p $daemon "$@" 2>>"$log" &
+    tracer=$!
+    until grep -q "TracerPid:.$tracer" /proc/$daemon/status 2>/dev/null; do
+        kill -0 $tracer 2>/dev/null || break
+    done
+    desk deliver "$fax" "$recipient" >>"$log" 2>&1 || true
+    kill -INT $tracer 2>/dev/null || true
+    wait $tracer 2>/dev/null || true
+}
+
+# Whether the site is as it should be, whatever happened to a delivery to RECIPIENT.
+check() { # RECIPIENT WHERE
+    cmp -s "$work/original" "$site/incoming/victim.fax" || fail "$2: the received fax is not what it was"
+    local file
+    for file in "$site"/inboxes/*/* "$site"/incoming/*; do
+        case $file in
+        */inboxes/$1/ii_*) fail "$2: left behind: $file" ;;
+        */inboxes/$1/*) cmp -s "$file" "$work/expected/$1" || fail "$2: not whole: $file" ;;
+        */incoming/victim.fax | *'*') ;;
+        *) fail "$2: left behind: $file" ;;
+        esac
+    done
+    file=$(cd "$site/work" && ls | grep -v -x -e trayd_log -e exception_log) && fail "$2: left behind: work/$file"
+    file=$(ls /tmp | grep "^victim.*[^s]$") && fail "$2: left behind: /tmp/$file"
+    return 0
+}
+
+kill_at_every_call_of() { # RECIPIENT
+    clear_site
+    start_daemon
+    deliver_traced "$1" -o "$work/calls"
+    cat "$site/inboxes/$1"/* >"$work/expected/$1" 2>/dev/null || true # a mail leaves none
+
+    # What to kill at: "NAME COUNT", the COUNTth call of that NAME.
+    awk -F'(' '/^[a-z_0-9]+\(/ { print $1, ++seen[$1] }' "$work/calls" >"$work/places"
+    local tries=0 kills=0 number=0 name count
+    while read -r name count; do
+        number=$((number + 1))
+        [ $(((number - 1) % step)) = 0 ] || continue
+        clear_site
+        tries=$((tries + 1))
+        deliver_traced "$1" -o /dev/null -e "inject=$name:signal=KILL:when=$count"
+        kill -0 $daemon 2>/dev/null || kills=$((kills + 1))
+        stop_daemon KILL
+        # What the daemon started may outlive it.
+        while pgrep -f 'tiffconv|rasterps2|distill|sendmail' >/dev/null; do :; done
+        start_daemon
+        check "$1" "$1, killed at call $number, $name $count"
+        desk deliver "$fax" "$1" >>"$log" 2>&1 || fail "$1, after call $number: cannot be delivered again"
+        { cat "$site/inboxes/$1"/* 2>/dev/null || true; } | cmp -s - "$work/expected/$1" ||
+            fail "$1, after call $number: delivered again, the inbox holds $(ls "$site/inboxes/$1")"
+        check "$1" "$1, delivered again after call $number"
+    done <"$work/places"
+    stop_daemon TERM
+    echo "$1: $number system calls, killed at $kills of $tries"
+    # The last calls, after the reply, come or come not before strace is gone.
+    [ "$1" != recoded ] || grep -qa ^COMPRESSION:0 "$work/expected/$1" || fail "$1: is not"
+    [ $((kills * 4)) -ge $((tries * 3)) ] || fail "$1: too many did not end the daemon"
+}
+
+make_site
+for recipient in same other recoded tiff pdf mail; do
+    kill_at_every_call_of $recipient
+done
+[ $failures = 0 ] || { echo "$failures failures"; exit 1; }

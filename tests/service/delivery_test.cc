@@ -1,0 +1,307 @@
+// Delivery by a forwarder: where faxes go, who is told, and what is left when something fails.
+#include <gtest/gtest.h>
+#include <sys/mount.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <cstdlib>
+#include <filesystem>
+#include <set>
+
+#include "requests.h"
+#include "support/daemon.h"
+#include "support/private_host.h"
+#include "support/registry.h"
+
+namespace faxtray {
+
+// A fax of the incoming inbox to a recipient, by the forwarder Bea.
+static reply_t deliver(const site &s, const std::string &fax, const std::string &recipient)
+{
+    for (const listed_fax_t &listed : list(bea, s.handle()))
+        if (listed.name == fax)
+            return call(7, bea + text(s.handle()) + word(listed.id) + text(recipient));
+    ADD_FAILURE() << fax << " is not listed";
+    return {};
+}
+
+// Names in a directory, markers left out; a blank behind each.
+static std::string names_in(const std::string &directory)
+{
+    std::set<std::string> names;
+    for (const auto &entry : std::filesystem::directory_iterator(directory))
+        if (entry.path().filename() != ".inbox_index")
+            names.insert(entry.path().filename());
+    std::string all;
+    for (const std::string &name : names)
+        all += name + " ";
+    return all;
+}
+
+// Nothing that a delivery made is left but what it delivered.
+static void expect_no_temporaries(const site &s, const std::string &faxes)
+{
+    EXPECT_EQ(names_in(s.incoming()), faxes);
+    const std::string logs = names_in(s / "work");
+    EXPECT_EQ(logs.substr(logs.find("trayd_log")), "trayd_log ") << logs;
+}
+
+// The attachment of a mail, whatever its kind, as an independent reader finds it.
+static std::string attachment(const site &s, const std::string &mail)
+{
+    s.add(s.path(), "mail", mail.substr(mail.find('\n') + 1));
+    s.add(s.path(), "attachment.py", R"(
+import base64, binascii, email, email.policy, re, sys
+text = open('mail', 'rb').read()
+message = email.message_from_bytes(text, policy=email.policy.default)
+if message.is_multipart():
+    part = list(message.iter_attachments())[-1]
+    assert not message.defects and not part.defects, (message.defects, part.defects)
+    data = part.get_payload(decode=True)
+elif b'\nbegin 444 ' in text:
+    lines = re.search(rb'\nbegin 444 \S+\n(.*?)\n`\nend\n', text, re.S).group(1).split(b'\n')
+    data = b''.join(binascii.a2b_uu(line) for line in lines)
+else:
+    data = base64.b64decode(re.split(rb'\n-+snip-+ base64\n', text)[1], validate=False)
+sys.stdout.buffer.write(data)
+)");
+    return run_shell("cd " + s.path() + " && python3 attachment.py").output;
+}
+
+// "[name]" and settings, with the format left as received.
+static std::string user(const std::string &name, const std::string &settings)
+{
+    return "[" + name + "]\ndelivery_file_format = as_received\nemail_address = " + name + "@example.com\n" +
+           settings + "\n";
+}
+
+TEST(Delivery, ReachesTheInboxAndReplacesNoOtherFax)
+{
+    site s;
+    s.write_users(user("Cy", ""));
+    const std::string first = s.add_fax(s.incoming(), "f0001.fax");
+    running_daemon daemon(s, {"-d", "0"});
+    for (int times = 0; times < 2; times++)  // the same delivery done twice is one
+        EXPECT_EQ(deliver(s, "f0001.fax", "CY").res_type(), 6);
+    const std::string other = s.add_fax(s.incoming(), "f0001.fax");  // from another modem, say
+    for (int times = 0; times < 2; times++)
+        EXPECT_EQ(deliver(s, "f0001.fax", "cy").res_type(), 6);
+
+    EXPECT_EQ(names_in(s.inbox("cy")), "f00010_.fax f00010__2.fax ");
+    EXPECT_TRUE(read_file(s.inbox("cy") + "/f00010_.fax") == first);
+    EXPECT_TRUE(read_file(s.inbox("cy") + "/f00010__2.fax") == other);
+    EXPECT_TRUE(read_file(s.incoming() + "/f0001.fax") == other) << "stays until it is removed";
+    s.add(s.incoming(), "letter.fax", read_file(TEST_DATA "/faxes/letter-mmr.fax"));
+    EXPECT_EQ(deliver(s, "letter.fax", "al smith").message(), "");
+    EXPECT_NE(read_file(s.inbox("alsmith") + "/letter0_.fax").find("\nCOMPRESSION:0\n"), std::string::npos)
+        << "coded anew";
+    expect_no_temporaries(s, "f0001.fax letter.fax ");
+    for (const char *name : {"/f00010_.fax", "/f00010__2.fax"})
+        set_mtime(s.inbox("cy") + name, 1'700'100'000);
+    EXPECT_EQ(list(identity("cy")).size(), 2u);
+}
+
+TEST(Delivery, MailsTheFaxWholeInEveryForm)
+{
+    site s;
+    s.write_users(user("mime", "delivery_method = mimemail_attach") +
+                  user("sun", "delivery_method = sunmail_attach") +
+                  user("uu", "delivery_method = email_body") +
+                  user("base", "delivery_method = email_body\ndelivery_body_encoding = base64"));
+    const std::string fax = s.add_fax(s.incoming(), "f0001.fax", 100'001);
+    running_daemon daemon(s);
+    take_mail();
+    for (const char *name : {"mime", "sun", "uu", "base"}) {
+        EXPECT_EQ(deliver(s, "f0001.fax", name).res_type(), 6) << name;
+        const std::vector<std::string> mails = take_mail();
+        ASSERT_EQ(mails.size(), 1u) << name;
+        EXPECT_EQ(mails[0].find("args: -om " + std::string(name) + "@example.com\n"), 0u);
+        EXPECT_NE(mails[0].find("Subject: Incoming fax from UNKNOWN\n"), std::string::npos);
+        EXPECT_TRUE(attachment(s, mails[0]) == fax) << name << ": not what was received\n";
+    }
+    expect_no_temporaries(s, "f0001.fax ");
+}
+
+// The site's converters, which say what they were given.
+static void add_converters(const site &s)
+{
+    const std::pair<const char *, const char *> scripts[] = {
+        {"utils/tiffconv", "#!/bin/sh\ntest $1 = -m && (printf TIFF; cat $2) >$3\n"},
+        {"rasterps2", "#!/bin/sh\ntest $1 = -f && (printf PS; cat $3) >$2\n"},
+        {"distill", "#!/bin/sh\n(printf PDF; cat $1) >${1%.ps}.pdf\n"}};
+    for (const auto &[name, script] : scripts) {
+        const std::string path = s / name;
+        s.add(std::filesystem::path(path).parent_path(), std::filesystem::path(path).filename(), script);
+        ASSERT_EQ(chmod(path.c_str(), 0755), 0);
+    }
+}
+
+TEST(Delivery, GoesThroughTheSitesConvertersAndCommands)
+{
+    site s;
+    const scoped_env path("PATH", (s.path() + ":" + getenv("PATH")).c_str());
+    add_converters(s);
+    s.add(s.path(), "fail", "exit 3\n");
+    s.add(s.path(), "take", "{ echo \"$2\"; cat; cat \"$1\"; } >taken\n");
+    s.write_users(user("tiff", "delivery_file_format = tiff_f") + user("pdf", "delivery_file_format = pdf") +
+                  user("mailed", "delivery_file_format = tiff_f\ndelivery_method = mimemail_attach") +
+                  user("short", "delivery_naming = 8.3") +
+                  "[taker]\ndelivery_method = exec:sh take\ndelivery_file_format = as_received\n" +
+                  user("fails", "delivery_method = exec: sh fail"));
+    const std::string fax = s.add_fax(s.incoming(), "f0001.fax");
+    running_daemon daemon(s);
+    take_mail();
+    for (const char *name : {"tiff", "pdf", "mailed", "short", "taker"})
+        EXPECT_EQ(deliver(s, "f0001.fax", name).message(), "") << name;
+
+    EXPECT_TRUE(read_file(s.inbox("tiff") + "/f00010_.tif") == "TIFF" + fax);
+    EXPECT_TRUE(read_file(s.inbox("pdf") + "/f00010_.pdf") == "PDFPS" + fax);
+    EXPECT_EQ(names_in(s.inbox("short")).size(), strlen("12345678.fax "));
+    const std::vector<std::string> mails = take_mail();
+    ASSERT_EQ(mails.size(), 1u);
+    EXPECT_NE(mails[0].find("application/x-ondrix-tiff"), std::string::npos);
+    EXPECT_TRUE(attachment(s, mails[0]) == "TIFF" + fax);
+    const std::string taken = read_file(s / "taken"), begin = s / "faxtrayes" + "\n[taker]\n";
+    EXPECT_EQ(taken.substr(0, begin.size()), begin);
+    EXPECT_NE(taken.find("\ndelivery_method=exec:sh take\n"), std::string::npos);
+    EXPECT_TRUE(taken.ends_with(fax));
+
+    EXPECT_EQ(deliver(s, "f0001.fax", "fails").message(),
+              "Trayd: Send failed for: fails,Couldn't route fax using command ' sh fail'\nfor " +
+                  s.incoming() + "/f0001.fax to 'fails'\nCouldn't route fax using command ' sh fail'");
+    expect_no_temporaries(s, "f0001.fax ");
+    unlink("/tmp/f00010_.fax.ps");
+}
+
+TEST(Delivery, ServesTheOtherMembersOfAGroupAndTellsEverybody)
+{
+    site s;
+    s.write_users("[admin]\nemail_address = admin\nwhen_to_notify = fax_failures,fax_exception\n"
+                  "admin_notify_level = warning\nadmin_exception_volume = 2\nserver_mail_from = Server\n" +
+                  user("Cy", "when_to_notify = fax_incoming") +
+                  user("Dee", "human_name = Dorothy\ndelivery_method = exec: sh fail") +
+                  "[all]\ngroup = Nobody,Dee, Cy\ngroup_gui = All\n");
+    s.add_fax(s.incoming(), "f0001.fax");
+    s.add_fax(s.incoming(), "p0001.fax");
+    s.add(s.path(), "fail", "exit 3\n");
+    const running_registry registry(s);
+    running_daemon daemon(s, {"-L", "cat >>" + (s / "told") + "; echo type"});
+    take_mail();
+    const reply_t reply = deliver(s, "f0001.fax", "all");
+    EXPECT_EQ(reply.code(), 10);
+    EXPECT_EQ(reply.message(), "Trayd: Group send failed for: Nobody,Dorothy");
+    EXPECT_EQ(names_in(s.inbox("cy")), "f00010_.fax ");
+
+    const std::vector<std::string> mails = take_mail();
+    const struct {
+        const char *to, *subject, *text;
+    } notices[] = {
+        {"admin", "Ondrix: exception logged: deliver_fax_1_svc: 'Nobody' no",
+         " WARNING:  deliver_fax_1_svc: 'Nobody' not found in user list!"},
+        {"Dee@example.com", "faxtray: Unable to deliver your fax", "Couldn't route fax using command"},
+        {"admin", "faxtray: Unable to deliver your fax", "Couldn't route fax using command"},
+        {"admin", "Ondrix: exception logged: Couldn't route fax using comma",
+         "\nThe notification limit of '2' for the admin's record"},
+        {"Cy@example.com", "faxtray: Fax delivered to you", "Incoming fax has been routed to 'Cy' inbox.\n"},
+    };
+    ASSERT_EQ(mails.size(), std::size(notices));
+    for (size_t i = 0; i < mails.size(); i++) {
+        EXPECT_EQ(mails[i].find("args: -om " + std::string(notices[i].to) +
+                                "\nFrom: Server\nSubject: " + notices[i].subject + "\n\n"),
+                  0u)
+            << mails[i];
+        EXPECT_NE(mails[i].find(notices[i].text), std::string::npos) << mails[i];
+    }
+    EXPECT_NE(read_file(s / "work/exception_log").find(" -- deliver_fax->6  //faxtrayd "), std::string::npos);
+
+    // A problem fax arrives, and counts as failed.
+    EXPECT_EQ(deliver(s, "p0001.fax", "Cy").message(),
+              "Trayd: Send failed for: Cy,Incoming problem fax has been routed to 'Cy' inbox.\n"
+              "Incoming problem fax has been routed to 'Cy' inbox.");
+    EXPECT_EQ(names_in(s.inbox("cy")), "f00010_.fax p00010_.fax ");
+    EXPECT_EQ(take_mail().size(), 1u) << "to the administrator, of the failure, and no more of exceptions";
+    EXPECT_EQ(read_file(s / "told").find("type 2\n"), std::string::npos) << "echo prints to the log";
+    EXPECT_NE(read_file(s / "told").find("WARNING:  deliver_fax_1_svc: '(null)' not found in user list!\n"),
+              std::string::npos);
+    EXPECT_TRUE(daemon.logs("type 2\n"));
+}
+
+TEST(Delivery, FailsInWordsAndLosesNothing)
+{
+    site s;
+    s.write_users(user("mime", "delivery_method = mimemail_attach") + user("full", "") + user("gone", "") +
+                  user("tiff", "delivery_file_format = tiff_f") + user("nomail", "email_address =") +
+                  "[Smith, Al]\n");
+    const std::string fax = s.add_fax(s.incoming(), "f0001.fax", 100'000);
+    running_daemon daemon(s);
+    ASSERT_EQ(list(identity("full")).size(), 0u);  // the inboxes are made
+    ASSERT_EQ(mount("tmpfs", s.inbox("full").c_str(), "tmpfs", 0, "size=64k"), 0);
+    rmdir(s.inbox("gone").c_str());
+    const std::string path = s.incoming() + "/f0001.fax";
+    const std::pair<const char *, std::string> failures[] = {
+        {"full", "Couldn't autoroute\n'" + path + "' via inbox for 'full'.\n"},
+        {"gone", "Couldn't autoroute\n'" + path + "' via inbox for 'gone'.\n"},
+        {"tiff", "Couldn't change format of\n'" + path + "' for 'tiff'.\n"},
+    };
+    for (const auto &[name, reason] : failures) {
+        const std::string told = "Fax routing failure: " + reason;
+        const reply_t reply = deliver(s, "f0001.fax", name);
+        EXPECT_EQ(reply.code(), 9);
+        EXPECT_EQ(reply.message(), std::string("Trayd: Send failed for: ") + name + "," + told +
+                                       told.substr(0, told.find('\n')));
+    }
+    EXPECT_EQ(names_in(s.inbox("full")), "");
+    umount(s.inbox("full").c_str());
+    EXPECT_EQ(deliver(s, "f0001.fax", "mime,full").message(), "Trayd: Invalid recipient name: [mime,full].");
+    EXPECT_EQ(deliver(s, "f0001.fax", "Smith, Al").message(),
+              "Trayd: Send failed for: Smith,Al,deliver_fax_1_svc: "
+              "'Smith' not found in user list!\ndeliver_fax_1_svc: 'Al' not found in user list!");
+
+    // What the agent makes of a mail shows in its exit status alone.
+    replace_mail_agent("#!/bin/sh\nexit 75\n");
+    EXPECT_EQ(deliver(s, "f0001.fax", "mime").res_type(), 6);
+    restore_mail_agent();
+    EXPECT_NE(read_file(s / "work/exception_log").find("mail agent exit status 75 for [mime@example.com]"),
+              std::string::npos);
+
+    EXPECT_TRUE(read_file(path) == fax);
+    expect_no_temporaries(s, "f0001.fax ");
+}
+
+TEST(Delivery, IsRefusedOutOfTurnAndSkippedInBackwardCompatibilityMode)
+{
+    site s;
+    s.add_fax(s.incoming(), "f0001.fax");
+    running_daemon daemon(s);
+    const uint32_t id = list(bea, s.handle())[0].id;
+    const std::string handle = text(s.handle()), path = s.incoming() + "/f0001.fax";
+    const struct {
+        std::string arguments;
+        int code;
+        std::string message;
+    } rows[] = {
+        {identity("Bea", "wrong") + handle + word(id) + text("Bea"), 8, "Trayd: Invalid password."},
+        {al + handle + word(id) + text("Bea"), 12,
+         "Trayd: User \"al smith\" is not DF for inbox \"" + s.handle() + "\"."},
+        {bea + text("x") + word(id) + text("Bea"), 12, "Trayd: User \"Bea\" is not DF for inbox \"x\"."},
+        {bea + handle + word(7) + text("Bea"), 11, "Trayd: Invalid fax id: 7"},
+        {bea + handle + word(id) + text("x"), 5, "Trayd: Invalid recipient name: [x]."},
+        {bea + handle + word(id) + text(""), 5, "Trayd: Invalid recipient name: []."},
+    };
+    for (const auto &row : rows) {
+        const reply_t reply = call(7, row.arguments);
+        EXPECT_EQ(reply.code(), row.code);
+        EXPECT_EQ(reply.message(), row.message);
+    }
+    unlink(path.c_str());
+    const reply_t unreadable = call(7, bea + handle + word(id) + text("Bea"));
+    EXPECT_EQ(unreadable.message(),
+              "Inbox: Fax id " + std::to_string(id) + " file \"" + path + "\" unreadable.");
+    EXPECT_EQ(unreadable.at(2), 13u);  // EACCES
+    EXPECT_EQ(daemon.stop(), 0);
+
+    const running_daemon compatible(s, {"-b"});
+    EXPECT_EQ(call(7, al + text("") + word(0) + text("x")).res_type(), 6);
+}
+
+}  // namespace faxtray
