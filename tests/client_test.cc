@@ -26,6 +26,7 @@ TEST(Client, StrangersTextDoesNotSteerTheTerminal)
                 {"cut \xC3", "cut \\xC3"},       {"a\\x41", "a\\\\x41"}};
     for (const auto &row : rows)
         EXPECT_EQ(printable(row.text), row.shown);
+    EXPECT_EQ(printable_lines("two\nlines\t"), "two\n  lines\\x09");
     setlocale(LC_CTYPE, before.c_str());
 }
 
