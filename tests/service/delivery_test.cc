@@ -26,7 +26,7 @@ static reply_t deliver(const site &s, const std::string &fax, const std::string 
 }
 
 // Names in a directory, markers left out; a blank behind each.
-static std::string names_in(const std::string &directory)
+static std::string files_in(const std::string &directory)
 {
     std::set<std::string> names;
     for (const auto &entry : std::filesystem::directory_iterator(directory))
@@ -41,8 +41,8 @@ static std::string names_in(const std::string &directory)
 // Nothing that a delivery made is left but what it delivered.
 static void expect_no_temporaries(const site &s, const std::string &faxes)
 {
-    EXPECT_EQ(names_in(s.incoming()), faxes);
-    const std::string logs = names_in(s / "work");
+    EXPECT_EQ(files_in(s.incoming()), faxes);
+    const std::string logs = files_in(s / "work");
     EXPECT_EQ(logs.substr(logs.find("trayd_log")), "trayd_log ") << logs;
 }
 
@@ -87,7 +87,7 @@ TEST(Delivery, ReachesTheInboxAndReplacesNoOtherFax)
     for (int times = 0; times < 2; times++)
         EXPECT_EQ(deliver(s, "f0001.fax", "cy").res_type(), 6);
 
-    EXPECT_EQ(names_in(s.inbox("cy")), "f00010_.fax f00010__2.fax ");
+    EXPECT_EQ(files_in(s.inbox("cy")), "f00010_.fax f00010__2.fax ");
     EXPECT_TRUE(read_file(s.inbox("cy") + "/f00010_.fax") == first);
     EXPECT_TRUE(read_file(s.inbox("cy") + "/f00010__2.fax") == other);
     EXPECT_TRUE(read_file(s.incoming() + "/f0001.fax") == other) << "stays until it is removed";
@@ -156,7 +156,7 @@ TEST(Delivery, GoesThroughTheSitesConvertersAndCommands)
 
     EXPECT_TRUE(read_file(s.inbox("tiff") + "/f00010_.tif") == "TIFF" + fax);
     EXPECT_TRUE(read_file(s.inbox("pdf") + "/f00010_.pdf") == "PDFPS" + fax);
-    EXPECT_EQ(names_in(s.inbox("short")).size(), strlen("12345678.fax "));
+    EXPECT_EQ(files_in(s.inbox("short")).size(), strlen("12345678.fax "));
     const std::vector<std::string> mails = take_mail();
     ASSERT_EQ(mails.size(), 1u);
     EXPECT_NE(mails[0].find("application/x-ondrix-tiff"), std::string::npos);
@@ -190,7 +190,7 @@ TEST(Delivery, ServesTheOtherMembersOfAGroupAndTellsEverybody)
     const reply_t reply = deliver(s, "f0001.fax", "all");
     EXPECT_EQ(reply.code(), 10);
     EXPECT_EQ(reply.message(), "Trayd: Group send failed for: Nobody,Dorothy");
-    EXPECT_EQ(names_in(s.inbox("cy")), "f00010_.fax ");
+    EXPECT_EQ(files_in(s.inbox("cy")), "f00010_.fax ");
 
     const std::vector<std::string> mails = take_mail();
     const struct {
@@ -218,7 +218,7 @@ TEST(Delivery, ServesTheOtherMembersOfAGroupAndTellsEverybody)
     EXPECT_EQ(deliver(s, "p0001.fax", "Cy").message(),
               "Trayd: Send failed for: Cy,Incoming problem fax has been routed to 'Cy' inbox.\n"
               "Incoming problem fax has been routed to 'Cy' inbox.");
-    EXPECT_EQ(names_in(s.inbox("cy")), "f00010_.fax p00010_.fax ");
+    EXPECT_EQ(files_in(s.inbox("cy")), "f00010_.fax p00010_.fax ");
     EXPECT_EQ(take_mail().size(), 1u) << "to the administrator, of the failure, and no more of exceptions";
     EXPECT_EQ(read_file(s / "told").find("type 2\n"), std::string::npos) << "echo prints to the log";
     EXPECT_NE(read_file(s / "told").find("WARNING:  deliver_fax_1_svc: '(null)' not found in user list!\n"),
@@ -250,7 +250,7 @@ TEST(Delivery, FailsInWordsAndLosesNothing)
         EXPECT_EQ(reply.message(), std::string("Trayd: Send failed for: ") + name + "," + told +
                                        told.substr(0, told.find('\n')));
     }
-    EXPECT_EQ(names_in(s.inbox("full")), "");
+    EXPECT_EQ(files_in(s.inbox("full")), "");
     umount(s.inbox("full").c_str());
     EXPECT_EQ(deliver(s, "f0001.fax", "mime,full").message(), "Trayd: Invalid recipient name: [mime,full].");
     EXPECT_EQ(deliver(s, "f0001.fax", "Smith, Al").message(),
