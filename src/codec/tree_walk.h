@@ -13,18 +13,18 @@
 //         }
 //     while (walk.next_line());
 //
-// A line that proves not to be clean is left to next_line(), from its start, with nothing passed on or
-// counted.
+// A line that proves not to be clean is left to next_line(), from its start; nothing of it may have been
+// passed on or counted.
 //
 // Where lines start, and which are clean:
-// - MH: behind an EOL. Clean: codes of exactly the width, no two make-up codes in a row, and the EOL, which
-// may
-//   have fill before it. Passed on at that EOL; the last line is not passed on unless one follows.
-// - MR: behind an EOL and its tag. Clean: codes of exactly the width, at least one of them, and EOL with fill
-// and
-//   tag. Make-up codes add up.
-// - MMR: at the start of the page and behind the code that fills a line, which is passed on at that code.
-//   Clean: modes that fill it exactly; the EOLs at the end belong to no line.
+//
+//   MH   Behind an EOL. Clean: codes of exactly the width, no two make-up codes in a row, then EOL, with or
+//        without fill. Passed on at that EOL, so the last line is lost unless one follows.
+//   MR   Behind an EOL and its tag. Clean: one or more codes, of exactly the width together, then EOL, with
+//        or without fill, and a tag. Make-up codes add up.
+//   MMR  At the start of the page, and behind the code that fills a line, which is passed on at that code.
+//        Clean: modes that fill it exactly. The EOLs at the end belong to no line.
+//
 // Modes: b1 is the first change on the line above to the colour other than the current, right of a0, and at
 // the start of a line also at 0. A vertical mode whose a1 lies left of a0 or behind the width, and a run that
 // goes behind the width, are damage; runs of 0 are not. A pass mode may reach the width.
