@@ -56,6 +56,7 @@ static int decode_two_dimensional(fast_page_t &page, const t4_callbacks_t &callb
 int t4dec_changes(const unsigned char *data, size_t length, int df, changes_callback found, void *user,
                   const t4_callbacks_t &walked)
 {
+    t4_page_counts = {};
     fast_page_t page = {data, length, df, 0, true, {}, found, user};
     switch (df) {
     case 0:
