@@ -51,7 +51,8 @@ static std::string directory_of(const std::string &path)
 bool fax_file::complain(const char *what) const
 {
     const int error = errno;
-    fprintf(stderr, "faxtray: can't %s %s: %s\n", what, printable(target_).c_str(), strerror(error));
+    fprintf(stderr, "%s: can't %s %s: %s\n", program_invocation_short_name, what, printable(target_).c_str(),
+            strerror(error));
     return false;
 }
 
@@ -66,7 +67,7 @@ bool fax_file::begin(const std::string &target, bool replace)
     struct stat status;
     if (lstat(target.c_str(), &status) == 0) {
         if (!replace || !S_ISREG(status.st_mode)) {
-            fprintf(stderr, "faxtray: %s exists%s\n", printable(target).c_str(),
+            fprintf(stderr, "%s: %s exists%s\n", program_invocation_short_name, printable(target).c_str(),
                     replace ? " and is no regular file" : ": choose another name with -o, or --force");
             return false;
         }

@@ -1,0 +1,155 @@
+// A page is read only when the file holds all of it, so that no length in a damaged file makes us ask for
+// memory that it does not need.
+#include "tools/fax_pages.h"
+
+#include <fcntl.h>
+#include <sys/stat.h>
+
+#include <algorithm>
+#include <cerrno>
+#include <cstring>
+#include <nlohmann/json.hpp>
+
+#include "client/output.h"
+#include "faxfile/fax_params.h"
+
+namespace faxtray {
+
+static bool complain(const fax_pages_t &fax, const char *what)
+{
+    fprintf(stderr, "faxconv: %s: %s\n", printable(fax.path).c_str(), what);
+    return false;
+}
+
+bool open_fax_pages(const std::string &path, fax_pages_t *fax)
+{
+    *fax = fax_pages_t();
+    fax->path = path;
+    fax->fd.reset(open(path.c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK));  // a pipe must not hold us up
+    struct stat status;
+    if (!fax->fd || fstat(fax->fd.get(), &status) < 0)
+        return complain(*fax, strerror(errno));
+    if (!S_ISREG(status.st_mode))
+        return complain(*fax, "not a file");
+    fax->header.reset(read_fax_header(fax->fd.get()));
+    const off_t start = lseek(fax->fd.get(), 0, SEEK_CUR);
+    if (!fax->header || start < 0)
+        return complain(*fax, "not a fax file");
+    fax->df = get_compression_mode(fax->header.get());
+    const char *pages = get_fax_header_value(fax->header.get(), "#PAGES");
+    fax->pages = pages ? strtol(pages, nullptr, 10) : 0;
+    fax->left = status.st_size > start ? static_cast<size_t>(status.st_size - start) : 0;
+    return true;
+}
+
+// All `n` bytes, unless the file has been cut since it was opened.
+static bool read_whole(fax_pages_t *fax, unsigned char *bytes, size_t n)
+{
+    fax->left -= n;
+    while (n > 0) {
+        ssize_t got = read(fax->fd.get(), bytes, n);
+        if (got < 0 && errno == EINTR)
+            continue;
+        if (got <= 0)
+            return complain(*fax, got < 0 ? strerror(errno) : "the file shrinks");
+        bytes += got;
+        n -= static_cast<size_t>(got);
+    }
+    return true;
+}
+
+bool read_fax_page(fax_pages_t *fax, std::vector<unsigned char> *data)
+{
+    const std::string page = "page " + std::to_string(fax->next) + " of " + std::to_string(fax->pages);
+    unsigned char length[4];
+    if (fax->left < sizeof length)
+        return complain(*fax, (page + ": the file ends before it").c_str());
+    if (!read_whole(fax, length, sizeof length))
+        return false;
+    const size_t n = size_t{length[0]} << 24 | size_t{length[1]} << 16 | size_t{length[2]} << 8 | length[3];
+    if (fax->left < n)
+        return complain(*fax, (page + ": " + std::to_string(n) + " bytes long, but the file has " +
+                               std::to_string(fax->left) + " left")
+                                  .c_str());
+    data->resize(n);
+    fax->next++;
+    return read_whole(fax, data->data(), n);
+}
+
+page_info_t look_at_page(int df, const std::vector<unsigned char> &data)
+{
+    t4dec_set_pixel_width(1728);
+    page_info_t page = {data.size(), t4dec(data.data(), data.size(), df, {}) == 1, {}};
+    if (page.decoded)
+        page.counts = t4dec_counts();
+    return page;
+}
+
+static void print_page(long number, const page_info_t &page)
+{
+    printf("%4ld  %8zu", number, page.bytes);
+    if (page.decoded)
+        printf("  %6ld  %8ld  %5ld\n", page.counts.lines, page.counts.repeated, page.counts.ended_short);
+    else
+        printf("  %6s  %8s  %5s\n", "-", "-", "-");
+}
+
+static nlohmann::json to_json(const page_info_t &page)
+{
+    nlohmann::json object = {{"bytes", page.bytes}};
+    if (page.decoded)
+        object.update({{"lines", page.counts.lines},
+                       {"repeated", page.counts.repeated},
+                       {"ended_short", page.counts.ended_short}});
+    return object;
+}
+
+// The header's attributes, with what the codes among them mean.
+static void print_header(const fax_pages_t &fax)
+{
+    for (const fax_header_t *node = fax.header.get(); node; node = node->next) {
+        printf("%s: %s", printable(node->name).c_str(), printable(node->value).c_str());
+        if (strcmp(node->name, "RESOLUTION") == 0)
+            printf(" (%s)", VRtostring(asciitoVR(static_cast<signed char>(node->value[0]))));
+        putchar('\n');
+    }
+    printf("coding: %s\n\n%4s  %8s  %6s  %8s  %5s\n", DFtostring(fax.df), "PAGE", "BYTES", "LINES",
+           "REPEATED", "SHORT");
+}
+
+bool print_fax_info(const std::string &path, bool json)
+{
+    fax_pages_t fax;
+    if (!open_fax_pages(path, &fax))
+        return false;
+    nlohmann::json object = {{"file", path},
+                             {"header", nlohmann::json::object()},
+                             {"coding", DFtostring(fax.df)},
+                             {"pages", nlohmann::json::array()}};
+    for (const fax_header_t *node = fax.header.get(); node; node = node->next)
+        object["header"][node->name] = node->value;
+    if (!json)
+        print_header(fax);
+
+    bool whole = true, decoded = true;
+    std::vector<unsigned char> data;
+    while (fax.next <= fax.pages && (whole = read_fax_page(&fax, &data))) {
+        const page_info_t page = look_at_page(fax.df, data);
+        if (json)
+            object["pages"].push_back(to_json(page));
+        else
+            print_page(fax.next - 1, page);
+        decoded = decoded && page.decoded;
+    }
+    if (!decoded)
+        complain(fax, "there are pages that cannot be decoded");
+    if (whole && fax.left > 0 && !json)
+        printf("and %zu bytes behind the last page\n", fax.left);
+    if (json) {
+        object["whole"] = whole;
+        print_json(object);
+    }
+    return whole && decoded;
+}
+
+}  // namespace faxtray

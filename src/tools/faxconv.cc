@@ -1,0 +1,95 @@
+// faxconv: the command that re-codes fax files, and shows what is in them.
+#include <CLI/CLI.hpp>
+#include <clocale>
+#include <csignal>
+#include <cstdio>
+#include <exception>
+
+#include "tools/fax_pages.h"
+#include "tools/pbm.h"
+#include "tools/recode.h"
+
+namespace faxtray {
+
+static constexpr const char *footer = R"(
+Without --to the fax is re-coded in place; the file is then whole, the old one or the new.
+
+Exit status:
+  0  done
+  1  refused or failed; the file is as it was
+  2  wrong command line)";
+
+enum exit_status { EXIT_DONE = 0, EXIT_FAILED = 1, EXIT_USAGE = 2 };
+
+namespace {
+
+struct options {
+    std::string file, coding, to, pbm;
+    bool info = false, json = false;
+};
+
+constexpr struct {
+    const char *name;
+    int df;
+} codings[] = {{"mh", 0}, {"mr", 1}, {"mmr", 3}};
+
+}  // namespace
+
+static bool run(const options &chosen)
+{
+    for (const auto &coding : codings) {
+        if (chosen.coding == coding.name)
+            return chosen.to.empty() ? recode_in_place(chosen.file, coding.df)
+                                     : recode_to(chosen.file, chosen.to, coding.df);
+    }
+    bool done = !chosen.info || print_fax_info(chosen.file, chosen.json);
+    return done && (chosen.pbm.empty() || write_pbm_pages(chosen.file, chosen.pbm));
+}
+
+static exit_status parse_and_run(int argc, char **argv)
+{
+    options chosen;
+    CLI::App app("Re-codes a fax file, or shows what is in it.", "faxconv");
+    app.footer(footer);
+    app.add_option("FILE", chosen.file, "The fax file")->required()->type_name("");
+    auto *coding = app.add_option("CODING", chosen.coding, "mh, mr or mmr: what it becomes")->type_name("");
+    auto *to = app.add_option("--to", chosen.to, "Put the re-coded fax there and leave FILE alone");
+    auto *info = app.add_flag("--info", chosen.info, "Print the header and what the pages are like");
+    auto *pbm = app.add_option("--pbm", chosen.pbm, "Write the pages to PREFIX-001.pbm and so on");
+    coding->check(CLI::IsMember({"mh", "mr", "mmr"}).description(""));
+    to->type_name("OUT")->needs(coding);
+    info->excludes(coding);
+    pbm->type_name("PREFIX")->excludes(coding);
+    app.add_flag("--json", chosen.json, "Print JSON")->needs(info);
+    app.final_callback([&] {
+        if (!*coding && !*info && !*pbm)
+            throw CLI::RequiredError("CODING, --info or --pbm");
+    });
+    try {
+        app.parse(argc, argv);
+    } catch (const CLI::ParseError &error) {
+        return app.exit(error) == 0 ? EXIT_DONE : EXIT_USAGE;
+    }
+    return run(chosen) ? EXIT_DONE : EXIT_FAILED;
+}
+
+}  // namespace faxtray
+
+int main(int argc, char **argv)
+{
+    using faxtray::EXIT_FAILED;
+    setlocale(LC_ALL, "");
+    signal(SIGPIPE, SIG_IGN);  // a reader that hangs up is a failure to tell of
+    signal(SIGXFSZ, SIG_IGN);  // and so is a file that may not grow
+    int status = EXIT_FAILED;
+    try {
+        status = faxtray::parse_and_run(argc, argv);
+    } catch (const std::exception &error) {
+        fprintf(stderr, "faxconv: %s\n", error.what());
+    }
+    if ((fflush(stdout) != 0 || ferror(stdout)) && status == faxtray::EXIT_DONE) {
+        perror("faxconv: can't write the output");
+        return EXIT_FAILED;
+    }
+    return status;
+}

@@ -1,0 +1,65 @@
+// A PBM file says its height first, so every page is decoded twice: to count its lines, then to write them.
+// So no page, of however many lines, is held in memory.
+#include "tools/pbm.h"
+
+#include <cstdio>
+
+#include "client/fax_file.h"
+#include "tools/fax_pages.h"
+
+namespace faxtray {
+
+// The page that is being written: decoders call back without a context.
+static fax_file *output;
+static std::string buffer;
+static bool written;
+
+static void write_buffer()
+{
+    written = written && output->write(buffer.data(), buffer.size());
+    buffer.clear();
+}
+
+static void write_line(const unsigned char *line, int bytes)
+{
+    buffer.append(reinterpret_cast<const char *>(line), static_cast<size_t>(bytes));
+    if (buffer.size() >= 65536)
+        write_buffer();
+}
+
+static bool write_page(const std::string &path, int df, const std::vector<unsigned char> &data)
+{
+    const page_info_t page = look_at_page(df, data);
+    if (!page.decoded) {
+        fprintf(stderr, "faxconv: %s: the page cannot be decoded\n", path.c_str());
+        return false;
+    }
+    fax_file file;
+    if (!file.begin(path, true))
+        return false;
+    output = &file;
+    written = true;
+    buffer = "P4\n" + std::to_string(Pix_width) + " " + std::to_string(page.counts.lines) + "\n";
+    t4_callbacks_t callbacks;
+    callbacks.line = write_line;
+    const bool decoded = t4dec(data.data(), data.size(), df, callbacks) == 1;
+    write_buffer();
+    return decoded && written && file.keep();
+}
+
+bool write_pbm_pages(const std::string &path, const std::string &prefix)
+{
+    fax_pages_t fax;
+    if (!open_fax_pages(path, &fax))
+        return false;
+    std::vector<unsigned char> data;
+    while (fax.next <= fax.pages) {
+        char number[32];
+        snprintf(number, sizeof number, "-%03ld.pbm", fax.next);
+        if (!read_fax_page(&fax, &data) || !write_page(prefix + number, fax.df, data))
+            return false;
+    }
+    return true;
+}
+
+}  // namespace faxtray
