@@ -5,6 +5,7 @@
 #include <memory>
 #include <string>
 
+#include "../fuzz/fax_file.h"
 #include "../fuzz/fax_header.h"
 #include "../fuzz/info_file.h"
 #include "../fuzz/requests.h"
@@ -20,8 +21,8 @@ TEST(Corpus, EveryInputHoldsWhatTheFuzzersCheck)
         const char *name;
         void (*run)(const uint8_t *, size_t);
     } rows[] = {{"fax_header", fuzz_fax_header}, {"info_file", fuzz_info_file}, {"requests", fuzz_requests},
-                {"t4_mh", fuzz_t4_mh},           {"t4_mr", fuzz_t4_mr},         {"t4_mmr", fuzz_t4_mmr},
-                {"t4_recode", fuzz_t4_recode}};
+                {"fax_file", fuzz_fax_file},     {"t4_mh", fuzz_t4_mh},         {"t4_mr", fuzz_t4_mr},
+                {"t4_mmr", fuzz_t4_mmr},         {"t4_recode", fuzz_t4_recode}};
     for (const auto &row : rows) {
         std::string folder = std::string(TEST_DATA "/../../fuzz/corpus/") + row.name;
         dir_ptr dir(opendir(folder.c_str()));
