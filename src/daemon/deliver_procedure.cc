@@ -23,6 +23,7 @@
 #include "util/text.h"
 #include "util/trace.h"
 #include "util/version_id.h"
+#include "util/work_note.h"
 
 namespace faxtray {
 
@@ -195,8 +196,10 @@ static in_res_t *deliver(const send_t &send, const char *path, in_res_t &result)
     bounded_text message(buf, sizeof buf);
     message.append(send.message);
     bool failed = false;
+    note_begin();                    // one for all of a group, since a note costs a write to the disk
     for (int i = 0; i < count; i++)  // one failure does not stop the others
         failed |= !serve(names[i], path, send.single, message);
+    note_end();
     if (!failed)
         return reply(result, RES_DELIVER);
     close_message(message, send.single);

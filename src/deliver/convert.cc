@@ -16,6 +16,7 @@
 #include "util/child_process.h"
 #include "util/files.h"
 #include "util/owned.h"
+#include "util/paths.h"
 #include "util/trace.h"
 #include "util/work_note.h"
 
@@ -50,8 +51,7 @@ using command_t = char[3 * MAXPATHLEN];
 
 const char *get_tmp_ext(const char *name)
 {
-    const char *slash = strrchr(name, '/');
-    const char *dot = strrchr(slash ? slash : name, '.');
+    const char *dot = strrchr(last_component(name), '.');
     if (!dot)
         return nullptr;
     const char *p = dot + 1;
@@ -91,9 +91,10 @@ static const char *converter_base(char (&buffer)[MAXPATHLEN])
 // Runs the converter; true when it says that `tiff` holds the fax.
 static bool run_tiffconv(const char *path, const char *tiff)
 {
-    char base[MAXPATHLEN];
+    char base[MAXPATHLEN], converter[MAXPATHLEN + 16];
     command_t command;
-    int n = snprintf(command, sizeof command, "%s/utils/tiffconv -m %s %s", converter_base(base), path, tiff);
+    snprintf(converter, sizeof converter, "%s/%s", converter_base(base), "utils/tiffconv");
+    int n = snprintf(command, sizeof command, "%s -m %s %s", converter, path, tiff);
     errno = ENAMETOOLONG;
     int status = n < static_cast<int>(sizeof command) ? child_system(command) : -1;
     if (status == -1)
@@ -154,29 +155,28 @@ static bool run_converter(const char *command, const char *makes)
 
 int fax_to_pdf(const char *path, const char *pdf)
 {
-    // "/" and the name; the names below are those of the path at their longest.
-    const char *slash = strrchr(path, '/');
-    const char *name = slash ? slash + 1 : path;
-    char ps_path[MAXPATHLEN + 16], pdf_path[MAXPATHLEN + 16];
-    command_t command;
-    snprintf(ps_path, sizeof ps_path, "/tmp/%.*s.ps", MAXPATHLEN, name);
-    snprintf(pdf_path, sizeof pdf_path, "/tmp/%.*s.pdf", MAXPATHLEN, name);
     trprintf("format_fax_file:  converting '%s' to pdf\n", path);
-    if (strlen(path) >= MAXPATHLEN || strlen(pdf) >= MAXPATHLEN || !clear_way(ps_path) ||
-        !clear_way(pdf_path))
+    char name[MAXPATHLEN], ps_path[MAXPATHLEN + 16], pdf_path[MAXPATHLEN + 16];
+    command_t command;
+    if (strlen(path) >= MAXPATHLEN - 1 || strlen(pdf) >= MAXPATHLEN)
+        return 0;
+    snprintf(name, sizeof name, "/%s", last_component(path));
+    snprintf(ps_path, sizeof ps_path, "/tmp%s.ps", name);
+    snprintf(pdf_path, sizeof pdf_path, "/tmp%s.pdf", name);
+    if (!clear_way(ps_path) || !clear_way(pdf_path))
         return 0;
 
     scratch_file ps_scratch(ps_path), pdf_scratch(pdf_path);
-    snprintf(command, sizeof command, "rasterps2 -f %s %s", ps_path, path);
+    snprintf(command, sizeof command, "rasterps2 -f /tmp%s.ps %s", name, path);
     if (!run_converter(command, ps_path))
         return 0;
-    snprintf(command, sizeof command, "echo 1 | distill %s 2>/dev/null\n", ps_path);
+    snprintf(command, sizeof command, "echo 1 | distill /tmp%s.ps 2>/dev/null\n", name);
     if (!run_converter(command, pdf_path))
         return 0;
 
     // Kept: the PostScript file stays, as the name keeps its newline, until the next of that name.
     char ps_line[sizeof ps_path + 1];
-    snprintf(ps_line, sizeof ps_line, "%s\n", ps_path);
+    snprintf(ps_line, sizeof ps_line, "/tmp%s.ps\n", name);
     trprintf("format_fax_file:  unlinking '%s'\n", ps_line);
     unlink(ps_line);
 

@@ -22,6 +22,7 @@
 #include "util/child_process.h"
 #include "util/file_names.h"
 #include "util/files.h"
+#include "util/paths.h"
 #include "util/publish.h"
 #include "util/text.h"
 #include "util/trace.h"
@@ -50,12 +51,6 @@ static const char *user_of(const av_list_t *record)
 static bool wants_dos_names(const av_list_t *record)
 {
     return as_get_value_handle_av(AS_DELIVERY_NAMING, record) == IV_DELIVERY_NAMING_8_3;
-}
-
-static const char *last_component(const char *path)
-{
-    const char *slash = strrchr(path, '/');
-    return slash ? slash + 1 : path;
 }
 
 static bool exists(const char *path)

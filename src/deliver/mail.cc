@@ -22,6 +22,7 @@
 #include "faxfile/fax_header.h"
 #include "util/files.h"
 #include "util/owned.h"
+#include "util/paths.h"
 #include "util/text.h"
 #include "util/trace.h"
 
@@ -125,7 +126,7 @@ static void call(void (*keepalive)())
 // `fax_path` with ".tif" for the first ".fax" of its last component and all behind that, or at its end.
 static std::string tiff_name(const char *fax_path)
 {
-    const char *ext = strcasestr(file_name(fax_path), ".fax");
+    const char *ext = strcasestr(last_component(fax_path), ".fax");
     return (ext ? std::string(fax_path, ext) : std::string(fax_path)) + ".tif";
 }
 
@@ -219,7 +220,7 @@ static int mail_plain(const char *address, const char *subject, const char *text
             header_value(subject).c_str());
     fputs(text, out);
     bool encoded = encoding == IV_BODY_ENCODING_BASE64 ? write_base64(fax.get(), out)
-                                                       : write_uuencode(fax.get(), file_name(path), out);
+                                                       : write_uuencode(fax.get(), last_component(path), out);
     return encoded ? 1 : -1;
 }
 
@@ -230,7 +231,7 @@ try {
     if (!found)
         return log_and_trace({ELOG_WARNING, ELOG_FILE}, "mail_fax_image: Bad user address [%s]\n",
                              shown(address));
-    const std::string resolved = found;  // as in mail()
+    const std::string resolved = found;                           // as in mail()
     trprintf("mail_fax_image():  rfc_822_addr: '%s'\n ", found);  // Kept: the blank at its end
     if (!is_corvane_fax(fax_path))
         return log_and_trace({ELOG_WARNING, ELOG_FILE}, "mail_fax_image: Bad fax file [%s]\n",

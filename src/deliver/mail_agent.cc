@@ -76,10 +76,4 @@ std::string header_value(const char *value)
     return line;
 }
 
-const char *file_name(const char *path)
-{
-    const char *slash = strrchr(path, '/');
-    return slash ? slash + 1 : path;
-}
-
 }  // namespace faxtray

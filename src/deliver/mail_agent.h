@@ -38,7 +38,4 @@ const char *mail_get_mail_from();
 // `value` (null: "") as one line of a header: a line end in it would begin a header of its own.
 std::string header_value(const char *value);
 
-// The name of a file without its directory, part of `path`.
-const char *file_name(const char *path);
-
 }  // namespace faxtray

@@ -9,6 +9,7 @@
 #include "deliver/mail_agent.h"
 #include "deliver/mail_encoding.h"
 #include "util/owned.h"
+#include "util/paths.h"
 #include "util/text.h"
 #include "util/trace.h"
 
@@ -19,7 +20,7 @@ static constexpr char boundary[] = "Ondrix-MIME-FAX-Boundary";
 static void write_fax_part(FILE *out, file_ptr fax, const char *fax_path, const char *content_type)
 {
     fprintf(out, "\n--%s\nContent-Type: %s; name=\"%s\"\nContent-Transfer-Encoding: base64\n\n", boundary,
-            content_type ? content_type : "", header_value(file_name(fax_path)).c_str());
+            content_type ? content_type : "", header_value(last_component(fax_path)).c_str());
     if (!encode_base64(fax.get(), out))
         log_and_trace({ELOG_WARNING, ELOG_FILE}, "mime_mail_fax: Problem reading fax [%s]: %s\n", fax_path,
                       strerror(errno));

@@ -17,6 +17,7 @@
 #include "util/empty_format.h"
 #include "util/files.h"
 #include "util/owned.h"
+#include "util/paths.h"
 #include "util/text.h"
 #include "util/trace.h"
 
@@ -88,7 +89,7 @@ static bool encode(const char *fax_path, FILE *out)
                       strerror(errno));
         return false;
     }
-    fprintf(out, "begin %o %s\n", 0444U, file_name(fax_path));
+    fprintf(out, "begin %o %s\n", 0444U, last_component(fax_path));
     bool encoded = encode_uuencode(fax.get(), out);
     fputs("end\n", out);
     if (fflush(out) != 0 || ferror(out) || !encoded) {
@@ -184,7 +185,7 @@ int sun_mail_fax(const char *address, const char *subject, const char *text, con
     if (!is_sound(encoded.stream.get(), address) || !rewind_file(encoded.stream.get()))
         return -1;
     c_string before_text = text_header(text_length);
-    c_string before_fax = before_text ? fax_header(data_type, file_name(fax_path), fax_length) : nullptr;
+    c_string before_fax = before_text ? fax_header(data_type, last_component(fax_path), fax_length) : nullptr;
     if (!before_fax)
         return -1;
     length_t total = text_length + fax_length + get_message_length(before_text.get()) +

@@ -32,7 +32,7 @@ struct stream_child {
 
 static std::vector<stream_child> open_streams;
 static bool sigpipe_off;  // while streams are open, where SIGPIPE would end the process
-static int awaited;  // since child_awaited() was last asked
+static int awaited;       // since child_awaited() was last asked
 
 static struct rlimit child_limit;
 static bool child_limit_known;

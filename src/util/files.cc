@@ -177,8 +177,7 @@ int copy(const char *src, const char *dst)
 static bool staged_path(const char *dst, char *path)
 {
     static unsigned number;
-    const char *last = strrchr(dst, '/');
-    const char *name = last ? last + 1 : dst;
+    const char *name = last_component(dst);
     int length = static_cast<int>(name - dst);
     int pid = static_cast<int>(getpid());
     number++;

@@ -253,6 +253,12 @@ static char *current_dir_name()
     return dot;
 }
 
+const char *last_component(const char *path)
+{
+    const char *slash = strrchr(path, '/');
+    return slash ? slash + 1 : path;
+}
+
 char *basename(char *path)
 {
     if (!path || !*path)

@@ -41,6 +41,9 @@ int is_valid_path(const char *path);
 int is_full_path(const char *path);      // begins with "/"; null does not
 int is_relative_path(const char *path);  // the opposite
 
+// What follows the last "/", or all without one; part of `path`.
+const char *last_component(const char *path);
+
 // The last component of `path`, whose trailing "/" is cut in place; "/" is itself, null or "" gives ".".
 char *basename(char *path);
 // `path` cut in place before its last component; "/" in front of everything stays. "." without a "/".

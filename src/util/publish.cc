@@ -75,8 +75,7 @@ static bool have_same_bytes(const char *a, const char *b)
 // file name. False when it does not fit.
 static bool numbered(const char *path, int number, char *out)
 {
-    const char *last = strrchr(path, '/');
-    const char *name = last ? last + 1 : path;
+    const char *name = last_component(path);
     const char *ext = strrchr(name, '.');
     if (!ext || ext == name)
         ext = name + strlen(name);
@@ -96,8 +95,7 @@ static bool next_name(const char *wanted, int number, bool dos_names, char *dst)
 {
     if (!dos_names)
         return numbered(wanted, number, dst);
-    const char *last = strrchr(wanted, '/');
-    const char *ext = strrchr(last ? last : wanted, '.');
+    const char *ext = strrchr(last_component(wanted), '.');
     return build_unique_DOS_name(dst, ext ? ext : "") != nullptr;
 }
 
@@ -115,11 +113,9 @@ static bool is_same_entry(const char *a, const char *b)
     char dir_a[MAXPATHLEN], dir_b[MAXPATHLEN];
     snprintf(dir_a, sizeof dir_a, "%s", a);
     snprintf(dir_b, sizeof dir_b, "%s", b);
-    const char *slash_a = strrchr(a, '/'), *slash_b = strrchr(b, '/');
     struct stat st_a, st_b;
-    return strcmp(slash_a ? slash_a + 1 : a, slash_b ? slash_b + 1 : b) == 0 &&
-           stat(dirname(dir_a), &st_a) == 0 && stat(dirname(dir_b), &st_b) == 0 &&
-           st_a.st_dev == st_b.st_dev && st_a.st_ino == st_b.st_ino;
+    return strcmp(last_component(a), last_component(b)) == 0 && stat(dirname(dir_a), &st_a) == 0 &&
+           stat(dirname(dir_b), &st_b) == 0 && st_a.st_dev == st_b.st_dev && st_a.st_ino == st_b.st_ino;
 }
 
 // `from` takes the place of a file of the same bytes. Rename would leave two names of one file as they are.

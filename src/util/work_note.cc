@@ -17,6 +17,7 @@
 
 #include "util/dir_list.h"
 #include "util/owned.h"
+#include "util/paths.h"
 #include "util/settings.h"
 #include "util/trace.h"
 
@@ -214,7 +215,7 @@ static bool parse(const char *line, entry_t &entry)
 // Whether that name is one that only we give, `pid_ext` being what the process of the note put behind names.
 static bool is_our_name(const char *path, const char *pid_ext)
 {
-    const char *name = strrchr(path, '/') + 1;
+    const char *name = last_component(path);
     for (const char *prefix : {"ii_", "FDF.", "FDM."})
         if (strncmp(name, prefix, strlen(prefix)) == 0)
             return true;
