@@ -32,8 +32,10 @@ struct line_changes_t {
     line_changes_t(const line_changes_t &other) { *this = other; }
     line_changes_t &operator=(const line_changes_t &other)
     {
-        memcpy(at(), other.at(), static_cast<size_t>(other.count) * sizeof *at());
-        end(other.count);
+        if (this != &other) {
+            memcpy(at(), other.at(), static_cast<size_t>(other.count) * sizeof *at());
+            end(other.count);
+        }
         return *this;
     }
 
