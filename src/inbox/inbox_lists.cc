@@ -424,8 +424,7 @@ int reload_lists(inbox_list_t *user_nodes, inbox_list_t *incoming_nodes, user_li
         return 0;
     }
     if (!load_incoming_list(incoming_nodes, modem_path)) {
-        refresh_failure(__LINE__, "%s: Problem loading modem info file: [%s].\n", refresh,
-                        shown(modem_path));
+        refresh_failure(__LINE__, "%s: Problem loading modem info file: [%s].\n", refresh, shown(modem_path));
         return 0;
     }
     Forwarder.clear();
