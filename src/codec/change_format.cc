@@ -13,6 +13,7 @@
 #include <cstdlib>
 #include <cstring>
 
+#include "codec/fast_encoder.h"
 #include "codec/line_assembler.h"
 #include "codec/t4_codes.h"
 #include "codec/t4_decoder.h"
@@ -24,8 +25,9 @@
 
 namespace faxtray {
 
-static constexpr int line_width = 1728;
+static constexpr int line_width = changes_width;
 static constexpr size_t first_capacity = 512 * 1024, growth = 64 * 1024, max_capacity = 256 * 1024 * 1024;
+static constexpr long max_lines = max_capacity / changes_line_bytes;  // what there is room for
 static constexpr size_t piece_size = 4096;
 
 namespace {
@@ -38,6 +40,7 @@ enum : int { MH = 0, MR = 1, MMR = 3 };  // DF codes
 struct Oconv_st {
     byte_ptr lines;  // decoded lines of the page
     size_t capacity = 0, used = 0;
+    fast_encoder_t *encoder = nullptr;  // where lines go instead when they are not collected
 
     int fd = -1;            // output file
     off_t offset = 0;       // where in it the next bytes go
@@ -122,12 +125,16 @@ static bool write_piece()
 // bit.
 int fp_putdataf(const uint16_t *words, int count)
 {
-    for (int i = 0; i < count; i++) {
-        const uint16_t word = htole16(words[i]);
-        memcpy(conversion.piece + conversion.pending, &word, sizeof word);
-        conversion.pending += sizeof word;
+    for (int done = 0; done < count;) {
+        const int now = std::min(count - done, static_cast<int>((piece_size - conversion.pending) / 2));
+        for (int i = 0; i < now; i++) {
+            const uint16_t word = htole16(words[done + i]);
+            memcpy(conversion.piece + conversion.pending + 2 * i, &word, sizeof word);
+        }
+        conversion.pending += 2 * static_cast<size_t>(now);
         if (conversion.pending == piece_size && !write_piece())
             return -1;
+        done += now;
     }
     conversion.page_bytes += static_cast<size_t>(count) * 2;
     return count * 2;
@@ -219,20 +226,55 @@ static outcome read_page(input_t &in, size_t *length)
 
 // Pages
 
-// The coded data of one page from one coding to the other, to the output by way of fp_putdataf. What fails
-// there is in `conversion`; false when the decoder fails.
-static bool recode_page(const unsigned char *data, size_t length, int from, int to, int vr)
+// By way of bitmaps.
+static bool recode_lines(const unsigned char *data, size_t length, int from, int to, int vr)
 {
     t4_callbacks_t collect;
     collect.line = fp_found_line;
     conversion.used = 0;
     if (!t4dec(data, length, from, collect))
         return false;
-    // Kept: since no decoder but that of MH works through putrunlen, this adds a white line to every page.
     if (to == MH)
         putrunlen(false, T4_EOL, nullptr, fp_found_line, nullptr);
     encode_g3_fax(fp_getdataf, fp_putdataf, to, vr);
     return true;
+}
+
+static void recode_line(const unsigned char *line, int /*bytes*/)
+{
+    if (conversion.encoder->lines() < max_lines)
+        conversion.encoder->line(line, false);
+}
+
+static void recode_changes(void *, const line_changes_t &line, bool same)
+{
+    if (conversion.encoder->lines() < max_lines)
+        conversion.encoder->line(line, same);
+}
+
+// The same bits, without bitmaps of clean lines.
+static bool recode_changing_elements(const unsigned char *data, size_t length, int from, int to, int vr)
+{
+    fast_encoder_t encoder(to, vr == 1 ? 4 : 2, fp_putdataf);
+    conversion.encoder = &encoder;
+    t4_callbacks_t damaged;
+    damaged.line = recode_line;
+    if (!t4dec_changes(data, length, from, recode_changes, nullptr, damaged))
+        return false;
+    if (to == MH)
+        putrunlen(false, T4_EOL, nullptr, recode_line, nullptr);
+    encoder.finish();
+    return true;
+}
+
+// The coded data of one page from one coding to the other, to the output by way of fp_putdataf. What fails
+// there is in `conversion`; false when the decoder fails.
+// Kept: to MH the end is an EOL for putrunlen, and since no decoder but that of MH works through it, this
+// adds a white line to every page.
+static bool recode_page(const unsigned char *data, size_t length, int from, int to, int vr)
+{
+    const bool by_bitmaps = t4dec_debug() & T4_DEBUG_BITMAPS;
+    return (by_bitmaps ? recode_lines : recode_changing_elements)(data, length, from, to, vr);
 }
 
 // A page with its length before it.

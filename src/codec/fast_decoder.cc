@@ -338,7 +338,7 @@ bool line_reader_t::same(const line_changes_t &above)
 long fast_lines(fast_page_t &page)
 {
     line_reader_t reader(page);
-    line_changes_t other, *line = &other, *above = &page.line;
+    line_changes_t *line = &page.room, *above = &page.line;
     const bool has_eols = page.df != 3, has_tags = page.df == 1;
     bool one_dimensional = page.df == 0 || (page.df == 1 && page.one_dimensional);
     long lines = 0;

@@ -21,6 +21,7 @@ struct fast_page_t {
     line_changes_t line;   // the line before it
     changes_callback found;
     void *user;
+    line_changes_t room = {};  // for another line
 };
 
 // Passes lines on and moves the page on to the first one that it leaves alone. An MH or MR line is passed on

@@ -1,6 +1,7 @@
 // Lists to bitmaps and back, 64 pixels at a time.
 #include "codec/line_changes.h"
 
+#include <array>
 #include <bit>
 #include <cstring>
 
@@ -30,29 +31,34 @@ void find_changes(const unsigned char *bitmap, line_changes_t &line)
     line.end(static_cast<int>(out - line.at()));
 }
 
+// By the first pixel: the pixels of a word from there on, as they lie in memory.
+static constexpr std::array<uint64_t, 64> rest_of_word = [] {
+    std::array<uint64_t, 64> masks{};
+    for (unsigned first = 0; first < 64; first++)
+        masks[first] = __builtin_bswap64(~uint64_t{0} >> first);
+    return masks;
+}();
+
 void draw_changes(const line_changes_t &line, unsigned char *bitmap)
 {
-    auto put = [bitmap](int word, uint64_t pixels) {
-        pixels = __builtin_bswap64(pixels);
-        memcpy(bitmap + 8 * word, &pixels, 8);
-    };
     memset(bitmap, 0, changes_line_bytes);
     // Each change inverts the rest of its word. A word begins in the colour that its first change ends.
     const int16_t *at = line.at();
     uint64_t pixels = 0;
-    int word = 0;
+    unsigned word = 0;
     for (int i = 0; i < line.count; i += 2) {
-        int black = at[i], white = at[i + 1];
-        pixels = black >> 6 == word ? pixels : 0;
-        word = black >> 6;
-        pixels ^= ~uint64_t{0} >> (black & 63);
-        put(word, pixels);
-        while (++word < white >> 6)
-            put(word, ~uint64_t{0});
-        pixels = black >> 6 == white >> 6 ? pixels : ~uint64_t{0};
-        word = white >> 6;
-        pixels ^= ~uint64_t{0} >> (white & 63);
-        put(word, pixels);
+        const unsigned black = at[i], white = at[i + 1];
+        pixels = black / 64 == word ? pixels : 0;
+        word = black / 64;
+        pixels ^= rest_of_word[black % 64];
+        memcpy(bitmap + 8 * word, &pixels, 8);
+        if (word < white / 64) {
+            while (++word < white / 64)
+                memset(bitmap + 8 * word, 0xff, 8);
+            pixels = ~uint64_t{0};
+        }
+        pixels ^= rest_of_word[white % 64];
+        memcpy(bitmap + 8 * word, &pixels, 8);
     }
 }
 

@@ -29,7 +29,8 @@ int t4dec_changes(const unsigned char *data, size_t length, int df, changes_call
 // Comma-separated numbers, each a bit (modulo 32) to set in the debug flags; what is no number is passed
 // over.
 void t4dec_set_debug(const char *text);
-uint32_t t4dec_debug();  // the flags so far
+uint32_t t4dec_debug();                         // the flags so far
+enum : uint32_t { T4_DEBUG_BITMAPS = 1 << 0 };  // t4dec_change_format goes by way of bitmaps
 
 const t4_page_counts_t &t4dec_counts();  // of the last page decoded
 
