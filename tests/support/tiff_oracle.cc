@@ -12,7 +12,8 @@ namespace faxtray {
 
 using tiff_ptr = std::unique_ptr<TIFF, deleter<TIFFClose>>;
 
-static int complain(TIFF *, void *, const char *, const char *format, va_list args)
+__attribute__((format(printf, 4, 0))) static int complain(TIFF *, void *, const char *, const char *format,
+                                                          va_list args)
 {
     char text[200];
     vsnprintf(text, sizeof text, format, args);
