@@ -1,9 +1,10 @@
-// registry: the real faxregd of this build, run in the background on a site's lists.
+// registry: the real faxregd of this build, run in the background on a site's lists, or a false one.
 #pragma once
 
 #include <string>
 
 #include "support/daemon.h"
+#include "util/owned.h"
 
 namespace faxtray {
 
@@ -20,6 +21,18 @@ public:
 
 private:
     const site &site_;
+};
+
+// A listening socket that is registered in the registry's place for as long as this lives.
+class false_registry {
+public:
+    false_registry();
+    ~false_registry();
+    unique_fd let_in() const;   // the next client, awaited
+    int count_clients() const;  // of those that wait, let in and hung up on
+
+private:
+    unique_fd listener_;
 };
 
 }  // namespace faxtray
