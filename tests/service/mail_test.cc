@@ -93,7 +93,7 @@ TEST_F(Mail, WhatCannotGoIsRefused)
 TEST_F(Mail, GoesInTheFormOfItsMethod)
 {
     s.add(s / "in", "x0_.fax", fax_bytes("#PAGES:1\n", "page"));
-    for (const auto &[method, encoding, message] : {std::tuple("mimemail_attach", "", "mime"),
+    for (const auto &[method, encoding, message] : {std::tuple("mimemail_attach", "", "mime.ref"),
                                                     {"sunmail_attach", "", "sun.ref"},
                                                     {"email_body", "base64", "base64.ref"},
                                                     {"email_body", "", "uuencode.ref"}}) {
