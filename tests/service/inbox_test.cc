@@ -22,44 +22,31 @@ static std::string fetch(uint32_t procedure, const std::string &who, uint32_t id
     }
 }
 
-TEST(Service, UserListsReadsAndRemovesFaxes)
+TEST(Service, ListsReadsAndRemovesFaxesOfUsersAndUnroutedOnes)
 {
     site s;
-    std::string big = s.add_fax(s.inbox("alsmith"), "big", 1'000'000);
+    const struct {
+        std::string who, directory;
+        uint32_t list, oldest, count, read, remove;  // procedures
+    } rows[] = {
+        {al, s.inbox("alsmith"), 2, 4, 9, 5, 6},
+        {bea + text(s.handle()), s.incoming(), 13, 14, 15, 17, 18},
+    };
+    for (const auto &row : rows)
+        s.add_fax(row.directory, "big", 1'000'000);
     running_daemon daemon(s);
-
-    std::vector<listed_fax_t> faxes = list(al);
-    ASSERT_EQ(faxes.size(), 1u);
-    EXPECT_EQ(faxes[0].size, big.size());
-    EXPECT_EQ(call(4, al).res_type(), 3);  // RES_FAX_INFO, the oldest
-    EXPECT_EQ(call(9, al).at(1), 1u);
-    EXPECT_TRUE(fetch(5, al, faxes[0].id) == big) << "not what stands on the disk";
-    EXPECT_EQ(call(6, al + word(faxes[0].id)).res_type(), 5);
-    EXPECT_NE(access((s.inbox("alsmith") + "/big").c_str(), F_OK), 0);
-    EXPECT_EQ(list(al).size(), 0u);
-}
-
-TEST(Service, ForwarderListsReadsAndRemovesUnroutedFaxes)
-{
-    site s;
-    std::string fax = s.add_fax(s.incoming(), "one", 300'000), inbox = text(s.handle());
-    s.add_fax(s.incoming(), "two");
-    running_daemon daemon(s);
-
-    std::vector<listed_fax_t> faxes = list(bea, s.handle());
-    ASSERT_EQ(faxes.size(), 2u);
-    EXPECT_EQ(call(14, bea + inbox).res_type(), 13);
-    EXPECT_EQ(call(15, bea + inbox).at(1), 2u);
-    EXPECT_TRUE(fetch(17, bea + inbox, faxes[0].id) == fax);
-    EXPECT_EQ(call(18, bea + inbox + word(faxes[0].id)).res_type(), 17);
-    EXPECT_EQ(list(bea, s.handle()).size(), 1u);
-
-    EXPECT_EQ(call(10, bea).res_type(), 9);
-    reply_t recipients = call(8, recipients_for(bea));
-    EXPECT_EQ(recipients.res_type(), 7);
-    EXPECT_EQ(call(8, recipients_for(bea, recipients.at(1))).code(), 13);
-    s.write_users("[Carol]\n");
-    EXPECT_EQ(call(8, recipients_for(bea, recipients.at(1))).code(), 0);
+    for (const auto &row : rows) {
+        const std::string big = read_file(row.directory + "/big");
+        std::vector<listed_fax_t> faxes = call(row.list, index_of(row.who)).faxes();
+        ASSERT_EQ(faxes.size(), 1u);
+        EXPECT_EQ(faxes[0].size, big.size());
+        EXPECT_EQ(call(row.oldest, row.who).res_type(), static_cast<int>(row.oldest) - 1);
+        EXPECT_EQ(call(row.count, row.who).at(1), 1u);
+        EXPECT_TRUE(fetch(row.read, row.who, faxes[0].id) == big) << "not what stands on the disk";
+        EXPECT_EQ(call(row.remove, row.who + word(faxes[0].id)).code(), 0);
+        EXPECT_EQ(names_in(row.directory), ".inbox_index");
+        EXPECT_EQ(call(row.count, row.who).at(1), 0u);
+    }
 }
 
 TEST(Service, CommitRemovesWhatWasShownAndNoMore)
@@ -96,6 +83,7 @@ TEST(Service, RefusesWithCodeAndMessage)
     s.add_fax(s.inbox("alsmith"), "fax", 1000);
     s.add_fax(s.incoming(), "unrouted");
     running_daemon daemon(s);
+    const uint32_t known = call(8, recipients_for(bea)).at(1);
     uint32_t id = list(al)[0].id, unrouted = list(bea, s.handle())[0].id, check = call(2, index_of(al)).at(2);
     const std::string none = word(0), unknown = identity("Nobody"), wrong = identity("Bea", "wrong"),
                       stale = identity("Bea", "2fc7b405", 7), handle = text(s.handle());
@@ -119,6 +107,7 @@ TEST(Service, RefusesWithCodeAndMessage)
         {6, none + word(id), 11, "Trayd: Invalid user name: [(null)]."},
         {7, wrong + handle + word(unrouted) + text("Al Smith"), 8, "Trayd: Invalid password."},
         {8, recipients_for(al), 12, "Trayd: User \"al smith\" is not designated forwarder."},
+        {8, recipients_for(bea, known), 13, "Trayd: List has not changed since last request."},
         {9, wrong, 8, "Trayd: Invalid password."},
         {10, al, 12, "Trayd: User not designated forwarder: [al smith]."},
         {13, index_of(al, s.handle()), 12, "Trayd: User \"al smith\" is not designated forwarder."},
@@ -137,6 +126,8 @@ TEST(Service, RefusesWithCodeAndMessage)
     }
     EXPECT_EQ(list(al).size(), 1u);  // nothing was lost on the way
     EXPECT_EQ(list(bea, s.handle()).size(), 1u);
+    s.write_users("[Carol]\n");
+    EXPECT_EQ(call(8, recipients_for(bea, known)).code(), 0);
 }
 
 TEST(Service, ReadsAtTheEdges)

