@@ -13,12 +13,9 @@ namespace faxtray {
 
 static std::string printed(const av_list_t *list)
 {
-    char *text = nullptr;
-    size_t size = 0;
-    FILE *stream = open_memstream(&text, &size);
-    EXPECT_EQ(1, av_printf(stream, list));
-    fclose(stream);
-    return std::string(c_string(text).get());
+    capture_stdout out;
+    EXPECT_EQ(1, av_printf(stdout, list));
+    return out.text();
 }
 
 static av_list_ptr entry(const char *key, const char *value)
@@ -71,8 +68,7 @@ TEST(AvList, LongChainsCostNoStack)
 
 TEST(AvTable, DoesWhatThePlainChainDoes)
 {
-    const char *names[] = {"al", "Al", "a l", "al.",  "AL-", "b",   "b ",  "B",   "\xe9", "\xe9.",
-                           ".",  "",   "bo",  "b.o.", "cy",  "c,y", "cy;", "dee", "d.ee", "e"};
+    const char *names[] = {"al", "Al", "a l", "al.", "b", "b ", "B", "\xe9", "\xe9.", ".", "", "cy;", "d.ee"};
     std::mt19937 random(11);
     capture_stderr quiet;
     for (int round = 0; round < 50; round++) {

@@ -25,11 +25,11 @@ namespace {
 struct Forwarders : testing::Test {
     Forwarders()
     {
-        for (auto [handle, description] :
-             attrs_t{{"a1", "Alpha"}, {"b2", "Beta Line"}, {"c3", "Gamma"}, {"d4", nullptr}})
-            add_user_node(
-                &incoming_nodes,
-                new_user_node("/in", pw_req_ptr(new_pw(handle, "", "", 0, 0)), description).release());
+        for (auto [handle, name] :
+             attrs_t{{"a1", "Alpha"}, {"b2", "Beta Line"}, {"c3", "Gamma"}, {"d4", nullptr}}) {
+            user_node_ptr node = new_user_node("/in", pw_req_ptr(new_pw(handle, "", "", 0, 0)), name);
+            add_user_node(&incoming_nodes, node.release());
+        }
     }
     ~Forwarders() override { free_user_list(&incoming_nodes); }
 
@@ -79,22 +79,15 @@ TEST_F(Forwarders, RightsAreCheckedByHandle)
 
 TEST(Recipients, AreThoseWhoTakeForwardedFaxes)
 {
-    const struct {
-        const char *key;
-        attrs_t attrs;
-    } rows[] = {
-        {"walter", {{"fax_forwarding", "true"}, {"human_name", "Walter W."}}},
-        {"Ann", {{"fax_forwarding", "y"}}},
-        {"one", {{"fax_forwarding", "1"}}},
-        {"sales", {{"fax_forwarding", "Yes"}, {"group", ""}, {"group_gui", "Sales"}, {"human_name", "x"}}},
-        {"absent", {}},
-        {"Admin", {{"fax_forwarding", "T"}}},
-        {"w.alter", {{"fax_forwarding", "T"}, {"human_name", "late"}}},
-    };
     recipients_t recipients;
     capture_stderr printed;
-    for (auto &row : rows)
-        EXPECT_EQ(recips_list_update(&recipients, entry(row.key, row.attrs).get()), 1) << row.key;
+    for (const auto &user :
+         {entry("walter", {{"fax_forwarding", "true"}, {"human_name", "Walter W."}}),
+          entry("Ann", {{"fax_forwarding", "y"}}), entry("one", {{"fax_forwarding", "1"}}),
+          entry("sales", {{"fax_forwarding", "Yes"}, {"group", ""}, {"group_gui", "Sales"}}),
+          entry("absent", {}), entry("Admin", {{"fax_forwarding", "T"}}),
+          entry("w.alter", {{"fax_forwarding", "T"}, {"human_name", "late"}})})
+        EXPECT_EQ(recips_list_update(&recipients, user.get()), 1) << user->key;
     std::string all;
     for (const ui_entry_t *e = recipients.head; e; e = e->next)
         all.append(e->name).append("=").append(e->label).append(e->flag ? "! " : " ");

@@ -8,13 +8,6 @@
 
 namespace faxtray {
 
-std::string fax_bytes(const std::string &lines)
-{
-    size_t n = lines.size() + 1;
-    return std::string("\xBA\xDB\xAD\x16\0\0", 6) + static_cast<char>(n >> 8) + static_cast<char>(n) + lines +
-           "\x1dpages";
-}
-
 inbox_scene::inbox_scene()
     : user(new_user_node(dir.path().c_str(), pw_req_ptr(new_pw("joe", "", "", 0, 7)), nullptr))
 {

@@ -4,12 +4,9 @@
 #include <string>
 
 #include "inbox/inbox_index.h"
-#include "support/temp_dir.h"
+#include "support/site.h"
 
 namespace faxtray {
-
-// A fax file whose header holds "name:value\n" lines.
-std::string fax_bytes(const std::string &lines);
 
 class inbox_scene {
 public:

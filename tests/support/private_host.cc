@@ -5,7 +5,6 @@
 
 #include <fcntl.h>
 #include <net/if.h>
-#include <netinet/in.h>
 #include <sched.h>
 #include <signal.h>
 #include <sys/ioctl.h>
@@ -24,7 +23,7 @@
 
 #include "support/temp_dir.h"
 #include "support/wait_for.h"
-#include "util/owned.h"
+#include "support/wire.h"
 
 namespace faxtray {
 
@@ -88,27 +87,16 @@ static void raise_loopback()
     require(sock && ioctl(sock.get(), SIOCSIFFLAGS, &lo) == 0, "loopback");
 }
 
-static bool port_mapper_answers()
-{
-    unique_fd sock(socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0));
-    struct sockaddr_in address = {};
-    address.sin_family = AF_INET;
-    address.sin_port = htons(111);
-    address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
-    return connect(sock.get(), reinterpret_cast<struct sockaddr *>(&address), sizeof address) == 0;
-}
-
 void start_port_mapper()
 {
     port_mapper = fork();
     require(port_mapper >= 0, "fork");
     if (port_mapper == 0) {
         execl("/sbin/rpcbind", "rpcbind", "-w", "-f", nullptr);
-        execl("/usr/sbin/rpcbind", "rpcbind", "-w", "-f", nullptr);
         perror("rpcbind");
         _exit(1);
     }
-    require(wait_for(port_mapper_answers), "rpcbind does not answer");
+    require(wait_for([] { return static_cast<bool>(connect_to(111)); }), "rpcbind does not answer");
 }
 
 void stop_port_mapper()
@@ -121,16 +109,12 @@ void stop_port_mapper()
 std::vector<std::string> take_mail()
 {
     std::vector<std::string> mails;
-    for (;;) {
-        char path[32];
+    for (char path[32];; unlink(path)) {
         snprintf(path, sizeof path, "/run/mail/%05zu", mails.size());
         if (access(path, F_OK) != 0)
-            break;
+            return mails;
         mails.push_back(read_file(path));
     }
-    for (const auto &mail : std::filesystem::directory_iterator("/run/mail"))
-        std::filesystem::remove(mail);
-    return mails;
 }
 
 // The name may be the machine's link to its agent, which must stay as it is: it is never written through.
@@ -166,6 +150,16 @@ static void settle_in()
     raise_loopback();
 }
 
+// What `child` ends with, while every process of `group` (-1: any) is awaited on the way.
+static int await(pid_t child, pid_t group)
+{
+    int status = 0;
+    for (pid_t pid = 0; pid != child;)
+        if (pid = waitpid(group, &status, 0); pid < 0)
+            return 1;
+    return WIFEXITED(status) ? WEXITSTATUS(status) : 1;
+}
+
 // Process 1: awaits the body, and every orphan on the way.
 [[noreturn]] static void live_as_init(const std::function<int()> &body)
 {
@@ -177,10 +171,7 @@ static void settle_in()
         start_port_mapper();
         exit(body());  // not _exit: the leak checker has its say
     }
-    int status = 0;
-    for (pid_t pid = 0; pid != child;)
-        pid = waitpid(-1, &status, 0);
-    _exit(WIFEXITED(status) ? WEXITSTATUS(status) : 1);
+    _exit(await(child, -1));
 }
 
 int run_on_private_host(const std::function<int()> &body)
@@ -199,16 +190,10 @@ int run_on_private_host(const std::function<int()> &body)
         require(init >= 0, "fork");
         if (init == 0)
             live_as_init(body);
-        int status = 0;
-        waitpid(init, &status, 0);
-        _exit(WIFEXITED(status) ? WEXITSTATUS(status) : 1);
+        _exit(await(init, init));
     }
-    int status = 0;
-    if (caller < 0 || waitpid(caller, &status, 0) < 0) {
-        perror("private host");
-        return 1;
-    }
-    return WIFEXITED(status) ? WEXITSTATUS(status) : 1;
+    require(caller > 0, "fork");
+    return await(caller, caller);
 }
 
 }  // namespace faxtray

@@ -37,6 +37,6 @@ private:
 };
 
 // What the fax file format asks for: magic, length, lines, terminator, then the pages.
-std::string fax_bytes(const std::string &lines, const std::string &pages);
+std::string fax_bytes(const std::string &lines, const std::string &pages = "pages");
 
 }  // namespace faxtray

@@ -77,33 +77,31 @@ std::vector<listed_fax_t> reply_t::faxes() const
 {
     std::vector<listed_fax_t> list;
     size_t offset = 12;  // after the type, the list's boolean and its check value
-    while (code() == 0 && take_word(result, &offset) == 1) {
-        listed_fax_t fax;
-        fax.name = take_text(result, &offset);
-        fax.sender = take_text(result, &offset);
-        take_text(result, &offset);
-        take_text(result, &offset);
-        fax.pages = static_cast<int>(take_word(result, &offset));
-        fax.is_fax = static_cast<int>(take_word(result, &offset));
-        fax.id = take_word(result, &offset);
-        fax.size = take_word(result, &offset);
-        offset += 4;
-        list.push_back(fax);
-    }
+    auto number = [&] { return take_word(result, &offset); };
+    auto words = [&] { return take_text(result, &offset); };
+    while (code() == 0 && number() == 1)
+        list.push_back(
+            {words(), words(), words(), words(), number(), number(), number(), number(), number()});
     return list;
 }
 
 // --- calls
 
-std::string call_bytes(uint32_t procedure, const std::string &arguments)
+static std::string rpc_call(uint32_t program, uint32_t version, uint32_t procedure,
+                            const std::string &arguments)
 {
-    std::string body = word(1) + word(0) + word(2) + word(351229) + word(1) +
-                       word(procedure) +                                   // xid, CALL, RPC version
-                       word(0) + word(0) + word(0) + word(0) + arguments;  // no credentials
+    const std::string body = word(1) + word(0) + word(2) +  // xid, CALL, RPC version
+                             word(program) + word(version) + word(procedure) + std::string(16, '\0') +
+                             arguments;  // behind no credentials
     return word(0x80000000u | static_cast<uint32_t>(body.size())) + body;
 }
 
-static int connect_to(uint16_t port)
+std::string call_bytes(uint32_t procedure, const std::string &arguments)
+{
+    return rpc_call(351229, 1, procedure, arguments);
+}
+
+unique_fd connect_to(uint16_t port)
 {
     unique_fd sock(socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0));
     struct timeval patience = {PATIENCE, 0};
@@ -112,8 +110,9 @@ static int connect_to(uint16_t port)
     address.sin_family = AF_INET;
     address.sin_port = htons(port);
     address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
-    bool done = connect(sock.get(), reinterpret_cast<struct sockaddr *>(&address), sizeof address) == 0;
-    return done ? sock.release() : -1;
+    if (connect(sock.get(), reinterpret_cast<struct sockaddr *>(&address), sizeof address) != 0)
+        sock.reset();
+    return sock;
 }
 
 static bool send_all(int fd, const std::string &bytes)
@@ -144,10 +143,9 @@ static reply_t receive_reply(int fd)
 // What the port mapper (program 100000, version 2, GETPORT) says of program 351229 over TCP.
 static uint16_t daemon_port()
 {
-    unique_fd sock(connect_to(111));
-    std::string call = word(1) + word(0) + word(2) + word(100000) + word(2) + word(3) +
-                       std::string(16, '\0') + word(351229) + word(1) + word(6) + word(0);
-    if (!sock || !send_all(sock.get(), word(0x80000000u | static_cast<uint32_t>(call.size())) + call))
+    const unique_fd sock = connect_to(111);
+    const std::string sought = word(351229) + word(1) + word(IPPROTO_TCP) + word(0);
+    if (!sock || !send_all(sock.get(), rpc_call(100000, 2, 3, sought)))
         return 0;
     return static_cast<uint16_t>(receive_reply(sock.get()).at(0));
 }
@@ -155,7 +153,7 @@ static uint16_t daemon_port()
 connection::connection()
 {
     if (uint16_t port = daemon_port())
-        socket_.reset(connect_to(port));
+        socket_ = connect_to(port);
 }
 
 bool connection::send(const std::string &bytes) const

@@ -19,9 +19,8 @@ std::string bare_identity(const std::string &user, const std::string &password =
 std::string identity(const std::string &user, const std::string &password = "", uint32_t check_value = 0);
 
 struct listed_fax_t {
-    std::string name, sender;
-    int pages, is_fax;
-    uint32_t id, size;
+    std::string name, sender, subaddress, password;
+    uint32_t pages, is_fax, id, size, mtime;
 };
 
 // A reply, or what is known of one that did not come whole.
@@ -36,6 +35,8 @@ struct reply_t {
     std::string chunk() const;                                                   // of a read
     std::vector<listed_fax_t> faxes() const;                                     // of a listing
 };
+
+unique_fd connect_to(uint16_t port);  // of this host; empty when nobody takes it
 
 class connection {
 public:
