@@ -2,79 +2,46 @@
 
 #include <gtest/gtest.h>
 
-#include <map>
-#include <sstream>
-#include <string>
-#include <vector>
-
-#include "codec/t4_codes.h"
+#include "../fuzz/t4_page.h"
+#include "support/t4_notation.h"
 
 namespace faxtray {
 
-static constexpr int width = 16;
-
-static std::string sent(t4_code_t code)
-{
-    std::string bits;
-    for (int i = 0; i < code.length; i++)
-        bits += code.bits >> i & 1 ? '1' : '0';
-    return bits;
-}
-
-// Bytes of "H w4 b3 V0 0001": modes, EOLs, runs of less than 64, and bits as they stand.
-static std::string coded(const std::string &text)
-{
-    static const std::map<std::string, t4_code_t> names = {
-        {"EOL", encwhite[104]}, {"P", enc2D[0]},   {"H", enc2D[1]},     {"V0", enc2D[2]},
-        {"VL1", enc2D[3]},      {"VL2", enc2D[4]}, {"VL3", enc2D[5]},   {"VR1", enc2D[6]},
-        {"VR2", enc2D[7]},      {"VR3", enc2D[8]}, {"EOL+1", enc2D[9]}, {"EOL+0", enc2D[10]}};
-    std::string bits, bytes;
-    std::istringstream in(text);
-    for (std::string name; in >> name;)
-        if (names.count(name))
-            bits += sent(names.at(name));
-        else if (name[0] == 'w' || name[0] == 'b')
-            bits += sent((name[0] == 'w' ? encwhite : encblack)[std::stoul(name.substr(1))]);
-        else
-            bits += name;
-    bytes.resize((bits.size() + 7) / 8);
-    for (size_t i = 0; i < bits.size(); i++)
-        if (bits[i] == '1')
-            bytes[i / 8] = static_cast<char>(bytes[i / 8] | 1 << i % 8);
-    return bytes;
-}
-
-static std::string drawn;
-static int pixels, lines;  // of all runs so far; passed on
-
-static void draw_line(const unsigned char *line, int bytes)
-{
-    EXPECT_EQ(bytes, width / 8);
-    EXPECT_EQ(pixels, ++lines * width) << "runs make up every line, damaged or not";
-    for (int i = 0; i < width; i++)
-        drawn += line[i / 8] & 0x80 >> i % 8 ? 'X' : '.';
-}
-
-struct page_t {
+struct row_t {
     const char *codes;
     std::string lines;
     int repeated = 0, ended_short = 0;
 };
 
-static void expect_pages(int df, const std::vector<page_t> &pages)
+// Lines of 16 pixels, a bar at each line's end.
+static std::string drawn(const decoded_page_t &page)
 {
-    t4dec_set_pixel_width(width);
-    for (const page_t &page : pages) {
-        const std::string data = coded(page.codes);
-        drawn.clear();
-        pixels = lines = 0;
-        t4_callbacks_t callbacks = {[](int run) { pixels += abs(run); }, draw_line, [] { drawn += '|'; }};
-        EXPECT_EQ(t4dec(reinterpret_cast<const unsigned char *>(data.data()), data.size(), df, callbacks),
-                  df != 1 || !data.empty());
-        EXPECT_EQ(drawn, page.lines) << page.codes;
-        EXPECT_EQ(t4dec_counts().lines, lines) << page.codes;
-        EXPECT_EQ(t4dec_counts().repeated, page.repeated) << page.codes;
-        EXPECT_EQ(t4dec_counts().ended_short, page.ended_short) << page.codes;
+    std::string lines;
+    int pixels = 0;
+    for (int event : page.events)
+        if (event == decoded_page_t::LINE_END)
+            lines += '|';
+        else if (event != decoded_page_t::LINE)
+            pixels += abs(event);
+        else {
+            const std::string &line = page.lines[lines.size() / 17];
+            EXPECT_EQ(std::exchange(pixels, 0), 16) << "runs make up every line, damaged or not";
+            for (size_t i = 0; i < 16; i++)
+                lines += line.at(i / 8) & 0x80 >> i % 8 ? 'X' : '.';
+        }
+    return lines;
+}
+
+static void expect_pages(int df, const std::vector<row_t> &rows)
+{
+    for (const row_t &row : rows) {
+        const std::string data = t4_coded(row.codes);
+        const decoded_page_t page = decode(data, df, 16, true);
+        EXPECT_EQ(page.result, df != 1 || !data.empty());
+        EXPECT_EQ(drawn(page), row.lines) << row.codes;
+        EXPECT_EQ(page.counts.lines, static_cast<long>(page.lines.size())) << row.codes;
+        EXPECT_EQ(page.counts.repeated, row.repeated) << row.codes;
+        EXPECT_EQ(page.counts.ended_short, row.ended_short) << row.codes;
     }
     t4dec_set_pixel_width(1728);
 }
