@@ -14,17 +14,15 @@ TEST(MailTarget, AddressIsWhatStandsBetweenSchemeAndParameters)
     const struct {
         const char *target;
         std::string address;
-    } rows[] = {
-        {"jdoe", "jdoe"},
-        {"jdoe;x=1", "jdoe;x=1"},
-        {"mailto://jdoe;x=1", "jdoe"},
-        {"any://a@b.example", "a@b.example"},
-        {too_long.c_str(), longest},
-        {"mailto://", "none"},
-        {"mailto://;x=1", "none"},
-        {"", "none"},
-        {nullptr, "none"},
-    };
+    } rows[] = {{"jdoe", "jdoe"},
+                {"jdoe;x=1", "jdoe;x=1"},
+                {"mailto://jdoe;x=1", "jdoe"},
+                {"any://a@b.example", "a@b.example"},
+                {too_long.c_str(), longest},
+                {"mailto://", "none"},
+                {"mailto://;x=1", "none"},
+                {"", "none"},
+                {nullptr, "none"}};
     for (const auto &row : rows) {
         capture_stderr printed;
         const char *address = get_mail_address(row.target);
@@ -37,17 +35,14 @@ TEST(MailTarget, ParametersMayBeQuotedOrEmptyAndAreCutToTheBuffer)
 {
     const struct {
         const char *target, *attribute, *value;  // null: not there
-    } rows[] = {
-        {"mailto://a;name=\"x;y\";b=2", "name", "x;y"},
-        {"mailto://a;name='x\"y'", "name", "x\"y"},
-        {"mailto://a;name=x;b=2", "b", "2"},
-        {"mailto://a;name=", "name", ""},
-        {"mailto://a;name=\"x;y", "name", "x;y"},
-        {"mailto://a;name=\"\";b=2", "name", ""},
-        {"mailto://a;name=1234567890", "name", "1234567"},
-        {"mailto://a;names=x", "name", nullptr},
-        {"mailto://name=x", "name", nullptr},
-    };
+    } rows[] = {{"mailto://a;name=\"x;y\";b=2", "name", "x;y"},
+                {"mailto://a;name='x\"y'", "name", "x\"y"},
+                {"mailto://a;name=x;b=2", "b", "2"},
+                {"mailto://a;name=", "name", ""},
+                {"mailto://a;name=\"x;y", "name", "x;y"},
+                {"mailto://a;name=1234567890", "name", "1234567"},
+                {"mailto://a;names=x", "name", nullptr},
+                {"mailto://name=x", "name", nullptr}};
     for (const auto &row : rows) {
         char value[8] = "before";
         EXPECT_EQ(get_mail_param(row.target, row.attribute, value, sizeof value), row.value ? 1 : 0)

@@ -17,14 +17,6 @@ protected:
     std::string path = dir.write("USER_LIST.info", "[John Smith]\n\tdelivery_method = exec\n");
 };
 
-TEST_F(UserListFile, FindsUsersLoosely)
-{
-    ASSERT_EQ(1, ui_open(path.c_str(), nullptr));
-    for (const char *name : {"John Smith", "john.smith", "JohnSmith"})
-        EXPECT_STREQ("exec", av_getv(av_list_ptr(ui_get(name)).get(), "delivery_method")) << name;
-    EXPECT_EQ(nullptr, ui_get("John Smith."));  // does not equal itself
-}
-
 TEST_F(UserListFile, StandsBuiltInWithoutAFile)
 {
     scoped_env home("ONDRIXHOME", (dir / "nowhere").c_str());

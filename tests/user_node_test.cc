@@ -11,9 +11,9 @@
 
 namespace faxtray {
 
-static user_node_t *inbox_of(const char *name, const char *path = "/nowhere")
+static user_node_ptr inbox_of(const std::string &name)
 {
-    return new_user_node(path, pw_req_ptr(new_pw(name, "", "", 0, 0)), nullptr).release();
+    return new_user_node("/nowhere", pw_req_ptr(new_pw(name.c_str(), "", "", 0, 0)), nullptr);
 }
 
 TEST(UserNode, ChainIsWhatWalkingFromTheHeadGives)
@@ -31,7 +31,7 @@ TEST(UserNode, ChainIsWhatWalkingFromTheHeadGives)
             return munged_strcmp(other.c_str(), name.c_str()) >= 0;
         });
         bool taken = at != model.end() && munged_strcmp(at->c_str(), name.c_str()) == 0;
-        user_node_ptr node(inbox_of(name.c_str()));
+        user_node_ptr node = inbox_of(name);
         ASSERT_EQ(add_user_node(&list, node.get()), !taken) << name;
         if (!taken) {
             (void)node.release();
@@ -43,8 +43,7 @@ TEST(UserNode, ChainIsWhatWalkingFromTheHeadGives)
 
         if (random() % 4 == 0) {
             auto gone = model.begin() + static_cast<long>(random() % model.size());
-            user_node_ptr like(inbox_of(gone->c_str()));
-            user_node_ptr removed(delete_user_node(&list, like.get()));
+            user_node_ptr removed(delete_user_node(&list, inbox_of(*gone).get()));
             ASSERT_EQ(removed != nullptr, equals_itself(gone->c_str()));
             if (removed)
                 model.erase(gone);
@@ -60,14 +59,10 @@ TEST(UserNode, ChainIsWhatWalkingFromTheHeadGives)
 TEST(UserNode, PathsAreNormalisedOrRefused)
 {
     const std::string wide(MAXPATHLEN - 3, 'x');
-    auto path = [](const char *directory, const char *name) {
-        const char *made = mk_path(directory, name);
-        return std::string(made ? made : "refused");
-    };
-    EXPECT_EQ(path("/a//b/", "./c"), "/a/b/c");
-    EXPECT_EQ(path("/a", "b c"), "refused");
-    EXPECT_EQ(path("/", wide.c_str()), "/" + wide);
-    EXPECT_EQ(path("/a", wide.c_str()), "refused");
+    EXPECT_STREQ(mk_path("/a//b/", "./c"), "/a/b/c");
+    EXPECT_EQ(mk_path("/a", "b c"), nullptr);
+    EXPECT_EQ(mk_path("/", wide.c_str()), "/" + wide);
+    EXPECT_EQ(mk_path("/a", wide.c_str()), nullptr);
 }
 
 }  // namespace faxtray

@@ -22,10 +22,7 @@ TEST(Client, ListsFetchesAndRemoves)
     listing all;
     ASSERT_TRUE(client.list({}, &all));
     ASSERT_EQ(all.faxes.size(), 251u);
-    auto take = [&](const char *bytes, size_t n) {
-        fetched.append(bytes, n);
-        return true;
-    };
+    auto take = [&](const char *bytes, size_t n) { return !fetched.append(bytes, n).empty(); };
     ASSERT_TRUE(client.fetch({}, all.faxes[0], take));
     EXPECT_TRUE(fetched == big);
     EXPECT_TRUE(client.commit_fax({}, all.faxes[0].id));
@@ -35,9 +32,8 @@ TEST(Client, ListsFetchesAndRemoves)
     s.write_users("[Bea]\npassword = 2fc7b405\n");  // new ids, and no forwarder any more
     EXPECT_FALSE(client.commit_fax({}, all.faxes[1].id));
     EXPECT_EQ(client.failure().code, 11);
-    EXPECT_TRUE(client.list({}, &all));
+    EXPECT_TRUE(client.list({}, &all) && client.commit_index({}));
     EXPECT_EQ(all.faxes.size(), 250u);
-    EXPECT_TRUE(client.commit_index({}));
     EXPECT_TRUE(client.list({}, &all));
     EXPECT_EQ(all.faxes.size(), 0u);
     EXPECT_FALSE(client.list(s.handle(), &all));
@@ -63,8 +59,7 @@ TEST(Command, DoesWhatItSaysAndTellsHowItWent)
     s.add(s.path(), "password", "halyard\n");
     s.add(s.path(), "wrong", "mainsail\n");
     running_daemon daemon(s);
-    const std::string bea = "-u bea --password-file " + (s / "password") + " ", out = s / "tmp/out",
-                      desk = bea + "--inbox 'front desk' ";
+    const std::string bea = "-u bea --password-file " + (s / "password") + " ", out = s / "tmp/out";
 
     auto faxes = nlohmann::json::parse(faxtray("-u al.smith --json list").output, nullptr, false);
     ASSERT_EQ(faxes.size(), 251u);
@@ -76,10 +71,8 @@ TEST(Command, DoesWhatItSaysAndTellsHowItWent)
         int status;
         std::string told;  // a piece of what it prints
     } rows[] = {
-        {"-u al.smith list", 0, "  f249\n"},
-        {"-u al.smith info " + id, 0, "size:       " + std::to_string(last.size()) + " bytes\n"},
         {"-u al.smith get " + id + " -o " + out, 0, out + "\n"},
-        {"-u al.smith get " + id + " -o " + out, 4, out},
+        {"-u al.smith get " + id + " -o " + out, 4, out},  // stands there already
         {"-u al.smith get " + id + " -f -o " + out, 0, out + "\n"},
         {"-u al.smith rm " + id, 0, ""},
         {"-u al.smith commit", 2, "use --yes"},
@@ -88,15 +81,11 @@ TEST(Command, DoesWhatItSaysAndTellsHowItWent)
         {"-u al.smith commit --yes", 5, "the inbox is empty"},
         {"-u nobody list", 1, "Trayd: Invalid user name: [nobody]. (code 11)"},
         {"-u bea --password-file " + (s / "wrong") + " list", 1, "(code 8)"},
-        {"-u bea --password-file nowhere list", 4, "nowhere"},
         {bea + "inboxes", 0, "Front Desk\n"},
         {bea + "recipients", 0, "Beatrice\n"},
-        {bea + "--inbox Nowhere list", 1, "[Nowhere]"},
-        {desk + "commit --yes", 0, "  unrouted\n"},
-        {desk + "count", 0, "0\n"},
+        {bea + "--inbox 'front desk' commit --yes", 0, "  unrouted\n"},
         {"status", 0, "localhost"},
         {bea + "passwd", 0, "password = 2fc7b405\n"},
-        {"get 0", 2, "FAXID"},
         {"-H nowhere.invalid status", 3, "nowhere.invalid"},
     };
     for (const auto &row : rows) {

