@@ -24,7 +24,7 @@ namespace faxtray {
 
 static std::string bracketed(const char *text)
 {
-    return text ? std::string("[").append(text).append("]") : "null";
+    return text ? std::string("[") + text + "]" : "null";
 }
 
 static std::string owned(char *text)
@@ -46,10 +46,9 @@ static std::string pieces(const char *text)
 static std::string inbox_of(const char *name, const char *root, const char *dir)
 {
     av_list_ptr entry(av_new(name));
-    if (root)
-        av_put(entry.get(), "delivery_dir_root", root);
-    if (dir)
-        av_put(entry.get(), "delivery_dir", dir);
+    for (auto [attr, value] : {std::pair("delivery_dir_root", root), {"delivery_dir", dir}})
+        if (value)
+            av_put(entry.get(), attr, value);
     const std::string path = owned(ui_inbox_path(entry.get()));
     return path + " error " + std::to_string(ui_error());
 }
@@ -134,10 +133,8 @@ static void print_sections(const std::string &path, FILE *copy)
 static void print_info(const std::string &path)
 {
     temp_dir dir;
-    const std::string written = dir.write("written.info", "");
-    file_ptr copy(fopen(written.c_str(), "w"));
-    print_sections(path, copy.get());
-    copy.reset();
+    const std::string written = dir / "written.info";
+    print_sections(path, file_ptr(fopen(written.c_str(), "w")).get());
     fprintf(stderr, "--- written\n%s--- read back\n", read_file(written).c_str());
     print_sections(written, nullptr);
 }

@@ -7,7 +7,6 @@
 #include <unistd.h>
 
 #include <cstdio>
-#include <sstream>
 
 #include "support/wait_for.h"
 #include "support/wire.h"
@@ -120,19 +119,17 @@ long running_daemon::resident_kb() const
 
 bool running_daemon::is_idle() const
 {
-    auto ticks = [&] {
-        std::string field;
-        std::istringstream stat(read_file("/proc/" + std::to_string(pid_) + "/stat"));
-        for (int n = 0; n < 13; n++)
-            stat >> field;
-        long user = 0, system = 0;
-        stat >> user >> system;
-        return user + system;
+    clockid_t processor_time;
+    EXPECT_EQ(clock_getcpuclockid(pid_, &processor_time), 0);
+    auto milliseconds = [&] {
+        struct timespec spent = {};
+        clock_gettime(processor_time, &spent);
+        return spent.tv_sec * 1000 + spent.tv_nsec / 1'000'000;
     };
     return wait_for([&] {
-        long before = ticks();
-        poll(nullptr, 0, 200);  // twenty clock ticks for a daemon that spins
-        return ticks() == before;
+        const auto before = milliseconds();
+        poll(nullptr, 0, 200);  // a daemon that spins spends most of it
+        return milliseconds() == before;
     });
 }
 

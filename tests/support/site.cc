@@ -3,6 +3,7 @@
 #include <cstdio>
 #include <filesystem>
 
+#include "support/wire.h"
 #include "util/crc.h"
 
 namespace faxtray {
@@ -20,34 +21,19 @@ std::string site::handle() const
     return passwd(incoming().c_str());
 }
 
+static const std::string users =
+    "[Al Smith]\nhuman_name = Al\n"
+    "[Bea]\npassword = 2fc7b405\nhuman_name = Beatrice\nforwarder = Front Desk\n"
+    "[team]\ngroup = Al Smith,Bea\ngroup_gui = The Team\ndelivery_method = email\n";
+
 void site::write_users(const std::string &more) const
 {
-    add(path(), "USER_LIST.info",
-        "[default]\n"
-        "delivery_dir_root = " +
-            path() +
-            "/faxtrayes\n"
-            "[Al Smith]\n"
-            "human_name = Al\n"
-            "[Bea]\n"
-            "password = 2fc7b405\n"  // halyard
-            "human_name = Beatrice\n"
-            "forwarder = Front Desk\n"
-            "[team]\n"
-            "group = Al Smith,Bea\n"
-            "group_gui = The Team\n"
-            "delivery_method = email\n" +
-            more);
+    add(path(), "USER_LIST.info", "[default]\ndelivery_dir_root = " + path() + "/faxtrayes\n" + users + more);
 }
 
 void site::write_modems() const
 {
-    add(path(), "MODEMS.info",
-        "[ttyS0]\n"
-        "incoming_dir = " +
-            incoming() +
-            "\n"
-            "incoming_gui = Front Desk\n");
+    add(path(), "MODEMS.info", "[ttyS0]\nincoming_dir = " + incoming() + "\nincoming_gui = Front Desk\n");
 }
 
 std::string site::add(const std::string &directory, const std::string &name, const std::string &content) const
@@ -93,11 +79,7 @@ void site::add_converters() const
 
 std::string fax_bytes(const std::string &lines, const std::string &pages)
 {
-    size_t n = lines.size() + 1;
-    std::string bytes = "\xBA\xDB\xAD\x16";
-    for (int shift = 24; shift >= 0; shift -= 8)
-        bytes += static_cast<char>(n >> shift);
-    return bytes + lines + '\x1D' + pages;
+    return "\xBA\xDB\xAD\x16" + word(static_cast<uint32_t>(lines.size()) + 1) + lines + '\x1D' + pages;
 }
 
 }  // namespace faxtray

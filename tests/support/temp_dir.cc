@@ -67,22 +67,21 @@ void set_mtime(const std::string &path, time_t mtime)
     require(utimensat(AT_FDCWD, path.c_str(), times, 0) == 0, path);
 }
 
-scoped_env::scoped_env(const char *name, const char *value) : name_(name), had_(getenv(name) != nullptr)
+static void set_env(const std::string &name, const char *value)
 {
-    if (had_)
-        old_ = getenv(name);
-    if (value)
-        setenv(name, value, 1);
-    else
-        unsetenv(name);
+    require((value ? setenv(name.c_str(), value, 1) : unsetenv(name.c_str())) == 0, name);
+}
+
+scoped_env::scoped_env(const char *name, const char *value) : name_(name)
+{
+    if (const char *old = getenv(name))
+        old_ = old;
+    set_env(name_, value);
 }
 
 scoped_env::~scoped_env()
 {
-    if (had_)
-        setenv(name_.c_str(), old_.c_str(), 1);
-    else
-        unsetenv(name_.c_str());
+    set_env(name_, old_ ? old_->c_str() : nullptr);
 }
 
 }  // namespace faxtray

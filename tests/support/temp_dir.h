@@ -2,6 +2,7 @@
 #pragma once
 
 #include <ctime>
+#include <optional>
 #include <string>
 
 namespace faxtray {
@@ -36,8 +37,8 @@ public:
     scoped_env &operator=(const scoped_env &) = delete;
 
 private:
-    std::string name_, old_;
-    bool had_;
+    std::string name_;
+    std::optional<std::string> old_;
 };
 
 }  // namespace faxtray
