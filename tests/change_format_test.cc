@@ -13,21 +13,29 @@
 
 namespace faxtray {
 
+struct change_t {
+    int result;
+    std::string content, told;  // of the file; on standard error
+};
+
 // What becomes of a file of that content while none may grow beyond `room` bytes; no other is left beside it.
-static int change(const std::string &content, int df, std::string *changed, void (*progress)() = nullptr,
-                  rlim_t room = RLIM_INFINITY)
+static change_t change(const std::string &content, int df, void (*progress)() = nullptr,
+                       rlim_t room = RLIM_INFINITY)
 {
     temp_dir dir;
     const std::string path = dir.write("fax", content);
+    capture_stdout out;
+    capture_stderr err;
     rlimit before;
-    EXPECT_EQ(getrlimit(RLIMIT_FSIZE, &before), 0);
+    getrlimit(RLIMIT_FSIZE, &before);
     const rlimit limit = {room, before.rlim_max};
-    EXPECT_EQ(setrlimit(RLIMIT_FSIZE, &limit), 0);
+    setrlimit(RLIMIT_FSIZE, &limit);
     const int result = t4dec_change_format(path.c_str(), df, 0, progress);
-    EXPECT_EQ(setrlimit(RLIMIT_FSIZE, &before), 0);
-    *changed = read_file(path);
+    setrlimit(RLIMIT_FSIZE, &before);
+    out.text();
+    const change_t changed = {result, read_file(path), err.text()};
     EXPECT_EQ(names_in(dir.path()), "fax");
-    return result;
+    return changed;
 }
 
 static std::vector<page_t> pages_in(const std::string &content)
@@ -50,22 +58,22 @@ TEST(ChangeFormat, KeepsTheLinesOfAllPages)
     for (const auto &[df, file] : files) {
         for (int target : {0, 1, 3}) {
             SCOPED_TRACE(std::to_string(df) + " to " + std::to_string(target));
-            std::string changed;
             progress = 0;
-            ASSERT_EQ(change(file, target, &changed, [] { progress++; }), 1);
+            const change_t changed = change(file, target, [] { progress++; });
+            ASSERT_EQ(changed.result, 1) << changed.told;
             if (target == df) {
-                EXPECT_TRUE(changed == file);
+                EXPECT_TRUE(changed.content == file);
                 continue;
             }
             std::vector<page_t> before = pages_in(file);
             EXPECT_EQ(progress, before.size());
-            EXPECT_NE(changed.find("COMPRESSION:" + std::to_string(target)), std::string::npos);
+            EXPECT_NE(changed.content.find("COMPRESSION:" + std::to_string(target)), std::string::npos);
             // One white line more at the end of MH, which no end of line follows, and one at its top.
             for (page_t &page : before) {
                 if (target == 0)
                     page.insert(page.begin(), white_line());
             }
-            EXPECT_TRUE(pages_in(changed) == before);
+            EXPECT_TRUE(pages_in(changed.content) == before);
         }
     }
 }
@@ -81,8 +89,7 @@ TEST(ChangeFormat, TakesTheHeadersWordForTheNumberOfPages)
                                     {"#PAGES:2\n", 2}}) {
         const std::string head = std::string("X:1\nRESOLUTION: 0\n") + attribute;
         const std::vector<std::string> kept(static_cast<size_t>(count), encode(page, 3));
-        std::string changed;
-        ASSERT_EQ(change(fax_file_of(two_pages, 1, head), 3, &changed), 1);
+        const std::string changed = change(fax_file_of(two_pages, 1, head), 3).content;
         EXPECT_TRUE(changed == fax_file_of(kept, 3, head)) << attribute;
     }
 }
@@ -111,13 +118,10 @@ TEST(ChangeFormat, LeavesWhatItRefusesAsItWas)
         {fax_file_of({page}, 2, one), 3, ""},      // nor is there such a decoder
     };
     for (const auto &row : rows) {
-        capture_stdout out;
-        capture_stderr err;
-        std::string kept;
-        EXPECT_EQ(change(row.file, row.target, &kept), 0) << row.message;
-        EXPECT_TRUE(kept == row.file) << row.message;
-        const std::string told = err.text();
-        EXPECT_NE(told.find(row.message), std::string::npos) << row.message << "\n" << told;
+        const change_t kept = change(row.file, row.target);
+        EXPECT_EQ(kept.result, 0) << row.message;
+        EXPECT_TRUE(kept.content == row.file) << row.message;
+        EXPECT_NE(kept.told.find(row.message), std::string::npos) << row.message << "\n" << kept.told;
     }
 }
 
@@ -127,11 +131,9 @@ TEST(ChangeFormat, SurvivesADiskThatFills)
                       file = fax_file_of({page, page, page}, 3, "#PAGES:3\nRESOLUTION:1\n");
     const auto handler = signal(SIGXFSZ, SIG_IGN);
     for (size_t room : {size_t{10}, size_t{30}, size_t{41}, size_t{5000}, page.size() + 100}) {
-        const capture_stdout out;
-        const capture_stderr err;
-        std::string kept;
-        EXPECT_EQ(change(file, 1, &kept, nullptr, room), 0) << room;
-        EXPECT_TRUE(kept == file) << room;
+        const change_t kept = change(file, 1, nullptr, room);
+        EXPECT_EQ(kept.result, 0) << room;
+        EXPECT_TRUE(kept.content == file) << room;
     }
     signal(SIGXFSZ, handler);
 }
