@@ -99,9 +99,12 @@ TEST(T4Encoder, FailuresStick)
         words += count;
         return -7;
     };
-    EXPECT_EQ(encode_g3_fax(give_noise, refuse, 0, 0), -7);
-    EXPECT_EQ(asked, 101);
-    EXPECT_LE(words, 8192) << "nothing is handed over after a failure";
+    for (auto encode_page : {encode_g3_fax, encode_by_words}) {
+        asked = words = 0;
+        EXPECT_EQ(encode_page(give_noise, refuse, 0, 0), -7);
+        EXPECT_EQ(asked, 101);
+        EXPECT_LE(words, 8192) << "nothing is handed over after a failure";
+    }
     asked = 0;
     EXPECT_EQ(encode_g3_fax(give_noise, take, 1, 0), -3);
     EXPECT_EQ(encode_g3_fax(give_noise, take, 2, 0), 1);
