@@ -1,3 +1,4 @@
+// The fast ways to decode, encode and re-code give what the plain ones give.
 #include <gtest/gtest.h>
 
 #include <algorithm>
@@ -5,9 +6,12 @@
 #include <string>
 #include <vector>
 
+#include "codec/change_format.h"
 #include "codec/t4_decoder.h"
 #include "codec/t4_encoder.h"
 #include "codec/tree_walk.h"
+#include "support/daemon.h"
+#include "support/pages.h"
 
 namespace faxtray {
 namespace {
@@ -49,6 +53,13 @@ template <class Decode> record_t recorded(Decode decode)
     return record;
 }
 
+int walk(const bytes_t &data, int df, const t4_callbacks_t &callbacks)
+{
+    return df == 0   ? walk_MH(data.data(), data.size(), callbacks)
+           : df == 1 ? walk_MR(data.data(), data.size(), callbacks)
+                     : walk_MMR(data.data(), data.size(), Pix_width, callbacks);
+}
+
 // The fast decoder and the walk must tell the same of any bytes.
 void expect_as_walked(const bytes_t &bytes, const std::string &what)
 {
@@ -56,13 +67,9 @@ void expect_as_walked(const bytes_t &bytes, const std::string &what)
     std::vector<unsigned char> data(bytes);
     data.shrink_to_fit();
     for (int df : {0, 1, 3}) {
-        record_t fast =
+        const record_t fast =
             recorded([&](const t4_callbacks_t &c) { return t4dec(data.data(), data.size(), df, c); });
-        record_t walked = recorded([&](const t4_callbacks_t &c) {
-            return df == 0   ? walk_MH(data.data(), data.size(), c)
-                   : df == 1 ? walk_MR(data.data(), data.size(), c)
-                             : walk_MMR(data.data(), data.size(), Pix_width, c);
-        });
+        const record_t walked = recorded([&](const t4_callbacks_t &c) { return walk(data, df, c); });
         ASSERT_TRUE(fast == walked) << what << ", DF " << df << ": " << fast.counts.lines
                                     << " lines instead of " << walked.counts.lines
                                     << ", first difference in line "
@@ -102,21 +109,28 @@ std::vector<line_changes_t> make_page(std::mt19937 &random, int lines)
 
 using encoder_t = int (*)(t4_get_lines, t4_put_words, int, int);
 
-bytes_t bitmaps, coded;
-size_t given;  // lines of `bitmaps`
-
-bytes_t coded_page(const std::vector<line_changes_t> &page, encoder_t encode_page, int df, int vr)
+bytes_t drawn(const std::vector<line_changes_t> &page)
 {
-    bitmaps.assign(page.size() * changes_line_bytes + changes_bitmap_size, 0);
+    bytes_t lines(page.size() * changes_line_bytes + changes_bitmap_size);
     for (size_t i = 0; i < page.size(); i++)
-        draw_changes(page[i], &bitmaps[i * changes_line_bytes]);
+        draw_changes(page[i], &lines[i * changes_line_bytes]);
+    lines.resize(page.size() * changes_line_bytes);
+    return lines;
+}
+
+bytes_t given, coded;
+size_t given_to;
+
+bytes_t coded_page(const bytes_t &lines, encoder_t encode_page, int df, int vr)
+{
+    given = lines;
+    given_to = 0;
     coded.clear();
-    given = 0;
-    auto give = [](const unsigned char **lines, int *count) {
-        const size_t left = bitmaps.size() / changes_line_bytes - 1 - given;
-        *lines = &bitmaps[given * changes_line_bytes];
-        *count = static_cast<int>(std::min<size_t>(left, 17));
-        given += *count;
+    auto give = [](const unsigned char **at, int *count) {
+        const size_t left = given.size() - given_to, size = std::min<size_t>(left, 17 * changes_line_bytes);
+        *at = given.data() + given_to;
+        *count = static_cast<int>(size / changes_line_bytes);
+        given_to += size;
         return left > 0 ? changes_line_bytes : -1;
     };
     auto take = [](const uint16_t *words, int count) {
@@ -128,11 +142,20 @@ bytes_t coded_page(const std::vector<line_changes_t> &page, encoder_t encode_pag
     return coded;
 }
 
+bytes_t damaged_page(bytes_t page, std::mt19937 &random)
+{
+    for (unsigned flips = 1 + random() % 3; flips > 0; flips--)
+        page[random() % page.size()] ^= 1 << random() % 8;
+    if (random() % 4 == 0)
+        page.resize(1 + random() % page.size());
+    return page;
+}
+
 TEST(FastCodec, EncodesAsByCodeWords)
 {
     std::mt19937 random(3);
     for (int i = 0; i < 40; i++) {
-        std::vector<line_changes_t> page = make_page(random, i * 3);
+        const bytes_t page = drawn(make_page(random, i * 3));
         for (int df : {0, 1, 3})
             EXPECT_EQ(coded_page(page, encode_g3_fax, df, i % 2),
                       coded_page(page, encode_by_words, df, i % 2))
@@ -144,18 +167,13 @@ TEST(FastCodec, DecodesWhatTheWalkDecodes)
 {
     std::mt19937 random(6);
     for (int i = 0; i < 30; i++) {
-        std::vector<line_changes_t> page = make_page(random, 40);
+        const bytes_t page = drawn(make_page(random, 40));
         for (int df : {0, 1, 3}) {
             const bytes_t clean = coded_page(page, encode_g3_fax, df, 1);
             const std::string what = "page " + std::to_string(i) + " of DF " + std::to_string(df);
             expect_as_walked(clean, what);
-            for (int flips = 0; flips < 40; flips++) {
-                bytes_t damaged = clean;
-                for (int flip = 0; flip <= flips % 3; flip++)
-                    damaged[random() % damaged.size()] ^= 1 << random() % 8;
-                damaged.resize(damaged.size() - (flips % 4 ? 0 : random() % damaged.size()));
-                expect_as_walked(damaged, what + " damaged");
-            }
+            for (int damaged = 0; damaged < 40; damaged++)
+                expect_as_walked(damaged_page(clean, random), what + " damaged");
             if (HasFatalFailure())
                 return;
         }
@@ -167,7 +185,7 @@ TEST(FastCodec, LeavesNoCleanLineToTheWalk)
     std::mt19937 random(8);
     const std::vector<line_changes_t> page = make_page(random, 500);
     for (int df : {0, 1, 3}) {
-        const bytes_t data = coded_page(page, encode_g3_fax, df, 1);
+        const bytes_t data = coded_page(drawn(page), encode_g3_fax, df, 1);
         size_t found = 0;
         t4dec_changes(data.data(), data.size(), df,
                       [](void *count, const line_changes_t &, bool) { ++*static_cast<size_t *>(count); },
@@ -175,6 +193,32 @@ TEST(FastCodec, LeavesNoCleanLineToTheWalk)
         EXPECT_EQ(found, page.size() - (df == 3 ? 0 : 1))
             << "behind the last line of DF " << df << " is no EOL";
     }
+}
+
+TEST(FastCodec, RecodesAsByBitmapsAndCodeWords)
+{
+    std::mt19937 random(4);
+    auto file_of = [](const bytes_t &page, int df) {
+        return fax_file_of({std::string(page.begin(), page.end())}, df, "#PAGES:1\nRESOLUTION:1\n");
+    };
+    const temp_dir dir;
+    for (int i = 0; i < 60; i++)
+        for (int from : {0, 1, 3}) {
+            const bytes_t lines = drawn(make_page(random, 30)),
+                          clean = coded_page(lines, encode_g3_fax, from, 1),
+                          page = i % 4 ? damaged_page(clean, random) : clean;
+            for (int to : {0, 1, 3}) {
+                if (to == from)
+                    continue;
+                bytes_t kept = recorded([&](const t4_callbacks_t &c) { return walk(page, from, c); }).lines;
+                if (to == 0)
+                    kept.resize(kept.size() + changes_line_bytes);  // a white line
+                const std::string path = dir.write("fax", file_of(page, from));
+                ASSERT_EQ(t4dec_change_format(path.c_str(), to, 0, nullptr), 1);
+                ASSERT_TRUE(read_file(path) == file_of(coded_page(kept, encode_by_words, to, 1), to))
+                    << "page " << i << " from " << from << " to " << to;
+            }
+        }
 }
 
 TEST(FastCodec, DecodesAnyBytesAsTheWalkDoes)
