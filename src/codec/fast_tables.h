@@ -20,9 +20,9 @@ struct fast_tables_t {
     static constexpr int runs_bits = 11;
     using runs_t = std::array<uint64_t, 1 << runs_bits>;
 
-    // Up to seven vertical modes that lie whole in the next 11 bits, and a pass or horizontal mode behind
+    // Up to seven vertical modes that lie whole in the next 10 bits, and a pass or horizontal mode behind
     // them.
-    static constexpr int modes_bits = 11;
+    static constexpr int modes_bits = 10;
     struct modes_t {
         int8_t offset[8];  // a1 - b1
         uint32_t lengths;  // times 4 bits: of the first mode, the first two...
