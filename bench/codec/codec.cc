@@ -492,6 +492,8 @@ int main(int argc, char **argv)
     std::map<std::string, bytes_t> pages;
     for (const auto &entry : std::filesystem::directory_iterator(argv[1]))
         pages[entry.path().stem()] = read_page(entry.path());
+    if (std::none_of(pages.begin(), pages.end(), [](const auto &page) { return is_ordinary(page.first); }))
+        give_up(std::string(argv[1]) + ": none of the pages that count");
     for (bytes_t *buffer : {&found, &coded})
         buffer->resize(32 << 20);
 

@@ -92,7 +92,7 @@ public:
 
     bool one_dimensional(line_changes_t &line);
     bool two_dimensional(line_changes_t &line, const line_changes_t &above);
-    bool same(const line_changes_t &above);
+    int repeats(const line_changes_t &above, int most);
     bool eol();           // with fill before it
     bool tag(bool &tag);  // behind an EOL
 
@@ -324,13 +324,18 @@ bool line_reader_t::two_dimensional(line_changes_t &line, const line_changes_t &
     return true;
 }
 
-// The line above again: V0 for each of its elements and for its end.
-bool line_reader_t::same(const line_changes_t &above)
+// How often, up to `most` times, the line above follows: V0 for each of its elements and for its end.
+int line_reader_t::repeats(const line_changes_t &above, int most)
 {
-    if (above.count > 50 || !fill() || std::countr_one(source.bits) <= above.count)
-        return false;
-    source.skip(above.count + 1);
-    return true;
+    const unsigned length = static_cast<unsigned>(above.count) + 1;
+    if (length > 56 || (length > source.have && !fill()))
+        return 0;
+    const unsigned V0s = std::min(static_cast<unsigned>(std::countr_one(source.bits)), source.have);
+    int times = 0;
+    while (times < most && (times + 1) * length <= V0s)
+        times++;
+    source.skip(times * length);
+    return times;
 }
 
 }  // namespace
@@ -342,12 +347,12 @@ long fast_lines(fast_page_t &page)
     const bool has_eols = page.df != 3, has_tags = page.df == 1;
     bool one_dimensional = page.df == 0 || (page.df == 1 && page.one_dimensional);
     long lines = 0;
-    for (;; lines++) {
-        bool same = !one_dimensional && reader.same(*above);
-        if (!same &&
+    for (;;) {
+        int times = one_dimensional ? 0 : reader.repeats(*above, has_eols ? 1 : 56);
+        if (times == 0 &&
             !(one_dimensional ? reader.one_dimensional(*line) : reader.two_dimensional(*line, *above)))
             break;
-        same = same || (one_dimensional && line->count == 0 && above->count == 0);
+        const bool same = times > 0 || (one_dimensional && line->count == 0 && above->count == 0);
         if ((has_eols && !reader.eol()) || (has_tags && !reader.tag(one_dimensional)) ||
             reader.bit() > 8 * page.length)
             break;
@@ -355,7 +360,8 @@ long fast_lines(fast_page_t &page)
         page.one_dimensional = one_dimensional;
         if (!same)
             std::swap(line, above);
-        page.found(page.user, *above, same && lines > 0);
+        for (times = std::max(times, 1); times > 0; times--)
+            page.found(page.user, *above, same && lines > 0), lines++;
     }
     if (above != &page.line)
         page.line = *above;
