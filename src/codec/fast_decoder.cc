@@ -93,8 +93,7 @@ public:
     bool one_dimensional(line_changes_t &line);
     bool two_dimensional(line_changes_t &line, const line_changes_t &above);
     int repeats(const line_changes_t &above, int most);
-    bool eol();           // with fill before it
-    bool tag(bool &tag);  // behind an EOL
+    bool eol(bool *tag);  // with fill before it and, unless null, a tag behind it: whether it is 1
 
     // Where the next code begins.
     size_t bit() const { return (before_start + static_cast<size_t>(source.next - start)) * 8 - source.have; }
@@ -154,6 +153,11 @@ int line_reader_t::run(int colour)
 
 bool line_reader_t::one_dimensional(line_changes_t &line)
 {
+    if (fill() && source.peek(white_length) == white_bits) {
+        source.skip(white_length);
+        line.end(0);
+        return true;
+    }
     int16_t *out = line.at();
     int pos = 0, colour = 0;
     bit_source_t in = source;
@@ -165,12 +169,6 @@ bool line_reader_t::one_dimensional(line_changes_t &line)
             in = source;
         }
         in.fill();
-        if (pos == 0 && in.peek(white_length) == white_bits) {
-            in.skip(white_length);
-            source = in;
-            line.end(0);
-            return true;
-        }
         for (int block = 0; block < 4; block++) {
             uint64_t runs = tables.runs[colour][in.peek(fast_tables_t::runs_bits)];
             if (runs >> 60 == 0) {
@@ -200,24 +198,23 @@ bool line_reader_t::one_dimensional(line_changes_t &line)
     }
 }
 
-bool line_reader_t::eol()
+bool line_reader_t::eol(bool *tag)
 {
-    if (!fill())
+    int zeros = 0, more;
+    do {
+        if (!fill())
+            return false;
+        more = std::min(std::countr_zero(source.bits), 54);
+        source.skip(more);
+        zeros += more;
+    } while (more == 54);
+    if (zeros < 11)
         return false;
-    int zeros = std::countr_zero(source.bits);
-    if (zeros < 11 || zeros > 55)
-        return false;
-    source.skip(zeros);
     source.skip(1);
-    return true;
-}
-
-bool line_reader_t::tag(bool &tag)
-{
-    if (!fill())
-        return false;
-    tag = source.peek(1);
-    source.skip(1);
+    if (tag) {
+        *tag = source.peek(1);
+        source.skip(1);
+    }
     return true;
 }
 
@@ -353,15 +350,15 @@ long fast_lines(fast_page_t &page)
             !(one_dimensional ? reader.one_dimensional(*line) : reader.two_dimensional(*line, *above)))
             break;
         const bool same = times > 0 || (one_dimensional && line->count == 0 && above->count == 0);
-        if ((has_eols && !reader.eol()) || (has_tags && !reader.tag(one_dimensional)) ||
+        if ((has_eols && !reader.eol(has_tags ? &one_dimensional : nullptr)) ||
             reader.bit() > 8 * page.length)
             break;
         page.bit = reader.bit();
         page.one_dimensional = one_dimensional;
         if (!same)
             std::swap(line, above);
-        for (times = std::max(times, 1); times > 0; times--)
-            page.found(page.user, *above, same && lines > 0), lines++;
+        for (times = std::max(times, 1); times > 0; times--, lines++)
+            page.found(page.user, *above, same && lines > 0);
     }
     if (above != &page.line)
         page.line = *above;
