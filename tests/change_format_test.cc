@@ -159,7 +159,7 @@ TEST(Faxconv, DoesWhatItSaysAndTellsHowItWent)
         {"--info mh", 0, "(Fine (196 lpi))\n"},
         {"--info --json cut", 1, "\"whole\": false"},
         {"--pbm page mmr", 0, ""},
-        {"nothing mr", 1, "No such file or directory"},
+        {"nothing mr", 1, "t4dec_change_format: Failed to open nothing to determine compression\n"},
         {"mr umr", 2, "umr"},
         {"--info mr mh", 2, ""},
     };

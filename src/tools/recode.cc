@@ -4,6 +4,7 @@
 
 #include <fcntl.h>
 #include <sys/stat.h>
+#include <unistd.h>
 
 #include <cerrno>
 #include <csignal>
@@ -11,6 +12,7 @@
 
 #include "client/output.h"
 #include "codec/change_format.h"
+#include "faxfile/fax_header.h"
 #include "tools/fax_pages.h"
 #include "util/files.h"
 
@@ -43,18 +45,20 @@ static bool complain(const std::string &path, const char *what, const char *why 
     return false;
 }
 
-// Whether the file can be read as a fax at all; warns of what its re-coding costs.
-static bool look_before(const std::string &path, int df)
+// Tells what re-coding an MH file costs; nothing when it is none, or no fax at all.
+static void warn_of_MH(const std::string &path, int df)
 {
-    fax_pages_t fax;
-    if (!open_fax_pages(path, &fax))
-        return false;
-    if (fax.df == 0 && df != 0 && fax.pages > 0)
+    char head[16384];
+    const char *const names[] = {"COMPRESSION"};
+    const char *compression;
+    const unique_fd fd(open(path.c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK));  // a pipe must not hold us up
+    const ssize_t n = fd && df != 0 ? read(fd.get(), head, sizeof head) : -1;
+    if (n > 0 && find_fax_header_values(head, static_cast<size_t>(n), names, &compression, 1) &&
+        (!compression || *compression == '0'))
         fprintf(stderr,
                 "faxconv: %s: warning: coded MH: every page gets a white line at its top, and its last line "
                 "is lost unless an EOL follows it\n",
                 printable(path).c_str());
-    return true;
 }
 
 // Re-codes `path`, never more open to others meanwhile than `mode`, which it has in the end.
@@ -68,18 +72,19 @@ static bool recode(const std::string &path, int df, mode_t mode)
 
 bool recode_in_place(const std::string &path, int df)
 {
-    if (!look_before(path, df))
-        return false;
-    // The file itself, not a link to it, is replaced.
-    const c_string file(realpath(path.c_str(), nullptr));
+    warn_of_MH(path, df);
     struct stat status;
-    if (!file || stat(file.get(), &status) < 0)
-        return complain(path, "can't read");
+    std::string file = path;
+    if (lstat(path.c_str(), &status) == 0 && S_ISLNK(status.st_mode))  // the file itself is replaced
+        if (const c_string target(realpath(path.c_str(), nullptr)); target)
+            file = target.get();
+    if (stat(file.c_str(), &status) < 0)
+        status = {};  // t4dec_change_format tells why
     signals_held hold;
-    if (!recode(file.get(), df, status.st_mode & 07777))
+    if (!recode(file, df, status.st_mode & 07777))
         return false;
     // Root re-codes the faxes of others, who keep them.
-    return geteuid() != 0 || chown(file.get(), status.st_uid, status.st_gid) == 0 ||
+    return geteuid() != 0 || chown(file.c_str(), status.st_uid, status.st_gid) == 0 ||
            complain(path, "can't set the owner");
 }
 
@@ -92,8 +97,10 @@ static bool sync_file(const std::string &path)
 bool recode_to(const std::string &path, const std::string &to, int df)
 {
     struct stat status;
-    if (!look_before(path, df))
+    fax_pages_t fax;
+    if (!open_fax_pages(path, &fax))
         return false;
+    warn_of_MH(path, df);
     if (lstat(to.c_str(), &status) == 0 && !S_ISREG(status.st_mode))
         return complain(to, "can't replace", "it is no regular file");
     if (stat(path.c_str(), &status) < 0)
