@@ -21,7 +21,7 @@ static void hear_line(const unsigned char *line, int bytes)
 {
     EXPECT_EQ(bytes, (Pix_width + 7) / 8);
     for (int i = 0; i < Pix_width; i++)
-        heard += line[i / 8] & 0x80 >> i % 8 ? 'X' : '.';
+        heard += line[i / 8] & 0x80 >> i % 8 ? '#' : '.';
 }
 
 static void hear_end()
@@ -48,22 +48,22 @@ struct LineAssembler : testing::Test {
 
 TEST_F(LineAssembler, DrawsRunsAndFillsUpWhite)
 {
-    EXPECT_EQ(put({3, -2, 7, T4_EOL}), "3 -2 7 ...XX.......|");
-    EXPECT_EQ(put({0, -12, T4_EOL, T4_EOL}), "0 -12 XXXXXXXXXXXX|12 ............|");
-    EXPECT_EQ(put({1, -2, T4_EOL}), "1 -2 9 .XX.........|");
+    EXPECT_EQ(put({3, -2, 7, T4_EOL}), "3 -2 7 ...##.......|");
+    EXPECT_EQ(put({0, -12, T4_EOL, T4_EOL}), "0 -12 ############|12 ............|");
+    EXPECT_EQ(put({1, -2, T4_EOL}), "1 -2 9 .##.........|");
     t4dec_set_pixel_width(70);
-    EXPECT_EQ(put({0, -64, 0, 6, T4_EOL}), "0 -64 6 " + std::string(64, 'X') + "......|");
+    EXPECT_EQ(put({0, -64, 0, 6, T4_EOL}), "0 -64 6 " + std::string(64, '#') + "......|");
 }
 
 TEST_F(LineAssembler, RepeatsTheLastFullLineForOneTooLong)
 {
     EXPECT_EQ(put({5, -8}), "5 7 ............|") << "nothing was full yet";
-    EXPECT_EQ(put({T4_EOL, 4, -8, T4_EOL, 2, T4_EOL}), "4 -8 ....XXXXXXXX|2 10 ............|");
+    EXPECT_EQ(put({T4_EOL, 4, -8, T4_EOL, 2, T4_EOL}), "4 -8 ....########|2 10 ............|");
     t4_page_counts = {};
-    EXPECT_EQ(put({12, -1}), "12 ....XXXXXXXX|") << "no run is missing";
+    EXPECT_EQ(put({12, -1}), "12 ....########|") << "no run is missing";
     EXPECT_EQ(put({3, -4, 64, T4_EOL}), "") << "the EOL only ends the wait";
     EXPECT_EQ(put({T4_EOL}), "12 ............|");
-    EXPECT_EQ(put({2, 64, 64}), "2 10 ....XXXXXXXX|") << "two make-up codes in a row";
+    EXPECT_EQ(put({2, 64, 64}), "2 10 ....########|") << "two make-up codes in a row";
     EXPECT_EQ(put({T4_EOL, 1, T4_EOL}), "1 11 ............|");
     EXPECT_EQ(t4_page_counts.lines, 4);
     EXPECT_EQ(t4_page_counts.repeated, 2);

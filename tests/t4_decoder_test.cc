@@ -27,7 +27,7 @@ static std::string drawn(const decoded_page_t &page)
             const std::string &line = page.lines[lines.size() / 17];
             EXPECT_EQ(std::exchange(pixels, 0), 16) << "runs make up every line, damaged or not";
             for (size_t i = 0; i < 16; i++)
-                lines += line.at(i / 8) & 0x80 >> i % 8 ? 'X' : '.';
+                lines += line.at(i / 8) & 0x80 >> i % 8 ? '#' : '.';
         }
     return lines;
 }
@@ -46,7 +46,7 @@ static void expect_pages(int df, const std::vector<row_t> &rows)
     t4dec_set_pixel_width(1728);
 }
 
-static const std::string white = "................|", bar = "....XXX.........|", half = "....XXXXXXXXXXXX|";
+static const std::string white = "................|", bar = "....###.........|", half = "....############|";
 
 TEST(T4Decoder, PassesOnOneDimensionalLinesAtTheNextEOL)
 {

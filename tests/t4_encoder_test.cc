@@ -12,7 +12,7 @@ static std::string line(const std::string &drawn)
 {
     std::string bytes = white_line(static_cast<int>(drawn.size()));
     for (size_t i = 0; i < drawn.size(); i++)
-        if (drawn[i] == 'X')
+        if (drawn[i] == '#')
             bytes[i / 8] = static_cast<char>(bytes[i / 8] | 0x80 >> i % 8);
     return bytes;
 }
@@ -42,16 +42,16 @@ TEST(T4Encoder, PacksCodesFromTheLeastSignificantBitOn)
 
 TEST(T4Encoder, CodesDrawnLinesAgainstTheLineAbove)
 {
-    const std::pair<const char *, const char *> rows[] = {{"....XXX.........", "H w4 b3 V0"},
-                                                          {"....XXX.........", "V0 V0 V0"},
-                                                          {".....XX.........", "VR1 V0 V0"},
-                                                          {"..XXXXXXX.......", "VL3 VR2 V0"},
+    const std::pair<const char *, const char *> rows[] = {{"....###.........", "H w4 b3 V0"},
+                                                          {"....###.........", "V0 V0 V0"},
+                                                          {".....##.........", "VR1 V0 V0"},
+                                                          {"..#######.......", "VL3 VR2 V0"},
                                                           {"................", "P V0"},
-                                                          {"XXX..XXX........", "H w0 b3 H w2 b3 V0"},
-                                                          {"XX....XXXXX.....", "V0 VL1 VR1 VR3 V0"},
-                                                          {"..........X.X...", "P H w8 b1 H w1 b1 V0"},
-                                                          {"........XXX.....", "VL2 V0 P V0"},
-                                                          {"........XXXXXXXX", "V0 H b8 w0"}};
+                                                          {"###..###........", "H w0 b3 H w2 b3 V0"},
+                                                          {"##....#####.....", "V0 VL1 VR1 VR3 V0"},
+                                                          {"..........#.#...", "P H w8 b1 H w1 b1 V0"},
+                                                          {"........###.....", "VL2 V0 P V0"},
+                                                          {"........########", "V0 H b8 w0"}};
     page_t lines;
     std::string codes;
     for (const auto &[drawn, modes] : rows) {
@@ -64,7 +64,7 @@ TEST(T4Encoder, CodesDrawnLinesAgainstTheLineAbove)
 // Short lines are filled up to 1728.
 TEST(T4Encoder, OneLineInKIsOneDimensional)
 {
-    const page_t lines(6, line("X......."));
+    const page_t lines(6, line("#......."));
     const std::string codes = "w0 b1 w7 w1720 ", one = "| EOL+1 " + codes, two = "| EOL+0 V0 V0 V0 ";
     std::string mh;
     for (size_t row = 0; row < lines.size(); row++)
