@@ -21,10 +21,10 @@
 #include <vector>
 
 #include "deliver/deliver.h"
+#include "disk/work_note.h"
 #include "faxfile/fax_header.h"
 #include "util/owned.h"
 #include "util/settings.h"
-#include "util/work_note.h"
 
 static bool to_disk;  // whether these two do anything
 

@@ -6,10 +6,11 @@
 #include <memory>
 
 #include "client/commands.h"
-#include "client/fax_file.h"
 #include "client/output.h"
 #include "client/password.h"
+#include "disk/whole_file.h"
 #include "support/capture.h"
+#include "util/command_output.h"
 
 namespace faxtray {
 
@@ -64,22 +65,22 @@ TEST(Client, AFaxIsOnDiskWholeOrNotAtAll)
     temp_dir dir;
     capture_stderr err;
     const std::string target = dir / "fax";
-    auto dropped = std::make_unique<fax_file>();
+    auto dropped = std::make_unique<whole_file>();
     ASSERT_TRUE(dropped->begin(target, false) && dropped->write("half", 4));
     dropped.reset();
     EXPECT_EQ(names_in(dir.path()), "");
 
-    fax_file first, late, forced;
+    whole_file first, late, forced;
     ASSERT_TRUE(first.begin(target, false) && late.begin(target, false) && late.write("late", 4));
     ASSERT_TRUE(first.write("first", 5) && first.keep());
     EXPECT_FALSE(late.keep());  // somebody was faster
-    EXPECT_FALSE(fax_file().begin(target, false));
+    EXPECT_FALSE(whole_file().begin(target, false));
     ASSERT_TRUE(forced.begin(target, true) && forced.write("forced", 6));
     EXPECT_EQ(read_file(target), "first");
     ASSERT_TRUE(forced.keep());
     EXPECT_EQ(read_file(target), "forced");
 
-    EXPECT_FALSE(fax_file().begin(dir.path(), true));  // a directory is not replaced
+    EXPECT_FALSE(whole_file().begin(dir.path(), true));  // a directory is not replaced
 }
 
 }  // namespace faxtray

@@ -1,4 +1,4 @@
-#include "deliver/exception_log.h"
+#include "log/exception_log.h"
 
 #include <gtest/gtest.h>
 

@@ -1,5 +1,5 @@
 // Copying, moving, naming and listing files.
-#include "util/files.h"
+#include "disk/files.h"
 
 #include <gtest/gtest.h>
 #include <signal.h>
@@ -10,9 +10,9 @@
 #include <filesystem>
 #include <string>
 
+#include "disk/dir_list.h"
+#include "disk/file_names.h"
 #include "support/capture.h"
-#include "util/dir_list.h"
-#include "util/file_names.h"
 #include "util/owned.h"
 
 namespace faxtray {

@@ -1,4 +1,4 @@
-#include "deliver/log_callback.h"
+#include "log/log_callback.h"
 
 #include <gtest/gtest.h>
 #include <signal.h>

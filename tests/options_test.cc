@@ -8,7 +8,7 @@
 #include <utility>
 #include <vector>
 
-#include "deliver/exception_log.h"
+#include "log/exception_log.h"
 #include "support/capture.h"
 #include "util/settings.h"
 

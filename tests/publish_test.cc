@@ -1,5 +1,5 @@
 // Giving a finished file its last name.
-#include "util/publish.h"
+#include "disk/publish.h"
 
 #include <fnmatch.h>
 #include <gtest/gtest.h>

@@ -5,9 +5,9 @@
 
 #include <string>
 
+#include "deliver/node_queue.h"
 #include "support/capture.h"
 #include "util/clock_text.h"
-#include "util/node_queue.h"
 #include "util/version_id.h"
 
 namespace faxtray {

@@ -1,5 +1,5 @@
 // What a start removes after a crash, and what it leaves alone.
-#include "util/work_note.h"
+#include "disk/work_note.h"
 
 #include <gtest/gtest.h>
 #include <sys/param.h>
@@ -9,10 +9,10 @@
 #include <fstream>
 #include <functional>
 
+#include "disk/files.h"
+#include "disk/publish.h"
 #include "support/capture.h"
-#include "util/files.h"
 #include "util/owned.h"
-#include "util/publish.h"
 #include "util/settings.h"
 
 namespace faxtray {

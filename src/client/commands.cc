@@ -9,10 +9,11 @@
 #include <cstring>
 #include <nlohmann/json.hpp>
 
-#include "client/fax_file.h"
 #include "client/output.h"
 #include "client/password.h"
 #include "config/munged_name.h"
+#include "disk/whole_file.h"
+#include "util/command_output.h"
 
 namespace faxtray {
 
@@ -207,7 +208,7 @@ static exit_status get_one(session &s, faxid_t id)
     std::string target = s.chosen.output.empty() ? file_name_for(fax) : s.chosen.output;
     if (is_directory(target))
         target.append("/").append(file_name_for(fax));
-    fax_file file;
+    whole_file file;
     if (!file.begin(target, s.chosen.force))
         return EXIT_LOCAL;
     bool fetched;

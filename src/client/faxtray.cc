@@ -3,12 +3,10 @@
 #include <unistd.h>
 
 #include <CLI/CLI.hpp>
-#include <clocale>
-#include <csignal>
 #include <cstdio>
-#include <exception>
 
 #include "client/commands.h"
+#include "util/command_output.h"
 
 namespace faxtray {
 
@@ -107,7 +105,7 @@ static void add_command(CLI::App &app, const command_row &row, options &chosen)
             ->required();
 }
 
-static exit_status parse_and_run(int argc, char **argv)
+static int parse_and_run(int argc, char **argv)
 {
     options chosen;
     chosen.user = default_user();
@@ -134,18 +132,5 @@ static exit_status parse_and_run(int argc, char **argv)
 
 int main(int argc, char **argv)
 {
-    using faxtray::EXIT_LOCAL;
-    setlocale(LC_ALL, "");
-    signal(SIGPIPE, SIG_IGN);  // a server or a reader that hangs up is a failure to tell of
-    int status = EXIT_LOCAL;
-    try {
-        status = faxtray::parse_and_run(argc, argv);
-    } catch (const std::exception &error) {
-        fprintf(stderr, "faxtray: %s\n", error.what());
-    }
-    if ((fflush(stdout) != 0 || ferror(stdout)) && status == faxtray::EXIT_DONE) {
-        perror("faxtray: can't write the output");
-        return EXIT_LOCAL;
-    }
-    return status;
+    return faxtray::run_command(argc, argv, faxtray::parse_and_run, faxtray::EXIT_LOCAL);
 }

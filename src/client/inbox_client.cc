@@ -5,7 +5,7 @@
 #include <cerrno>
 #include <cstring>
 
-#include "protocol/timed_client.h"
+#include "rpc/timed_client.h"
 
 namespace faxtray {
 

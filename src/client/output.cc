@@ -1,47 +1,13 @@
 // Tables for people, JSON for scripts.
 #include "client/output.h"
 
-#include <unistd.h>
-
 #include <algorithm>
 #include <cstdio>
-#include <cwchar>
-#include <cwctype>
 #include <nlohmann/json.hpp>
 
+#include "util/command_output.h"
+
 namespace faxtray {
-
-std::string printable(const std::string &text)
-{
-    std::string shown;
-    std::mbstate_t state = {};
-    for (size_t i = 0; i < text.size();) {
-        wchar_t wide = 0;
-        size_t length = std::mbrtowc(&wide, text.data() + i, text.size() - i, &state);
-        if (length == 0 || length > text.size() || !std::iswprint(static_cast<wint_t>(wide))) {
-            char escaped[8];
-            snprintf(escaped, sizeof escaped, "\\x%02X", static_cast<unsigned char>(text[i]));
-            shown += escaped;
-            state = {};
-            i++;
-        } else {
-            shown += text[i] == '\\' ? "\\\\" : text.substr(i, length);
-            i += length;
-        }
-    }
-    return shown;
-}
-
-std::string printable_lines(const std::string &text)
-{
-    std::string shown;
-    for (size_t begin = 0; begin <= text.size();) {
-        const size_t end = std::min(text.find('\n', begin), text.size());
-        shown += (begin == 0 ? "" : "\n  ") + printable(text.substr(begin, end - begin));
-        begin = end + 1;
-    }
-    return shown;
-}
 
 std::string file_name_for(const fax_entry &fax)
 {
@@ -108,37 +74,6 @@ nlohmann::json to_json(const fax_entry &fax)
             {"is_fax", fax.is_fax},
             {"size", fax.size},
             {"mtime", fax.mtime}};
-}
-
-void print_json(const nlohmann::json &value)
-{
-    puts(value.dump(2, ' ', false, nlohmann::json::error_handler_t::replace).c_str());
-}
-
-progress_bar::progress_bar(std::string what, u_int total)
-    : what_(std::move(what)), total_(total), shown_(isatty(STDERR_FILENO) == 1)
-{
-    add(0);
-}
-
-progress_bar::~progress_bar()
-{
-    if (shown_)
-        fputs("\r\x1b[K", stderr);
-}
-
-void progress_bar::add(size_t bytes)
-{
-    done_ += bytes;
-    if (!shown_)
-        return;
-    constexpr int width = 30;
-    unsigned percent = total_ ? static_cast<unsigned>(done_ * 100 / total_) : 100;
-    std::string bar(percent * width / 100, '#');
-    bar.resize(width, '.');
-    fprintf(stderr, "\r%s [%s] %3u %%  %llu of %llu KB", what_.c_str(), bar.c_str(), percent, done_ / 1024,
-            total_ / 1024);
-    fflush(stderr);
 }
 
 }  // namespace faxtray

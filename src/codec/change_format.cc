@@ -18,10 +18,10 @@
 #include "codec/t4_codes.h"
 #include "codec/t4_decoder.h"
 #include "codec/t4_encoder.h"
+#include "disk/files.h"
+#include "disk/work_note.h"
 #include "faxfile/fax_header.h"
-#include "util/files.h"
 #include "util/owned.h"
-#include "util/work_note.h"
 
 namespace faxtray {
 

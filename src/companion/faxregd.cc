@@ -17,9 +17,9 @@
 
 #include "companion/registry_procedures.h"
 #include "companion/registry_tables.h"
-#include "protocol/rpc_service.h"
-#include "protocol/timed_client.h"
 #include "registry/regd_requests.h"
+#include "rpc/rpc_service.h"
+#include "rpc/timed_client.h"
 #include "util/child_process.h"
 #include "util/settings.h"
 

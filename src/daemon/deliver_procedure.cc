@@ -11,11 +11,12 @@
 #include "daemon/replies.h"
 #include "daemon/request_checks.h"
 #include "deliver/deliver.h"
-#include "deliver/exception_log.h"
-#include "deliver/log_and_trace.h"
 #include "deliver/notify.h"
+#include "disk/work_note.h"
 #include "inbox/inbox_index.h"
 #include "inbox/inbox_lists.h"
+#include "log/exception_log.h"
+#include "log/log_and_trace.h"
 #include "util/access.h"
 #include "util/owned.h"
 #include "util/paths.h"
@@ -23,7 +24,6 @@
 #include "util/text.h"
 #include "util/trace.h"
 #include "util/version_id.h"
-#include "util/work_note.h"
 
 namespace faxtray {
 

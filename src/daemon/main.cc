@@ -20,17 +20,17 @@
 #include "daemon/service_loop.h"
 #include "daemon/signals.h"
 #include "deliver/admin_notice.h"
-#include "deliver/exception_log.h"
+#include "disk/work_note.h"
 #include "inbox/inbox_lists.h"
+#include "log/exception_log.h"
 #include "protocol/records.h"
-#include "protocol/timed_client.h"
 #include "registry/regd_client.h"
+#include "rpc/timed_client.h"
 #include "util/child_process.h"
 #include "util/owned.h"
 #include "util/settings.h"
 #include "util/trace.h"
 #include "util/version_id.h"
-#include "util/work_note.h"
 
 namespace faxtray {
 

@@ -8,7 +8,7 @@
 #include <cstdlib>
 #include <cstring>
 
-#include "deliver/exception_log.h"
+#include "log/exception_log.h"
 #include "util/settings.h"
 #include "util/version_id.h"
 

@@ -8,7 +8,7 @@
 #include "daemon/dispatcher.h"
 #include "daemon/signals.h"
 #include "protocol/records.h"
-#include "protocol/rpc_service.h"
+#include "rpc/rpc_service.h"
 
 namespace faxtray {
 

@@ -12,12 +12,12 @@
 #include <string>
 
 #include "config/attributes.h"
-#include "deliver/exception_log.h"
-#include "deliver/log_callback.h"
+#include "deliver/node_queue.h"
 #include "deliver/notify.h"
+#include "log/exception_log.h"
+#include "log/log_callback.h"
 #include "registry/regd_client.h"
 #include "util/clock_text.h"
-#include "util/node_queue.h"
 #include "util/settings.h"
 #include "util/version_id.h"
 

@@ -11,14 +11,14 @@
 #include <cstring>
 #include <new>
 
-#include "deliver/exception_log.h"
-#include "deliver/log_and_trace.h"
+#include "disk/files.h"
+#include "disk/work_note.h"
+#include "log/exception_log.h"
+#include "log/log_and_trace.h"
 #include "util/child_process.h"
-#include "util/files.h"
 #include "util/owned.h"
 #include "util/paths.h"
 #include "util/trace.h"
-#include "util/work_note.h"
 
 namespace faxtray {
 

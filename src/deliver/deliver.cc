@@ -16,17 +16,17 @@
 #include "config/attributes.h"
 #include "config/user_list_file.h"
 #include "deliver/convert.h"
-#include "deliver/exception_log.h"
-#include "deliver/log_and_trace.h"
 #include "deliver/mail.h"
+#include "disk/file_names.h"
+#include "disk/files.h"
+#include "disk/publish.h"
+#include "disk/work_note.h"
+#include "log/exception_log.h"
+#include "log/log_and_trace.h"
 #include "util/child_process.h"
-#include "util/file_names.h"
-#include "util/files.h"
 #include "util/paths.h"
-#include "util/publish.h"
 #include "util/text.h"
 #include "util/trace.h"
-#include "util/work_note.h"
 
 namespace faxtray {
 

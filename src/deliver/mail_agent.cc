@@ -8,8 +8,8 @@
 #include <cstring>
 
 #include "config/attributes.h"
-#include "deliver/exception_log.h"
-#include "deliver/log_and_trace.h"
+#include "log/exception_log.h"
+#include "log/log_and_trace.h"
 #include "registry/regd_client.h"
 #include "util/child_process.h"
 #include "util/text.h"

@@ -6,8 +6,8 @@
 #include <cerrno>
 #include <cstring>
 
-#include "deliver/exception_log.h"
-#include "deliver/log_and_trace.h"
+#include "log/exception_log.h"
+#include "log/log_and_trace.h"
 
 namespace faxtray {
 

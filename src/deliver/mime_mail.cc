@@ -4,10 +4,10 @@
 #include <cerrno>
 #include <cstring>
 
-#include "deliver/exception_log.h"
-#include "deliver/log_and_trace.h"
 #include "deliver/mail_agent.h"
 #include "deliver/mail_encoding.h"
+#include "log/exception_log.h"
+#include "log/log_and_trace.h"
 #include "util/owned.h"
 #include "util/paths.h"
 #include "util/text.h"

@@ -5,9 +5,9 @@
 #include <cstring>
 
 #include "config/attributes.h"
-#include "deliver/exception_log.h"
-#include "deliver/log_and_trace.h"
 #include "deliver/mail.h"
+#include "log/exception_log.h"
+#include "log/log_and_trace.h"
 #include "protocol/records.h"
 #include "registry/regd_client.h"
 #include "util/text.h"

@@ -10,12 +10,12 @@
 #include <cstring>
 #include <string>
 
-#include "deliver/exception_log.h"
-#include "deliver/log_and_trace.h"
 #include "deliver/mail_agent.h"
 #include "deliver/mail_encoding.h"
+#include "disk/files.h"
+#include "log/exception_log.h"
+#include "log/log_and_trace.h"
 #include "util/empty_format.h"
-#include "util/files.h"
 #include "util/owned.h"
 #include "util/paths.h"
 #include "util/text.h"

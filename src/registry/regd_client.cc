@@ -9,9 +9,9 @@
 #include <memory>
 
 #include "faxfile/fax_header.h"
-#include "protocol/timed_client.h"
 #include "protocol/xdr_records.h"
 #include "registry/xdr_regd.h"
+#include "rpc/timed_client.h"
 
 namespace faxtray {
 

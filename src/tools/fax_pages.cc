@@ -10,8 +10,8 @@
 #include <cstring>
 #include <nlohmann/json.hpp>
 
-#include "client/output.h"
 #include "faxfile/fax_params.h"
+#include "util/command_output.h"
 
 namespace faxtray {
 

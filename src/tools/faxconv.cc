@@ -1,13 +1,11 @@
 // faxconv: the command that re-codes fax files, and shows what is in them.
 #include <CLI/CLI.hpp>
-#include <clocale>
-#include <csignal>
 #include <cstdio>
-#include <exception>
 
 #include "tools/fax_pages.h"
 #include "tools/pbm.h"
 #include "tools/recode.h"
+#include "util/command_output.h"
 
 namespace faxtray {
 
@@ -46,7 +44,7 @@ static bool run(const options &chosen)
     return done && (chosen.pbm.empty() || write_pbm_pages(chosen.file, chosen.pbm));
 }
 
-static exit_status parse_and_run(int argc, char **argv)
+static int parse_and_run(int argc, char **argv)
 {
     options chosen;
     CLI::App app("Re-codes a fax file, or shows what is in it.", "faxconv");
@@ -77,19 +75,5 @@ static exit_status parse_and_run(int argc, char **argv)
 
 int main(int argc, char **argv)
 {
-    using faxtray::EXIT_FAILED;
-    setlocale(LC_ALL, "");
-    signal(SIGPIPE, SIG_IGN);  // a reader that hangs up is a failure to tell of
-    signal(SIGXFSZ, SIG_IGN);  // and so is a file that may not grow
-    int status = EXIT_FAILED;
-    try {
-        status = faxtray::parse_and_run(argc, argv);
-    } catch (const std::exception &error) {
-        fprintf(stderr, "faxconv: %s\n", error.what());
-    }
-    if ((fflush(stdout) != 0 || ferror(stdout)) && status == faxtray::EXIT_DONE) {
-        perror("faxconv: can't write the output");
-        return EXIT_FAILED;
-    }
-    return status;
+    return faxtray::run_command(argc, argv, faxtray::parse_and_run, faxtray::EXIT_FAILED);
 }

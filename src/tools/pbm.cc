@@ -4,13 +4,13 @@
 
 #include <cstdio>
 
-#include "client/fax_file.h"
+#include "disk/whole_file.h"
 #include "tools/fax_pages.h"
 
 namespace faxtray {
 
 // The page that is being written: decoders call back without a context.
-static fax_file *output;
+static whole_file *output;
 static std::string buffer;
 static bool written;
 
@@ -34,7 +34,7 @@ static bool write_page(const std::string &path, int df, const std::vector<unsign
         fprintf(stderr, "faxconv: %s: the page cannot be decoded\n", path.c_str());
         return false;
     }
-    fax_file file;
+    whole_file file;
     if (!file.begin(path, true))
         return false;
     output = &file;

@@ -10,11 +10,11 @@
 #include <csignal>
 #include <cstring>
 
-#include "client/output.h"
 #include "codec/change_format.h"
+#include "disk/files.h"
 #include "faxfile/fax_header.h"
 #include "tools/fax_pages.h"
-#include "util/files.h"
+#include "util/command_output.h"
 
 namespace faxtray {
 

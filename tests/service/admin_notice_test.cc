@@ -4,13 +4,13 @@
 
 #include <gtest/gtest.h>
 
-#include "deliver/exception_log.h"
+#include "deliver/node_queue.h"
+#include "log/exception_log.h"
 #include "registry/regd_client.h"
 #include "support/capture.h"
 #include "support/private_host.h"
 #include "support/registry.h"
 #include "util/clock_text.h"
-#include "util/node_queue.h"
 
 namespace faxtray {
 

@@ -6,8 +6,8 @@
 #include <csignal>
 #include <thread>
 
-#include "protocol/timed_client.h"
 #include "registry/regd_client.h"
+#include "rpc/timed_client.h"
 #include "support/private_host.h"
 #include "support/registry.h"
 #include "support/wire.h"

@@ -3,7 +3,7 @@
 // A line is "KIND DEVICE:INODE:BIRTH PATH ." in one write, with a line feed on either side: a line torn by a
 // crash or a full disk lacks the dot and does not spoil the next one. Bytes of the path that a line cannot
 // hold stand as "%" and two hexadecimal digits.
-#include "util/work_note.h"
+#include "disk/work_note.h"
 
 #include <fcntl.h>
 #include <sys/file.h>
@@ -15,7 +15,7 @@
 #include <cstdio>
 #include <cstring>
 
-#include "util/dir_list.h"
+#include "disk/dir_list.h"
 #include "util/owned.h"
 #include "util/paths.h"
 #include "util/settings.h"

@@ -1,6 +1,6 @@
 // The framing of RFC 5531 section 11 over a socket that is never read or written without asking the clock;
 // the messages themselves are libtirpc's.
-#include "protocol/timed_client.h"
+#include "rpc/timed_client.h"
 
 #include <fcntl.h>
 #include <netdb.h>

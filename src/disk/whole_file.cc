@@ -1,6 +1,6 @@
 // States on disk: a temporary file ".faxtray-XXXXXX" of mode 0600 beside the target; then the target,
 // whole. A crash in between leaves the temporary file, which nobody reads.
-#include "client/fax_file.h"
+#include "disk/whole_file.h"
 
 #include <fcntl.h>
 #include <sys/stat.h>
@@ -13,7 +13,7 @@
 #include <cstdio>
 #include <cstring>
 
-#include "client/output.h"
+#include "util/command_output.h"
 
 namespace faxtray {
 
@@ -48,7 +48,7 @@ static std::string directory_of(const std::string &path)
     return slash == std::string::npos ? "." : path.substr(0, slash + 1);
 }
 
-bool fax_file::complain(const char *what) const
+bool whole_file::complain(const char *what) const
 {
     const int error = errno;
     fprintf(stderr, "%s: can't %s %s: %s\n", program_invocation_short_name, what, printable(target_).c_str(),
@@ -56,7 +56,7 @@ bool fax_file::complain(const char *what) const
     return false;
 }
 
-bool fax_file::begin(const std::string &target, bool replace)
+bool whole_file::begin(const std::string &target, bool replace)
 {
     target_ = target;
     replace_ = replace;
@@ -86,7 +86,7 @@ bool fax_file::begin(const std::string &target, bool replace)
     return true;
 }
 
-bool fax_file::write(const char *bytes, size_t n)
+bool whole_file::write(const char *bytes, size_t n)
 {
     while (n > 0) {
         ssize_t written = ::write(fd_.get(), bytes, n);
@@ -118,7 +118,7 @@ static bool sync_directory(const std::string &path)
     return directory && (fsync(directory.get()) == 0 || errno == EINVAL);
 }
 
-bool fax_file::keep()
+bool whole_file::keep()
 {
     if (temporary_.empty())  // standard output
         return close(fd_.release()) == 0 || complain("write to");
@@ -135,7 +135,7 @@ bool fax_file::keep()
     return sync_directory(directory_of(target_)) || complain("sync the directory of");
 }
 
-fax_file::~fax_file()
+whole_file::~whole_file()
 {
     if (!temporary_.empty()) {
         unlink(temporary_.c_str());

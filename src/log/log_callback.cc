@@ -1,6 +1,6 @@
 // Runs the command that -L names, once for each entry. It may fail, die or read nothing: that costs a trace
 // line and its own running time.
-#include "deliver/log_callback.h"
+#include "log/log_callback.h"
 
 #include <sys/wait.h>
 

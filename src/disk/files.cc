@@ -1,5 +1,5 @@
 // Copying, moving and cutting files. Whatever fails, the source stays and no half-made target does.
-#include "util/files.h"
+#include "disk/files.h"
 
 #include <fcntl.h>
 #include <sys/param.h>
@@ -10,11 +10,11 @@
 #include <climits>
 #include <cstring>
 
+#include "disk/work_note.h"
 #include "util/owned.h"
 #include "util/paths.h"
 #include "util/settings.h"
 #include "util/trace.h"
-#include "util/work_note.h"
 
 namespace faxtray {
 

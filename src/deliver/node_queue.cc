@@ -1,5 +1,5 @@
 // One first-in first-out queue of values for the process.
-#include "util/node_queue.h"
+#include "deliver/node_queue.h"
 
 #include <deque>
 #include <new>

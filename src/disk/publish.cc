@@ -1,5 +1,5 @@
 // Publishing a file: bytes to the disk, name to the disk, and only then the source goes.
-#include "util/publish.h"
+#include "disk/publish.h"
 
 #include <fcntl.h>
 #include <sys/param.h>
@@ -10,8 +10,8 @@
 #include <cstdio>
 #include <cstring>
 
-#include "util/file_names.h"
-#include "util/files.h"
+#include "disk/file_names.h"
+#include "disk/files.h"
 #include "util/owned.h"
 #include "util/paths.h"
 #include "util/trace.h"

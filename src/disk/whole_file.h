@@ -1,4 +1,4 @@
-// fax_file: a fetched fax on its way to disk: whole under its name, or not there at all.
+// whole_file: a file being written by a command: whole under its name, or not there at all.
 #pragma once
 
 #include <string>
@@ -7,12 +7,12 @@
 
 namespace faxtray {
 
-class fax_file {
+class whole_file {
 public:
-    fax_file() = default;
-    ~fax_file();  // removes what was not kept
-    fax_file(const fax_file &) = delete;
-    fax_file &operator=(const fax_file &) = delete;
+    whole_file() = default;
+    ~whole_file();  // removes what was not kept
+    whole_file(const whole_file &) = delete;
+    whole_file &operator=(const whole_file &) = delete;
 
     // Each gives true, or false with a message on standard error.
 

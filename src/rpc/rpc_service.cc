@@ -1,6 +1,6 @@
 // The select() loop over libtirpc's connections, with a descriptor to wake it in the set and a limit on how
 // many connections are let in.
-#include "protocol/rpc_service.h"
+#include "rpc/rpc_service.h"
 
 #include <fcntl.h>
 #include <netinet/in.h>

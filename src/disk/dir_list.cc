@@ -1,6 +1,6 @@
 // The names of a directory, all read when it is opened: what happens in the directory afterwards
 // leaves the listing as it is.
-#include "util/dir_list.h"
+#include "disk/dir_list.h"
 
 #include <regex.h>
 #include <sys/param.h>

@@ -1,5 +1,5 @@
 // The trace comes first: a notice that the log sends may trace much of its own.
-#include "deliver/log_and_trace.h"
+#include "log/log_and_trace.h"
 
 #include <sys/param.h>
 
@@ -7,7 +7,7 @@
 #include <cstdarg>
 #include <cstdio>
 
-#include "deliver/exception_log.h"
+#include "log/exception_log.h"
 #include "util/trace.h"
 #include "util/version_id.h"
 

@@ -1,6 +1,6 @@
 // Names fit for a file system. The unique short names are counted on in a file, so that they go on
 // after a restart; it is not locked, as one daemon makes them.
-#include "util/file_names.h"
+#include "disk/file_names.h"
 
 #include <fcntl.h>
 #include <sys/param.h>

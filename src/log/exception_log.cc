@@ -1,6 +1,6 @@
 // Writes the lines of the exception log. Trouble with the log itself is told on standard error and by the
 // result; it never stops the caller.
-#include "deliver/exception_log.h"
+#include "log/exception_log.h"
 
 #include <cerrno>
 #include <cstdarg>
