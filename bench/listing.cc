@@ -7,7 +7,7 @@
 //
 // The bare loop reads the directory and, for each file, does fstatat and, where a scan has to read the
 // file, open, read(4 KiB) and close. Every figure is the median of several runs; bare loop and ours take
-// turns, each in a process of its own, so that each tells its own peak memory.
+// turns, each in a process of its own, so that each reports its own peak memory.
 #include <dirent.h>
 #include <fcntl.h>
 #include <sys/mman.h>

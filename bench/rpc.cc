@@ -235,7 +235,7 @@ std::string make_call(u_long procedure, client_fax_req_t *argument)
     return {bytes, 4 + length};
 }
 
-// One connection with a call outstanding: what of its reply has been seen.
+// One connection with a call outstanding: how much of its reply has arrived.
 struct connection_t {
     int fd;
     char mark[4];
