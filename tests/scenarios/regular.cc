@@ -69,7 +69,7 @@ std::string regular_t::made_regular(std::string text)
     static const pattern_t log_time("[0-9]{2}-[A-Z][a-z]{2}-[0-9]{4} [0-9:]{8}"),
         date("[A-Z][a-z]{2} [A-Z][a-z]{2} [ 0-9][0-9] [0-9:]{8} [0-9]{4}"), mtime("\\bmtime [0-9]{10}\\b"),
         fax_id("\\b[0-9]{10}\\b"), source("\\[[^] ]*\\.cc:[0-9]+\\]"), pid("\\bpid [0-9]+\\b"),
-        scratch("\\bFDF\\.[a-zA-Z]+");
+        trace_time("\\b[0-9]{2}:[0-9]{2}:[0-9]{2} "), scratch("\\bFDF\\.[a-zA-Z]+");
     auto or_itself = [](const std::string &shown, const std::string &found) {
         return shown.empty() ? found : shown;
     };
@@ -79,6 +79,7 @@ std::string regular_t::made_regular(std::string text)
     date.replace(&text, [&](const std::string &found) {
         return or_itself(relative(parsed(found, "%a %b %d %H:%M:%S %Y"), start_), found);
     });
+    trace_time.replace(&text, [](const std::string &) { return ""; });
     mtime.replace(&text, [&](const std::string &found) {
         const std::string shown = relative(atol(found.c_str() + 6), start_);
         return shown.empty() ? found : "mtime " + shown;

@@ -175,19 +175,21 @@ void scenario_t::say(const std::string &mark, const std::string &text)
     }
 }
 
-// The order in which a directory is read is the kernel's: lines that tell of its files are sorted.
-static std::string without_times(const std::string &trace)
+// The order in which a directory is read is the kernel's: lines on its files are sorted.
+static std::string sorted_trace(const std::string &trace)
 {
     std::istringstream lines(trace);
     std::vector<std::string> sorted;
-    auto begin_of_files = sorted.size();
+    std::ptrdiff_t first_file = 0;
     for (std::string line; std::getline(lines, line);) {
-        if (line.size() > 9 && line[2] == ':' && line[5] == ':')
-            line.erase(0, 9);
         sorted.push_back(line);
-        if (!line.starts_with("update_index: Adding") && !line.starts_with("update_index: Ignoring"))
-            begin_of_files = sorted.size();
-        std::sort(sorted.begin() + static_cast<std::ptrdiff_t>(begin_of_files), sorted.end());
+        const size_t text = std::min(line.find("update_index: "), line.size());
+        if (line.compare(text, 20, "update_index: Adding") == 0 ||
+            line.compare(text, 22, "update_index: Ignoring") == 0)
+            std::sort(sorted.begin() + first_file, sorted.end(),
+                      [](const std::string &a, const std::string &b) { return a.substr(9) < b.substr(9); });
+        else
+            first_file = static_cast<std::ptrdiff_t>(sorted.size());
     }
     std::string text;
     for (const std::string &line : sorted)
@@ -217,7 +219,7 @@ void scenario_t::report_changes()
         if (mark != std::string("  trace: "))
             say(mark, added);
         else if (trace_shown_)
-            say(mark, without_times(added));
+            say(mark, sorted_trace(added));
     }
     for (const std::string &mail : take_mail()) {
         say("  mail: ", mail);
@@ -264,7 +266,7 @@ void scenario_t::put(const step_t &step)
                                                                 {"subaddress", "T30_SUB_FRAME"},
                                                                 {"password", "T30_PWD_FRAME"},
                                                                 {"df", "COMPRESSION"}};
-    std::string lines;
+    std::string lines = step.options.contains("pages") ? "" : "#PAGES:1\n";
     for (const auto &[name, attribute] : attributes)
         if (step.options.contains(name))
             lines += std::string(attribute) + ":" + step.option(name) + "\n";
@@ -272,9 +274,10 @@ void scenario_t::put(const step_t &step)
         std::string path = step.word(0), pages;
         if (const size_t star = path.find('*'); star != std::string::npos)
             path.replace(star, 1, std::to_string(1000 + n).substr(1));
-        for (uint32_t line = 0; pages.size() < step.number("size", 1); line++)
-            pages += "line " + std::to_string(line) + " of " + path + "\n";
-        std::string content = fax_bytes(lines, pages.substr(0, step.number("size", 1000)));
+        do
+            pages += "pages of " + path + "\n";
+        while (pages.size() < step.number("size", 0));
+        std::string content = fax_bytes(lines, pages.substr(0, step.number("size", UINT32_MAX)));
         if (step.options.contains("copy"))
             content = read_file(SCENARIOS "/../faxes/" + step.option("copy"));
         put_.emplace(content, path);
@@ -331,7 +334,7 @@ void scenario_t::show_files()
             continue;
         }
         const std::string content = read_file(entry.path());
-        const auto known = put_.find(content);
+        const auto known = content.empty() ? put_.end() : put_.find(content);
         say("", text + ": " +
                     (known == put_.end()     ? shown_bytes(content)
                      : known->second == path ? "as put"
@@ -426,10 +429,9 @@ void scenario_t::await(const step_t &step)
 void scenario_t::shell(const step_t &step)
 {
     std::string command = step.rest;
-    for (size_t from; (from = command.find('{')) != std::string::npos;) {
-        const size_t to = command.find('}', from);
-        command.replace(from, to + 1 - from, std::to_string(fax_id(command.substr(from + 1, to - from - 1))));
-    }
+    for (const auto &[name, id] : ids_)
+        for (size_t at; (at = command.find("{" + name + "}")) != std::string::npos;)
+            command.replace(at, name.size() + 2, std::to_string(id));
     const std::string script = "/run/command";
     std::ofstream(script) << command << "\n" << step.block;
     const ended_t ended = run_shell("setsid -w sh " + script + " </dev/null");
@@ -483,10 +485,11 @@ void scenario_t::inject(const step_t &failure)
                                       "-e",
                                       "trace=" + failure.word(0),
                                       "-e",
-                                      "inject=" + failure.word(0) + ":error=" + failure.word(1) +
-                                          ":when=" + failure.option("when", "1+")};
+                                      "inject=" + failure.word(0) +
+                                          (isdigit(failure.word(1)[0]) ? ":retval=" : ":error=") +
+                                          failure.word(1) + ":when=" + failure.option("when", "1+")};
     if (failure.options.contains("on"))
-        words.insert(words.end(), {"-P", site_path + failure.option("on")});
+        words.insert(words.end(), {"-P", failure.option("on"), "-P", site_path + failure.option("on")});
     words.insert(words.end(), {"-p", std::to_string(daemon_)});
     injector_ = spawn(words, "/run/strace");
     const std::string status = "/proc/" + std::to_string(daemon_) + "/status";
