@@ -68,7 +68,8 @@ std::string regular_t::made_regular(std::string text)
 {
     static const pattern_t log_time("[0-9]{2}-[A-Z][a-z]{2}-[0-9]{4} [0-9:]{8}"),
         date("[A-Z][a-z]{2} [A-Z][a-z]{2} [ 0-9][0-9] [0-9:]{8} [0-9]{4}"), mtime("\\bmtime [0-9]{10}\\b"),
-        fax_id("\\b[0-9]{10}\\b"), source("\\[[^] ]*\\.cc:[0-9]+\\]"), pid("\\bpid [0-9]+\\b"),
+        dos_name("\\b[a-z]{3}[0-9]{2}aa[a-z]\\b"), fax_id("\\b[0-9]{10}\\b"),
+        source("\\[[^] ]*\\.cc:[0-9]+\\]"), pid("\\bpid [0-9]+\\b"),
         trace_time("\\b[0-9]{2}:[0-9]{2}:[0-9]{2} "), scratch("\\bFDF\\.[a-zA-Z]+");
     auto or_itself = [](const std::string &shown, const std::string &found) {
         return shown.empty() ? found : shown;
@@ -90,6 +91,7 @@ std::string regular_t::made_regular(std::string text)
             return found;
         return "<fax " + std::to_string(ids_.emplace(found, ids_.size() + 1).first->second) + ">";
     });
+    dos_name.replace(&text, [](const std::string &found) { return "<day>" + found.substr(5); });
     source.replace(&text, [](const std::string &) { return "[<source>]"; });
     pid.replace(&text, [](const std::string &) { return "pid <pid>"; });
     scratch.replace(&text, [](const std::string &) { return "FDF.<name>"; });

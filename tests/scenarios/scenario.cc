@@ -91,24 +91,16 @@ uint32_t step_t::number(const char *name, uint32_t otherwise) const
     return static_cast<uint32_t>(std::stoll(option(name, std::to_string(otherwise))));
 }
 
-const scenario_t::verb_t scenario_t::verbs[] = {{"$", &scenario_t::shell},
-                                                {"put", &scenario_t::put},
-                                                {"write", &scenario_t::write},
-                                                {"append", &scenario_t::append},
-                                                {"age", &scenario_t::age},
-                                                {"start", &scenario_t::start},
-                                                {"stop", &scenario_t::stop},
-                                                {"restart", &scenario_t::restart},
-                                                {"signal", &scenario_t::signal},
-                                                {"await", &scenario_t::await},
-                                                {"set", &scenario_t::set},
-                                                {"registry", &scenario_t::registry},
-                                                {"rpcbind", &scenario_t::port_mapper},
-                                                {"agent", &scenario_t::agent},
-                                                {"fail", &scenario_t::fail},
-                                                {"trace", &scenario_t::show_trace},
-                                                {"call", &scenario_t::call_raw},
-                                                {"fetch", &scenario_t::fetch}};
+const scenario_t::verb_t scenario_t::verbs[] = {
+    {"$", &scenario_t::shell},           {"put", &scenario_t::put},
+    {"write", &scenario_t::write},       {"append", &scenario_t::append},
+    {"age", &scenario_t::age},           {"start", &scenario_t::start},
+    {"stop", &scenario_t::stop},         {"restart", &scenario_t::restart},
+    {"signal", &scenario_t::signal},     {"set", &scenario_t::set},
+    {"registry", &scenario_t::registry}, {"rpcbind", &scenario_t::port_mapper},
+    {"agent", &scenario_t::agent},       {"fail", &scenario_t::fail},
+    {"trace", &scenario_t::show_trace},  {"call", &scenario_t::call_raw},
+    {"fetch", &scenario_t::fetch}};
 
 void scenario_t::take(const step_t &step)
 {
@@ -212,7 +204,7 @@ void scenario_t::report_changes()
         injector_ = -1;
     }
     for (const auto &[path, mark] : logs) {
-        const std::string text = fs::exists(path) ? read_file(path) : "";
+        const std::string text = fs::is_regular_file(path) ? read_file(path) : "";
         std::string &seen = seen_[path];
         std::string added = text.starts_with(seen) ? text.substr(seen.size()) : text;
         seen = text;
@@ -387,6 +379,7 @@ void scenario_t::start(const step_t &step)
         report_end(status);
 }
 
+// signal NAME [until=TEXT]: and waits until the log says so.
 void scenario_t::signal(const step_t &step)
 {
     const std::pair<const char *, int> names[] = {{"TERM", SIGTERM}, {"INT", SIGINT},   {"QUIT", SIGQUIT},
@@ -394,8 +387,13 @@ void scenario_t::signal(const step_t &step)
                                                   {"SEGV", SIGSEGV}, {"BUS", SIGBUS},   {"USR1", SIGUSR1},
                                                   {"USR2", SIGUSR2}, {"PIPE", SIGPIPE}};
     for (const auto &[name, sig] : names)
-        if (name == step.word(0))
+        if (name == step.word(0) && daemon_ > 0)
             kill(daemon_, sig);
+    const std::string log = site_path + "work/trayd_log", until = step.option("until");
+    if (!wait_for([&] {
+            return until.empty() || read_file(log).find(until, seen_[log].size()) != std::string::npos;
+        }))
+        say("  error: ", "the log does not say so");
 }
 
 // stop [SIGNAL]
@@ -403,7 +401,7 @@ void scenario_t::stop(const step_t &step)
 {
     signal(parse_step("signal " + (step.words.empty() ? "TERM" : step.word(0))));
     int status = 0;
-    if (!wait_for([&] { return waitpid(daemon_, &status, WNOHANG) == daemon_; })) {
+    if (daemon_ > 0 && !wait_for([&] { return waitpid(daemon_, &status, WNOHANG) == daemon_; })) {
         kill(daemon_, SIGKILL);
         waitpid(daemon_, &status, 0);
     }
@@ -414,14 +412,6 @@ void scenario_t::restart(const step_t &step)
 {
     stop({});
     start(step);
-}
-
-// await TEXT: until the log says so since the last step.
-void scenario_t::await(const step_t &step)
-{
-    const std::string log = site_path + "work/trayd_log";
-    if (!wait_for([&] { return read_file(log).find(step.rest, seen_[log].size()) != std::string::npos; }))
-        say("  = ", "the log does not say so");
 }
 
 // Shell commands in the site's directory, all programs of this build in reach, no terminal. {NAME} is a fax's

@@ -61,7 +61,6 @@ private:
     void stop(const step_t &step);
     void restart(const step_t &step);
     void signal(const step_t &step);
-    void await(const step_t &step);
     void shell(const step_t &step);
     void set(const step_t &step);
     void registry(const step_t &step);
