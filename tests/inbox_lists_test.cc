@@ -9,7 +9,7 @@
 #include "inbox/inbox_index.h"
 #include "support/capture.h"
 #include "support/temp_dir.h"
-#include "util/crc.h"
+#include "util/short_hash.h"
 
 namespace faxtray {
 

@@ -15,8 +15,8 @@
 #include "config/user_list_file.h"
 #include "disk/file_names.h"
 #include "support/capture.h"
-#include "util/crc.h"
 #include "util/paths.h"
+#include "util/short_hash.h"
 #include "util/text.h"
 #include "util/version_id.h"
 

@@ -3,7 +3,7 @@
 #include <gtest/gtest.h>
 
 #include "config/user_list_file.h"
-#include "util/crc.h"
+#include "util/short_hash.h"
 
 namespace faxtray {
 

@@ -8,6 +8,7 @@
 #include "deliver/node_queue.h"
 #include "support/capture.h"
 #include "util/clock_text.h"
+#include "util/short_hash.h"
 #include "util/version_id.h"
 
 namespace faxtray {

@@ -12,8 +12,8 @@
 #include <cstdio>
 #include <cstring>
 
-#include "util/crc.h"
 #include "util/owned.h"
+#include "util/short_hash.h"
 
 namespace faxtray {
 

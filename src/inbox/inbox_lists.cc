@@ -18,6 +18,7 @@
 #include "util/crc.h"
 #include "util/paths.h"
 #include "util/settings.h"
+#include "util/short_hash.h"
 #include "util/text.h"
 #include "util/trace.h"
 #include "util/version_id.h"

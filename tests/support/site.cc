@@ -4,7 +4,7 @@
 #include <filesystem>
 
 #include "support/wire.h"
-#include "util/crc.h"
+#include "util/short_hash.h"
 
 namespace faxtray {
 
