@@ -51,7 +51,7 @@ TEST_F(WorkNote, NextStartRemovesWhatACrashLeftAndKeepsWhatOthersPutThere)
         char path[MAXPATHLEN], published[MAXPATHLEN];
         copy_new(fax.c_str(), copy.c_str());
         copy_new(fax.c_str(), (faxes / "odd \n%0a\x80.fax").c_str());
-        copy_staged(fax.c_str(), (faxes / "y.fax").c_str(), false, path);
+        copy_staged(fax.c_str(), (faxes / "y.fax").c_str(), path);
         unique_fd(unique_file("FDF.", path));
         const std::string recoded = faxes / ("x0_.fax." + std::to_string(getpid())).c_str();
         for (const std::string &made : {recoded, work / "FDF.child"}) {

@@ -1,4 +1,4 @@
-// Copying, moving and cutting files. Whatever fails, the source stays and no half-made target does.
+// Every failure is traced here, at the call that failed; errno is kept for those who report it further.
 #include "disk/files.h"
 
 #include <fcntl.h>
@@ -11,7 +11,7 @@
 #include <cstring>
 
 #include "disk/work_note.h"
-#include "util/owned.h"
+#include "util/io.h"
 #include "util/paths.h"
 #include "util/settings.h"
 #include "util/trace.h"
@@ -21,13 +21,16 @@ namespace faxtray {
 static constexpr size_t block_size = 8192;
 static constexpr mode_t permission_bits = 0777;
 
+// Copying
+
 static bool open_failed(const char *path)
 {
     trprintf("copy: open(\"%s\") failed: %s.\n", path, strerror(errno));
     return false;
 }
 
-// Opens without waiting for the other end of a pipe, which is refused afterwards.
+// Opens for reading and refuses what is no regular file. O_NONBLOCK: opening a FIFO would otherwise wait for
+// a writer, and the daemon with it.
 static bool open_source(const char *path, unique_fd &in, struct stat &st)
 {
     in.reset(open(path, O_RDONLY | O_NONBLOCK | O_NOCTTY | O_CLOEXEC));
@@ -44,9 +47,12 @@ static bool open_source(const char *path, unique_fd &in, struct stat &st)
     return true;
 }
 
-// Where the copy of `src` goes: `dst`, or into it when it is a directory.
+// The path of the copy of `src`: `dst`, or the same name in it when that is a directory. False with errno
+// when it is too long.
 static bool target_path(const char *src, const char *dst, char (&path)[MAXPATHLEN])
 {
+    // Kept: without a "/" the name begins after the last "\". Files saved under a path of another system's
+    // arrive without its directories.
     const char *last = strrchr(src, '/');
     if (!last)
         last = strrchr(src, '\\');
@@ -61,7 +67,7 @@ static bool target_path(const char *src, const char *dst, char (&path)[MAXPATHLE
     return open_failed(dst);
 }
 
-// Refuses the source itself and what is no regular file as a target.
+// Refuses the source itself, which opening would empty, and anything but a regular file.
 static bool is_fit_target(const char *path, const struct stat &source, const struct stat &target)
 {
     if (target.st_dev == source.st_dev && target.st_ino == source.st_ino) {
@@ -73,7 +79,8 @@ static bool is_fit_target(const char *path, const struct stat &source, const str
     return S_ISREG(target.st_mode);
 }
 
-// Opens the target empty, with the source's permissions: a new one less the umask.
+// Opens the target empty, with the source's permissions: a new one less the umask. False with a trace line; a
+// target that was opened all the same is in `out`, for the caller to remove.
 static bool open_target(const char *path, const struct stat &source, unique_fd &out)
 {
     struct stat st;
@@ -91,20 +98,6 @@ static bool open_target(const char *path, const struct stat &source, unique_fd &
     return true;
 }
 
-static bool write_all(int fd, const char *bytes, size_t n)
-{
-    while (n > 0) {
-        ssize_t written = write(fd, bytes, n);
-        if (written < 0 && errno == EINTR)
-            continue;
-        if (written < 0)
-            return false;
-        bytes += written;
-        n -= static_cast<size_t>(written);
-    }
-    return true;
-}
-
 static bool write_failed(const char *path)
 {
     trprintf("copy: write(\"%s\") failed: %s.\n", path, strerror(errno));
@@ -115,47 +108,25 @@ static bool copy_bytes(const char *src, int in, const char *dst, int out)
 {
     char block[block_size];
     for (;;) {
-        ssize_t n = read(in, block, sizeof block);
+        const ssize_t n = read_full(in, block, sizeof block);
         if (n == 0)
             return true;
-        if (n < 0 && errno == EINTR)
-            continue;
         if (n < 0) {
             trprintf("copy: read(\"%s\") failed: %s.\n", src, strerror(errno));
             return false;
         }
-        if (!write_all(out, block, static_cast<size_t>(n)))
+        if (!write_full(out, block, static_cast<size_t>(n)))
             return write_failed(dst);
     }
 }
 
-void sync_directory_of(const char *path)
-{
-    char dir[MAXPATHLEN];
-    snprintf(dir, sizeof dir, "%s", path);
-    unique_fd fd(open(dirname(dir), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
-    if (fd)
-        fsync(fd.get());
-}
-
+// Called on the way out of a failure, so it keeps that failure's errno.
 static void remove_half_made(const char *path)
 {
+    const int error = errno;
     if (unlink(path) != 0)
         trprintf("copy: unlink(\"%s\") failed: %s.\n", path, strerror(errno));
-}
-
-// Fills the open file at `path` and closes it. 1, or 0 with the file removed. With `to_disk` its bytes are
-// on the disk itself, so that the source may go.
-static int fill(const char *src, int in, const char *path, unique_fd out, bool to_disk)
-{
-    bool good = copy_bytes(src, in, path, out.get());
-    if (good && to_disk && fsync(out.get()) != 0)
-        good = write_failed(path);
-    if (close(out.release()) != 0 && good)
-        good = write_failed(path);
-    if (!good)
-        remove_half_made(path);
-    return good;
+    errno = error;
 }
 
 int copy(const char *src, const char *dst)
@@ -165,15 +136,19 @@ int copy(const char *src, const char *dst)
     char path[MAXPATHLEN];
     if (!open_source(src, in, st) || !target_path(src, dst, path))
         return 0;
-    bool good = open_target(path, st, out);
-    if (out && !good)
+    bool good = open_target(path, st, out) && copy_bytes(src, in.get(), path, out.get());
+    const bool made = static_cast<bool>(out);
+    // close() is where a file system over the network reports what it could not store.
+    if (made && close(out.release()) != 0 && good)
+        good = write_failed(path);
+    if (made && !good)
         remove_half_made(path);
-    return good && fill(src, in.get(), path, std::move(out), false);
+    return good;
 }
 
-// Names of our own
+// New files under names of their own
 
-// A name beside `dst` that no other process uses; false when it does not fit.
+// A new name beside `dst`, where no other process makes one; false when it does not fit.
 static bool staged_path(const char *dst, char *path)
 {
     static unsigned number;
@@ -182,12 +157,13 @@ static bool staged_path(const char *dst, char *path)
     int pid = static_cast<int>(getpid());
     number++;
     int n = snprintf(path, MAXPATHLEN, "%.*sii_%s.%d-%u", length, dst, name, pid, number);
+    // A name that is almost as long as names may be leaves no room for ours around it.
     if (n >= MAXPATHLEN || n - length > NAME_MAX)
         n = snprintf(path, MAXPATHLEN, "%.*sii_%d-%u", length, dst, pid, number);
     return n < MAXPATHLEN;
 }
 
-// Opens a new file where nothing stands.
+// Creates a file, noted before and after, so that a crash between the two is covered; none with errno.
 static unique_fd open_new(const char *path, mode_t mode)
 {
     note_will_make(path);
@@ -197,21 +173,27 @@ static unique_fd open_new(const char *path, mode_t mode)
     return fd;
 }
 
-int copy_staged(const char *src, const char *dst, bool to_disk, char *staged)
+unique_fd copy_staged(const char *src, const char *dst, char *staged)
 {
     unique_fd in, out;
     struct stat st;
     if (!open_source(src, in, st))
-        return 0;
+        return {};
+    // A dead process that had our pid may have left the name in use: take the next.
     do {
         if (staged_path(dst, staged))
             out = open_new(staged, st.st_mode & permission_bits);
         else
             errno = ENAMETOOLONG;
     } while (!out && errno == EEXIST);
-    if (!out)
-        return open_failed(staged);
-    return fill(src, in.get(), staged, std::move(out), to_disk);
+    if (!out) {
+        open_failed(staged);
+        return {};
+    }
+    if (copy_bytes(src, in.get(), staged, out.get()))
+        return out;
+    remove_half_made(staged);
+    return {};
 }
 
 int unique_file(const char *prefix, char *path)
@@ -231,7 +213,27 @@ int unique_file(const char *prefix, char *path)
     }
 }
 
-// Moving
+// Onto the disk and into place
+
+bool close_flushed(unique_fd fd)
+{
+    const bool flushed = fsync(fd.get()) == 0;
+    const int error = errno;
+    if (close(fd.release()) != 0)
+        return false;
+    errno = error;
+    return flushed;
+}
+
+bool sync_directory_of(const char *path)
+{
+    char dir[MAXPATHLEN];
+    snprintf(dir, sizeof dir, "%s", path);
+    unique_fd fd(open(dirname(dir), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
+    if (!fd)
+        return errno == EACCES;  // a drop box: files may be put into it, but not listed
+    return fsync(fd.get()) == 0 || errno == EINVAL;
+}
 
 int rename_new(const char *from, const char *to)
 {
@@ -239,14 +241,16 @@ int rename_new(const char *from, const char *to)
         return 0;
     if (errno != EINVAL && errno != ENOSYS)
         return -1;
-    // A file system without that: a second name, then one less.
+    // The file system does not know that call. link(2) never replaces: give the file a second name, then
+    // remove the first.
     if (link(from, to) == 0) {
         unlink(from);
         return 0;
     }
     if (errno != EPERM && errno != EOPNOTSUPP && errno != ENOSYS && errno != EMLINK)
         return -1;
-    // Without links too, looking comes before moving; what appears in between would be replaced.
+    // Nor does it have links. A file created at `to` between the look and the rename would be replaced; the
+    // trace says so, because refusing would stop every delivery to such a file system.
     trprintf("rename_new: \"%s\" is on a file system that cannot keep a rename from replacing.\n", to);
     struct stat st;
     if (lstat(to, &st) != 0)
@@ -255,37 +259,38 @@ int rename_new(const char *from, const char *to)
     return -1;
 }
 
-static int rename_over(const char *from, const char *to)
+bool put_in_place(unique_fd fd, const char *staged, const char *dst, bool replace)
 {
-    return rename(from, to);
+    if (!close_flushed(std::move(fd)))
+        return false;
+    note_will_move(staged, dst);
+    return (replace ? rename(staged, dst) : rename_new(staged, dst)) == 0 && sync_directory_of(dst);
 }
 
-using rename_function = int (*)(const char *, const char *);
+// Moving
 
-// Moves by way of a staged copy.
-static int move_across(const char *src, const char *dst, rename_function do_rename)
+// By way of a staged copy, for what rename cannot do. The source stays. False with errno.
+static bool copy_across(const char *src, const char *dst, bool replace)
 {
     struct stat from, to;
     char path[MAXPATHLEN], staged[MAXPATHLEN];
     if (stat(src, &from) != 0 || !target_path(src, dst, path))
-        return 0;
-    bool exists = stat(path, &to) == 0;
+        return false;
+    const bool exists = stat(path, &to) == 0;
     if (exists && !is_fit_target(path, from, to))
-        return 0;
-    if (!copy_staged(src, path, true, staged))
-        return 0;
-    note_will_move(staged, path);
-    if ((exists && chmod(staged, from.st_mode & permission_bits) != 0) || do_rename(staged, path) != 0) {
-        int error = errno;
-        remove_half_made(staged);
-        errno = error;
-        return 0;
-    }
-    sync_directory_of(path);
-    return 1;
+        return false;
+    unique_fd out = copy_staged(src, path, staged);
+    if (!out)
+        return false;
+    // As copy() does: only a new file is subject to the umask.
+    if ((!exists || fchmod(out.get(), from.st_mode & permission_bits) == 0) &&
+        put_in_place(std::move(out), staged, path, replace))
+        return true;
+    remove_half_made(staged);
+    return false;
 }
 
-static int move_file(const char *src, const char *dst, rename_function do_rename)
+static int move_file(const char *src, const char *dst, bool replace)
 {
     struct stat st;
     if (stat(src, &st) != 0) {
@@ -297,13 +302,14 @@ static int move_file(const char *src, const char *dst, rename_function do_rename
         return 0;
     }
     note_will_move(src, dst);
-    if (do_rename(src, dst) == 0)
+    if ((replace ? rename(src, dst) : rename_new(src, dst)) == 0)
         return 1;
+    // Into a directory, to another file system, or more names than a file may have: copied instead.
     if (errno != EISDIR && errno != EXDEV && errno != EMLINK) {
         trprintf("cv_move: rename(\"%s\",\"%s\") failed: %s.\n", src, dst, strerror(errno));
         return 0;
     }
-    if (!move_across(src, dst, do_rename)) {
+    if (!copy_across(src, dst, replace)) {
         trprintf("cv_move: copy(\"%s\",\"%s\") failed: %s.\n", src, dst, strerror(errno));
         return 0;
     }
@@ -316,27 +322,30 @@ static int move_file(const char *src, const char *dst, rename_function do_rename
 
 int cv_move(const char *src, const char *dst)
 {
-    return move_file(src, dst, rename_over);
+    return move_file(src, dst, true);
 }
 
 int move_new(const char *src, const char *dst)
 {
-    return move_file(src, dst, rename_new);
+    return move_file(src, dst, false);
 }
 
 int copy_new(const char *src, const char *dst)
 {
     char staged[MAXPATHLEN];
-    if (!copy_staged(src, dst, false, staged))
+    unique_fd out = copy_staged(src, dst, staged);
+    if (!out)
         return 0;
-    note_will_move(staged, dst);
-    if (rename_new(staged, dst) == 0)
-        return 1;
-    int error = errno;
-    trprintf("copy: rename(\"%s\",\"%s\") failed: %s.\n", staged, dst, strerror(error));
-    remove_half_made(staged);
-    errno = error;
-    return 0;
+    bool good = close(out.release()) == 0 || write_failed(staged);
+    if (good) {
+        note_will_move(staged, dst);
+        good = rename_new(staged, dst) == 0;
+        if (!good)
+            trprintf("copy: rename(\"%s\",\"%s\") failed: %s.\n", staged, dst, strerror(errno));
+    }
+    if (!good)
+        remove_half_made(staged);
+    return good;
 }
 
 int cv_ftruncate(int fd, off_t length)
@@ -344,7 +353,7 @@ int cv_ftruncate(int fd, off_t length)
     if (ftruncate(fd, length) == 0)
         return 0;
     int error = errno;
-    // Kept: the length, where the descriptor would be looked for.
+    // Kept: the length and not the descriptor in the brackets; existing traces are read that way.
     trprintf("cv_ftruncate:  ftruncate(%d), errno=%d\n", static_cast<int>(length), error);
     errno = error;
     return -1;

@@ -1,43 +1,68 @@
-// files: copying, moving and cutting files.
+// files: copying, moving and cutting files, and the one way in which a file gets the name by which others
+// find it: written under a name of its own in the same directory, put on the disk, renamed, the directory put
+// on the disk. So a crash shows the whole file under its name or none of it.
 //
-// What is made here for a delivery is written into its note (work_note.h).
+// Files made here for a delivery are written into its note (work_note.h).
 #pragma once
 
 #include <sys/types.h>
 
+#include "util/owned.h"
+
 namespace faxtray {
 
-// Copies a regular file to `dst`, or into it when it is a directory. A new target gets the source's
-// permissions less the umask, an existing one its permissions. Returns 1, or 0 with a trace line, the
-// half-made target removed. The source itself, or what is no regular file, is refused as the target.
-int copy(const char *src, const char *dst);
+// Write beside, then rename
 
-// Moves a regular file, in place of a file that stands at `dst` or into a directory: by rename or, where
-// rename cannot, by copy_staged to the disk, rename and removal. 1, or 0 with a trace line; the source then
-// still exists, and no moment shows a part of it at `dst`.
-int cv_move(const char *src, const char *dst);
+// Copies a regular file to a new one in the directory of `dst`, readable and writable as the source is, less
+// the umask. It is named "ii_" + the name of `dst` + a number, which inbox scans skip; `staged` (MAXPATHLEN
+// bytes) gets its path. The new file, open for writing; none with errno and a trace line, nothing is left
+// then. The caller renames it or removes it.
+unique_fd copy_staged(const char *src, const char *dst, char *staged);
 
-// The same for a `dst` where nothing may stand.
-int copy_new(const char *src, const char *dst);
-int move_new(const char *src, const char *dst);
+// Waits until the bytes written to `fd` are on the disk and closes it. False with errno: some may be lost.
+bool close_flushed(unique_fd fd);
 
-// rename(2), but -1 with EEXIST when something stands at `to`.
+// Waits until the entry `path` of its directory is on the disk. False with errno. A directory that we may not
+// read or whose file system cannot flush one counts as done: nothing more can be asked for.
+bool sync_directory_of(const char *path);
+
+// rename(2), but -1 with EEXIST when `to` exists.
 int rename_new(const char *from, const char *to);
 
-// Copies a regular file to a new one in the directory of `dst`, with a name of ours, "ii_" + that of `dst` +
-// a number, which scans of inboxes skip. `staged` (MAXPATHLEN bytes) gets its path. With `to_disk` the bytes
-// are on the disk when this returns 1; 0 with a trace line, and nothing is left.
-int copy_staged(const char *src, const char *dst, bool to_disk, char *staged);
+// Gives the finished file `staged`, written through `fd`, the name `dst` in the same directory and waits
+// until both its bytes and its name are on the disk. What exists at `dst` is replaced with `replace`, else
+// refused with EEXIST. False with errno; the caller then removes `staged`, unless only the directory's flush
+// failed and the file is whole at `dst`.
+bool put_in_place(unique_fd fd, const char *staged, const char *dst, bool replace);
+
+// Copying and moving: 1, or 0 with a trace line, the source untouched and no half-made target left
+
+// Copies a regular file to `dst`, or into it when it is a directory. A new target gets the source's
+// permissions less the umask; an existing one is overwritten and gets its permissions. The source itself and
+// anything but a regular file are refused as the target. For the fax system's other programs; none here calls
+// it.
+int copy(const char *src, const char *dst);
+
+// Moves a regular file to `dst`, replacing a regular file there, or into a directory: by rename or, to
+// another file system, by a staged copy put in place. At no moment is a part of it visible at `dst`. When the
+// source cannot be removed afterwards, the file exists twice.
+int cv_move(const char *src, const char *dst);
+
+// As cv_move, failing when `dst` exists.
+int move_new(const char *src, const char *dst);
+
+// Copies a regular file to `dst`, which must not exist. Whole once it is visible, but not flushed: for files
+// that the running delivery only works on.
+int copy_new(const char *src, const char *dst);
+
+// Others
 
 // Makes a file in the work directory, empty, with mode 0666 less the umask, named `prefix` ("FDF." or "FDM.")
-// and six characters. `path` (MAXPATHLEN bytes) gets its path, "" when none can be formed. An open descriptor
-// (read and write), or -1 with errno.
+// and six random letters. `path` (MAXPATHLEN bytes) gets its path, "" when no random number is to be had. Its
+// descriptor for reading and writing, the caller's to close, or -1 with errno.
 int unique_file(const char *prefix, char *path);
 
-// Puts the name `path` itself on the disk, as far as the file system can.
-void sync_directory_of(const char *path);
-
-// ftruncate with a trace line on failure; 0 or -1.
+// ftruncate(2) with a trace line on failure; 0, or -1 with errno.
 int cv_ftruncate(int fd, off_t length);
 
 }  // namespace faxtray

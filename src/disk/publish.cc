@@ -12,6 +12,7 @@
 
 #include "disk/file_names.h"
 #include "disk/files.h"
+#include "util/io.h"
 #include "util/owned.h"
 #include "util/paths.h"
 #include "util/trace.h"
@@ -38,23 +39,6 @@ static unique_fd open_regular(const char *path, struct stat &st)
     return S_ISREG(st.st_mode) ? std::move(fd) : unique_fd();
 }
 
-// Full but for the last one of a file; -1 with errno.
-static ssize_t read_block(int fd, char *block, size_t size)
-{
-    size_t got = 0;
-    while (got < size) {
-        ssize_t n = read(fd, block + got, size - got);
-        if (n < 0 && errno == EINTR)
-            continue;
-        if (n < 0)
-            return -1;
-        if (n == 0)
-            break;
-        got += static_cast<size_t>(n);
-    }
-    return static_cast<ssize_t>(got);
-}
-
 static bool have_same_bytes(const char *a, const char *b)
 {
     struct stat st_a, st_b;
@@ -62,8 +46,8 @@ static bool have_same_bytes(const char *a, const char *b)
     if (!fd_a || !fd_b || st_a.st_size != st_b.st_size)
         return false;
     for (char block_a[8192], block_b[8192];;) {
-        ssize_t n = read_block(fd_a.get(), block_a, sizeof block_a);
-        if (n < 0 || read_block(fd_b.get(), block_b, sizeof block_b) != n ||
+        ssize_t n = read_full(fd_a.get(), block_a, sizeof block_a);
+        if (n < 0 || read_full(fd_b.get(), block_b, sizeof block_b) != n ||
             memcmp(block_a, block_b, static_cast<size_t>(n)) != 0)
             return false;
         if (n == 0)
@@ -147,18 +131,23 @@ static bool give_name(const char *from, char *dst, bool dos_names)
     return true;
 }
 
+// To another file system: a staged copy gets the name. The source is removed only after both bytes and name
+// are on the disk, so a failure anywhere leaves at least one whole file.
 static int publish_across(const char *src, char *dst, bool dos_names)
 {
     char staged[MAXPATHLEN];
-    if (!copy_staged(src, dst, true, staged))
+    unique_fd copied = copy_staged(src, dst, staged);
+    if (!copied)
         return 0;
-    if (!give_name(staged, dst, dos_names)) {
+    const bool flushed = close_flushed(std::move(copied)) || failed("fsync", staged);
+    if (!flushed || !give_name(staged, dst, dos_names)) {
         unlink(staged);
         return 0;
     }
-    sync_directory_of(dst);
+    if (!sync_directory_of(dst))
+        return failed("fsync", dst);
     if (unlink(src) != 0)
-        failed("unlink", src);  // two are better than none
+        failed("unlink", src);  // the fax is delivered: two copies are better than none
     return 1;
 }
 
@@ -170,12 +159,12 @@ int publish(const char *src, char *dst, bool dos_names)
         return failed("open", src);
     if (is_other_file_system(dst, st.st_dev))
         return publish_across(src, dst, dos_names);
-    if (fsync(fd.get()) != 0)
+    // The bytes first: once renamed, the file counts as delivered.
+    if (!close_flushed(std::move(fd)))
         return failed("fsync", src);
-    if (!give_name(src, dst, dos_names))  // between two mounts of one file system, rename will not
+    if (!give_name(src, dst, dos_names))  // EXDEV also between two mounts of one file system
         return errno == EXDEV ? publish_across(src, dst, dos_names) : 0;
-    sync_directory_of(dst);
-    return 1;
+    return sync_directory_of(dst) || failed("fsync", dst);
 }
 
 }  // namespace faxtray

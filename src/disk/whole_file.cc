@@ -13,7 +13,9 @@
 #include <cstdio>
 #include <cstring>
 
+#include "disk/files.h"
 #include "util/command_output.h"
+#include "util/io.h"
 
 namespace faxtray {
 
@@ -88,51 +90,23 @@ bool whole_file::begin(const std::string &target, bool replace)
 
 bool whole_file::write(const char *bytes, size_t n)
 {
-    while (n > 0) {
-        ssize_t written = ::write(fd_.get(), bytes, n);
-        if (written < 0 && errno == EINTR)
-            continue;
-        if (written < 0)
-            return complain("write to");
-        bytes += written;
-        n -= static_cast<size_t>(written);
-    }
-    return true;
-}
-
-// rename(2) that replaces nothing unless told to, also where the file system knows no such renaming.
-static bool move_to(const std::string &from, const std::string &to, bool replace)
-{
-    if (replace)
-        return rename(from.c_str(), to.c_str()) == 0;
-    if (renameat2(AT_FDCWD, from.c_str(), AT_FDCWD, to.c_str(), RENAME_NOREPLACE) == 0)
-        return true;
-    return (errno == EINVAL || errno == ENOSYS) && link(from.c_str(), to.c_str()) == 0 &&
-           unlink(from.c_str()) == 0;
-}
-
-// Makes the name itself last; file systems that cannot sync a directory are let be.
-static bool sync_directory(const std::string &path)
-{
-    unique_fd directory(open(path.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
-    return directory && (fsync(directory.get()) == 0 || errno == EINVAL);
+    return write_full(fd_.get(), bytes, n) || complain("write to");
 }
 
 bool whole_file::keep()
 {
     if (temporary_.empty())  // standard output
         return close(fd_.release()) == 0 || complain("write to");
+    // mkostemp() made it readable by us alone, while it was incomplete; now the umask decides.
     const mode_t mask = umask(0);
     umask(mask);
-    if (fchmod(fd_.get(), 0666 & ~mask) < 0 || fsync(fd_.get()) < 0)
+    if (fchmod(fd_.get(), 0666 & ~mask) < 0)
         return complain("write to");
-    if (close(fd_.release()) < 0)
-        return complain("write to");
-    if (!move_to(temporary_, target_, replace_))
+    if (!put_in_place(std::move(fd_), temporary_.c_str(), target_.c_str(), replace_))
         return complain("create");
     doomed[0] = '\0';
     temporary_.clear();
-    return sync_directory(directory_of(target_)) || complain("sync the directory of");
+    return true;
 }
 
 whole_file::~whole_file()
