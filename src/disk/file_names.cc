@@ -1,5 +1,5 @@
-// Names fit for a file system. The unique short names are counted on in a file, so that they go on
-// after a restart; it is not locked, as one daemon makes them.
+// The counter file is in a directory that other users may write to (/tmp by default). What they put in its
+// place must neither be followed nor steer the daemon: at worst the counter starts from 0.
 #include "disk/file_names.h"
 
 #include <fcntl.h>
@@ -18,7 +18,7 @@
 
 namespace faxtray {
 
-// Kept: no "Q", names made so far would change with it.
+// Kept: no "Q". Names made so far have "_" in its place, and users look for their files by them.
 static constexpr char ok_array[] = "-.0123456789_abcdefghijklmnopqrstuvwxyzABCDEFGHIJKLMNOPRSTUVWXYZ";
 
 char *posix_file_name_filter(const char *name, char *out)
@@ -38,17 +38,21 @@ const char *int_to_base_26(int n)
     static char text[16];
     char *p = text + sizeof text - 1;
     char *padded = p - 3;
+    // Digits from the last to the first, at least down to `padded`.
     for (n = n < 0 ? 0 : n; n > 0 || p > padded; n /= 26)
         *--p = static_cast<char>('a' + n % 26);
     return p;
 }
 
-// Counters from here on are begun anew, so that three digits do.
+// A counter read from the file starts over from here: below 26^3, so that three letters are enough, with a
+// few to spare for names that are taken.
 static constexpr long counter_limit = 17573;
 
-// Takes the next counter out of the file `path`; 0 without one.
+// Reads the counter from the file `path` and removes it, so that a crash before keep_counter() starts over
+// instead of counting from the same value twice. 0 when there is no file or no usable number in it.
 static int take_counter(const char *path)
 {
+    // Neither through a link nor, for a FIFO, until somebody writes to it.
     unique_fd fd(open(path, O_RDONLY | O_NONBLOCK | O_NOFOLLOW | O_CLOEXEC));
     if (!fd) {
         if (errno != ENOENT)
@@ -62,7 +66,8 @@ static int take_counter(const char *path)
     return counter >= 0 && counter < counter_limit ? static_cast<int>(counter) : 0;
 }
 
-// The file is always made new: what another user put in its place is not written through.
+// Writes the next counter into a file made for it: O_EXCL, so that a link put there meanwhile is not written
+// through. Losing the counter costs a few names that are tried in vain, so a failure is only traced.
 static void keep_counter(const char *path, int counter)
 {
     unlink(path);
@@ -71,7 +76,8 @@ static void keep_counter(const char *path, int counter)
         trprintf("open(\"%s\") failed: %s.\n", path, strerror(errno));
         return;
     }
-    dprintf(out.get(), "%d\n", counter);
+    if (dprintf(out.get(), "%d\n", counter) < 0)
+        trprintf("write(\"%s\") failed: %s.\n", path, strerror(errno));
 }
 
 // The month and day of `ctime` text as five characters: "nov05".
@@ -89,6 +95,7 @@ char *build_unique_DOS_name(char *path, const char *ext)
     char counter_path[MAXPATHLEN + sizeof "/i_d_order"];
     snprintf(counter_path, sizeof counter_path, "%s/i_d_order", get_temp_dir());
 
+    // Kept: the last "\" ends the directory when there is no "/", as in copy().
     char *last = strrchr(path, '/');
     if (!last)
         last = strrchr(path, '\\');
@@ -97,6 +104,7 @@ char *build_unique_DOS_name(char *path, const char *ext)
     char stem[6];
     date_stem(stem);
 
+    // lstat(): a dangling link takes a name as well as a file does.
     int counter = take_counter(counter_path);
     struct stat st;
     do {

@@ -10,6 +10,7 @@
 #include <climits>
 #include <cstring>
 
+#include "disk/flush.h"
 #include "disk/work_note.h"
 #include "util/io.h"
 #include "util/paths.h"
@@ -213,27 +214,7 @@ int unique_file(const char *prefix, char *path)
     }
 }
 
-// Onto the disk and into place
-
-bool close_flushed(unique_fd fd)
-{
-    const bool flushed = fsync(fd.get()) == 0;
-    const int error = errno;
-    if (close(fd.release()) != 0)
-        return false;
-    errno = error;
-    return flushed;
-}
-
-bool sync_directory_of(const char *path)
-{
-    char dir[MAXPATHLEN];
-    snprintf(dir, sizeof dir, "%s", path);
-    unique_fd fd(open(dirname(dir), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
-    if (!fd)
-        return errno == EACCES;  // a drop box: files may be put into it, but not listed
-    return fsync(fd.get()) == 0 || errno == EINVAL;
-}
+// Into place
 
 int rename_new(const char *from, const char *to)
 {

@@ -19,13 +19,6 @@ namespace faxtray {
 // then. The caller renames it or removes it.
 unique_fd copy_staged(const char *src, const char *dst, char *staged);
 
-// Waits until the bytes written to `fd` are on the disk and closes it. False with errno: some may be lost.
-bool close_flushed(unique_fd fd);
-
-// Waits until the entry `path` of its directory is on the disk. False with errno. A directory that we may not
-// read or whose file system cannot flush one counts as done: nothing more can be asked for.
-bool sync_directory_of(const char *path);
-
 // rename(2), but -1 with EEXIST when `to` exists.
 int rename_new(const char *from, const char *to);
 

@@ -1,4 +1,5 @@
-// Publishing a file: bytes to the disk, name to the disk, and only then the source goes.
+// Two routes to one end: within a file system the source itself is renamed, else a staged copy of it. Either
+// way the order is: flush the bytes, rename, flush the directory, and only then remove a source.
 #include "disk/publish.h"
 
 #include <fcntl.h>
@@ -12,6 +13,7 @@
 
 #include "disk/file_names.h"
 #include "disk/files.h"
+#include "disk/flush.h"
 #include "util/io.h"
 #include "util/owned.h"
 #include "util/paths.h"
@@ -19,7 +21,7 @@
 
 namespace faxtray {
 
-static constexpr int most_names = 10000;  // tried for one file
+static constexpr int most_names = 10000;  // tried for one file, so that no inbox holds the daemon up for ever
 
 static bool failed(const char *call, const char *path)
 {
@@ -29,7 +31,7 @@ static bool failed(const char *call, const char *path)
     return false;
 }
 
-// Opens a regular file that stands at `path` itself; none with errno.
+// Opens `path` if it is a regular file and no link; none with errno otherwise.
 static unique_fd open_regular(const char *path, struct stat &st)
 {
     unique_fd fd(open(path, O_RDONLY | O_NOFOLLOW | O_NONBLOCK | O_NOCTTY | O_CLOEXEC));
@@ -39,6 +41,7 @@ static unique_fd open_regular(const char *path, struct stat &st)
     return S_ISREG(st.st_mode) ? std::move(fd) : unique_fd();
 }
 
+// False also when one of the two cannot be read: to be safe they then count as different.
 static bool have_same_bytes(const char *a, const char *b)
 {
     struct stat st_a, st_b;
@@ -55,8 +58,9 @@ static bool have_same_bytes(const char *a, const char *b)
     }
 }
 
-// "dir/name.ext" with "_NUMBER" before the extension, the name cut where the whole would be too long for a
-// file name. False when it does not fit.
+// Writes "dir/name.ext" with "_NUMBER" before the extension into `out`, the name cut short where the whole
+// would be too long for a file name. A dot at the beginning of a name starts no extension. False when it does
+// not fit.
 static bool numbered(const char *path, int number, char *out)
 {
     const char *name = last_component(path);
@@ -74,7 +78,7 @@ static bool numbered(const char *path, int number, char *out)
     return n >= 0 && n < MAXPATHLEN;
 }
 
-// The next name for what should have been `wanted`.
+// Replaces `dst` by the next name to try for a file that was to be called `wanted`.
 static bool next_name(const char *wanted, int number, bool dos_names, char *dst)
 {
     if (!dos_names)
@@ -83,6 +87,8 @@ static bool next_name(const char *wanted, int number, bool dos_names, char *dst)
     return build_unique_DOS_name(dst, ext ? ext : "") != nullptr;
 }
 
+// Whether the directory of `path` is on another file system than `device`. False when there is no such
+// directory: the rename then fails and reports it.
 static bool is_other_file_system(const char *path, dev_t device)
 {
     char dir[MAXPATHLEN];
@@ -91,7 +97,8 @@ static bool is_other_file_system(const char *path, dev_t device)
     return stat(dirname(dir), &st) == 0 && st.st_dev != device;
 }
 
-// Whether both paths are one entry of one directory, and not two names of a file.
+// Whether both paths are one and the same entry of one directory (reached through links, say), not two names
+// of a file.
 static bool is_same_entry(const char *a, const char *b)
 {
     char dir_a[MAXPATHLEN], dir_b[MAXPATHLEN];
@@ -102,7 +109,8 @@ static bool is_same_entry(const char *a, const char *b)
            stat(dirname(dir_b), &st_b) == 0 && st_a.st_dev == st_b.st_dev && st_a.st_ino == st_b.st_ino;
 }
 
-// `from` takes the place of a file of the same bytes. Rename would leave two names of one file as they are.
+// Lets `from` take the place of a file of the same bytes. When both are names of one file, rename(2) does
+// nothing and succeeds, so the first name is removed instead.
 static bool replace(const char *from, const char *dst)
 {
     struct stat st_from, st_dst;
@@ -111,7 +119,9 @@ static bool replace(const char *from, const char *dst)
     return (same_file ? unlink(from) : rename(from, dst)) == 0 || failed("rename", dst);
 }
 
-// Gives `from` the name `dst`, or the next that is free. False with errno and a trace line.
+// Gives `from` the name `dst`, or the next one that is free, which `dst` then holds. False with errno and a
+// trace line. The rename itself finds out whether a name is free: looking first would lose a race against
+// others who put files there.
 static bool give_name(const char *from, char *dst, bool dos_names)
 {
     char wanted[MAXPATHLEN];
@@ -121,7 +131,8 @@ static bool give_name(const char *from, char *dst, bool dos_names)
             return failed("rename", dst);
         if (is_same_entry(from, dst))
             return true;
-        if (have_same_bytes(from, dst))  // the same delivery done twice
+        // The same delivery, repeated after a crash or by an impatient client, shall not show the fax twice.
+        if (have_same_bytes(from, dst))
             return replace(from, dst);
         if (!next_name(wanted, number, dos_names, dst)) {
             errno = ENAMETOOLONG;

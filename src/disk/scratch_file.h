@@ -1,4 +1,6 @@
-// scratch_file: a file that is removed when its owner goes out of scope, unless it was kept.
+// scratch_file: a file that is removed when its owner goes out of scope, unless it was kept. The owner has
+// only its path: the file may be open, closed or not yet made. A failure to remove it is not reported; after
+// a crash work_note removes it, if it was noted.
 #pragma once
 
 #include <unistd.h>

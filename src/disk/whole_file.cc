@@ -1,5 +1,5 @@
-// States on disk: a temporary file ".faxtray-XXXXXX" of mode 0600 beside the target; then the target,
-// whole. A crash in between leaves the temporary file, which nobody reads.
+// States on disk: a temporary file ".faxtray-XXXXXX" of mode 0600 beside the target; then the target, whole.
+// A crash in between leaves the temporary file, which nobody reads.
 #include "disk/whole_file.h"
 
 #include <fcntl.h>
@@ -19,9 +19,11 @@
 
 namespace faxtray {
 
-// What a signal that ends the program removes; "" for nothing. One fax is fetched at a time.
+// The file that a signal which ends the program removes; "" for none. A plain array, because a signal handler
+// must not touch a std::string that the program may be changing.
 static char doomed[PATH_MAX];
 
+// Removes the file, then lets the signal do what it would have done: the shell sees the program killed by it.
 static void remove_and_end(int signal)
 {
     if (doomed[0])
@@ -30,6 +32,7 @@ static void remove_and_end(int signal)
     raise(signal);
 }
 
+// Has `path` removed by those signals; false when it is too long.
 static bool doom(const std::string &path)
 {
     if (path.size() >= sizeof doomed)
@@ -40,7 +43,7 @@ static bool doom(const std::string &path)
         sigaction(signal, &action, nullptr);
     memcpy(doomed + 1, path.c_str() + 1, path.size());
     std::atomic_signal_fence(std::memory_order_seq_cst);
-    doomed[0] = path[0];  // last: the handler sees all or nothing
+    doomed[0] = path[0];  // last: the handler sees the whole path or none
     return true;
 }
 
@@ -66,6 +69,7 @@ bool whole_file::begin(const std::string &target, bool replace)
         fd_.reset(dup(STDOUT_FILENO));
         return fd_ || complain("write to");
     }
+    // Refused now, not after all the work; keep() looks again, by the rename.
     struct stat status;
     if (lstat(target.c_str(), &status) == 0) {
         if (!replace || !S_ISREG(status.st_mode)) {

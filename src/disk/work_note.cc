@@ -1,8 +1,6 @@
-// The note of a running delivery, and what a start does with notes left over.
-//
-// A line is "KIND DEVICE:INODE:BIRTH PATH ." in one write, with a line feed on either side: a line torn by a
-// crash or a full disk lacks the dot and does not spoil the next one. Bytes of the path that a line cannot
-// hold stand as "%" and two hexadecimal digits.
+// A line of the note is "KIND DEVICE:INODE:BIRTH PATH .", written by one write(2) with a line feed on either
+// side: a line torn by a crash or a full disk lacks the dot and does not spoil the next one. Blanks, control
+// characters and "%" in the path are written as "%" and two hexadecimal digits.
 #include "disk/work_note.h"
 
 #include <fcntl.h>
@@ -16,6 +14,7 @@
 #include <cstring>
 
 #include "disk/dir_list.h"
+#include "disk/flush.h"
 #include "util/owned.h"
 #include "util/paths.h"
 #include "util/settings.h"
@@ -25,10 +24,11 @@ namespace faxtray {
 
 namespace {
 
-// Which file stands at a path. All zero: none.
+// Which file is at a path; all zero for none. The birth time tells it from a later file that was given the
+// same inode number, which happens at once on most file systems.
 struct identity_t {
     uint64_t device, inode;
-    int64_t birth;  // nanoseconds since 1970; 0 where the file system does not tell
+    int64_t birth;  // nanoseconds since 1970; 0 where the file system keeps none
 
     bool operator==(const identity_t &) const = default;
 };
@@ -37,7 +37,7 @@ enum : char { WILL_MAKE = 'w', MADE = 'm' };
 
 struct entry_t {
     char kind;
-    identity_t identity;  // of what is noted; of what stood there before for WILL_MAKE
+    identity_t identity;  // of the noted file; for WILL_MAKE, of what was at the path before
     char path[MAXPATHLEN];
 };
 
@@ -45,12 +45,13 @@ constexpr size_t line_size = 3 * MAXPATHLEN + 128;
 
 }  // namespace
 
-static int depth;  // how often the note is begun
-static unique_fd note;
-static bool name_on_disk;  // of the note itself
-static char note_path[MAXPATHLEN];
+static int depth;       // how many note_begin() wait for their note_end()
+static unique_fd note;  // the note being written; none outside a delivery, or when it could not be made
+static char note_path[MAXPATHLEN];  // its path
+static bool name_on_disk;           // whether that name has been flushed
 
-// The regular file at `path`, and who owns it; false when there is none.
+// Fills in the file at `path`, no link followed, and its owner. False unless it is a regular file; `identity`
+// is then that of what is there all the same.
 static bool identify(const char *path, identity_t &identity, uid_t &owner)
 {
     identity = {};
@@ -67,7 +68,7 @@ static bool identify(const char *path, identity_t &identity, uid_t &owner)
 
 // Writing
 
-// `path`, made absolute, as it stands in a line; false when it is too long.
+// Writes `path`, made absolute, into `out` as a line holds it; false when it is too long.
 static bool escape(const char *path, char *out, size_t size)
 {
     char directory[MAXPATHLEN] = "";
@@ -76,6 +77,7 @@ static bool escape(const char *path, char *out, size_t size)
     if (strlen(directory) + 1 + strlen(path) >= MAXPATHLEN)
         return false;
     size_t n = 0;
+    // At most three characters and the final zero a time, so nothing is cut in the middle.
     auto put = [&](const char *text) {
         for (; *text && n + 4 < size; text++) {
             auto byte = static_cast<unsigned char>(*text);
@@ -91,6 +93,8 @@ static bool escape(const char *path, char *out, size_t size)
     return true;
 }
 
+// Appends a line, by a single write. A failure is traced and no more: the delivery matters, the note only
+// helps to clean up after it.
 static void add_line(char kind, const identity_t &id, const char *path)
 {
     char escaped[3 * MAXPATHLEN], line[line_size];
@@ -132,16 +136,15 @@ void note_will_move(const char *from, const char *to)
     if (!note || !identify(from, moved, owner))
         return;
     add_line(MADE, moved, to);
-    fdatasync(note.get());
-    if (!name_on_disk) {
-        unique_fd directory(open(dvWork_dir, O_RDONLY | O_DIRECTORY | O_CLOEXEC));
-        name_on_disk = directory && fsync(directory.get()) == 0;
-    }
+    // Once renamed, the file looks like any fax: the note must survive whatever the rename survives.
+    if (fdatasync(note.get()) != 0)
+        trprintf("work_note: fdatasync(\"%s\") failed: %s.\n", note_path, strerror(errno));
+    name_on_disk = name_on_disk || sync_directory_of(note_path);
 }
 
 // Beginning and ending
 
-// A new note, which nobody else holds; none with errno.
+// Creates and locks a note; none with errno.
 static unique_fd new_note()
 {
     for (unsigned n = 0; n < 1000; n++) {
@@ -153,7 +156,8 @@ static unique_fd new_note()
         struct stat st;
         if (!fd || (flock(fd.get(), LOCK_EX | LOCK_NB) == 0 && fstat(fd.get(), &st) == 0 && st.st_nlink > 0))
             return fd;
-        // A start took it for left over before it was locked: the next one.
+        // Before it was locked, another daemon's start took it for a dead process's and removed it: try
+        // again.
     }
     return {};
 }
@@ -212,7 +216,7 @@ static bool parse(const char *line, entry_t &entry)
     return unescape(escaped, entry.path);
 }
 
-// Whether that name is one that only we give, `pid_ext` being what the process of the note put behind names.
+// Whether a file of that name can only be ours (see the header). `pid_ext` is ".PID" of the note's process.
 static bool is_our_name(const char *path, const char *pid_ext)
 {
     const char *name = last_component(path);
@@ -224,6 +228,7 @@ static bool is_our_name(const char *path, const char *pid_ext)
            (name == path + strlen("/tmp/") && strncmp(path, "/tmp/", strlen("/tmp/")) == 0);
 }
 
+// Whether the file at an entry's path is what the entry speaks of, and not somebody's fax.
 static bool is_left_over(const entry_t &entry, const char *pid_ext)
 {
     identity_t now;
@@ -236,7 +241,8 @@ static bool is_left_over(const entry_t &entry, const char *pid_ext)
            is_our_name(entry.path, pid_ext);
 }
 
-// False when something that should go is still there.
+// Removes what the note `in` names. False when something could not be removed: the note is then kept for the
+// next start.
 static bool remove_left_overs(FILE *in, const char *pid_ext)
 {
     bool good = true;
@@ -253,12 +259,14 @@ static bool remove_left_overs(FILE *in, const char *pid_ext)
     return good;
 }
 
-// `name` is the note's own: "delivery_note.PID.N".
+// Cleans up after the note at `path`, unless its process lives. `name` is "delivery_note.PID.N".
 static void recover(const char *path, const char *name)
 {
     const char *dot = strchr(name, '.');
     char pid_ext[16];
     snprintf(pid_ext, sizeof pid_ext, ".%.*s", static_cast<int>(strcspn(dot + 1, ".")), dot + 1);
+    // Only a regular file of our own user is believed: the work directory may be open to others, and a forged
+    // note would have us remove their victims' files. The lock is held by a living process only.
     unique_fd fd(open(path, O_RDONLY | O_NOFOLLOW | O_NONBLOCK | O_CLOEXEC));
     struct stat st;
     if (!fd || fstat(fd.get(), &st) != 0 || !S_ISREG(st.st_mode) || st.st_uid != geteuid() ||

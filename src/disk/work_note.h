@@ -1,35 +1,44 @@
-// work_note: what a delivery makes, written down while it runs, so that the next start can remove what a
-// crash left behind.
+// work_note: a note of the files that a running delivery makes, so that the next start of the daemon can
+// remove what a crash left.
 //
 // The note is the file "delivery_note.PID.N" in the work directory, locked (flock) by the process that writes
-// it: a note that nobody holds is a dead process's. It names files in two ways, and recovery removes
+// it: a note that nobody has locked belongs to a dead process. It names files in two ways:
 //
-//   will make   what stands at a path since, if it is a regular file of our user with a name that no fax has:
-//               "ii_..." (which inbox scans skip), "FDF....", "FDM....", "ANY.PID", PID being the process
-//               that wrote the note, or any name directly in /tmp;
-//   made        what stands at a path and still is that very file: same device, inode and time of birth.
+//   will make   a path at which a file is about to be made. Recovery removes the file there if it is not the
+//   one
+//               that was there before, is a regular file of our user, and has a name that no fax has:
+//               "ii_..." (which inbox scans skip), "FDF....", "FDM....", "ANY.PID" with the PID of the
+//               process that wrote the note, or any name directly in /tmp;
+//   made        a path and a file. Recovery removes the file at the path if it is that very file: same
+//   device,
+//               inode and time of birth.
 //
-// So what shall bear a fax's name is born under one of those names and noted under the other one before it is
-// moved there; what somebody else put there, before or after, is never that very file. What a delivery hands
-// over (publish) is not noted under its last name: once there, it stays.
+// So a file that will carry a fax's name is created under one of those names, then noted as `made` under its
+// final name before the rename; a file that someone else put there never has the same identity. A fax that is
+// delivered (publish) is not noted under its final name: once there, it stays.
 //
-// Without a note under way all calls but note_recover() do nothing and succeed.
+// While no note is open, all calls but note_begin() and note_recover() do nothing.
 #pragma once
 
 namespace faxtray {
 
-// A begun note may be begun again; the last end removes it. 1, or 0 with a trace line: a delivery may run
-// without.
+// Opens a note. Calls nest: the outermost note_end() removes it. 1, or 0 with a trace line: a delivery may
+// run without a note.
 int note_begin();
-void note_end();  // the delivery has ended and has cleaned up
+void note_end();  // the delivery has ended and cleaned up after itself
 
-void note_will_make(const char *path);  // we, or a child of ours, are about to make it
-void note_made(const char *path);       // it stands there now
+// The next three trace a line that cannot be written, and carry on.
 
-// `from` is about to be renamed to `to`. The note is on the disk when this returns.
+void note_will_make(const char *path);  // this process or a child of it is about to make the file
+void note_made(const char *path);       // the file exists now
+
+// The file `from` is about to be renamed to `to`. Returns when that is in the note and on the disk, as far as
+// the disk allows.
 void note_will_move(const char *from, const char *to);
 
-// At start: removes what the notes of dead processes name, as said above, each with a line on standard error.
+// At start-up: removes what the notes of dead processes name, as described above, with a line on standard
+// error for each file, and then the notes. A note whose files cannot all be removed is kept for the next
+// start.
 void note_recover();
 
 }  // namespace faxtray
