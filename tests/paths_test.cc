@@ -10,9 +10,9 @@
 
 namespace faxtray {
 
-static std::string text_of(char *path)
+static std::string text_of(const c_string &path)
 {
-    return c_string(path) ? path : "null";
+    return path ? path.get() : "null";
 }
 
 TEST(Paths, NoneIsLongerThanMaxpathlen)

@@ -74,8 +74,8 @@ static const struct {
     const char *name;
     std::string (*run)(char *a, char *b, char *c);
 } calls[] = {
-    {"mkpath", [](char *a, char *, char *) { return owned(mkpath(a)); }},
-    {"fix_path", [](char *a, char *, char *) { return owned(fix_path(a)); }},
+    {"mkpath", [](char *a, char *, char *) { return bracketed(mkpath(a).get()); }},
+    {"fix_path", [](char *a, char *, char *) { return bracketed(fix_path(a).get()); }},
     {"basename", [](char *a, char *, char *) { return bracketed(basename(a)); }},
     {"dirname", [](char *a, char *, char *) { return bracketed(dirname(a)); }},
     {"split", [](char *a, char *, char *) { return pieces(a); }},

@@ -83,7 +83,7 @@ static char *incoming_path(const av_list_t *entry)
         }
         dir = joined;
     }
-    char *path = mkpath(dir);
+    char *path = mkpath(dir).release();
     if (!path)
         report_to(Error_fp, "%s: Can't create full path to incoming directory for device [%s].\n", "_mi_fix",
                   entry->key);

@@ -338,7 +338,7 @@ char *ui_inbox_path(const av_list_t *entry)
         dir = joined.get();
     }
     errno = EINVAL;  // what stands when the path itself is refused
-    char *path = mkpath(dir);
+    char *path = mkpath(dir).release();
     if (!path) {
         report_to(Error_fp, "ui_inbox_path: strdup(\"%s\"): %s\n", dir, strerror(errno));
         return nullptr;

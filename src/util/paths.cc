@@ -1,4 +1,5 @@
-// Finding files, and making paths absolute and canonical by their text alone.
+// Paths are judged and rewritten as text: asking the system would cost a call a component, follow links, and
+// fail for what does not exist yet.
 #include "util/paths.h"
 
 #include <unistd.h>
@@ -16,8 +17,8 @@ namespace faxtray {
 
 // Finding
 
-// An absolute copy of "dir/name" when `usable` says yes to it, else null.
-static char *find_in(std::string_view dir, const char *name, int (*usable)(const char *))
+// The absolute path of "dir/name" when `usable` accepts it, else null.
+static c_string find_in(std::string_view dir, const char *name, int (*usable)(const char *))
 {
     char path[MAXPATHLEN];
     int n = snprintf(path, sizeof path, "%.*s/%s", static_cast<int>(dir.size()), dir.data(), name);
@@ -26,14 +27,14 @@ static char *find_in(std::string_view dir, const char *name, int (*usable)(const
     return fix_path(path);
 }
 
-static char *find_at_home(const char *name, int (*usable)(const char *))
+static c_string find_at_home(const char *name, int (*usable)(const char *))
 {
     const char *home = getenv("ONDRIXHOME");
-    char *found = home ? find_in(home, name, usable) : nullptr;
-    return found ? found : find_in(".", name, usable);
+    c_string found = home ? find_in(home, name, usable) : nullptr;
+    return found ? std::move(found) : find_in(".", name, usable);
 }
 
-char *find_file(const char *name)
+c_string find_file(const char *name)
 {
     return find_at_home(name, is_readable_file);
 }
@@ -42,16 +43,16 @@ const char *path_or_found(const char *path, const char *name, c_string *found)
 {
     if (path && *path)
         return path;
-    found->reset(find_file(name));
+    *found = find_file(name);
     return found->get();
 }
 
-char *find_executable(const char *name)
+c_string find_executable(const char *name)
 {
-    char *found = find_at_home(name, is_executable_file);
+    c_string found = find_at_home(name, is_executable_file);
     for (const char *path = getenv("PATH"); path && !found;) {
         size_t n = strcspn(path, ":");
-        if (n > 0)  // an empty place is the current directory, which has been asked
+        if (n > 0)  // an empty one means the current directory, which was tried already
             found = find_in({path, n}, name, is_executable_file);
         path = path[n] ? path + n + 1 : nullptr;
     }
@@ -72,26 +73,22 @@ char *cv_getcwd(char *buffer, size_t size)
         return nullptr;
     }
     working_dir.reset(strdup(buffer));
-    if (!working_dir)
+    if (!working_dir)  // the answer is right all the same; the next call asks the system again
         fprintf(stderr, "cv_getcwd: strdup: %s\n", strerror(errno));
     return buffer;
 }
 
-// "dir/path" in a new block, or null with errno.
-static char *join(const char *dir, std::string_view path)
+// "dir/path", or null with errno.
+static c_string join(const char *dir, std::string_view path)
 {
-    size_t dir_len = strlen(dir);
-    char *joined = static_cast<char *>(malloc(dir_len + 1 + path.size() + 1));
-    if (!joined)
-        return nullptr;
-    memcpy(joined, dir, dir_len);
-    joined[dir_len] = '/';
-    path.copy(joined + dir_len + 1, path.size());
-    joined[dir_len + 1 + path.size()] = '\0';
+    const size_t size = strlen(dir) + 1 + path.size() + 1;
+    c_string joined(static_cast<char *>(malloc(size)));
+    if (joined)
+        snprintf(joined.get(), size, "%s/%.*s", dir, static_cast<int>(path.size()), path.data());
     return joined;
 }
 
-char *fix_path(const char *path)
+c_string fix_path(const char *path)
 {
     if (!path)
         return nullptr;
@@ -106,12 +103,13 @@ char *fix_path(const char *path)
         trprintf("fix_path: cv_getcwd: %s\n", strerror(errno));
         return nullptr;
     }
+    // Looked at before anything is allocated: the path may be any text that a file or a client gave us.
     size_t length = strlen(path) + (full ? 0 : strlen(dir) + 1);
     if (length > MAXPATHLEN) {
         trprintf("fix_path: path too large\n");
         return nullptr;
     }
-    char *fixed = full ? strdup(path) : join(dir, path);
+    c_string fixed = full ? c_string(strdup(path)) : join(dir, path);
     if (!fixed)
         trprintf("fix_path: strdup(\"%s\"): %s\n", path, strerror(errno));
     return fixed;
@@ -121,17 +119,6 @@ char *fix_path(const char *path)
 static bool is_control_or_space(char ch)
 {
     return static_cast<unsigned char>(ch) <= ' ' || ch == 0x7F;
-}
-
-// What is left of `text` without white space and double quotes at both ends.
-static std::string_view stripped(std::string_view text)
-{
-    auto outside = [](char ch) { return is_space(ch) || ch == '"'; };
-    while (!text.empty() && outside(text.front()))
-        text.remove_prefix(1);
-    while (!text.empty() && outside(text.back()))
-        text.remove_suffix(1);
-    return text;
 }
 
 int is_valid_path(const char *path)
@@ -151,8 +138,10 @@ int is_valid_path(const char *path)
     return 1;
 }
 
-// Rewrites the absolute `path` without empty, "." and ".." components; false when a ".." has nothing
-// to remove. What is written never overtakes what is read.
+// Rewrites the absolute `path` in place without empty, "." and ".." components; false when there is nothing
+// for a
+// ".." to remove. Each component is written with one "/" and was read with at least one, so what is written
+// never overtakes what is read.
 static bool make_canonical(char *path)
 {
     char *out = path;
@@ -164,6 +153,7 @@ static bool make_canonical(char *path)
         if (component == "..") {
             if (out == path)
                 return false;
+            // Back to the "/" before the component written last.
             while (*--out != '/')
                 ;
         } else if (!component.empty() && component != ".") {
@@ -178,11 +168,11 @@ static bool make_canonical(char *path)
     return true;
 }
 
-// `text` as an absolute path in a new block, or null with a trace line.
-static char *absolute(std::string_view text)
+// `text` with the current directory prefixed unless it is absolute; null with a trace line.
+static c_string absolute(std::string_view text)
 {
     if (!text.empty() && text.front() == '/') {
-        char *copy = strndup(text.data(), text.size());
+        c_string copy(strndup(text.data(), text.size()));
         if (!copy)
             trprintf("mkpath: strdup: %s.\n", strerror(errno));
         return copy;
@@ -192,26 +182,27 @@ static char *absolute(std::string_view text)
         trprintf("mkpath: cv_getcwd: %s.\n", strerror(errno));
         return nullptr;
     }
-    char *joined = join(dir, text);
+    c_string joined = join(dir, text);
     if (!joined)
         trprintf("mkpath: malloc: %s.\n", strerror(errno));
     return joined;
 }
 
-char *mkpath(const char *path)
+c_string mkpath(const char *path)
 {
     if (!is_valid_path(path)) {
-        trprintf("%s: Invalid path: [%s].\n", "mkpath", path ? path : "(null)");
+        trprintf("%s: Invalid path: [%s].\n", "mkpath", shown(path));
         return nullptr;
     }
-    c_string full(absolute(stripped(path)));
+    c_string full = absolute(stripped(path));
     if (!full)
         return nullptr;
+    // Checked again: a relative path may have become too long.
     if (!make_canonical(full.get()) || strlen(full.get()) > MAXPATHLEN) {
         trprintf("mkpath: Invalid path: [%s].\n", path);
         return nullptr;
     }
-    return full.release();
+    return full;
 }
 
 bool is_canonical_path(const char *path)
@@ -246,6 +237,8 @@ int is_relative_path(const char *path)
 
 // Components
 
+// "." in a buffer that the caller may write to, as to any other result. Filled in at every call, in case the
+// last caller did.
 static char *current_dir_name()
 {
     static char dot[2];
@@ -276,6 +269,7 @@ char *dirname(char *path)
         return current_dir_name();
     if (n > 1 && path[n - 1] == '/')
         n--;
+    // `n` becomes the length up to and including the "/" at which the path is cut.
     while (n > 0 && path[n - 1] != '/')
         n--;
     if (n == 0)

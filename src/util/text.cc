@@ -1,4 +1,3 @@
-// Cutting, trimming, splitting and searching strings.
 #include "util/text.h"
 
 #include <strings.h>
@@ -21,7 +20,8 @@ int split(const char *text, char ch, char ***fields)
     if (!fields)
         return static_cast<int>(count);
 
-    // One block: the pointers, their null, and behind them the copy that they point into.
+    // One block, so that the caller has one thing to free: the pointers, their null, then the copy that they
+    // point into.
     size_t size = strlen(text) + 1;
     void *block = malloc((count + 1) * sizeof(char *) + size);
     if (!block)
@@ -62,19 +62,27 @@ void rm_trailing_whitespace(char *text)
     text[n] = '\0';
 }
 
+std::string_view stripped(std::string_view text)
+{
+    auto outside = [](char ch) { return is_space(ch) || ch == '"'; };
+    while (!text.empty() && outside(text.front()))
+        text.remove_prefix(1);
+    while (!text.empty() && outside(text.back()))
+        text.remove_suffix(1);
+    return text;
+}
+
 char *strip_enclosing_whitespace(char *text)
 {
-    while (is_space(*text) || *text == '"')
-        text++;
-    size_t n = strlen(text);
-    while (n > 0 && (is_space(text[n - 1]) || text[n - 1] == '"'))
-        n--;
-    text[n] = '\0';
-    return text;
+    const std::string_view inside = stripped(text);
+    char *begin = text + (inside.data() - text);
+    begin[inside.size()] = '\0';
+    return begin;
 }
 
 const char *strcasestr(const char *haystack, const char *needle)
 {
+    // The end of the haystack is tried too: an empty needle is found there.
     for (size_t n = strlen(needle);; haystack++) {
         if (strncasecmp(haystack, needle, n) == 0)
             return haystack;
@@ -90,7 +98,7 @@ int octal_perms_to_int(const char *text)
         if (*text < '0' || *text > '7')
             return -1;
         value = value * 8 + (*text - '0');
-        if (value > 0777)
+        if (value > 0777)  // at every digit, before it can overflow
             return -1;
     }
     return value;
