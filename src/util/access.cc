@@ -1,5 +1,5 @@
-// What the effective user may do with a file, decided from its permission bits alone, so that the
-// answer costs no further system call and can be tested.
+// The decision needs no system call once the user is known: inbox scans take it for every new fax. access(2)
+// would also answer for the real user instead of the effective one.
 #include "util/access.h"
 
 #include <algorithm>
@@ -13,7 +13,7 @@ namespace faxtray {
 
 effective_user::effective_user() noexcept : user_(geteuid()), group_(getegid())
 {
-    int count = user_ == 0 ? 0 : getgroups(0, nullptr);
+    int count = user_ == 0 ? 0 : getgroups(0, nullptr);  // the superuser's groups decide nothing
     if (count <= 0)
         return;
     try {
@@ -21,6 +21,7 @@ effective_user::effective_user() noexcept : user_(geteuid()), group_(getegid())
     } catch (const std::bad_alloc &) {
         return;
     }
+    // Fewer rights are safe, so a failure leaves no group.
     count = getgroups(count, groups_.data());
     groups_.resize(static_cast<size_t>(std::max(count, 0)));
 }
@@ -37,7 +38,8 @@ bool effective_user::may(const struct stat &st, mode_t type, const char *perms) 
     if (user_ == 0)
         return true;
 
-    // The three bits that apply, at the place of the others' bits.
+    // One class applies and no other is looked at: an owner without a bit does not get it as a member of the
+    // group. Its three bits are shifted to the place of the bits for others.
     mode_t granted = st.st_mode;
     if (st.st_uid == user_)
         granted >>= 6;

@@ -1,6 +1,5 @@
-// Starting and awaiting children. Nothing of the daemon's leaks into them: no descriptor but 0, 1 and 2,
-// no signal mask or handler, not the lowered descriptor limit. Each is awaited by its own pid, so that
-// its status cannot be taken for another's.
+// popen(3) and system(3) would pass on the daemon's sockets and its lowered descriptor limit, and wait for a
+// child that the daemon's reaper may have taken.
 #include "util/child_process.h"
 
 #include <fcntl.h>
@@ -31,10 +30,10 @@ struct stream_child {
 }  // namespace
 
 static std::vector<stream_child> open_streams;
-static bool sigpipe_off;  // while streams are open, where SIGPIPE would end the process
-static int awaited;       // since child_awaited() was last asked
+static bool sigpipe_off;  // whether this module ignores SIGPIPE for the process, to restore its default later
+static int awaited;       // children, since child_awaited() was last called
 
-static struct rlimit child_limit;
+static struct rlimit child_limit;  // what commands get
 static bool child_limit_known;
 
 void child_set_limit(const struct rlimit &nofile)
@@ -48,9 +47,9 @@ int child_awaited()
     return std::exchange(awaited, 0);
 }
 
-// In the child, between fork and exec: async-signal-safe calls only
+// In the child, between fork and exec: async-signal-safe calls only, as for the daemon's own start
 
-// The number that the digits at `text` make, -1 for another name.
+// The decimal number `text`; -1 for any other text, such as "..".
 static int descriptor_number(const char *text)
 {
     int fd = *text ? 0 : -1;
@@ -59,14 +58,14 @@ static int descriptor_number(const char *text)
     return fd;
 }
 
-// Closes what /proc/self/fd lists from `lowest` on, for kernels without close_range. Reads the directory
-// by the bare system call, since opendir allocates.
+// Closes the descriptors that /proc/self/fd lists from `lowest` on, for kernels and sandboxes without
+// close_range(2). Reads the directory by the bare system call, since opendir(3) allocates.
 static void close_listed_from(int lowest)
 {
     int dir = open("/proc/self/fd", O_RDONLY | O_DIRECTORY | O_CLOEXEC);
     if (dir < 0)
         return;
-    struct entry_t {  // struct linux_dirent64 of getdents(2)
+    struct entry_t {  // struct linux_dirent64 of getdents(2), which no header declares
         uint64_t ino;
         int64_t off;
         unsigned short reclen;
@@ -93,6 +92,7 @@ void close_descriptors_from(int lowest)
 
 [[noreturn]] static void run_shell(const char *command, int in, int out)
 {
+    // Handlers belong to the daemon, and exec keeps signals ignored that were: a command must die of SIGPIPE.
     struct sigaction normal = {};
     normal.sa_handler = SIG_DFL;
     for (int signal = 1; signal < NSIG; signal++)
@@ -101,6 +101,8 @@ void close_descriptors_from(int lowest)
     sigemptyset(&none);
     sigprocmask(SIG_SETMASK, &none, nullptr);
 
+    // The ends of pipes are above the standard descriptors (above_standard), so neither dup2 closes the
+    // other's.
     if (dup2(in, STDIN_FILENO) < 0 || (out >= 0 && dup2(out, STDOUT_FILENO) < 0))
         _exit(127);
     close_descriptors_from(STDERR_FILENO + 1);
@@ -115,7 +117,8 @@ void close_descriptors_from(int lowest)
 
 // In the daemon
 
-// `fd` moved above the standard descriptors, should those be free, and close-on-exec.
+// Returns `fd` itself or, if it is a standard descriptor because that was closed, a close-on-exec duplicate
+// above those.
 static unique_fd above_standard(unique_fd fd)
 {
     if (!fd || fd.get() > STDERR_FILENO)
@@ -123,12 +126,15 @@ static unique_fd above_standard(unique_fd fd)
     return unique_fd(fcntl(fd.get(), F_DUPFD_CLOEXEC, STDERR_FILENO + 1));
 }
 
-// Starts the command with `in` as descriptor 0 and, unless it is -1, `out` as descriptor 1.
-// All signals are held from before the fork until the child has left the daemon's handlers.
+// Starts the command with `in` as descriptor 0 and, unless it is -1, `out` as descriptor 1. Its pid, or -1
+// with errno.
 static pid_t start(const char *command, int in, int out)
 {
+    // What is still buffered would be printed after the command's own output.
     fflush(stdout);
     fflush(stderr);
+    // All signals wait until the child has reset the dispositions: until then a signal would run the daemon's
+    // handlers in it.
     sigset_t all, old;
     sigfillset(&all);
     sigprocmask(SIG_SETMASK, &all, &old);
@@ -141,6 +147,7 @@ static pid_t start(const char *command, int in, int out)
     return pid;
 }
 
+// Waits for that child to end, by whatever signals interrupted. Its wait status, or -1 with errno.
 static int await(pid_t pid)
 {
     int status;
@@ -154,7 +161,7 @@ static int await(pid_t pid)
     return status;
 }
 
-// Makes room first, so that a child once started is never left out. False with errno.
+// Makes room for one more stream before its child is started: afterwards nothing may fail. False with errno.
 static bool make_room()
 {
     try {
@@ -166,6 +173,8 @@ static bool make_room()
     }
 }
 
+// Ignores SIGPIPE, if it would end the process, or restores that. A handler of the program's own is left
+// alone.
 static void switch_sigpipe(bool off)
 {
     struct sigaction action = {};
@@ -191,6 +200,7 @@ FILE *child_popen(const char *command, const char *mode)
     if (!from || !to || !null)
         return nullptr;
 
+    // The stream first, so that the fork is the last step that may fail. The child's end is closed on return.
     unique_fd &ours = reading ? from : to;
     file_ptr stream(fdopen(ours.get(), mode));
     if (!stream)
@@ -210,7 +220,7 @@ int child_pclose(FILE *stream)
         if (it->stream == stream) {
             pid_t pid = it->pid;
             open_streams.erase(it);
-            fclose(stream);
+            fclose(stream);  // before the wait: the child may read until the end of its input
             if (open_streams.empty())
                 switch_sigpipe(false);
             return await(pid);

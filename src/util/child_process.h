@@ -1,7 +1,8 @@
-// child_process: starts and awaits every child of the daemon.
+// child_process: runs the commands of the daemon and awaits them, each by its own pid, so that no other
+// child's status is taken for a command's.
 //
-// A child gets descriptor 0 (its pipe or /dev/null), 1 and 2 as ours, nothing else, a clean signal mask,
-// default dispositions and the descriptor limit the daemon itself was started with.
+// A command gets descriptor 0 (its pipe or /dev/null), the daemon's own 1 and 2 and no other, an empty signal
+// mask, default dispositions, and the descriptor limit with which the daemon itself was started.
 #pragma once
 
 #include <sys/resource.h>
@@ -11,22 +12,23 @@
 
 namespace faxtray {
 
-// Remembers the descriptor limit that children get, before the daemon lowers its own.
+// Sets the descriptor limit that commands get; without this call they inherit the daemon's.
 void child_set_limit(const struct rlimit &nofile);
 
-// popen, pclose and system as in POSIX, by way of "/bin/sh -c": standard output and error are flushed
-// before the fork, EINTR is waited out, and a command that cannot be executed exits with status 127.
-// Streams are close-on-exec; several may be open at once. While one is open, a child that does not read
-// what is written to it gives EPIPE and no SIGPIPE.
+// popen, pclose and system as in POSIX, by way of "/bin/sh -c": standard output and error are flushed before
+// the fork, an interrupted wait is resumed, and a command that cannot be executed exits with status 127.
+// Streams are close-on-exec; several may be open at once. While one is open, writing to a child that does not
+// read fails with EPIPE; no SIGPIPE is raised.
 FILE *child_popen(const char *command, const char *mode);  // "r" or "w"; null with errno
 int child_pclose(FILE *stream);                            // the wait status, or -1 with errno
 int child_system(const char *command);                     // the wait status, or -1 with errno
 
-// How many children this module has awaited since the last call; lets the reaper tell a signal whose
-// child was awaited here from one that nobody explains.
+// How many children this module has awaited since the last call. SIGCHLD is raised for them as for others: by
+// this number the handler's side knows that it may find no child left to reap.
 int child_awaited();
 
-// Closes every descriptor from `lowest` on, however high the limit. Async-signal-safe.
+// Closes every descriptor from `lowest` on, whatever the limit: it may have been lowered after higher ones
+// were opened. The one way to do so; async-signal-safe.
 void close_descriptors_from(int lowest);
 
 }  // namespace faxtray

@@ -1,4 +1,3 @@
-// Dates and times as people read them.
 #include "util/clock_text.h"
 
 #include <clocale>
@@ -23,7 +22,7 @@ const char *cv_ctime(const time_t *t)
     return text;
 }
 
-// The locale's own form is wanted, two-digit year or not.
+// gcc warns of "%x", whose year has two digits in some locales. The locale's own form is what callers want.
 #pragma GCC diagnostic push
 #pragma GCC diagnostic ignored "-Wformat-y2k"
 
@@ -41,11 +40,12 @@ static bool put_time(char *out, size_t size, const struct tm &now)
 
 int cv_get_date_time(const char *locale, char *date, size_t date_len, char *time, size_t time_len)
 {
+    // Copied: the next setlocale() may overwrite its answer.
     const char *current = setlocale(LC_TIME, nullptr);
     c_string previous(current ? strdup(current) : nullptr);
     if (!previous)
         return 0;
-    setlocale(LC_TIME, locale);  // one that is not installed leaves the previous in force
+    setlocale(LC_TIME, locale);  // a locale that is not installed changes nothing
 
     time_t when = ::time(nullptr);
     struct tm now = {};

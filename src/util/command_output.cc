@@ -1,4 +1,3 @@
-// What stands in one place for every command: its start, its end, and how it shows text it did not write.
 #include "util/command_output.h"
 
 #include <unistd.h>
@@ -23,6 +22,8 @@ std::string printable(const std::string &text)
     std::mbstate_t state = {};
     for (size_t i = 0; i < text.size();) {
         wchar_t wide = 0;
+        // A byte that begins no character (mbrtowc returns a huge number, or 0 for a zero byte) is escaped
+        // alone, and the conversion starts over after it.
         size_t length = std::mbrtowc(&wide, text.data() + i, text.size() - i, &state);
         if (length == 0 || length > text.size() || !std::iswprint(static_cast<wint_t>(wide))) {
             char escaped[8];
@@ -51,6 +52,7 @@ std::string printable_lines(const std::string &text)
 
 void print_json(const nlohmann::json &value)
 {
+    // Faxes' names and messages may be in any encoding: dump() would throw for what is not UTF-8.
     puts(value.dump(2, ' ', false, nlohmann::json::error_handler_t::replace).c_str());
 }
 
@@ -63,7 +65,7 @@ progress_bar::progress_bar(std::string what, u_int total)
 progress_bar::~progress_bar()
 {
     if (shown_)
-        fputs("\r\x1b[K", stderr);
+        fputs("\r\x1b[K", stderr);  // back to the line's start, then erase to its end
 }
 
 void progress_bar::add(size_t bytes)
@@ -83,15 +85,16 @@ void progress_bar::add(size_t bytes)
 int run_command(int argc, char **argv, int (*run)(int argc, char **argv), int failed)
 {
     setlocale(LC_ALL, "");
-    signal(SIGPIPE, SIG_IGN);  // a server or a reader that hangs up is an error to report
-    signal(SIGXFSZ, SIG_IGN);  // and so is a file that may not grow
+    signal(SIGPIPE, SIG_IGN);  // a server or a reader that hangs up is an error to report (EPIPE)
+    signal(SIGXFSZ, SIG_IGN);  // and so is a file that may not grow (EFBIG)
     int status = failed;
     try {
         status = run(argc, argv);
     } catch (const std::exception &error) {
         fprintf(stderr, "%s: %s\n", program_invocation_short_name, error.what());
     }
-    // Output that could not be written turns success into failure; a failure keeps its own status.
+    // Output that could not be written turns success into failure; a failure keeps its own status, which says
+    // more.
     if ((fflush(stdout) != 0 || ferror(stdout)) && status == EXIT_SUCCESS) {
         fprintf(stderr, "%s: can't write the output: %s\n", program_invocation_short_name, strerror(errno));
         return failed;

@@ -9,27 +9,30 @@
 
 namespace faxtray {
 
-// The body of a command's main(): sets the locale, ignores the signals that would end the program in the
-// middle of an output, and calls `run`. Returns the exit status: that of `run`, or `failed` after an
-// exception or when standard output could not be written whole, with a message on standard error. Success is
-// status 0.
+// The body of a command's main(): sets the locale, ignores SIGPIPE and SIGXFSZ, which would end the program
+// in the middle of an output, and calls `run`. Returns the exit status: that of `run`, or `failed`, with a
+// message on standard error, after an exception or when `run` returned 0 but standard output could not be
+// written whole.
 int run_command(int argc, char **argv, int (*run)(int argc, char **argv), int failed);
 
-// `text` with all that the locale cannot print as "\xNN" and "\" as "\\", so that nothing a stranger
-// wrote steers the terminal.
+// `text` with each byte that the locale cannot print as "\xNN" and each "\" as "\\", so that nothing a
+// stranger wrote controls the terminal.
 std::string printable(const std::string &text);
 std::string printable_lines(const std::string &text);  // line feeds stay; later lines are indented
 
-void print_json(const nlohmann::json &value);  // bytes that are no UTF-8 are replaced
+// Prints `value` on standard output, indented; bytes that are not UTF-8 become U+FFFD. Whether that succeeded
+// is run_command()'s to find out.
+void print_json(const nlohmann::json &value);
 
-// How far a fetch has come, on a terminal at standard error; silent elsewhere.
+// Shows how far a fetch has come, `what` being its title, while standard error is a terminal; else prints
+// nothing.
 class progress_bar {
 public:
-    progress_bar(std::string what, u_int total);
-    ~progress_bar();  // takes it off the screen
+    progress_bar(std::string what, u_int total);  // `total` in bytes; 0 counts as complete
+    ~progress_bar();                              // clears the line
     progress_bar(const progress_bar &) = delete;
     progress_bar &operator=(const progress_bar &) = delete;
-    void add(size_t bytes);
+    void add(size_t bytes);  // so many more have come
 
 private:
     std::string what_;

@@ -1,21 +1,22 @@
-// Finds the conversions as printf would; what they would print is a word each.
+// Finds the conversions as printf(3) does; its manual page has their grammar in the same order.
 #include "util/empty_format.h"
 
 #include <cstring>
 
 namespace faxtray {
 
-// The end of the conversion whose "%" stands before `at`, or null when it is none.
+// Where the conversion ends whose "%" is just before `at`, or null when it is none.
 static const char *conversion_end(const char *at)
 {
-    at += strspn(at, "-0#+ '");
-    at += strspn(at, "0123456789*");
-    if (*at == '.')
+    at += strspn(at, "-0#+ '");       // flags
+    at += strspn(at, "0123456789*");  // width
+    if (*at == '.')                   // precision
         at += 1 + strspn(at + 1, "0123456789*");
-    at += strspn(at, "hlLqjzt");
+    at += strspn(at, "hlLqjzt");  // length of the argument
     return *at && strchr("%diouxXeEfFgGaAcspn", *at) ? at + 1 : nullptr;
 }
 
+// What the conversion prints instead of its missing argument.
 static const char *empty_argument(char conversion)
 {
     switch (conversion) {

@@ -1,4 +1,3 @@
-// Loops around read(2), write(2) and pwrite(2), which may each move only a part of what was asked for.
 #include "util/io.h"
 
 #include <unistd.h>
@@ -23,8 +22,8 @@ ssize_t read_full(int fd, void *bytes, size_t n)
     return static_cast<ssize_t>(done);
 }
 
-// What one call of `put` returned, turned into progress. A call that writes nothing and reports no error
-// would be repeated for ever, so it counts as a failure.
+// Calls `put` (bytes, number) with what is left until nothing is. A call that writes nothing and reports no
+// error would be repeated for ever, so it counts as a failure.
 template <class Put> static bool write_all(const void *bytes, size_t n, Put put)
 {
     for (const char *at = static_cast<const char *>(bytes); n > 0;) {

@@ -8,12 +8,12 @@
 
 namespace faxtray {
 
-// Reads `n` bytes, fewer only where the file ends. How many were read, or -1 with errno; the bytes read
-// before a failure are lost to the caller.
+// Reads `n` bytes, fewer only where the file ends. Returns how many were read, or -1 with errno; how many
+// were read before the failure is then not known.
 ssize_t read_full(int fd, void *bytes, size_t n);
 
-// Writes all `n` bytes at the descriptor's position. False with errno; how much was written is not known
-// then.
+// Writes all `n` bytes at the descriptor's position. False with errno; how many were written before the
+// failure is then not known.
 bool write_full(int fd, const void *bytes, size_t n);
 
 // The same at `offset`, leaving the descriptor's position alone.

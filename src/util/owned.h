@@ -1,4 +1,4 @@
-// owned: owners of C things, so that every path out of a function frees what it holds.
+// owned: owners of what C functions allocate and open, so that every path out of a function frees it.
 #pragma once
 
 #include <dirent.h>
@@ -20,8 +20,8 @@ using c_string = std::unique_ptr<char, deleter<std::free>>;  // malloc'd text
 using file_ptr = std::unique_ptr<FILE, deleter<std::fclose>>;
 using dir_ptr = std::unique_ptr<DIR, deleter<closedir>>;
 
-// A descriptor, closed when its owner goes. Where closing may lose what was written, let go with
-// release() and look at close()'s result.
+// A descriptor, closed when its owner goes out of scope. Closing what was written may report an error that
+// the owner would not see: take the descriptor by release() and look at close()'s result.
 class unique_fd {
 public:
     unique_fd() = default;

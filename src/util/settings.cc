@@ -1,4 +1,4 @@
-// The defaults of the process-wide settings.
+// The values that hold without any option.
 #include "util/settings.h"
 
 namespace faxtray {

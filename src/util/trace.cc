@@ -1,5 +1,5 @@
-// The trace stream. TRACES is a file that an administrator edits: one line a program, telling whether
-// it traces, where to, and whether that file is continued or begun anew.
+// TRACES has one line a program: whether it traces, where to, and whether an existing trace file is continued
+// or emptied. It is small and rarely read, so a line is taken apart again at each reading.
 #include "util/trace.h"
 
 #include <strings.h>
@@ -19,25 +19,28 @@
 
 namespace faxtray {
 
-static int Debug;             // TRACECONFIG was set: this module tells its progress on standard output
+static int Debug;             // TRACECONFIG was set: this module reports its progress on standard output
 static int Initted;           // tr_init has named the directories
 static int Trace_on;          // a stream is open
 static int Trace_toggle = 1;  // 0 mutes an open stream
-static FILE *Trace_fp;        // the stream: a file of ours, standard output or standard error
+static FILE *Trace_fp;        // the stream: a file opened here, standard output or standard error
 
-static char Trace_work_dir[MAXPATHLEN];         // where relative trace files are made
-static char Trace_exec_dir[MAXPATHLEN];         // the second place where TRACES is looked for
+static char Trace_work_dir[MAXPATHLEN];         // where trace files without a path are made
+static char Trace_exec_dir[MAXPATHLEN];         // the second place to look for TRACES
 static char Trace_filename[MAXPATHLEN];         // the stream's path, or "stdout" or "stderr"
 static char Trace_config_filename[MAXPATHLEN];  // the TRACES last found
 
 static char last_config[MAXPATHLEN];  // the TRACES last read
 static time_t last_update;            // its mtime when it was read
-static char last_output[256];         // the output word that last switched tracing on
-static char last_mode;                // and the first character of its mode
+
+// The output word of the line that last switched tracing on, and the first character of its mode: for whoever
+// looks at the process with a debugger. Nothing here reads them.
+static char last_output[256];
+static char last_mode;
 
 static constexpr size_t buffer_size = 8192;
-static c_string file_buffer;                   // the open trace file's own
-static char standard_buffers[2][buffer_size];  // of standard output and standard error
+static c_string file_buffer;                   // of the open trace file
+static char standard_buffers[2][buffer_size];  // of standard output and standard error, which stay open
 
 // Writing
 
@@ -74,7 +77,7 @@ void trprintf(const char *format, ...)
 {
     if (!tr_writing())
         return;
-    int error = errno;  // callers print their own cause after tracing
+    int error = errno;
     trace_print_time();
     va_list args;
     va_start(args, format);
@@ -136,7 +139,7 @@ static bool is_standard(FILE *stream)
     return stream == stdout || stream == stderr;
 }
 
-// Lets go of the stream, and closes it when it is a file.
+// Forgets the stream, and closes it when it is a file.
 static void close_stream()
 {
     if (Trace_fp && !is_standard(Trace_fp)) {
@@ -179,9 +182,10 @@ struct config_line {
     word_t program, on_off, output, mode;
 };
 
-// A line's length in TRACES; what is longer is passed over.
+// What is read of a line of TRACES, its line feed and a zero included.
 static constexpr size_t line_size = 1024;
 
+// With TRACECONFIG set these are printed as numbers, from 0.
 enum config_result { FOUND, NO_CONFIG, NO_LINE, UNCHANGED };
 
 // Copies the next word at `p` into `word`, "" at the end of the line, and returns what follows it.
@@ -197,8 +201,9 @@ static const char *next_word(const char *p, word_t &word)
     return p;
 }
 
-// Reads a line without its last character. Kept: whatever that is, so that the last line, when it ends
-// without a newline, loses a character of its text.
+// Reads a line without its last character. Kept: whatever that is, so a last line without a newline loses a
+// character of its text, as TRACES(5) warns administrators. The rest of a line that is too long is skipped,
+// so that it is not taken for a line.
 static bool read_line(FILE *in, char (&line)[line_size])
 {
     if (!fgets(line, sizeof line, in))
@@ -212,6 +217,7 @@ static bool read_line(FILE *in, char (&line)[line_size])
     return true;
 }
 
+// Finds the first line for the program `name`; the words it lacks are empty.
 static bool find_line(FILE *in, const char *name, config_line &found)
 {
     char line[line_size];
@@ -233,7 +239,8 @@ static bool find_line(FILE *in, const char *name, config_line &found)
     return false;
 }
 
-// Puts "dir/TRACES", or "TRACES" for a null `dir`, into Trace_config_filename when it is there.
+// If "dir/TRACES", or "TRACES" for a null `dir`, exists, stores its path in Trace_config_filename and its
+// status in `st`.
 static bool look_for_config(const char *dir, struct stat &st)
 {
     char path[MAXPATHLEN];
@@ -259,12 +266,14 @@ static bool find_config(struct stat &st)
     return false;
 }
 
+// A "-" holds the place of a word left out, so that a later one can be given.
 static void set_default(word_t &word, const char *value)
 {
     if (!word[0] || strcmp(word, "-") == 0)
         snprintf(word, sizeof word, "%s", value);
 }
 
+// Reads the line for `name` into `line`, its defaults filled in, unless TRACES is the one read before.
 static config_result check_trace_config_file(const char *name, config_line &line)
 {
     if (getenv("TRACECONFIG")) {
@@ -273,7 +282,7 @@ static config_result check_trace_config_file(const char *name, config_line &line
     }
     struct stat st;
     if (!find_config(st)) {
-        last_config[0] = '\0';
+        last_config[0] = '\0';  // when it returns it is read, whatever its time
         last_update = 0;
         return NO_CONFIG;
     }
@@ -295,17 +304,15 @@ static config_result check_trace_config_file(const char *name, config_line &line
 
 // Switching
 
-static void announce(const char *text)
-{
-    if (Debug)
-        fputs(text, stdout);
-    tr_puts(text);
-}
-
 static int switch_off(const char *shown)
 {
-    if (Trace_fp && !is_standard(Trace_fp))
-        announce("open_trace_file: Closing trace file before rescaning\n");
+    // Kept: "rescaning"; it is also the last line of traces that people keep.
+    static constexpr char closing[] = "open_trace_file: Closing trace file before rescaning\n";
+    if (Trace_fp && !is_standard(Trace_fp)) {
+        if (Debug)
+            fputs(closing, stdout);
+        tr_puts(closing);
+    }
     close_stream();
     Trace_on = 0;
     Trace_toggle = 1;
@@ -315,6 +322,8 @@ static int switch_off(const char *shown)
     return 1;
 }
 
+// By whole lines, so that those of a child process and ours do not mix within a line, and so that a crash
+// loses none.
 static void set_line_buffered(FILE *stream)
 {
     if (is_standard(stream)) {
@@ -323,10 +332,11 @@ static void set_line_buffered(FILE *stream)
         return;
     }
     file_buffer.reset(static_cast<char *>(malloc(buffer_size)));
-    setvbuf(stream, file_buffer.get(), _IOLBF, buffer_size);  // with null, one of stdio's own
+    setvbuf(stream, file_buffer.get(), _IOLBF, buffer_size);  // without memory, stdio's own buffer
 }
 
-// Makes the stream the one that `output` names. `mode` is the first character of its mode.
+// Opens the stream that `output` names, in place of the present one. `mode` is the first character of its
+// mode. 1, or 0 with a message; tracing is then off.
 static int switch_on(const char *shown, const char *output, char mode)
 {
     snprintf(last_output, sizeof last_output, "%s", output);
@@ -343,20 +353,17 @@ static int switch_on(const char *shown, const char *output, char mode)
     else
         snprintf(path, sizeof path, "%s/trace_%s", Trace_work_dir, output);
 
-    // Kept: Trace_on was cleared above, so that nothing below reaches the stream that is given up, and
-    // the same file is opened once more while its first stream stays open.
-    bool same = strcmp(path, Trace_filename) == 0;
-    if (same && Trace_on) {
-        if (Debug)
-            printf("open_trace_file(%s): Same config file\n", shown);
-        return 1;
-    }
+    // Kept: when TRACES names the same file again, it is opened a second time and its first stream stays
+    // open: whoever has it from tr_get_file_pointer() may still write to it. Another file's stream is closed.
+    // Kept too: that, spelt "rescaning", is said on standard output only. Tracing was switched off above, so
+    // the file that is closed does not get the line with which switch_off() ends it.
     if (Trace_fp && !is_standard(Trace_fp)) {
-        if (same) {
+        if (strcmp(path, Trace_filename) == 0) {
             fflush(Trace_fp);
-            setvbuf(Trace_fp, nullptr, _IONBF, 0);  // its buffer goes
+            setvbuf(Trace_fp, nullptr, _IONBF, 0);  // its buffer is about to be freed
         } else {
-            announce("open_trace_file: Closing old trace file before rescaning\n");
+            if (Debug)
+                fputs("open_trace_file: Closing old trace file before rescaning\n", stdout);
             close_stream();
         }
     }
@@ -379,7 +386,8 @@ static int switch_on(const char *shown, const char *output, char mode)
     return 1;
 }
 
-// The name as messages and file names show it: a path's "/" as "_", none in front.
+// The program's name as messages and file names show it: a path with "_" for each "/", the first one dropped.
+// Null without memory.
 static c_string display_name(const char *name)
 {
     c_string shown(strdup(name));
@@ -407,39 +415,23 @@ int open_trace_file(const char *name)
     if (Debug)
         printf("open_trace_file(%s): ret=%d\n", shown, ret);
 
-    const char *output = line.output;
-    char mode = line.mode[0];
-    bool on = false;
-    switch (ret) {
-    case FOUND:
+    if (ret == UNCHANGED) {
+        // Even when the trace file could not be opened: an administrator touches TRACES to have that tried
+        // again.
         if (Debug)
-            printf("open_trace_file(%s): 1 on_off=\"%s\"\n", shown, line.on_off);
-        on = strcasecmp(line.on_off, "off") != 0;
-        break;
-    case NO_CONFIG:
-    case NO_LINE:
-        if (!Trace_on)
-            return 1;
-        break;
-    case UNCHANGED:
-        // Kept: no word was read, so what was remembered is never taken up again.
-        if (strcasecmp(line.on_off, "off") == 0 || Trace_on || !line.on_off[0]) {
-            if (Debug)
-                printf("open_trace_file(%s): no change\n", shown);
-            return 1;
-        }
-        output = last_output;
-        mode = last_mode;
-        on = true;
-        break;
-    default:
-        fprintf(stderr, "open_trace_file:  Unknown return %d\n", ret);
+            printf("open_trace_file(%s): no change\n", shown);
+        return 1;
     }
-    if (!on)
+    if (ret != FOUND)
+        return Trace_on ? switch_off(shown) : 1;
+    if (Debug)
+        printf("open_trace_file(%s): 1 on_off=\"%s\"\n", shown, line.on_off);
+    if (strcasecmp(line.on_off, "off") == 0)
         return switch_off(shown);
-    if (strchr(output, '/') && strchr(name, '/'))
-        output = shown;
-    return switch_on(shown, output, mode);
+    // A program started by its path has that path as the default output: it traces into the work directory,
+    // not over itself.
+    const bool is_path = strchr(line.output, '/') && strchr(name, '/');
+    return switch_on(shown, is_path ? shown : line.output, line.mode[0]);
 }
 
 }  // namespace faxtray

@@ -1,5 +1,4 @@
-// Takes version identification strings apart. The last parse is kept, so that a caller may ask for
-// its fields one by one.
+// The string parsed last is kept, cut into its fields, so that a caller can ask for one after the other.
 #include "util/version_id.h"
 
 #include <cctype>
@@ -24,7 +23,7 @@ enum rev_field {
 };
 
 static c_string parsed;             // the last string, cut into its fields
-static const char *fields[FIELDS];  // into it; all null when that string lacked some
+static const char *fields[FIELDS];  // point into it; all null when it had too few
 
 static void parse(const char *id)
 {
@@ -33,7 +32,7 @@ static void parse(const char *id)
     if (!parsed)
         return;
 
-    // A run of separators counts as one, at the ends too.
+    // A run of separators counts as one, also at either end.
     const char *found[FIELDS];
     int count = 0;
     char *p = parsed.get() + strspn(parsed.get(), "|");
@@ -100,6 +99,7 @@ int rev_revinfo(const char *id, char *out, int size)
     const char *release = rev_release(id);
     if (!release || size <= 0)
         return 0;
+    // A minor release of letters, such as a beta's, follows the release without a dot.
     const char *level = fields[LEVEL], *minor = fields[MINOR_RELEASE];
     size_t room = static_cast<size_t>(size);
     if (isdigit(static_cast<unsigned char>(*minor)))
