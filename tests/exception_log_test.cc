@@ -52,7 +52,7 @@ TEST(ExceptionLog, FallsBackToStandardErrorWhenTheFileCannotBeWritten)
 
 static std::string told;
 
-static void tell(const elog_entry_t &entry)
+static void tell(const elog_entry_t &entry) noexcept
 {
     told += timeless(std::string(entry.prefix) + entry.message + entry.trailer);
     told += std::string(entry.notify ? "notify" : "quiet") + (entry.written < 0 ? " lost\n" : " written\n");

@@ -15,11 +15,11 @@
 #include "deliver/node_queue.h"
 #include "deliver/notify.h"
 #include "log/exception_log.h"
+#include "log/log_and_trace.h"
 #include "log/log_callback.h"
 #include "registry/regd_client.h"
 #include "util/clock_text.h"
 #include "util/settings.h"
-#include "util/version_id.h"
 
 namespace faxtray {
 
@@ -28,23 +28,20 @@ static constexpr int Default_volume = 5;          // notices a day
 static constexpr time_t Hold = 24 * 60 * 60;      // seconds that a notice counts against the volume
 static constexpr size_t Subject_characters = 30;  // of the entry's message
 
-static constexpr int Log_and_stderr = ELOG_FILE | ELOG_STDERR;
-
 // The registry's record of the administrator; null when there is none, with an entry of its own.
 static av_list_ptr admin_record(int queue)
 {
     regd_handle_t *handle = regd_open(nullptr, queue);
     if (handle == nullptr) {
-        elog_writef(SCCS_ID, __FILE__, __LINE__, ELOG_ERROR, Log_and_stderr,
-                    "elog_writef:  Could not open connection to info server.");
+        log_only({ELOG_ERROR, elog_file_and_stderr},
+                 "elog_writef:  Could not open connection to info server.");
         return nullptr;
     }
     const av_list_t *entry = regd_get_ui_entry(handle, regd_credentials(), "admin");
     av_list_ptr admin(entry ? av_copy(entry) : nullptr);
     regd_close(handle);
     if (!admin)
-        elog_writef(SCCS_ID, __FILE__, __LINE__, ELOG_ERROR, Log_and_stderr,
-                    "elog_writef:  Could not get the admin record.");
+        log_only({ELOG_ERROR, elog_file_and_stderr}, "elog_writef:  Could not get the admin record.");
     return admin;
 }
 
@@ -122,7 +119,7 @@ static void notify_administrator(const elog_entry_t &entry)
         send_notice(admin.get(), entry, volume, limited);
 }
 
-static void tell(const elog_entry_t &entry)
+static void handle_entry(const elog_entry_t &entry) noexcept
 try {
     if (*dvLog_callbacks) {
         // Kept: the format as it stands in the code, not the message.
@@ -133,13 +130,12 @@ try {
         notify_administrator(entry);
 } catch (const std::bad_alloc &) {
     if (entry.notify)  // not of what is logged here itself
-        elog_writef(SCCS_ID, __FILE__, __LINE__, ELOG_ERROR, Log_and_stderr,
-                    "elog_writef:  Memory allocation error, %d", ENOMEM);
+        log_only({ELOG_ERROR, elog_file_and_stderr}, "elog_writef:  Memory allocation error, %d", ENOMEM);
 }
 
 void admin_notice_init()
 {
-    elog_set_notifier(tell);
+    elog_set_notifier(handle_entry);
 }
 
 }  // namespace faxtray

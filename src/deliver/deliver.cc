@@ -32,7 +32,6 @@ namespace faxtray {
 
 static constexpr size_t text_size = 4096;  // of the caller's buffers
 static constexpr size_t command_size = 12288;
-static constexpr int log_targets = ELOG_FILE | ELOG_STDERR;
 
 static char sender_station[8] = "UNKNOWN";  // for the subjects of mails; nothing changes it
 
@@ -109,7 +108,8 @@ static int convert_to(const char *ext, bool (*converter)(char *, const char *), 
 {
     std::string converted = converted_name(path, ext);
     if (converted.empty() || converted.size() >= MAXPATHLEN || !converter(path, converted.c_str())) {
-        log_and_trace({ELOG_WARNING, log_targets}, "format_fax_file: Can't filter fax file: [%s]\n", path);
+        log_and_trace({ELOG_WARNING, elog_file_and_stderr}, "format_fax_file: Can't filter fax file: [%s]\n",
+                      path);
         return DELIVER_FAILED;
     }
     snprintf(path, MAXPATHLEN, "%s", converted.c_str());
@@ -122,7 +122,8 @@ static int convert_to_mh(char *path, void (*keepalive)())
     trprintf("format_fax_file:  converting %s to MH compression\n", path);
     if (t4dec_change_format(path, 0, -1, keepalive))
         return DELIVERED;
-    log_and_trace({ELOG_WARNING, log_targets}, "format_fax_file: Can't change compression: [%s]\n", path);
+    log_and_trace({ELOG_WARNING, elog_file_and_stderr}, "format_fax_file: Can't change compression: [%s]\n",
+                  path);
     return DELIVER_FAILED;
 }
 
@@ -198,8 +199,8 @@ int exec_deliver(const av_list_t *record, const char *path, char *destination_ou
     }
     c_string copy(strdup(given)), command(static_cast<char *>(calloc(command_size, 1)));
     if (!copy || !command) {
-        log_and_trace({ELOG_WARNING, log_targets}, "exec_deliver:  Memory allocation error, \"%s\"\n",
-                      strerror(errno));
+        log_and_trace({ELOG_WARNING, elog_file_and_stderr},
+                      "exec_deliver:  Memory allocation error, \"%s\"\n", strerror(errno));
         return DELIVER_NO_MEMORY;
     }
 
@@ -387,8 +388,8 @@ static int deliver_copy(delivery_t &d, const char *method, const char *keyword)
     case IV_DELIVERY_METHOD_FAXTRAY:
         break;
     default:
-        log_and_trace({ELOG_WARNING, log_targets}, "deliver_fax:  unsupported delivery type %d, %s\n", handle,
-                      method);
+        log_and_trace({ELOG_WARNING, elog_file_and_stderr},
+                      "deliver_fax:  unsupported delivery type %d, %s\n", handle, method);
         return tell(d, DELIVER_FAILED,
                     "Fax routing failure: Delivery type unknown [%s].\nCan't autoroute '%s' for '%s'.\n",
                     method, d.fax_path, user_of(d.record));
@@ -415,7 +416,7 @@ static int deliver_to_recipient(delivery_t &d)
 {
     const char *user = user_of(d.record);
     if (const av_node_t *group = as_get_av_node(AS_GROUP, d.record)) {
-        log_and_trace({ELOG_WARNING, log_targets}, "deliver_fax:  [%s] is a group [%s]!\n", user,
+        log_and_trace({ELOG_WARNING, elog_file_and_stderr}, "deliver_fax:  [%s] is a group [%s]!\n", user,
                       group->value ? group->value : "");
         return tell(d, DELIVER_BAD_ARGUMENT, "Fax routing failure: Bad or invalid recipient.\n");
     }
@@ -436,15 +437,15 @@ static int deliver_to_recipient(delivery_t &d)
     trprintf("deliver_fax: copy \"%s\" to \"%s\"\n", d.fax_path, d.temporary);
     d.own_temporary = d.temporary[0] && copy_new(d.fax_path, d.temporary);
     if (!d.own_temporary) {
-        log_and_trace({ELOG_WARNING, log_targets}, "deliver_fax:  could not copy(%s, %s)\n", d.fax_path,
-                      d.temporary);
+        log_and_trace({ELOG_WARNING, elog_file_and_stderr}, "deliver_fax:  could not copy(%s, %s)\n",
+                      d.fax_path, d.temporary);
         return fail_to_autoroute(d, DELIVER_FAILED);
     }
 
     c_string method_copy(strdup(method));
     if (!method_copy) {
-        log_and_trace({ELOG_WARNING, log_targets}, "deliver_fax:  could not strdup(%s): %s\n", method,
-                      strerror(errno));
+        log_and_trace({ELOG_WARNING, elog_file_and_stderr}, "deliver_fax:  could not strdup(%s): %s\n",
+                      method, strerror(errno));
         return fail_to_autoroute(d, DELIVER_NO_MEMORY);
     }
     return deliver_copy(d, method, cut_keyword(method_copy.get()));
@@ -453,9 +454,9 @@ static int deliver_to_recipient(delivery_t &d)
 static int deliver_given(delivery_t &d)
 {
     if (!d.record || is_empty(d.fax_path)) {
-        log_and_trace({ELOG_WARNING, log_targets}, "deliver_fax:  Invalid argument[avl=0x%x,fname=\"%s\"]\n",
-                      static_cast<unsigned>(reinterpret_cast<uintptr_t>(d.record)),
-                      d.fax_path ? d.fax_path : "(NULL)");
+        log_and_trace(
+            {ELOG_WARNING, elog_file_and_stderr}, "deliver_fax:  Invalid argument[avl=0x%x,fname=\"%s\"]\n",
+            static_cast<unsigned>(reinterpret_cast<uintptr_t>(d.record)), d.fax_path ? d.fax_path : "(NULL)");
         return tell(d, DELIVER_BAD_ARGUMENT, "Fax routing failure: Bad or invalid argument for delivery.\n");
     }
     d.problem = last_component(d.fax_path)[0] == 'p';

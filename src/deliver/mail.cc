@@ -151,7 +151,7 @@ static bool to_pdf(working_file *file)
         file->converted_to(pdf);
         return true;
     }
-    log_and_trace({ELOG_WARNING, ELOG_FILE | ELOG_STDERR}, "format_fax_file: Can't filter fax file: [%s]\n",
+    log_and_trace({ELOG_WARNING, elog_file_and_stderr}, "format_fax_file: Can't filter fax file: [%s]\n",
                   file->fax_path());
     return false;
 }

@@ -54,7 +54,7 @@ const char *mail_get_mail_from()
 
     regd_handle_t *registry = regd_open(nullptr, 1);
     if (!registry) {
-        log_and_trace({ELOG_WARNING, ELOG_FILE | ELOG_STDERR},
+        log_and_trace({ELOG_WARNING, elog_file_and_stderr},
                       "mail:  Could not open connection to info server.\n");
         return sender;
     }
@@ -64,7 +64,7 @@ const char *mail_get_mail_from()
         snprintf(sender, sizeof sender, "%s", wanted);
     regd_close(registry);
     if (!admin)
-        log_and_trace({ELOG_WARNING, ELOG_FILE | ELOG_STDERR}, "mail:  Could not get the admin record.\n");
+        log_and_trace({ELOG_WARNING, elog_file_and_stderr}, "mail:  Could not get the admin record.\n");
     return sender;
 }
 

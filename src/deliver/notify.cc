@@ -12,7 +12,6 @@
 #include "registry/regd_client.h"
 #include "util/text.h"
 #include "util/trace.h"
-#include "util/version_id.h"
 
 namespace faxtray {
 
@@ -82,8 +81,8 @@ static void report_missing_record(const char *user_name)
         trprintf("regd_get_ui_entry failed: [%s].\n", "");
         trprintf("    Major error:    %d.\n", 0);
         trprintf("    Minor error:    %d.\n", 0);
-        elog_writef(SCCS_ID, __FILE__, __LINE__, ELOG_WARNING, ELOG_FILE | ELOG_STDERR,
-                    "notify_uname:  Error status from regd call getting record for '%s'.\n", user_name);
+        log_only({ELOG_WARNING, elog_file_and_stderr},
+                 "notify_uname:  Error status from regd call getting record for '%s'.\n", user_name);
     } else if (error->code == IE_INVALID) {  // a missing user is no exception
         trprintf("notify_uname:  Record for user '%s' not found.\n", user_name);
     } else {
@@ -95,12 +94,12 @@ static void report_missing_record(const char *user_name)
 int notify_uname(const char *user_name, const char *subject, const char *message, int event)
 {
     if (is_empty(user_name)) {
-        log_and_trace({ELOG_WARNING, ELOG_FILE | ELOG_STDERR}, "notify_uname:  Invalid argument.\n");
+        log_and_trace({ELOG_WARNING, elog_file_and_stderr}, "notify_uname:  Invalid argument.\n");
         return 0;
     }
     regd_handle_t *registry = regd_open(nullptr, 1);
     if (!registry) {
-        log_and_trace({ELOG_WARNING, ELOG_FILE | ELOG_STDERR},
+        log_and_trace({ELOG_WARNING, elog_file_and_stderr},
                       "notify_uname:  Could not open connection to info server.\n");
         return 0;
     }

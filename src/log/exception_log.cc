@@ -1,5 +1,8 @@
-// Writes the lines of the exception log. Trouble with the log itself is told on standard error and by the
-// result; it never stops the caller.
+// Writes the lines of the exception log. Failures of the log itself are reported on standard error and by the
+// result; they never stop the caller.
+//
+// The file is opened and closed for each entry: an administrator may move it away at any time, and the next
+// entry then creates a new one.
 #include "log/exception_log.h"
 
 #include <cerrno>
@@ -7,6 +10,7 @@
 #include <cstdio>
 #include <cstring>
 #include <ctime>
+#include <utility>
 
 #include "util/clock_text.h"
 #include "util/owned.h"
@@ -19,29 +23,18 @@ static constexpr size_t template_size = 512;  // characters of a format that cou
 static char log_name[4096];      // empty until elog_init
 static char program_name[4096];  // in every trailer
 static int queue_number = 1;
-static int notices_off;  // the switch of elog_toggle_notify
-static bool notifying;   // an entry is with the notifier: none logged meanwhile asks for a notice
-static void (*notifier_hook)(const elog_entry_t &entry);
+static int notices_off;  // set by elog_toggle_notify
+static bool notifying;   // the callback is running: what it logs asks for no notice, or it would never end
+static void (*entry_callback)(const elog_entry_t &entry) noexcept;
 
 namespace {
 
-// Raises a flag, and puts it back as it was on every way out.
-class raised {
+// The formatted text of an entry. The buffer suffices for nearly every message, so that running out of memory
+// can be logged too; a longer text is allocated, or cut when there is no memory for it. If the arguments
+// cannot be formatted, the text is the format itself.
+class formatted_text {
 public:
-    explicit raised(bool &flag) : flag_(flag), was_(flag) { flag_ = true; }
-    ~raised() { flag_ = was_; }
-    raised(const raised &) = delete;
-    raised &operator=(const raised &) = delete;
-
-private:
-    bool &flag_, was_;
-};
-
-// The formatted text of an entry. A format that cannot be carried out stands for itself; without memory
-// for a long text it is cut.
-class formatted {
-public:
-    __attribute__((format(printf, 2, 0))) formatted(const char *format, va_list args)
+    __attribute__((format(printf, 2, 0))) formatted_text(const char *format, va_list args)
     {
         va_list again;
         va_copy(again, args);
@@ -86,9 +79,9 @@ int elog_toggle_notify(int on)
     return before;
 }
 
-void elog_set_notifier(void (*notifier)(const elog_entry_t &entry))
+void elog_set_notifier(void (*notifier)(const elog_entry_t &entry) noexcept)
 {
-    notifier_hook = notifier;
+    entry_callback = notifier;
 }
 
 static const char *level_name(int level)
@@ -109,7 +102,8 @@ static void make_prefix(char *out, size_t size, int level)
 
 static void make_trailer(char *out, size_t size, const char *version_id, const char *source_file, int line)
 {
-    // A string without its nine fields has none; asked with null, the others are of the same parse.
+    // rev_release() parses the string; asked with null, the others return fields of that parse. A string that
+    // lacks one of its nine fields has none at all.
     const char *release = version_id && *version_id ? rev_release(version_id) : nullptr;
     const char *level = release ? rev_level(nullptr) : "";
     const char *branch = release ? rev_branch(nullptr) : "";
@@ -118,14 +112,15 @@ static void make_trailer(char *out, size_t size, const char *version_id, const c
              line, release ? release : "", level, branch, sequence);
 }
 
-// Bytes written, negative on failure. The line goes out whole, in one write where it fits the buffer.
+// Returns the number of bytes written, negative on failure. A line that fits the stream's buffer is written
+// by one system call, so that lines of other processes do not end up in the middle of it.
 static int write_line(FILE *stream, const char *prefix, const char *message, const char *trailer)
 {
     int written = fprintf(stream, "%s%s%s", prefix, message, trailer);
     return fflush(stream) == 0 ? written : -1;
 }
 
-// The stream for the log file, null when it cannot be opened, with the reason on standard error.
+// Opens the log file for appending; null if that fails, with the reason on standard error.
 static file_ptr open_log(const char *version_id, const char *source_file, int line, int destinations)
 {
     const char *path = (destinations & ELOG_FILE) && *log_name ? log_name : "/dev/null";
@@ -154,6 +149,8 @@ int elog_vwritef(const char *version_id, const char *source_file, int line, int 
     int saved_errno = errno;
     int result = 1;
 
+    // Without the file the entry is not lost: it goes to standard error, unless that gets it anyway. Kept: a
+    // mask of 0 opens a stream that nothing is written to.
     file_ptr log;
     FILE *log_stream = nullptr;
     if (destinations == 0 || (destinations & ELOG_FILE)) {
@@ -170,15 +167,17 @@ int elog_vwritef(const char *version_id, const char *source_file, int line, int 
     make_prefix(prefix, sizeof prefix, level);
     make_trailer(trailer, sizeof trailer, version_id, source_file, line);
 
+    // The line ends after the trailer, not within the message.
     char message_template[template_size + 1];
     snprintf(message_template, sizeof message_template, "%s", format ? format : "");
     for (size_t n = strlen(message_template); n > 0 && message_template[n - 1] == '\n'; n--)
         message_template[n - 1] = '\0';
 #pragma GCC diagnostic push
-#pragma GCC diagnostic ignored "-Wformat-nonliteral"  // a literal of the caller's, cut
-    formatted message(message_template, args);
+#pragma GCC diagnostic ignored "-Wformat-nonliteral"  // the caller's literal, cut
+    const formatted_text message(message_template, args);
 #pragma GCC diagnostic pop
 
+    // Only the log file's copy says where in the code; people at a terminal need not know.
     int written = 0;
     if ((destinations & ELOG_FILE) && log_stream) {
         written = write_line(log_stream, prefix, message.text(), trailer);
@@ -192,11 +191,12 @@ int elog_vwritef(const char *version_id, const char *source_file, int line, int 
     if (log && fclose(log.release()) != 0)
         result = 0;
 
-    if (notifier_hook) {
-        bool notify = !notifying && !notices_off;
-        raised flag(notifying);
-        notifier_hook(
+    if (entry_callback) {
+        const bool notify = !notifying && !notices_off;
+        const bool nested = std::exchange(notifying, true);
+        entry_callback(
             {level, queue_number, prefix, message.text(), format ? format : "", trailer, written, notify});
+        notifying = nested;
     }
     errno = saved_errno;
     return result;

@@ -1,5 +1,7 @@
-// exception_log: one line for every exceptional event, in the exception log and, on request, on
-// standard output and standard error. Whoever must be told besides hangs in by a hook.
+// exception_log: one line for every exceptional event, in the exception log and, on request, on standard
+// output and standard error. Anyone else who needs to know registers a callback.
+//
+// Our own code writes entries with log_and_trace.h, which fills in the place in the code by itself.
 #pragma once
 
 #include <cstdarg>
@@ -9,22 +11,26 @@ namespace faxtray {
 enum : int { ELOG_FATAL = 0, ELOG_ERROR = 1, ELOG_WARNING = 2, ELOG_NOTICE = 3 };
 enum : int { ELOG_FILE = 1, ELOG_STDOUT = 2, ELOG_STDERR = 4 };  // bits of a destination mask
 
-// Names the log file; until then entries for it go to /dev/null. 1, or 0 with nothing changed when
-// `log_file` is null or empty. Names are cut to 4095 characters; a `queue` below 1 counts as 1.
+// The exception log and, as standard error is the daemon's log file, that file too.
+inline constexpr int elog_file_and_stderr = ELOG_FILE | ELOG_STDERR;
+
+// Names the log file; until then entries for it are written to /dev/null. Returns 1, or 0 with nothing
+// changed if `log_file` is null or empty. Names are cut to 4095 characters; a `queue` below 1 counts as 1.
 int elog_init(const char *program, const char *log_file, int queue);
 
-int elog_toggle_notify(int on);  // set: administrator notices are skipped; returns the previous value
+// With `on` set, administrator notices are skipped. Returns the previous value.
+int elog_toggle_notify(int on);
 
-// Writes an entry, one line, to each of `destinations`. `version_id` (version_id.h) and `source_file` tell
-// where in the code; either may be null. Of `format` the first 512 characters count, without their trailing
-// newlines. 1, or 0 when the log file could not be opened or written; the entry then goes to standard
-// error. errno is left as it was.
+// Writes an entry, one line, to each of `destinations`. `version_id` (version_id.h), `source_file` and `line`
+// say where in the code; the first two may be null. The first 512 characters of `format` count, without their
+// trailing newlines. Returns 1, or 0 if the log file could not be opened or written; an entry whose file
+// cannot be opened is written to standard error. errno is left as it was.
 int elog_writef(const char *version_id, const char *source_file, int line, int level, int destinations,
                 const char *format, ...) __attribute__((format(printf, 6, 7)));
 int elog_vwritef(const char *version_id, const char *source_file, int line, int level, int destinations,
                  const char *format, va_list args) __attribute__((format(printf, 6, 0)));
 
-// An entry once it is written, as the hook is told of it. The texts last for the call.
+// An entry as the callback gets it, once it has been written. The texts last for the call.
 struct elog_entry_t {
     int level;
     int queue;            // of the registry, from elog_init
@@ -32,12 +38,12 @@ struct elog_entry_t {
     const char *message;  // formatted, without newline
     const char *format;   // as given
     const char *trailer;  // "  //program [file:line] release.level.branch.sequence\n"
-    int written;          // bytes of the last write, negative when it failed
-    bool notify;          // false while notices are switched off, and for what the hook itself logs
+    int written;          // bytes of the last write, negative if it failed
+    bool notify;          // false while notices are switched off, and for what the callback itself logs
 };
 
-// Who is told of every entry: log callbacks (always) and administrator notices (when entry.notify). The
-// hook may log; those entries come to it too, with `notify` false. Null: nobody.
-void elog_set_notifier(void (*notifier)(const elog_entry_t &entry));
+// Registers the callback that gets every entry; null: none. It may log: those entries reach it too, with
+// `notify` false.
+void elog_set_notifier(void (*notifier)(const elog_entry_t &entry) noexcept);
 
 }  // namespace faxtray

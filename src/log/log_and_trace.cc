@@ -1,9 +1,8 @@
-// The trace comes first: a notice that the log sends may trace much of its own.
+// Neither the trace nor the exception log changes errno, so nothing is saved here.
 #include "log/log_and_trace.h"
 
 #include <sys/param.h>
 
-#include <cerrno>
 #include <cstdarg>
 #include <cstdio>
 
@@ -15,18 +14,25 @@ namespace faxtray {
 
 int log_and_trace(const log_entry_at &at, const char *format, ...)
 {
-    int saved_errno = errno;
     char text[2 * MAXPATHLEN + 256];  // two paths at their longest and the words around them
     va_list args, again;
     va_start(args, format);
     va_copy(again, args);
     vsnprintf(text, sizeof text, format, args);
+    // The trace first: writing the entry may send a notice, and with it traces of its own.
     trprintf("%s", text);
     elog_vwritef(SCCS_ID, at.file, at.line, at.level, at.destinations, format, again);
     va_end(again);
     va_end(args);
-    errno = saved_errno;
     return -1;
+}
+
+void log_only(const log_entry_at &at, const char *format, ...)
+{
+    va_list args;
+    va_start(args, format);
+    elog_vwritef(SCCS_ID, at.file, at.line, at.level, at.destinations, format, args);
+    va_end(args);
 }
 
 }  // namespace faxtray

@@ -1,10 +1,13 @@
-// log_and_trace: tells of a failure twice: to the exception log and to the trace.
+// log_and_trace: how our code writes to the exception log, with or without the trace.
+//
+//     log_and_trace({ELOG_WARNING, ELOG_FILE}, "mail: popen(\"%s\") failed: %s\n", ...);
 #pragma once
 
 namespace faxtray {
 
-// Where an entry of the exception log goes and which line of code makes it; made in braces where it is used:
-// log_and_trace({ELOG_WARNING, ELOG_FILE}, "mail: ...", ...).
+// The level and the destinations of an entry, and the line of code that writes it. Constructed in place, from
+// a braced list, at the call: the defaults are then the caller's file and line. Compiler built-ins, because
+// clang 14 lacks std::source_location.
 struct log_entry_at {
     log_entry_at(int a_level, int its_destinations, const char *its_file = __builtin_FILE(),
                  int its_line = __builtin_LINE())
@@ -17,8 +20,11 @@ struct log_entry_at {
     int line;
 };
 
-// Returns -1, the result of most who fail so. The trace gets at most 8447 characters. errno is left as it
-// was.
+// Writes an entry to the exception log and the same text to the trace, at most 8447 characters of it there.
+// Returns -1, so that a caller can return its result. errno is left as it was.
 int log_and_trace(const log_entry_at &at, const char *format, ...) __attribute__((format(printf, 2, 3)));
+
+// Writes an entry to the exception log alone, for what the trace has got in other words or is not to show.
+void log_only(const log_entry_at &at, const char *format, ...) __attribute__((format(printf, 2, 3)));
 
 }  // namespace faxtray

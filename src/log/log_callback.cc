@@ -1,5 +1,5 @@
-// Runs the command that -L names, once for each entry. It may fail, die or read nothing: that costs a trace
-// line and its own running time.
+// Runs the site's command once for each entry. The command may fail, die or read nothing: all that costs is a
+// trace line and the time it runs.
 #include "log/log_callback.h"
 
 #include <sys/wait.h>
@@ -14,10 +14,10 @@
 
 namespace faxtray {
 
-static constexpr int Log_types = 3;
+static constexpr int log_types = 3;
 
-// Why the command failed goes into the trace; 1 when it did not.
-static int judge(const std::string &command_line, int status)
+// Returns 1 if the command succeeded; otherwise 0, with the reason in the trace.
+static int check_status(const std::string &command_line, int status)
 {
     if (status < 0)
         trprintf("run_log_callbacks: pclose: %s.\n", strerror(errno));
@@ -31,20 +31,22 @@ static int judge(const std::string &command_line, int status)
 
 int run_log_callbacks(const char *command, int log_type, const char *text)
 {
-    if (log_type < 0 || log_type >= Log_types) {
+    if (log_type < 0 || log_type >= log_types) {
         trprintf("run_log_callbacks: Invalid log_type: %d.\n", log_type);
         return 0;
     }
     const std::string command_line = std::string(command) + ' ' + std::to_string(log_type);
-    // Kept: the text is taken for a format; commands in use expect "%%" to come as "%".
+    // Kept: the text is taken for a format; commands in use expect "%%" to arrive as "%".
     const std::string printed = print_empty_format(text);
     FILE *pipe = child_popen(command_line.c_str(), "w");
-    if (pipe == nullptr) {
+    if (!pipe) {
         trprintf("run_log_callbacks: popen: %s.\n", strerror(errno));
         return 0;
     }
-    fwrite(printed.data(), 1, printed.size(), pipe);  // a command that does not read has its reasons
-    return judge(command_line, child_pclose(pipe));
+    // A failed write is no failure of ours: a command need not read, and its exit status says whether it
+    // worked.
+    fwrite(printed.data(), 1, printed.size(), pipe);
+    return check_status(command_line, child_pclose(pipe));
 }
 
 }  // namespace faxtray
