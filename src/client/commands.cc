@@ -1,4 +1,5 @@
-// The deeds of the faxtray command, each a few calls and what people are told.
+// The commands of faxtray, each a few calls to the server and what is printed about them. Every failure is
+// printed with what the user can do about it.
 #include "client/commands.h"
 
 #include <sys/stat.h>
@@ -17,9 +18,9 @@
 
 namespace faxtray {
 
-// What went wrong.
+// Failures.
 
-// Cures by error code; where a code has several messages, by a piece of the message.
+// Cures by error code and, where a code has several messages, by a fragment of the message.
 static constexpr struct {
     int code;
     const char *fragment, *cure;
@@ -27,21 +28,21 @@ static constexpr struct {
     {IE_BAD_RECIPIENT, "recipient", "faxtray recipients lists who may receive"},
     {IE_BAD_RECIPIENT, "inbox", "faxtray inboxes lists yours"},
     {IE_BAD_PASSWORD, "", "check --password-file, or FAXTRAY_PASSWORD_FILE, or type it again"},
-    {IE_SEND_FAILED, "", "the fax is still in the inbox; the server's exception log tells more"},
-    {IE_GROUP_SEND_FAILED, "", "the fax is still in the inbox; the server's exception log tells more"},
+    {IE_SEND_FAILED, "", "the fax is still in the inbox; the server's exception log says more"},
+    {IE_GROUP_SEND_FAILED, "", "the fax is still in the inbox; the server's exception log says more"},
     {IE_INVALID, "user name", "check -u; the user needs an inbox in the server's USER_LIST.info"},
     {IE_INVALID, "inbox name", "the server's modems have changed: faxtray inboxes lists yours"},
     {IE_INVALID, "fax", "ids change when faxtrayd restarts or its lists do: list again"},
     {IE_NOT_DF, "", "the server's USER_LIST.info names forwarders; faxtray inboxes lists yours"},
     {IE_STALE, "", "the user's entry has changed on the server: list again"},
-    {IE_SYSTEM, "", "the server's log and traces tell more"},
-    {IE_STATE, "", "the server could not read its lists or the inbox: its log tells why"},
+    {IE_SYSTEM, "", "the server's log and traces say more"},
+    {IE_STATE, "", "the server could not read its lists or the inbox: its log says why"},
 };
 
 std::string cure_for(const client_failure &failure)
 {
     if (failure.kind != client_failure::SERVER)
-        return "";  // the others tell their cure themselves
+        return "";  // inbox_client's own messages contain the cure
     for (const auto &row : cures) {
         if (row.code == failure.code && failure.message.find(row.fragment) != std::string::npos)
             return row.cure;
@@ -49,8 +50,8 @@ std::string cure_for(const client_failure &failure)
     return "";
 }
 
-// Tells why the last call failed, and gives the status for it.
-static exit_status explain(const inbox_client &client, const std::string &what = "")
+// Prints why the last call failed and returns the exit status for it. `what` begins the message: "fax 17: ".
+static exit_status report_failure(const inbox_client &client, const std::string &what = "")
 {
     const client_failure &why = client.failure();
     fprintf(stderr, "faxtray: %s%s", what.c_str(), printable_lines(why.message).c_str());
@@ -69,7 +70,7 @@ static exit_status explain(const inbox_client &client, const std::string &what =
     }
 }
 
-// Looking.
+// Commands that only look.
 
 static nlohmann::json to_json(const std::vector<fax_entry> &faxes)
 {
@@ -83,7 +84,7 @@ exit_status list_command(session &s)
 {
     listing all;
     if (!s.client.list(s.inbox, &all))
-        return explain(s.client);
+        return report_failure(s.client);
     if (s.chosen.json)
         print_json(to_json(all.faxes));
     else
@@ -95,7 +96,7 @@ exit_status count_command(session &s)
 {
     u_int count = 0;
     if (!s.client.get_fax_count(s.inbox, &count))
-        return explain(s.client);
+        return report_failure(s.client);
     if (s.chosen.json)
         print_json({{"count", count}});
     else
@@ -105,12 +106,13 @@ exit_status count_command(session &s)
 
 exit_status info_command(session &s)
 {
+    // The two ways do not see the same: the server's oldest fax is the oldest that can be read.
     std::optional<fax_entry> fax;
     if (s.chosen.ids.empty()) {
         if (!s.client.get_fax_info(s.inbox, &fax))
-            return explain(s.client);
+            return report_failure(s.client);
     } else if (!s.client.find(s.inbox, s.chosen.ids[0], &fax.emplace())) {
-        return explain(s.client);
+        return report_failure(s.client);
     }
     if (!fax) {
         fprintf(stderr, "faxtray: the inbox is empty\n");
@@ -127,7 +129,7 @@ exit_status rev_command(session &s)
 {
     revision rev;
     if (!s.client.trayd_rev(&rev))
-        return explain(s.client);
+        return report_failure(s.client);
     if (s.chosen.json)
         print_json({{"major", rev.major}, {"minor", rev.minor}, {"revision", rev.text}});
     else
@@ -139,7 +141,7 @@ exit_status status_command(session &s)
 {
     settings_list status;
     if (!s.client.get_status(&status))
-        return explain(s.client);
+        return report_failure(s.client);
     if (s.chosen.json) {
         nlohmann::json object = nlohmann::json::object();
         for (const auto &[name, value] : status)
@@ -157,7 +159,7 @@ exit_status inboxes_command(session &s)
 {
     std::vector<incoming_inbox> inboxes;
     if (!s.client.get_df(&inboxes))
-        return explain(s.client);
+        return report_failure(s.client);
     if (s.chosen.json) {
         nlohmann::json array = nlohmann::json::array();
         for (const incoming_inbox &inbox : inboxes)
@@ -175,7 +177,7 @@ exit_status recipients_command(session &s)
 {
     recipient_list list;
     if (!s.client.get_ui(0, &list))
-        return explain(s.client);
+        return report_failure(s.client);
     if (s.chosen.json) {
         nlohmann::json array = nlohmann::json::array();
         for (const recipient &who : list.recipients)
@@ -190,7 +192,7 @@ exit_status recipients_command(session &s)
     return EXIT_DONE;
 }
 
-// Fetching.
+// Commands that fetch.
 
 static bool is_directory(const std::string &path)
 {
@@ -198,29 +200,35 @@ static bool is_directory(const std::string &path)
     return stat(path.c_str(), &status) == 0 && S_ISDIR(status.st_mode);
 }
 
+// Fetches one fax into a file of its own, or to standard output.
 static exit_status get_one(session &s, faxid_t id)
 {
     const std::string what = std::string("fax ") + std::to_string(id) + ": ";
     fax_entry fax;
     if (!s.client.find(s.inbox, id, &fax))
-        return explain(s.client, what);
+        return report_failure(s.client, what);
 
+    // The name is the server's choice, so it is only ever used as a plain name in a directory of the user's
+    // choice.
     std::string target = s.chosen.output.empty() ? file_name_for(fax) : s.chosen.output;
     if (is_directory(target))
         target.append("/").append(file_name_for(fax));
+
+    // The file gets its name only once the whole fax is on disk; until then a failure or a signal removes it.
     whole_file file;
     if (!file.begin(target, s.chosen.force))
         return EXIT_LOCAL;
     bool fetched;
-    {
+    {  // the bar is off the screen before anything else is printed
         progress_bar bar(printable(fax.name), fax.size);
         fetched = s.client.fetch(s.inbox, fax, [&](const char *bytes, size_t n) {
             bar.add(n);
             return file.write(bytes, n);
         });
     }
-    if (!fetched)
-        return s.client.failure().kind == client_failure::STOPPED ? EXIT_LOCAL : explain(s.client, what);
+    if (!fetched)  // a receiver that stopped has printed why
+        return s.client.failure().kind == client_failure::STOPPED ? EXIT_LOCAL
+                                                                  : report_failure(s.client, what);
     if (!file.keep())
         return EXIT_LOCAL;
     if (target != "-")
@@ -230,10 +238,12 @@ static exit_status get_one(session &s, faxid_t id)
 
 exit_status get_command(session &s)
 {
+    // Refused before the first fax is fetched: the second would replace it, or fail.
     if (s.chosen.ids.size() > 1 && !s.chosen.output.empty() && !is_directory(s.chosen.output)) {
         fprintf(stderr, "faxtray: several faxes need a directory for -o\n");
         return EXIT_USAGE;
     }
+    // One fax that fails does not keep back the others, unless the server is lost.
     exit_status worst = EXIT_DONE;
     for (faxid_t id : s.chosen.ids) {
         exit_status status = get_one(s, id);
@@ -244,7 +254,7 @@ exit_status get_command(session &s)
     return worst;
 }
 
-// Removing.
+// Commands that remove.
 
 exit_status rm_command(session &s)
 {
@@ -252,7 +262,7 @@ exit_status rm_command(session &s)
     for (faxid_t id : s.chosen.ids) {
         if (s.client.commit_fax(s.inbox, id))
             continue;
-        exit_status status = explain(s.client, std::string("fax ") + std::to_string(id) + ": ");
+        exit_status status = report_failure(s.client, std::string("fax ") + std::to_string(id) + ": ");
         if (status == EXIT_UNREACHABLE)
             return status;
         worst = std::max(worst, status);
@@ -273,34 +283,33 @@ exit_status commit_command(session &s)
         fprintf(stderr, "faxtray: commit asks first, and there is no terminal: use --yes\n");
         return EXIT_USAGE;
     }
-    // This listing is the one that the server goes by, so what it shows is what goes.
+    // The server remembers what has been listed and removes that, so this listing is what is to be confirmed.
     listing all;
     if (!s.client.list(s.inbox, &all))
-        return explain(s.client);
+        return report_failure(s.client);
     if (all.faxes.empty()) {
         fprintf(stderr, "faxtray: the inbox is empty\n");
         return EXIT_NOTHING;
     }
     if (!s.chosen.json)
         print_faxes(all.faxes);
-    fflush(stdout);
+    fflush(stdout);  // before the question on standard error
     if (!s.chosen.yes && !confirmed(all.faxes.size())) {
         fprintf(stderr, "faxtray: nothing removed\n");
         return EXIT_NOTHING;
     }
-    // The server takes a listing of a single fax as none at all: that one goes by its id.
+    // For the server a listing of a single fax does not count as shown, so that fax is removed by its id.
     bool done = all.faxes.size() == 1 ? s.client.commit_fax(s.inbox, all.faxes[0].id)
                                       : s.client.commit_index(s.inbox);
     if (!done)
-        return explain(s.client);
+        return report_failure(s.client);
     if (s.chosen.json)
         print_json(to_json(all.faxes));
     return EXIT_DONE;
 }
 
-// Seconds. The server answers when the last member of a group has been served, its mail sent and its
-// format changed.
-static constexpr int Delivery_timeout = 600;
+// Seconds. The server answers only after it has converted and mailed the fax for every member of a group.
+static constexpr int delivery_timeout = 600;
 
 exit_status deliver_command(session &s)
 {
@@ -308,15 +317,16 @@ exit_status deliver_command(session &s)
         fprintf(stderr, "faxtray: deliver takes a fax from an incoming inbox: name it with --inbox\n");
         return EXIT_USAGE;
     }
-    s.client.set_timeout(std::max(s.chosen.timeout, Delivery_timeout));
+    s.client.set_timeout(std::max(s.chosen.timeout, delivery_timeout));
     if (!s.client.deliver_fax(*s.inbox, s.chosen.ids[0], s.chosen.recipient))
-        return explain(s.client);
+        return report_failure(s.client);
     return EXIT_DONE;
 }
 
-// Who asks, and for what.
+// Passwords and inboxes.
 
-// The caller's password as a hash: from the file, the terminal, or none. False when told why not.
+// The caller's password as a hash, from the file or the terminal; "" if there is neither. False, with the
+// reason printed, if it cannot be read.
 static bool find_password(const options &chosen, std::string *hash)
 {
     std::string password;
@@ -339,7 +349,7 @@ exit_status passwd_command(const options &chosen)
     } else {
         if (!ask_password("New password: ", &password) || !ask_password("Again: ", &again))
             return EXIT_LOCAL;
-        if (password != again) {
+        if (password != again) {  // typed unseen: a slip would lock the user out
             fprintf(stderr, "faxtray: the passwords differ\n");
             return EXIT_USAGE;
         }
@@ -363,14 +373,14 @@ std::string handle_of(const std::vector<incoming_inbox> &inboxes, const std::str
     return "";
 }
 
-// Sets the session's inbox from what was asked for.
+// Sets the session's inbox to the one asked for on the command line.
 static exit_status choose_inbox(session &s)
 {
     if (s.chosen.inbox.empty())
         return EXIT_DONE;
     std::vector<incoming_inbox> inboxes;
     if (!s.client.get_df(&inboxes))
-        return explain(s.client);
+        return report_failure(s.client);
     std::string handle = handle_of(inboxes, s.chosen.inbox);
     if (handle.empty()) {
         fprintf(stderr, "faxtray: %s forwards for no inbox [%s]: faxtray inboxes lists the inboxes\n",
@@ -383,9 +393,10 @@ static exit_status choose_inbox(session &s)
 
 exit_status run(const options &chosen, exit_status (*command)(session &), bool anonymous)
 {
+    // The connection comes first: nobody is to type a password for a server that is not there.
     inbox_client client({chosen.user, "", 0}, chosen.timeout);
     if (!client.connect(chosen.host))
-        return explain(client);
+        return report_failure(client);
     std::string hash;
     if (!anonymous && !find_password(chosen, &hash))
         return EXIT_LOCAL;

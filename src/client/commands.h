@@ -1,4 +1,4 @@
-// commands: what the faxtray command does once it knows what it is asked.
+// commands: what the faxtray command does once its command line has been parsed.
 #pragma once
 
 #include <string>
@@ -31,7 +31,8 @@ struct options {
     std::string recipient;     // deliver
 };
 
-// One command over a connection that stands. Results go to standard output, reasons to standard error.
+// What a command works with: an open connection, and the inbox that was asked for. Commands print results on
+// standard output and the reasons of failures on standard error.
 struct session {
     const options &chosen;
     inbox_client &client;
@@ -50,17 +51,17 @@ exit_status deliver_command(session &s);
 exit_status rev_command(session &s);
 exit_status status_command(session &s);
 
-// The line for the user's entry in USER_LIST.info; needs no server.
+// Prints the password line for the user's entry in USER_LIST.info; needs no server.
 exit_status passwd_command(const options &chosen);
 
-// Connects, finds the inbox and runs the command. `anonymous`: it needs no password.
+// Connects, finds the inbox and runs the command. `anonymous`: the command needs no password and no inbox.
 exit_status run(const options &chosen, exit_status (*command)(session &), bool anonymous);
 
-// The handle of the incoming inbox that goes by `name`: its description, loosely compared as the server
-// does, or its handle. Empty when none does.
+// The handle of the incoming inbox called `name`: by its description, compared as loosely as the server does,
+// or by its handle. Descriptions come first, since people know those. Empty if there is none.
 std::string handle_of(const std::vector<incoming_inbox> &inboxes, const std::string &name);
 
-// What may help after a failure, or "".
+// What the user can do about a failure, or "".
 std::string cure_for(const client_failure &failure);
 
 }  // namespace faxtray

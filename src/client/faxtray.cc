@@ -22,6 +22,7 @@ Exit status:
   4  a local file or the output failed
   5  nothing to do, or not confirmed)";
 
+// The login name, as the environment or else the system has it.
 static std::string default_user()
 {
     if (const char *user = getenv("USER"); user && *user)
@@ -34,7 +35,7 @@ namespace {
 
 struct command_row {
     const char *name, *help;
-    exit_status (*run)(session &);  // null: passwd, which needs no server
+    exit_status (*run)(session &);  // null for passwd, which needs no server
     enum { NO_ID, ONE_MAYBE, ONE, SEVERAL } ids;
     bool anonymous;
 };
@@ -42,7 +43,7 @@ struct command_row {
 constexpr command_row commands[] = {
     {"list", "List the inbox, oldest fax first", list_command, command_row::NO_ID, false},
     {"count", "Print how many faxes the inbox holds", count_command, command_row::NO_ID, false},
-    {"info", "Tell of one fax, or of the oldest", info_command, command_row::ONE_MAYBE, false},
+    {"info", "Print what is known of a fax, or of the oldest", info_command, command_row::ONE_MAYBE, false},
     {"get", "Fetch faxes into files", get_command, command_row::SEVERAL, false},
     {"rm", "Remove faxes from the server", rm_command, command_row::SEVERAL, false},
     {"commit", "List the inbox, ask, and remove what was listed", commit_command, command_row::NO_ID, false},
@@ -59,6 +60,7 @@ constexpr command_row commands[] = {
 
 }  // namespace
 
+// Options that every command takes.
 static void add_common_options(CLI::App &app, options &chosen)
 {
     app.add_option("-H,--host", chosen.host, "Host of faxtrayd")->type_name("HOST")->capture_default_str();
@@ -78,6 +80,7 @@ static void add_common_options(CLI::App &app, options &chosen)
     app.add_flag("--json", chosen.json, "Print JSON");
 }
 
+// A subcommand with its arguments and the options that only it takes.
 static void add_command(CLI::App &app, const command_row &row, options &chosen)
 {
     CLI::App *command = app.add_subcommand(row.name, row.help);
@@ -105,6 +108,7 @@ static void add_command(CLI::App &app, const command_row &row, options &chosen)
             ->required();
 }
 
+// Parses the command line and runs its command. CLI11 prints help and errors itself.
 static int parse_and_run(int argc, char **argv)
 {
     options chosen;
@@ -112,7 +116,7 @@ static int parse_and_run(int argc, char **argv)
     CLI::App app("Lists, fetches and removes the faxes that faxtrayd keeps.", "faxtray");
     app.footer(footer);
     app.require_subcommand(1);
-    app.fallthrough();  // common options may stand behind the command
+    app.fallthrough();  // common options may follow the command
     add_common_options(app, chosen);
     for (const command_row &row : commands)
         add_command(app, row, chosen);

@@ -1,4 +1,5 @@
-// One call a procedure, each failure with its cure; and what takes several calls.
+// Each procedure is one call; a failure gets a message that says what the user can do about it. At the end
+// are the functions that take several calls.
 #include "client/inbox_client.h"
 
 #include <algorithm>
@@ -9,7 +10,7 @@
 
 namespace faxtray {
 
-static constexpr int LIST_ATTEMPTS = 3;
+static constexpr int list_attempts = 3;
 
 void inbox_client::destroy(CLIENT *client)
 {
@@ -43,7 +44,8 @@ bool inbox_client::fail(client_failure::kind_t kind, std::string message)
 
 // Connecting.
 
-// Why no connection was made, and the cure.
+// Why no connection was made, and what to do about it. libtirpc has one error for many causes, so the answer
+// to "is it the port mapper or faxtrayd that is missing?" is put together from three of its fields.
 std::string inbox_client::connect_problem() const
 {
     const auto error = rpc_createerr;
@@ -88,6 +90,7 @@ bool inbox_client::call_failed(clnt_stat status)
         return fail(client_failure::TRANSPORT, "faxtrayd at host " + host_ + " has not answered within " +
                                                    std::to_string(timeout_.tv_sec) +
                                                    " s: it may be busy, try again");
+    // Whatever else it was, the connection cannot be used any more; libtirpc may know the system's reason.
     rpc_err error = {};
     clnt_geterr(client_.get(), &error);
     std::string message = "faxtrayd at host " + host_ + ": " + clnt_sperrno(status);
@@ -111,7 +114,8 @@ static std::string without_line_end(std::string text)
     return text;
 }
 
-// One call; `take` gets the result record when it is of the type expected, and gives the call's value.
+// Makes one call. If the reply is of the expected type, `take` gets it and its result is the call's; the
+// reply is freed when this returns. A reply of any other type is a failure.
 template <class Request, class Take> bool inbox_client::call(u_long procedure,
                                                              bool_t (*encode)(XDR *, Request *) noexcept,
                                                              Request *request, res_type_t expected, Take take)
@@ -119,6 +123,7 @@ template <class Request, class Take> bool inbox_client::call(u_long procedure,
     if (!client_)
         return fail(client_failure::TRANSPORT, "not connected");
     failure_ = {};
+
     in_res_t result = {};
     const auto xdr_result = reinterpret_cast<xdrproc_t>(xdr_in_res_t);
     struct releaser {
@@ -147,6 +152,7 @@ template <class Take> bool inbox_client::call_with_identity(u_long procedure, re
     return call(procedure, xdr_identity, &pw, expected, take);
 }
 
+// Takes the reply of a procedure that only succeeds or fails.
 static bool nothing(in_res_t &)
 {
     return true;
@@ -310,6 +316,7 @@ static settings_list settings_of(const av_list_t *list)
 bool inbox_client::get_df(std::vector<incoming_inbox> *inboxes)
 {
     return call_with_identity(GET_DF, RES_DF, [&](in_res_t &result) {
+        // The reply is a list of settings: names and handles, each one text with commas, in the same order.
         std::vector<std::string> names, handles;
         for (const auto &[attribute, value] : settings_of(result.av)) {
             if (attribute == "forwarder")
@@ -339,8 +346,8 @@ bool inbox_client::trayd_shutdown()
 
 // Whole inboxes and faxes.
 
-// Adds the faxes behind the last one of `all`. The server's page begins with that one again, since a
-// page starts at a fax and not behind it.
+// Adds the faxes that follow the last one of `all`. The server's page begins with that one again: a page
+// starts at a fax, not after it.
 bool inbox_client::append_page(const inbox_ref &inbox, listing *all, bool *more)
 {
     faxid_t last = all->faxes.empty() ? 0 : all->faxes.back().id;
@@ -358,14 +365,14 @@ bool inbox_client::append_page(const inbox_ref &inbox, listing *all, bool *more)
 
 bool inbox_client::list(const inbox_ref &inbox, listing *all)
 {
-    for (int attempt = 0; attempt < LIST_ATTEMPTS; attempt++) {
+    for (int attempt = 0; attempt < list_attempts; attempt++) {
         *all = {};
         bool more = true, listed = true;
         while (more && listed)
             listed = append_page(inbox, all, &more);
         if (listed)
             return true;
-        // The fax that ended the last page has gone, or its id has: from the start.
+        // The fax that ended the last page has been removed or has got a new id: start again.
         bool ids_changed = failure_.kind == client_failure::SERVER && !all->faxes.empty() &&
                            (failure_.code == IE_INVALID || failure_.code == IE_STALE);
         if (!ids_changed)
@@ -391,10 +398,12 @@ bool inbox_client::fetch(const inbox_ref &inbox, const fax_entry &fax, const byt
 {
     const std::string what = std::string("fax ") + std::to_string(fax.id) + " ";
     const std::string cure = " bytes that were listed: list it again";
+    // The file may be replaced on the server while it is read. Its size is all there is to go by, so exactly
+    // that many bytes are passed on, and a fax of another size is a failure.
     u_int got = 0, chunk = 0;
     auto counted = [&](const char *bytes, size_t n) {
         chunk = static_cast<u_int>(n);
-        return n > fax.size - got || sink(bytes, n);  // what is too much is not passed on
+        return n > fax.size - got || sink(bytes, n);  // too many: judged below, and not passed on
     };
     while (got < fax.size) {
         if (!get_fax(inbox, fax.id, MAX_READ_SIZE, got, counted))

@@ -1,8 +1,8 @@
-// inbox_client: faxtrayd's inbox program as a client sees it, over TCP and IPv4: one function a
-// procedure, and listing and fetching whole inboxes and faxes on top.
+// inbox_client: a client of faxtrayd's inbox program, over TCP and IPv4: one function for each procedure, and
+// on top of these, functions that list whole inboxes and fetch whole faxes.
 //
-// Every call gives true, or false with the reason in failure(). One object is one connection; none of
-// this is for several threads at once. A program that uses it ignores SIGPIPE, since a server may hang up.
+// Every call returns true, or false with the reason in failure(). One object is one connection, and is used
+// by one thread at a time. A program that uses it ignores SIGPIPE, since a server may close the connection.
 #pragma once
 
 #include <rpc/rpc.h>
@@ -65,17 +65,17 @@ using settings_list = std::vector<std::pair<std::string, std::string>>;
 
 struct login {
     std::string user;
-    std::string password_hash;  // passwd()'s; empty for none
+    std::string password_hash;  // from passwd(); empty for none
     u_int check_value = 0;      // of the user's entry as last seen; 0: no check
 };
 
 struct client_failure {
     enum kind_t {
         NONE,
-        TRANSPORT,  // the server was not reached, or not understood; the message tells the cure
+        TRANSPORT,  // the server was not reached or not understood; the message says what to do
         SERVER,     // the server refused: its code, errno and message
-        STOPPED,    // the receiver of a fax's bytes said no
-        MISMATCH,   // a fax was not what the listing told
+        STOPPED,    // the receiver of a fax's bytes returned false
+        MISMATCH,   // a fax has not the size that the listing says
     };
     kind_t kind = NONE;
     int code = 0;  // IE_..., for SERVER
@@ -86,7 +86,7 @@ struct client_failure {
 // Which inbox: the caller's own, or the incoming inbox of that handle.
 using inbox_ref = std::optional<std::string>;
 
-// Takes bytes of a fax in order; false stops.
+// Receives the bytes of a fax, in order; returns false to stop.
 using byte_sink = std::function<bool(const char *bytes, size_t n)>;
 
 class inbox_client {
@@ -96,11 +96,12 @@ public:
     inbox_client &operator=(const inbox_client &) = delete;
 
     void set_password_hash(const std::string &hash);
-    void set_timeout(int seconds) { timeout_.tv_sec = seconds; }  // of the calls to come
+    void set_timeout(int seconds) { timeout_.tv_sec = seconds; }  // for the calls that follow
     // Asks the host's port mapper for faxtrayd and connects, all within the timeout.
     bool connect(const std::string &host);
     const client_failure &failure() const { return failure_; }
 
+    // The procedures, with the results of the server's records as C++ values.
     bool null_call();
     bool trayd_rev(revision *rev);
     bool get_index(const inbox_ref &inbox, const index_slice &slice, listing *list);
@@ -112,14 +113,15 @@ public:
     bool get_ui(u_int check_value, recipient_list *list);
     bool get_fax_count(const inbox_ref &inbox, u_int *count);
     bool get_df(std::vector<incoming_inbox> *inboxes);
-    bool get_status(settings_list *status);  // empty: the server tells nothing
+    bool get_status(settings_list *status);  // empty if the server has nothing to say
     bool trayd_shutdown();                   // the server only answers
 
-    // The whole inbox, page by page; listed anew when fax ids change meanwhile.
+    // The whole inbox, page by page. Starts again if fax ids change meanwhile, up to three times.
     bool list(const inbox_ref &inbox, listing *all);
-    // One fax of the listing. A listing of a single fax does not count as shown for commit_index.
+    // One fax of the listing. For commit_index a listing of a single fax does not count as shown.
     bool find(const inbox_ref &inbox, faxid_t id, fax_entry *fax);
-    // All bytes of a fax; fails unless their number is what the listing told.
+    // All bytes of a fax. Fails unless there are as many as the listing says; never more than those are
+    // passed on.
     bool fetch(const inbox_ref &inbox, const fax_entry &fax, const byte_sink &sink);
 
 private:
@@ -137,14 +139,14 @@ private:
     std::string connect_problem() const;
 
     login login_;
-    pw_req_t pw_;  // lends login_'s strings
+    pw_req_t pw_;  // its strings are login_'s
     timeval timeout_;
     std::string host_;
     client_ptr client_;
     client_failure failure_;
 };
 
-// The names between commas in `text`, white space around them dropped; none for "".
+// The names between commas in `text`, without the white space around them. Empty names are skipped.
 std::vector<std::string> comma_separated(const std::string &text);
 
 }  // namespace faxtray

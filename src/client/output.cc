@@ -1,4 +1,5 @@
-// Tables for people, JSON for scripts.
+// Tables are for people and may change; scripts use the JSON. Its numbers and names are as the server sent
+// them, so nothing in it is cut or escaped for a terminal.
 #include "client/output.h"
 
 #include <algorithm>
@@ -11,6 +12,7 @@ namespace faxtray {
 
 std::string file_name_for(const fax_entry &fax)
 {
+    // No path, no hidden file, nothing that a command would take for an option, and no control characters.
     bool plain = !fax.name.empty() && fax.name[0] != '.' && fax.name[0] != '-' && fax.name.size() <= 255 &&
                  std::none_of(fax.name.begin(), fax.name.end(), [](char c) {
                      auto byte = static_cast<unsigned char>(c);
@@ -19,7 +21,7 @@ std::string file_name_for(const fax_entry &fax)
     return plain ? fax.name : "fax-" + std::to_string(fax.id);
 }
 
-// As "2026-11-21 04:39:13", local time.
+// "2026-11-21 04:39:13", local time; "?" for a time that no calendar has.
 static std::string date_text(time_t t)
 {
     char text[64];
@@ -38,6 +40,8 @@ void print_faxes(const std::vector<fax_entry> &faxes)
         puts("no faxes");
         return;
     }
+    // The column is as wide as the longest sender, but one long sender does not push all names off the
+    // screen.
     size_t sender_width = 6;
     for (const fax_entry &fax : faxes)
         sender_width = std::max(sender_width, std::min(printable(fax.sender).size(), size_t{24}));

@@ -1,4 +1,5 @@
-// output: what the server sent, made fit for a terminal, a script or the disk.
+// output: prints what the server sent, for people and for scripts, and makes file names of it. Names and
+// senders are strangers' text: nothing of them reaches the terminal or the disk unchecked.
 #pragma once
 
 #include <nlohmann/json_fwd.hpp>
@@ -8,11 +9,11 @@
 
 namespace faxtray {
 
-// A file name for the fax: its own, when that is a plain one; else "fax-ID".
+// A file name for the fax: its own if that is a plain, visible name, else "fax-ID".
 std::string file_name_for(const fax_entry &fax);
 
-void print_faxes(const std::vector<fax_entry> &faxes);  // a table, or a line that there are none
-void print_fax(const fax_entry &fax);                   // one line a field
+void print_faxes(const std::vector<fax_entry> &faxes);  // a table, or the line "no faxes"
+void print_fax(const fax_entry &fax);                   // one field a line
 
 nlohmann::json to_json(const fax_entry &fax);
 

@@ -1,4 +1,6 @@
-// Reading passwords without leaving them on the screen or in the list of processes.
+// The terminal is the delicate part: a signal between switching the echo off and on again would leave the
+// user typing blind. So the signals that end a program are held back, and let in only where the program waits
+// for a key.
 #include "client/password.h"
 
 #include <fcntl.h>
@@ -17,10 +19,10 @@
 
 namespace faxtray {
 
-static constexpr size_t MAX_PASSWORD = 4096;  // passwd() refuses what is longer
+static constexpr size_t longest_password = 4096;  // passwd() refuses longer ones
 
-// One line without its end; false with errno when reading fails or a signal came. With `waiting`, the
-// signals that it leaves unblocked are let in only while waiting for input, so that none is missed.
+// Reads one line, without its end, a byte at a time: what follows it is somebody else's input. False with
+// errno if reading fails or a signal arrives. `waiting`, or null, is the signal mask while waiting for input.
 static bool read_line(int fd, std::string *line, const sigset_t *waiting = nullptr)
 {
     line->clear();
@@ -33,7 +35,7 @@ static bool read_line(int fd, std::string *line, const sigset_t *waiting = nullp
         n = read(fd, &c, 1);
         if (n == 1 && c != '\n')
             line->push_back(c);
-    } while (n == 1 && c != '\n' && line->size() <= MAX_PASSWORD);
+    } while (n == 1 && c != '\n' && line->size() <= longest_password);
     if (!line->empty() && line->back() == '\r')
         line->pop_back();
     return n >= 0;
@@ -66,10 +68,11 @@ static void interrupt(int signal)
 
 namespace {
 
-// While it lives the signals that end a program come in only where while_waiting() is the mask.
-class held_signals {
+// Holds back the signals that end a program: they arrive only under the mask while_waiting(). When this is
+// destroyed, a signal that arrived is raised again under its former handler, and usually ends the program.
+class interrupts_deferred {
 public:
-    held_signals()
+    interrupts_deferred()
     {
         interrupted_by = 0;
         sigset_t held;
@@ -82,13 +85,13 @@ public:
         }
         sigprocmask(SIG_BLOCK, &held, &mask_before_);
     }
-    ~held_signals()
+    ~interrupts_deferred()
     {
         for (size_t i = 0; i < std::size(signals); i++)
             sigaction(signals[i], &before_[i], nullptr);
         if (interrupted_by)
             raise(interrupted_by);
-        sigprocmask(SIG_SETMASK, &mask_before_, nullptr);  // what came meanwhile takes effect here
+        sigprocmask(SIG_SETMASK, &mask_before_, nullptr);  // the signal raised above takes effect here
     }
     const sigset_t *while_waiting() const { return &mask_before_; }
 
@@ -108,13 +111,13 @@ bool ask_password(const std::string &prompt, std::string *password)
         fprintf(stderr, "faxtray: no terminal to ask for a password: %s\n", strerror(errno));
         return false;
     }
-    held_signals held;
+    interrupts_deferred deferred;
     termios silent = before;
     silent.c_lflag &= ~static_cast<tcflag_t>(ECHO);
-    silent.c_lflag |= ECHONL;
+    silent.c_lflag |= ECHONL;  // the Return is echoed: the next output begins on a line of its own
     bool ok = tcsetattr(tty.get(), TCSAFLUSH, &silent) == 0 &&
               write(tty.get(), prompt.data(), prompt.size()) == static_cast<ssize_t>(prompt.size()) &&
-              read_line(tty.get(), password, held.while_waiting());
+              read_line(tty.get(), password, deferred.while_waiting());
     if (!ok && !interrupted_by)
         fprintf(stderr, "faxtray: can't read a password: %s\n", strerror(errno));
     tcsetattr(tty.get(), TCSAFLUSH, &before);
@@ -123,7 +126,7 @@ bool ask_password(const std::string &prompt, std::string *password)
 
 bool hash_password(const std::string &password, std::string *hash)
 {
-    const char *text = password.empty() ? "" : passwd(password.c_str());  // passwd() has told why not
+    const char *text = password.empty() ? "" : passwd(password.c_str());  // passwd() prints why not
     *hash = text ? text : "";
     return text != nullptr;
 }

@@ -1,21 +1,23 @@
-// password: the caller's password, from a file or the terminal, never from the command line.
+// password: reads the caller's password from a file or the terminal; never from the command line, which other
+// users can see.
 #pragma once
 
 #include <string>
 
 namespace faxtray {
 
-// A result of these is false with the reason on standard error.
+// The functions that return bool (but have_terminal) return false with the reason on standard error.
 
-// The first line of a file, without its line end. Warns when others may read the file.
+// Reads the first line of a file, without its line end. Warns if others may read the file.
 bool read_password_file(const std::string &path, std::string *password);
 
 bool have_terminal();
-// Asks on /dev/tty without echo; "" when just Return was pressed. The terminal is set back even when
-// a signal ends the program meanwhile.
+
+// Asks on /dev/tty without echo; "" if only Return is pressed. The terminal is restored even if a signal ends
+// the program meanwhile.
 bool ask_password(const std::string &prompt, std::string *password);
 
-// The hash under which the user list holds it; "" for "". False when it cannot be a password.
+// Stores the password's hash as in the user list, "" for "". False if the text cannot be a password.
 bool hash_password(const std::string &password, std::string *hash);
 
 }  // namespace faxtray

@@ -1,5 +1,9 @@
-// Who is told of an entry of the exception log: the site's command of each, the administrator of those that
-// admin_notify_level names, and of no more a day than admin_exception_volume says.
+// Hands entries of the exception log to the site's command, and mails notices of them to the administrator:
+// only of the levels asked for, and only so many a day, so that a fault that repeats does not flood a
+// mailbox.
+//
+// The queue (node_queue.h) holds, for each notice of the last day, the time from which it counts no longer.
+// It lives as long as the process: a restart begins a new day.
 #include "deliver/admin_notice.h"
 
 #include <algorithm>
@@ -23,16 +27,16 @@
 
 namespace faxtray {
 
-static constexpr int Exception_log_type = 2;      // of run_log_callbacks
-static constexpr int Default_volume = 5;          // notices a day
-static constexpr time_t Hold = 24 * 60 * 60;      // seconds that a notice counts against the volume
-static constexpr size_t Subject_characters = 30;  // of the entry's message
+static constexpr int exception_log_type = 2;      // of run_log_callbacks
+static constexpr int default_volume = 5;          // notices a day
+static constexpr time_t hold = 24 * 60 * 60;      // seconds that a notice counts against the volume
+static constexpr size_t subject_characters = 30;  // of the entry's message
 
-// The registry's record of the administrator; null when there is none, with an entry of its own.
+// The administrator's record from the registry; null, with an entry of its own, if there is none.
 static av_list_ptr admin_record(int queue)
 {
     regd_handle_t *handle = regd_open(nullptr, queue);
-    if (handle == nullptr) {
+    if (!handle) {
         log_only({ELOG_ERROR, elog_file_and_stderr},
                  "elog_writef:  Could not open connection to info server.");
         return nullptr;
@@ -45,7 +49,7 @@ static av_list_ptr admin_record(int queue)
     return admin;
 }
 
-// The least severe level that the administrator wants to hear of; -1 for none.
+// The least severe level for which the administrator wants notices; -1 for none.
 static int lowest_level(const av_list_t *admin)
 {
     switch (as_get_value_handle_av(AS_ADMIN_NOTIFY_LEVEL, admin)) {
@@ -62,15 +66,15 @@ static int lowest_level(const av_list_t *admin)
     }
 }
 
-// Notices a day, as the record says it: may be below 1.
+// Notices a day, as the record has it; may be 0. A value that is no number counts as none.
 static int daily_volume(const av_list_t *admin)
 {
     const av_node_t *node = as_get_av_node(AS_ADMIN_EXCEPTION_VOLUME, admin);
-    if (node == nullptr)
-        return Default_volume;
+    if (!node)
+        return default_volume;
     char *end;
     const long volume = strtol(node->value, &end, 10);
-    return end == node->value ? Default_volume : static_cast<int>(std::clamp(volume, 0L, long{INT_MAX}));
+    return end == node->value ? default_volume : static_cast<int>(std::clamp(volume, 0L, long{INT_MAX}));
 }
 
 static std::string limit_note(int volume)
@@ -88,12 +92,12 @@ static void send_notice(const av_list_t *admin, const elog_entry_t &entry, int v
 {
     std::string subject = "Ondrix: exception logged", message;
     if (entry.written < 0) {
-        // Kept: takes no place in the queue; that nothing can be logged is told each time.
+        // Kept: takes no place in the queue, so the administrator hears of every entry that cannot be logged.
         message = "elog_writef: Error posting to exception log\n";
     } else {
-        nenq(time(nullptr) + Hold);
+        nenq(time(nullptr) + hold);
         message = std::string(entry.prefix) + entry.message;
-        subject += ": " + std::string(entry.message).substr(0, Subject_characters);
+        subject += ": " + std::string(entry.message).substr(0, subject_characters);
         subject.resize(std::min(subject.find('\n'), subject.size()));
     }
     if (limited && ncount() == volume)
@@ -101,17 +105,17 @@ static void send_notice(const av_list_t *admin, const elog_entry_t &entry, int v
     notify(admin, subject.c_str(), message.c_str(), IV_WHEN_TO_NOTIFY_FAX_EXCEPTION);
 }
 
-// The queue holds, for each notice of the last day, the time from which it counts no longer.
 static void notify_administrator(const elog_entry_t &entry)
 {
     const av_list_ptr admin = admin_record(entry.queue);
     if (!admin || entry.level < ELOG_FATAL || entry.level > lowest_level(admin.get()))
         return;
+    // Notices of more than a day ago count no longer.
     for (const time_t now = time(nullptr); ncount() > 0 && nhead() <= now;)
         ndeq();
     int volume = daily_volume(admin.get());
     const bool limited = volume >= 1;
-    if (!limited) {  // Kept: "below 1" is no limit at all.
+    if (!limited) {  // Kept: below 1 is no limit at all, though it looks like none a day.
         volume = 1;
         npurge();
     }
@@ -122,14 +126,14 @@ static void notify_administrator(const elog_entry_t &entry)
 static void handle_entry(const elog_entry_t &entry) noexcept
 try {
     if (*dvLog_callbacks) {
-        // Kept: the format as it stands in the code, not the message.
+        // Kept: the format as the code has it, not the message: commands in use search for it.
         const std::string text = std::string(entry.prefix) + entry.format + entry.trailer;
-        run_log_callbacks(dvLog_callbacks, Exception_log_type, text.c_str());
+        run_log_callbacks(dvLog_callbacks, exception_log_type, text.c_str());
     }
     if (entry.notify)
         notify_administrator(entry);
 } catch (const std::bad_alloc &) {
-    if (entry.notify)  // not of what is logged here itself
+    if (entry.notify)  // not for what is logged here itself: that would never end
         log_only({ELOG_ERROR, elog_file_and_stderr}, "elog_writef:  Memory allocation error, %d", ENOMEM);
 }
 

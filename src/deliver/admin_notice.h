@@ -1,13 +1,15 @@
-// admin_notice: what happens to an entry of the exception log once it is written: the site's callback
-// command (-L) gets it, and the administrator a notice by mail, as the registry's record "admin" asks:
-// admin_notify_level says of which entries, admin_exception_volume how many a day. Below 1 there is no
+// admin_notice: what happens to an entry of the exception log once it has been written. The site's callback
+// command
+// (-L) gets it, and the administrator a notice by mail, as the registry's record "admin" asks:
+// admin_notify_level says for which entries, admin_exception_volume how many a day. A volume below 1 is no
 // limit.
 //
-// Both run before elog_writef returns. What goes wrong on the way is logged too, but not notified.
+// Both are done before elog_writef returns. Failures on the way are logged too, but not notified.
 #pragma once
 
 namespace faxtray {
 
-void admin_notice_init();  // hangs into the exception log; once, at start
+// Registers itself as the exception log's notifier; call once at start-up.
+void admin_notice_init();
 
 }  // namespace faxtray

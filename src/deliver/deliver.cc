@@ -1,5 +1,5 @@
-// One fax, one recipient. Whatever fails, the fax itself is not touched, and the caller gets a text to pass
-// on.
+// One fax, one recipient: copy the fax, then change, move, mail or pipe the copy. Whatever fails, the fax
+// itself is not touched, and the caller gets a text to pass on.
 #include "deliver/deliver.h"
 
 #include <sys/param.h>
@@ -9,7 +9,6 @@
 #include <algorithm>
 #include <cerrno>
 #include <cstdarg>
-#include <cstdint>
 #include <cstring>
 
 #include "codec/change_format.h"
@@ -33,7 +32,9 @@ namespace faxtray {
 static constexpr size_t text_size = 4096;  // of the caller's buffers
 static constexpr size_t command_size = 12288;
 
-static char sender_station[8] = "UNKNOWN";  // for the subjects of mails; nothing changes it
+// The sender in the subjects of mails. Kept: nothing sets it, so every subject says "from UNKNOWN"; mail
+// filters go by that.
+static char sender_station[8] = "UNKNOWN";
 
 // Entries and names
 
@@ -64,19 +65,20 @@ static void set_text(char *out, const char *text)
         snprintf(out, text_size, "%s", text);
 }
 
-// What follows the first ":" of a method, as it stands; null without one.
+// What follows the first ":" of a method, unchanged; null without one.
 static const char *command_text(const char *method)
 {
     const char *colon = strchr(method, ':');
     return colon ? colon + 1 : nullptr;
 }
 
+// Filters the last component in place. This is also what makes a name safe to paste into a shell command.
 static void filter_file_name(char *path)
 {
     char filtered[MAXPATHLEN];
     char *name = path + (last_component(path) - path);
     posix_file_name_filter(name, filtered);
-    memcpy(name, filtered, strlen(filtered) + 1);  // no longer than it was
+    memcpy(name, filtered, strlen(filtered) + 1);  // never longer than the name was
 }
 
 int change_file_name(const av_list_t *record, char *path)
@@ -92,58 +94,13 @@ int change_file_name(const av_list_t *record, char *path)
 
 // Format
 
-static bool to_tiff(char *path, const char *tiff)
-{
-    trprintf("format_fax_file:  converting %s to tiff class f\n", path);
-    return fax_to_tiff(path) >= 0 && move_new(path, tiff);
-}
-
-static bool to_pdf(char *path, const char *pdf)
-{
-    return fax_to_pdf(path, pdf);
-}
-
-// Has the file converted to one with that extension, whose name `path` then gets.
-static int convert_to(const char *ext, bool (*converter)(char *, const char *), char *path)
-{
-    std::string converted = converted_name(path, ext);
-    if (converted.empty() || converted.size() >= MAXPATHLEN || !converter(path, converted.c_str())) {
-        log_and_trace({ELOG_WARNING, elog_file_and_stderr}, "format_fax_file: Can't filter fax file: [%s]\n",
-                      path);
-        return DELIVER_FAILED;
-    }
-    snprintf(path, MAXPATHLEN, "%s", converted.c_str());
-    return DELIVERED;
-}
-
-// Kept: MH, whichever of the four was asked for; readers of delivered files count on it.
-static int convert_to_mh(char *path, void (*keepalive)())
-{
-    trprintf("format_fax_file:  converting %s to MH compression\n", path);
-    if (t4dec_change_format(path, 0, -1, keepalive))
-        return DELIVERED;
-    log_and_trace({ELOG_WARNING, elog_file_and_stderr}, "format_fax_file: Can't change compression: [%s]\n",
-                  path);
-    return DELIVER_FAILED;
-}
-
 int format_fax_file(const av_list_t *record, char *path, void (*keepalive)())
 {
+    static constexpr conversion_t by = {"format_fax_file", elog_file_and_stderr, false};
     if (!record || is_empty(path))
         return DELIVER_BAD_ARGUMENT;
-    switch (as_get_value_handle_av(AS_DELIVERY_FILE_FORMAT, record)) {
-    case IV_FILE_FORMAT_G3:
-    case IV_FILE_FORMAT_G3MH:
-    case IV_FILE_FORMAT_G3MR:
-    case IV_FILE_FORMAT_G4:
-        return convert_to_mh(path, keepalive);
-    case IV_FILE_FORMAT_TIFF_F:
-        return convert_to(".tif", to_tiff, path);
-    case IV_FILE_FORMAT_PDF:
-        return convert_to(".pdf", to_pdf, path);
-    default:
-        return DELIVERED;
-    }
+    const int format = as_get_value_handle_av(AS_DELIVERY_FILE_FORMAT, record);
+    return convert_fax(path, format, by, keepalive) ? DELIVERED : DELIVER_FAILED;
 }
 
 // Into an inbox
@@ -156,16 +113,19 @@ int route_fax_file(const av_list_t *record, const char *path, char *destination_
         return DELIVER_BAD_ARGUMENT;
     }
     trprintf("route_fax_file:  moving %s to %s for '%s'\n", path, inbox.get(), user_of(record));
+    // A scan skips names that begin with "ii_". Kept: one character is dropped, so ii_x arrives as i_x, which
+    // is enough for it to be listed.
     const char *name = last_component(path);
     if (strncmp(name, "ii_", 3) == 0)
-        name++;  // Kept: one character, so ii_x arrives as i_x, which is enough to be listed.
+        name++;
 
     char destination[MAXPATHLEN];
-    int n = snprintf(destination, sizeof destination, "%s/%s", inbox.get(), name);
-    bool fits = n < static_cast<int>(sizeof destination);
+    const int n = snprintf(destination, sizeof destination, "%s/%s", inbox.get(), name);
+    const bool fits = n < static_cast<int>(sizeof destination);
     if (const char *ext = get_tmp_ext(destination); ext && fits)
         destination[ext - destination] = '\0';
-    bool routed = fits && publish(path, destination, wants_dos_names(record));
+    // publish() replaces no other fax: where the name is taken, `destination` gets the name used instead.
+    const bool routed = fits && publish(path, destination, wants_dos_names(record));
     set_text(destination_out, destination);
     if (!routed)
         tr_puts("route_fax_file:  cv_move failed!\n");
@@ -174,14 +134,15 @@ int route_fax_file(const av_list_t *record, const char *path, char *destination_
 
 // To a command
 
-// "COMMAND PATH ROOT" into `command`; false when it does not fit.
+// Writes "COMMAND PATH ROOT" to `command`; false if it does not fit. A command that was cut would run, and do
+// something else.
 static bool make_command(char *command, const char *text, const char *path, const char *root)
 {
     int n = snprintf(command, command_size, "%s %s %s", text, path, root);
     return n >= 0 && static_cast<size_t>(n) < command_size;
 }
 
-// A command need not read this.
+// The entry as USER_LIST.info has it. Failed writes are no failure: a command need not read its input.
 static void write_record(FILE *out, const av_list_t *record)
 {
     fprintf(out, "[%s]\n", user_of(record));
@@ -204,28 +165,30 @@ int exec_deliver(const av_list_t *record, const char *path, char *destination_ou
         return DELIVER_NO_MEMORY;
     }
 
+    // The caller learns the destination even if the command then fails.
     const char *root = value_of(record, AS_DELIVERY_DIR_ROOT);
     if (!root) {
         tr_puts("exec_deliver: Invalid destination. Passing \"\" to shell.\n");
         root = "";
     }
     set_text(destination_out, root);
-    errno = E2BIG;
     const char *text = rm_leading_whitespace(copy.get());
+    errno = E2BIG;  // the reason if the command does not fit
     FILE *stream = make_command(command.get(), text, path, root) ? child_popen(command.get(), "w") : nullptr;
     if (!stream) {
         trprintf("exec_deliver: popen(\"%s\") error: %s\n", command.get(), strerror(errno));
         return DELIVER_FAILED;
     }
     write_record(stream, record);
-    int status = child_pclose(stream);
+
+    const int status = child_pclose(stream);
     if (status < 0)
         trprintf("exec_deliver: pclose(\"%s\") warning: [%s] died before pclose() was executed. Possible "
                  "delivery failure.\n",
                  command.get(), text);
     trprintf("exec_deliver:  child exited with %d\n", WEXITSTATUS(status));
-    // Kept: death by a signal counts as success, and so does a status that cannot be had; users of commands
-    // that end themselves that way get no notice of failure.
+    // Kept: death by a signal counts as success, and so does a status that was lost: users whose command ends
+    // itself that way get no notice of failure.
     if ((status & 0x7f) != 0)
         return DELIVERED;
     return WEXITSTATUS(status) == 0 ? DELIVERED : DELIVER_COMMAND_FAILED;
@@ -243,14 +206,14 @@ struct delivery_t {
     int did;
     bool problem;                // the fax is a problem fax
     char temporary[MAXPATHLEN];  // the copy worked on, "" until its name is chosen
-    bool own_temporary;          // it is there, and ours to remove
+    bool own_temporary;          // the copy exists, and we are to remove it
     char message[text_size];
 };
 
 }  // namespace
 
-// Writes the account of the delivery. Gives `result` back.
-__attribute__((format(printf, 3, 4))) static int tell(delivery_t &d, int result, const char *format, ...)
+// Ends a delivery: writes the message for the caller and returns `result`.
+__attribute__((format(printf, 3, 4))) static int conclude(delivery_t &d, int result, const char *format, ...)
 {
     va_list args;
     va_start(args, format);
@@ -259,7 +222,8 @@ __attribute__((format(printf, 3, 4))) static int tell(delivery_t &d, int result,
     return result;
 }
 
-// Whether a file may be made there, under that name or the one that filtering makes of it.
+// Whether a file may be created under that name and under what filtering makes of it: which of the two is
+// used, delivery_naming decides later.
 static bool is_free(const char *path)
 {
     char filtered[MAXPATHLEN];
@@ -268,10 +232,11 @@ static bool is_free(const char *path)
     return !exists(path) && !exists(filtered);
 }
 
-// Chooses a name for the copy beside the fax: its own less ".fax", and a number.
+// Chooses a name for the copy beside the fax: the fax's own less its last four characters (".fax"), and a
+// number.
 static bool choose_temporary(delivery_t &d)
 {
-    // A name shorter than what is cut off loses all of itself, but not the directory.
+    // A name shorter than four characters is cut off whole, but its directory is not touched.
     size_t length = strlen(d.fax_path), name = static_cast<size_t>(last_component(d.fax_path) - d.fax_path);
     int stem = static_cast<int>(std::max(length < 4 ? 0 : length - 4, name));
     // Kept: eight names, though a ninth may be free; a directory in which all are taken needs a look.
@@ -284,7 +249,7 @@ static bool choose_temporary(delivery_t &d)
     return false;
 }
 
-// The result of a delivery that went well.
+// The result of a successful delivery.
 static int delivered(const delivery_t &d)
 {
     return d.problem ? DELIVERED_PROBLEM : DELIVERED;
@@ -292,25 +257,18 @@ static int delivered(const delivery_t &d)
 
 static int fail_to_autoroute(delivery_t &d, int result)
 {
-    return tell(d, result, "Fax routing failure: Couldn't autoroute '%s'\nfor '%s'.\n", d.fax_path,
-                user_of(d.record));
+    return conclude(d, result, "Fax routing failure: Couldn't autoroute '%s'\nfor '%s'.\n", d.fax_path,
+                    user_of(d.record));
 }
 
+// "Incoming problem fax from STATION, DID/DNIS=NUMBER", less what does not apply.
 static void make_subject(const delivery_t &d, char *out, size_t size)
 {
-    const char *from = sender_station;
-    if (d.did && *from)
-        snprintf(out, size,
-                 d.problem ? "Incoming problem fax from %s, DID/DNIS=%d"
-                           : "Incoming fax from %s, DID/DNIS=%d",
-                 from, d.did);
-    else if (d.did)
-        snprintf(out, size, d.problem ? "Incoming problem fax, DID/DNIS=%d" : "Incoming fax, DID/DNIS=%d",
-                 d.did);
-    else if (*from)
-        snprintf(out, size, d.problem ? "Incoming problem fax from %s" : "Incoming fax from %s", from);
-    else
-        snprintf(out, size, d.problem ? "Incoming problem fax" : "Incoming fax");
+    char number[32] = "";
+    if (d.did)
+        snprintf(number, sizeof number, ", DID/DNIS=%d", d.did);
+    snprintf(out, size, "Incoming %sfax%s%s%s", d.problem ? "problem " : "", *sender_station ? " from " : "",
+             sender_station, number);
 }
 
 static int deliver_by_mail(delivery_t &d, const char *method)
@@ -320,9 +278,9 @@ static int deliver_by_mail(delivery_t &d, const char *method)
     const char *address = value_of(d.record, AS_EMAIL_ADDRESS);
     if (!address) {
         tr_puts("deliver_fax:  no email address found.\n");
-        return tell(d, DELIVER_BAD_ARGUMENT,
-                    "Fax routing failure: Couldn't determine email address for '%s'.\n%s\n", user,
-                    d.fax_path);
+        return conclude(d, DELIVER_BAD_ARGUMENT,
+                        "Fax routing failure: Couldn't determine email address for '%s'.\n%s\n", user,
+                        d.fax_path);
     }
     char subject[300];
     make_subject(d, subject, sizeof subject);
@@ -332,14 +290,14 @@ static int deliver_by_mail(delivery_t &d, const char *method)
                        value_of(d.record, AS_DELIVERY_BODY_ENCODING),
                        value_of(d.record, AS_DELIVERY_FILE_FORMAT), d.keepalive) < 0) {
         tr_puts("deliver_fax:  email delivery failed\n");
-        return tell(d, DELIVER_FAILED,
-                    "Fax routing failure: Couldn't send fax as mail attachment to '%s'.\n%s\n", user,
-                    d.fax_path);
+        return conclude(d, DELIVER_FAILED,
+                        "Fax routing failure: Couldn't send fax as mail attachment to '%s'.\n%s\n", user,
+                        d.fax_path);
     }
-    return tell(d, delivered(d),
-                d.problem ? "Incoming problem fax mailed as attachment to '%s'."
-                          : "Incoming fax mailed as attachment to '%s'.",
-                user);
+    return conclude(d, delivered(d),
+                    d.problem ? "Incoming problem fax mailed as attachment to '%s'."
+                              : "Incoming fax mailed as attachment to '%s'.",
+                    user);
 }
 
 static int deliver_by_command(delivery_t &d)
@@ -351,13 +309,13 @@ static int deliver_by_command(delivery_t &d)
     int result = exec_deliver(d.record, d.temporary, d.destination_out);
     if (result != DELIVERED) {
         trprintf("deliver_fax: exec_deliver failed, ret=%d\n", result);
-        return tell(d, result, "Couldn't route fax using command '%s'\nfor %s to '%s'\n", command, d.fax_path,
-                    user);
+        return conclude(d, result, "Couldn't route fax using command '%s'\nfor %s to '%s'\n", command,
+                        d.fax_path, user);
     }
-    return tell(d, delivered(d),
-                d.problem ? "Incoming problem fax has been routed via \"%s\" program to '%s'.\n"
-                          : "Incoming fax has been routed via \"%s\" program to '%s'.\n",
-                command, user);
+    return conclude(d, delivered(d),
+                    d.problem ? "Incoming problem fax has been routed via \"%s\" program to '%s'.\n"
+                              : "Incoming fax has been routed via \"%s\" program to '%s'.\n",
+                    command, user);
 }
 
 static int deliver_to_inbox(delivery_t &d)
@@ -366,44 +324,47 @@ static int deliver_to_inbox(delivery_t &d)
     int result = route_fax_file(d.record, d.temporary, d.destination_out);
     if (result != DELIVERED) {
         trprintf("deliver_fax: route_fax_file failed, ret=%d\n", result);
-        return tell(d, result, "Fax routing failure: Couldn't autoroute\n'%s' via inbox for '%s'.\n",
-                    d.fax_path, user);
+        return conclude(d, result, "Fax routing failure: Couldn't autoroute\n'%s' via inbox for '%s'.\n",
+                        d.fax_path, user);
     }
-    d.own_temporary = false;  // moved away; where the inbox is this directory it may bear that very name
-    return tell(d, delivered(d),
-                d.problem ? "Incoming problem fax has been routed to '%s' inbox.\n"
-                          : "Incoming fax has been routed to '%s' inbox.\n",
-                user);
+    // The copy has been moved away. Where the inbox is the fax's own directory it may even be the delivered
+    // fax.
+    d.own_temporary = false;
+    return conclude(d, delivered(d),
+                    d.problem ? "Incoming problem fax has been routed to '%s' inbox.\n"
+                              : "Incoming fax has been routed to '%s' inbox.\n",
+                    user);
 }
 
+// Delivers the copy by the method of that keyword; `method` is the whole setting, for the message.
 static int deliver_copy(delivery_t &d, const char *method, const char *keyword)
 {
-    int handle = as_get_value_handle(AS_DELIVERY_METHOD, keyword);
+    const int handle = as_get_value_handle(AS_DELIVERY_METHOD, keyword);
     switch (handle) {
     case IV_DELIVERY_METHOD_EMAIL_BODY:
     case IV_DELIVERY_METHOD_MIMEMAIL_ATTACH:
     case IV_DELIVERY_METHOD_SUNMAIL_ATTACH:
-        return deliver_by_mail(d, keyword);
+        return deliver_by_mail(d, keyword);  // converts by itself
     case IV_DELIVERY_METHOD_EXEC:
     case IV_DELIVERY_METHOD_FAXTRAY:
         break;
     default:
         log_and_trace({ELOG_WARNING, elog_file_and_stderr},
                       "deliver_fax:  unsupported delivery type %d, %s\n", handle, method);
-        return tell(d, DELIVER_FAILED,
-                    "Fax routing failure: Delivery type unknown [%s].\nCan't autoroute '%s' for '%s'.\n",
-                    method, d.fax_path, user_of(d.record));
+        return conclude(d, DELIVER_FAILED,
+                        "Fax routing failure: Delivery type unknown [%s].\nCan't autoroute '%s' for '%s'.\n",
+                        method, d.fax_path, user_of(d.record));
     }
-    int result = format_fax_file(d.record, d.temporary, d.keepalive);
+    const int result = format_fax_file(d.record, d.temporary, d.keepalive);
     if (result != DELIVERED) {
         trprintf("deliver_fax:  format_fax_file failed, ret=%d\n", result);
-        return tell(d, result, "Fax routing failure: Couldn't change format of\n'%s' for '%s'.\n", d.fax_path,
-                    user_of(d.record));
+        return conclude(d, result, "Fax routing failure: Couldn't change format of\n'%s' for '%s'.\n",
+                        d.fax_path, user_of(d.record));
     }
     return handle == IV_DELIVERY_METHOD_EXEC ? deliver_by_command(d) : deliver_to_inbox(d);
 }
 
-// The keyword of a method: what stands before the first ":", those in front of all left out.
+// The method's keyword: the text before the first ':', leading colons skipped.
 static char *cut_keyword(char *method)
 {
     char *keyword = method + strspn(method, ":");
@@ -412,26 +373,29 @@ static char *cut_keyword(char *method)
     return keyword;
 }
 
+// Checks that the recipient can be delivered to, makes the copy and delivers it.
 static int deliver_to_recipient(delivery_t &d)
 {
     const char *user = user_of(d.record);
+    // The caller delivers to the members of a group, never to the group itself.
     if (const av_node_t *group = as_get_av_node(AS_GROUP, d.record)) {
         log_and_trace({ELOG_WARNING, elog_file_and_stderr}, "deliver_fax:  [%s] is a group [%s]!\n", user,
                       group->value ? group->value : "");
-        return tell(d, DELIVER_BAD_ARGUMENT, "Fax routing failure: Bad or invalid recipient.\n");
+        return conclude(d, DELIVER_BAD_ARGUMENT, "Fax routing failure: Bad or invalid recipient.\n");
     }
     const char *method = value_of(d.record, AS_DELIVERY_METHOD);
     if (is_empty(method)) {
         tr_puts("deliver_fax:  no delivery method, nop return\n");
-        return tell(d, DELIVER_NO_METHOD,
-                    "Fax routing failure: Couldn't determine a routing method for\n'%s', %s.\n", user,
-                    d.fax_path);
+        return conclude(d, DELIVER_NO_METHOD,
+                        "Fax routing failure: Couldn't determine a routing method for\n'%s', %s.\n", user,
+                        d.fax_path);
     }
 
+    // From here on only the copy is touched.
     if (!choose_temporary(d)) {
         tr_puts("deliver_fax: Couldn't get a usable temp name\n");
-        return tell(d, DELIVER_FAILED, "Fax Routing failure: Couldn't autoroute '%s'\nfor '%s'\n", d.fax_path,
-                    user);
+        return conclude(d, DELIVER_FAILED, "Fax Routing failure: Couldn't autoroute '%s'\nfor '%s'\n",
+                        d.fax_path, user);
     }
     change_file_name(d.record, d.temporary);
     trprintf("deliver_fax: copy \"%s\" to \"%s\"\n", d.fax_path, d.temporary);
@@ -454,21 +418,23 @@ static int deliver_to_recipient(delivery_t &d)
 static int deliver_given(delivery_t &d)
 {
     if (!d.record || is_empty(d.fax_path)) {
-        log_and_trace(
-            {ELOG_WARNING, elog_file_and_stderr}, "deliver_fax:  Invalid argument[avl=0x%x,fname=\"%s\"]\n",
-            static_cast<unsigned>(reinterpret_cast<uintptr_t>(d.record)), d.fax_path ? d.fax_path : "(NULL)");
-        return tell(d, DELIVER_BAD_ARGUMENT, "Fax routing failure: Bad or invalid argument for delivery.\n");
+        log_and_trace({ELOG_WARNING, elog_file_and_stderr},
+                      "deliver_fax:  Invalid argument[avl=0x%x,fname=\"%s\"]\n", pointer_bits(d.record),
+                      d.fax_path ? d.fax_path : "(NULL)");
+        return conclude(d, DELIVER_BAD_ARGUMENT,
+                        "Fax routing failure: Bad or invalid argument for delivery.\n");
     }
     d.problem = last_component(d.fax_path)[0] == 'p';
 
-    // Of a copy, since a keep-alive function may have the lists read anew.
+    // A copy, because a keep-alive function may reload the lists that the record belongs to.
     av_list_ptr record(copy_av_list(d.record));
     if (!record)
         return fail_to_autoroute(d, DELIVER_NO_MEMORY);
     d.record = record.get();
 
+    // The note outlives the copy: a crash at any moment leaves nothing that the next start would not remove.
     note_begin();
-    int result = deliver_to_recipient(d);
+    const int result = deliver_to_recipient(d);
     if (d.own_temporary)
         unlink(d.temporary);
     note_end();
@@ -489,8 +455,9 @@ int deliver_fax(const av_list_t *record, const char *fax_path, char *message_out
     d.destination_out = destination_out;
     d.keepalive = keepalive;
     d.did = did;
-    int result = deliver_given(d);
+    const int result = deliver_given(d);
 
+    // Only routing and commands name a destination; otherwise the copy's name says how far the delivery got.
     if (destination_out && !*destination_out)
         set_text(destination_out, d.temporary);
     set_text(message_out, d.message);

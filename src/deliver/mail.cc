@@ -1,7 +1,8 @@
-// Decides what a message holds and in which form it goes; mime_mail and sun_mail build those two.
+// Decides what a message contains and what form it takes. Notices and plain messages are written here;
+// mime_mail and sun_mail build the other two forms.
 #include "deliver/mail.h"
 
-#include <unistd.h>
+#include <sys/param.h>
 
 #include <cerrno>
 #include <cstdio>
@@ -9,7 +10,6 @@
 #include <new>
 #include <string>
 
-#include "codec/change_format.h"
 #include "config/attributes.h"
 #include "deliver/convert.h"
 #include "deliver/mail_agent.h"
@@ -17,7 +17,7 @@
 #include "deliver/mail_target.h"
 #include "deliver/mime_mail.h"
 #include "deliver/sun_mail.h"
-#include "disk/files.h"
+#include "disk/scratch_file.h"
 #include "faxfile/fax_header.h"
 #include "log/exception_log.h"
 #include "log/log_and_trace.h"
@@ -36,6 +36,8 @@ static constexpr char mime_fax[] = "application/x-ondrix";
 static constexpr char mime_tiff[] = "application/x-ondrix-tiff";
 static constexpr char sun_fax[] = "Corvane-Ondrix";
 static constexpr char sun_tiff[] = "TIFF";
+
+static constexpr conversion_t by_mail = {"mail_fax_image", ELOG_FILE, true};
 
 static const char *or_default(const char *text, const char *otherwise)
 {
@@ -71,7 +73,8 @@ try {
         return log_and_trace({ELOG_WARNING, ELOG_FILE}, "mail: Null user address\n");
     if (!found)
         return log_and_trace({ELOG_WARNING, ELOG_FILE}, "mail: Bad user address [%s]\n", user);
-    const std::string address = found;  // what is logged below may be mailed too, to another address
+    // A copy of the static buffer: an entry logged below may send a notice, to another address.
+    const std::string address = found;
 
     const std::string header = "From: " + header_value(mail_get_mail_from()) +
                                "\nSubject: " + header_value(or_default(subject, default_notice_subject)) +
@@ -92,97 +95,7 @@ try {
 
 // Faxes
 
-namespace {
-
-// The file that is mailed: the fax itself, or what it was converted to, which goes with its owner.
-class working_file {
-public:
-    explicit working_file(const char *fax_path) : fax_path_(fax_path), path_(fax_path) {}
-    ~working_file()
-    {
-        if (path_ != fax_path_)
-            unlink(path_.c_str());
-    }
-    working_file(const working_file &) = delete;
-    working_file &operator=(const working_file &) = delete;
-
-    const char *fax_path() const { return fax_path_; }
-    const char *path() const { return path_.c_str(); }
-    void converted_to(const std::string &path) { path_ = path; }
-
-private:
-    const char *fax_path_;
-    std::string path_;
-};
-
-}  // namespace
-
-static void call(void (*keepalive)())
-{
-    if (keepalive)
-        keepalive();
-}
-
-// `fax_path` with ".tif" for the first ".fax" of its last component and all behind that, or at its end.
-static std::string tiff_name(const char *fax_path)
-{
-    const char *ext = strcasestr(last_component(fax_path), ".fax");
-    return (ext ? std::string(fax_path, ext) : std::string(fax_path)) + ".tif";
-}
-
-static bool to_tiff(working_file *file, void (*keepalive)())
-{
-    std::string copy_path = tiff_name(file->fax_path());
-    call(keepalive);
-    if (copy_new(file->fax_path(), copy_path.c_str())) {
-        file->converted_to(copy_path);
-        if (fax_to_tiff(file->path()) > 0)
-            return true;
-    }
-    log_and_trace({ELOG_WARNING, ELOG_FILE}, "mail_fax_image: Can't filter fax file: [%s]\n",
-                  file->fax_path());
-    return false;
-}
-
-static bool to_pdf(working_file *file)
-{
-    std::string pdf = converted_name(file->fax_path(), ".pdf");
-    if (fax_to_pdf(file->fax_path(), pdf.c_str())) {
-        file->converted_to(pdf);
-        return true;
-    }
-    log_and_trace({ELOG_WARNING, elog_file_and_stderr}, "format_fax_file: Can't filter fax file: [%s]\n",
-                  file->fax_path());
-    return false;
-}
-
-static bool to_mh(const working_file &file, void (*keepalive)())
-{
-    if (t4dec_change_format(file.fax_path(), 0, -1, keepalive))
-        return true;
-    log_and_trace({ELOG_WARNING, ELOG_FILE}, "mail_fax_image: Can't change compression: [%s]\n",
-                  file.fax_path());
-    return false;
-}
-
-static bool convert(working_file *file, int format, void (*keepalive)())
-{
-    switch (format) {
-    case IV_FILE_FORMAT_TIFF_F:
-        return to_tiff(file, keepalive);
-    case IV_FILE_FORMAT_G3:
-    case IV_FILE_FORMAT_G3MH:
-    case IV_FILE_FORMAT_G3MR:
-    case IV_FILE_FORMAT_G4:
-        return to_mh(*file, keepalive);
-    case IV_FILE_FORMAT_PDF:
-        return to_pdf(file);
-    default:
-        return true;
-    }
-}
-
-// The fax between two lines to cut at. False when it cannot be read to its end.
+// Write the fax between two lines that say where to cut. False if it cannot be read to its end.
 static bool write_base64(FILE *fax, FILE *out)
 {
     fprintf(out, "\n------------------snip------------------ %s\n", "base64");
@@ -202,7 +115,8 @@ static bool write_uuencode(FILE *fax, const char *name, FILE *out)
     return true;
 }
 
-// Kept: the agent gets `address` as it stands in the recipient's entry, scheme and all.
+// The form for recipients without a mail program that knows attachments: the encoded fax as part of the text.
+// Kept: the agent gets `address` as the recipient's entry has it, scheme and all.
 static int mail_plain(const char *address, const char *subject, const char *text, const char *path,
                       int encoding)
 {
@@ -231,7 +145,7 @@ try {
     if (!found)
         return log_and_trace({ELOG_WARNING, ELOG_FILE}, "mail_fax_image: Bad user address [%s]\n",
                              shown(address));
-    const std::string resolved = found;                           // as in mail()
+    const std::string resolved = found;                           // a copy, as in mail()
     trprintf("mail_fax_image():  rfc_822_addr: '%s'\n ", found);  // Kept: the blank at its end
     if (!is_corvane_fax(fax_path))
         return log_and_trace({ELOG_WARNING, ELOG_FILE}, "mail_fax_image: Bad fax file [%s]\n",
@@ -239,24 +153,29 @@ try {
     subject = or_default(subject, default_fax_subject);
     text = or_default(text, default_fax_text);
 
-    working_file file(fax_path);
+    // What the fax is converted to is removed once it has been mailed; the fax itself is the caller's.
+    char path[MAXPATHLEN];
+    snprintf(path, sizeof path, "%s", fax_path);  // fits: it has just been opened
     const int format_handle = as_get_value_handle(AS_DELIVERY_FILE_FORMAT, format);
-    const bool tiff = format_handle == IV_FILE_FORMAT_TIFF_F;
-    if (!convert(&file, format_handle, keepalive))
+    if (!convert_fax(path, format_handle, by_mail, keepalive))
         return -1;
-    call(keepalive);
+    const scratch_file converted(strcmp(path, fax_path) != 0 ? path : "");
+    if (keepalive)
+        keepalive();
+
+    const bool tiff = format_handle == IV_FILE_FORMAT_TIFF_F;
     switch (as_get_value_handle(AS_DELIVERY_METHOD, method)) {
     case IV_DELIVERY_METHOD_MIMEMAIL_ATTACH:
-        return mime_mail_fax(resolved.c_str(), 0, subject, text, file.path(), tiff ? mime_tiff : mime_fax);
+        return mime_mail_fax(resolved.c_str(), 0, subject, text, path, tiff ? mime_tiff : mime_fax);
     case IV_DELIVERY_METHOD_SUNMAIL_ATTACH:
-        return sun_mail_fax(resolved.c_str(), subject, text, file.path(), tiff ? sun_tiff : sun_fax);
+        return sun_mail_fax(resolved.c_str(), subject, text, path, tiff ? sun_tiff : sun_fax);
     default:
         break;
     }
-    int result = mail_plain(address, subject, text, file.path(),
-                            as_get_value_handle(AS_DELIVERY_BODY_ENCODING, encoding));
-    if (result > 0)
-        call(keepalive);
+    const int result =
+        mail_plain(address, subject, text, path, as_get_value_handle(AS_DELIVERY_BODY_ENCODING, encoding));
+    if (result > 0 && keepalive)
+        keepalive();
     return result;
 } catch (const std::bad_alloc &) {
     return no_memory("mail_fax_image");

@@ -1,23 +1,24 @@
-// mail: notices and faxes by way of the system's mail agent.
+// mail: sends notices and faxes through the system's mail agent.
 //
-// A mail target is an address as mail_target.h reads it. The calls give 1 when the message went to the
-// agent, -1 with an entry in the exception log or a trace line when it did not. The agent's own failure does
-// not change the result; it is logged.
+// Recipients are mail targets (mail_target.h). The functions return 1 if the message was handed to the agent,
+// or -1 with an entry in the exception log or a trace line. A failure of the agent itself is logged but does
+// not change the result.
 #pragma once
 
 namespace faxtray {
 
-// A notice. An empty subject is replaced by a default, an empty message refused.
+// Sends a notice. An empty subject is replaced by a default; an empty message is refused.
 int mail(const char *user, const char *subject, const char *message);
 
 // Mails a fax to `address` as a recipient's entry asks: `method`, `encoding` and `format` are the values of
 // delivery_method, delivery_body_encoding and delivery_file_format; each may be null. The fax at `fax_path`
-// may be re-coded in place or converted away; what else the conversion makes is gone when this returns, and
-// stands on no file of others. `keepalive`, or null, is called during long work.
+// is re-coded in place, or removed when it becomes a PDF; other files that the conversion makes are removed
+// before this returns, and they replace no file. `keepalive`, or null, is called during long work.
 int mail_fax_image(const char *address, const char *subject, const char *text, const char *fax_path,
                    const char *method, const char *encoding, const char *format, void (*keepalive)());
 
-// Mails a fax to a target with a scheme, which says in what form; TIFF forms convert the fax in place.
+// Mails a fax to a target whose scheme says in what form; TIFF forms convert the fax in place. For the fax
+// system's other programs; none here calls it.
 int mail_fax(const char *url, const char *subject, const char *text, const char *fax_path);
 
 }  // namespace faxtray

@@ -1,4 +1,5 @@
-// Runs the mail agent and finds out as whom.
+// The agent's exit status is only logged: by the time it is known the message has left our hands, and the
+// agent may well have queued it.
 #include "deliver/mail_agent.h"
 
 #include <sys/wait.h>
@@ -31,7 +32,8 @@ mail_agent::mail_agent(const char *function, const char *address)
     error_ = stream_ ? 0 : errno;
 }
 
-// What a shell's "$?" tells of it: the exit status, or 128 and the signal's number; -1 when it is lost.
+// The status as a shell's "$?" shows it: the exit status, or 128 plus the number of the signal; -1 if it was
+// lost.
 static int exit_code(int wait_status)
 {
     if (wait_status == -1)
@@ -52,6 +54,7 @@ const char *mail_get_mail_from()
     static char sender[512];
     snprintf(sender, sizeof sender, "%s", default_sender);
 
+    // Mail is sent all the same if the registry does not answer, from the default sender.
     regd_handle_t *registry = regd_open(nullptr, 1);
     if (!registry) {
         log_and_trace({ELOG_WARNING, elog_file_and_stderr},
@@ -60,6 +63,7 @@ const char *mail_get_mail_from()
     }
     const av_list_t *admin = regd_get_ui_entry(registry, regd_credentials(), "admin");
     const char *wanted = admin ? av_getv(admin, as_get_attr(AS_SERVER_MAIL_FROM)) : nullptr;
+    // An address that does not fit is not used at all: cut short, it would be somebody else's.
     if (!is_empty(wanted) && strlen(wanted) < sizeof sender)
         snprintf(sender, sizeof sender, "%s", wanted);
     regd_close(registry);

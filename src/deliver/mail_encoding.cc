@@ -1,4 +1,5 @@
-// Both encoders turn whole blocks of lines at once: 12 bits are looked up as two characters.
+// Both encoders turn a block of lines at once and look up 12 bits as two characters: a fax may have
+// megabytes, and the daemon serves nobody else meanwhile.
 #include "deliver/mail_encoding.h"
 
 #include <algorithm>
@@ -31,8 +32,8 @@ static constexpr char uuencode_alphabet[] =
 static constexpr pair_table base64_pairs = make_pairs(base64_alphabet);
 static constexpr pair_table uuencode_pairs = make_pairs(uuencode_alphabet);
 
-// Writes four characters for each three of the `n` bytes, a short last group as if zeros followed; returns
-// the end of what was written.
+// Writes four characters for each three of the `n` bytes, for a short last group as if zeros followed.
+// Returns the end of what was written.
 static char *encode_groups(const pair_table &pairs, const unsigned char *in, size_t n, char *out)
 {
     for (; n >= 3; n -= 3, in += 3, out += 4) {
@@ -51,7 +52,7 @@ static char *base64_line(const unsigned char *in, size_t n, char *out)
     char *end = encode_groups(base64_pairs, in, n, out);
     if (n % 3 != 0)
         memset(end - (3 - n % 3), '=', 3 - n % 3);
-    if (end - out > 68)  // a full line, also when padding fills it; no line end behind a short last one
+    if (end - out > 68)  // a full line, even if padding fills it; a shorter last one has no line end
         *end++ = '\n';
     return end;
 }
@@ -64,8 +65,8 @@ static char *uuencode_line(const unsigned char *in, size_t n, char *out)
     return end;
 }
 
-// Encodes all of `in`, `line` bytes at a time, a block of lines a write. Ends early, also true, when writing
-// fails; false with errno when reading does.
+// Encodes all of `in`, `line` bytes a line, with one write for each block of lines. Returns true, also if
+// writing fails, which ends it early; false with errno if reading fails.
 static bool encode_lines(FILE *in, FILE *out, size_t line,
                          char *(*encode)(const unsigned char *in, size_t n, char *out))
 {
@@ -73,7 +74,7 @@ static bool encode_lines(FILE *in, FILE *out, size_t line,
     char text[(longest_line / 3 * 4 + 1) * lines_a_block];
     const size_t block = line * lines_a_block;
     size_t got;
-    do {
+    do {  // a short block is the last one
         got = fread(bytes, 1, block, in);
         if (ferror(in))
             return false;

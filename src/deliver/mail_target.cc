@@ -1,4 +1,5 @@
-// Takes mail targets apart. Nothing is decoded: what stands between the marks is the address or the value.
+// Takes mail targets apart. Nothing is decoded or unescaped: the address and the values are the text as
+// written.
 #include "deliver/mail_target.h"
 
 #include <cstdio>
@@ -18,6 +19,7 @@ const char *get_mail_address(const char *target)
     if (!is_empty(target) && !end)
         return target;
 
+    // Kept: the address is cut at 255 characters before its parameters are dropped.
     snprintf(address, sizeof address, "%s", end ? end + strlen(scheme_end) : "");
     address[strcspn(address, ";")] = '\0';
     if (*address)
@@ -26,7 +28,7 @@ const char *get_mail_address(const char *target)
     return nullptr;
 }
 
-// How many characters the value at `*value` has; steps over the quote in front of it.
+// Steps over the quote in front of the value at `*value`, if there is one, and returns the value's length.
 static size_t value_length(const char **value)
 {
     const char quote[] = {**value, '\0'};

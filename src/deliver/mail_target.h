@@ -1,18 +1,21 @@
-// mail_target: how users write to whom mail goes: an address, or scheme "://" address and ";name=value"
-// parameters.
+// mail_target: recipients of mail as users write them: an address, or scheme "://" address, optionally
+// followed by
+// ";name=value" parameters.
 #pragma once
 
 #include <cstddef>
 
 namespace faxtray {
 
-// The address part, in a static buffer of 256 bytes, or `target` itself when it has no "://"; null, with a
-// message on standard error, when there is none.
+// Returns the address part, in a static buffer of 256 bytes, or `target` itself if it has no "://". Null,
+// with a message on standard error, if there is no address.
 const char *get_mail_address(const char *target);
 
-// 1 when `attribute` is among the parameters; its value, "" when empty, goes to `value`, cut at `size`.
+// Returns 1 if `attribute` is among the parameters and copies its value, which may be "", to `value`, cut to
+// `size` bytes; 0 otherwise. For the fax system's other programs; none here calls it.
 int get_mail_param(const char *target, const char *attribute, char *value, size_t size);
 
+// Which scheme `target` begins with: 1 or 0.
 int is_mailto(const char *target);         // "mailto://": MIME
 int is_mailtosun(const char *target);      // "mailtosun://": mail-tool
 int is_mailtiffto(const char *target);     // "mailtiffto://": MIME with TIFF

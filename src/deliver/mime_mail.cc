@@ -1,4 +1,5 @@
-// Writes the message straight to the agent, the fax encoded on its way.
+// Writes the message straight to the agent and encodes the fax on its way, so that a fax of any size needs
+// neither memory nor a file.
 #include "deliver/mime_mail.h"
 
 #include <cerrno>
@@ -39,6 +40,7 @@ int mime_mail_fax(const char *address, int, const char *subject, const char *tex
         trprintf("mime_mail_fax(): user='%s', subject='%s', mess='%s', path_to_fax='%s', content_type='%s'\n",
                  address, subject, text, shown(fax_path), shown(content_type));
 
+    // The fax is opened first: once the agent runs, a message will be sent.
     file_ptr fax;
     if (fax_path) {
         fax.reset(fopen(fax_path, "re"));
@@ -54,6 +56,7 @@ int mime_mail_fax(const char *address, int, const char *subject, const char *tex
         return log_and_trace({ELOG_WARNING, ELOG_FILE}, "mime_mail_fax: popen(\"%s\") failed: %s\n",
                              agent.command(), strerror(agent.error()));
 
+    // Header values come from the recipient's entry and the registry; each is made one line.
     fprintf(out,
             "To:   %s\nFrom: %s\nSubject: %s\nMime-Version: 1.0\nContent-Type: multipart/mixed;\n"
             "\tboundary=\"%s\"\n",

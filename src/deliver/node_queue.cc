@@ -1,4 +1,4 @@
-// One first-in first-out queue of values for the process.
+// A thin cover over std::deque: the rest of the fax system knows the queue by these names.
 #include "deliver/node_queue.h"
 
 #include <deque>

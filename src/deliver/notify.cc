@@ -1,4 +1,4 @@
-// Decides from a user's entry whether and how to tell of an event.
+// Decides from a user's entry whether and how to notify. A failed notice never stops the work it reports on.
 #include "deliver/notify.h"
 
 #include <cstdio>
@@ -15,8 +15,8 @@
 
 namespace faxtray {
 
-// By the means that the entry names. 1 when the user was told.
-static int tell(const av_list_t *record, const char *subject, const char *message, int event)
+// Notifies by the means that the entry names. Returns 1, or 0 if there is no usable means.
+static int notify_by_means(const av_list_t *record, const char *subject, const char *message, int event)
 {
     const int means = as_get_value_handle_av(AS_HOW_TO_NOTIFY, record);
     if (means == IV_HOW_TO_NOTIFY_EXEC) {
@@ -33,7 +33,7 @@ static int tell(const av_list_t *record, const char *subject, const char *messag
         return 0;
     }
     trprintf("notify:  Notify '%s' of event '%d', by email\n", record->key, event);
-    mail(address, subject, message);  // tells of its own failures
+    mail(address, subject, message);  // reports its own failures, which change nothing here
     return 1;
 }
 
@@ -43,6 +43,7 @@ int notify(const av_list_t *record, const char *subject, const char *message, in
         trprintf("notify:  Bad argument to notify()\n");
         return 0;
     }
+    // Kept: on standard output, which the daemon sends to its log file.
     const char *setting = av_getv(record, as_get_attr(AS_WHEN_TO_NOTIFY));
     if (!setting) {
         printf("UI_NOTIFY_ON not in list for %s\n", record->key);
@@ -50,7 +51,8 @@ int notify(const av_list_t *record, const char *subject, const char *message, in
     }
     char wanted[3072];
     snprintf(wanted, sizeof wanted, "%s", setting);
-    // Kept: found anywhere in the text, so "never" holds beside others and any separator will do.
+    // Kept: a search in the text, not in a list: "never" beside other events still means never, and any
+    // separator between events works.
     if (strstr(wanted, "never")) {
         trprintf("notify:  '%s' does not want to be notified.\n", record->key);
         return 1;
@@ -65,19 +67,20 @@ int notify(const av_list_t *record, const char *subject, const char *message, in
             trprintf("notify:  Notification for '%s' not found in '%s'.\n", name, wanted);
             return 1;
         }
-        // Kept: who did not ask for these is told all the same, as of a failure.
+        // Kept: a user who did not ask for incoming_failures_only is notified anyway, as for fax_failures.
         event = IV_WHEN_TO_NOTIFY_FAX_FAILURES;
         name = as_get_value_string(AS_WHEN_TO_NOTIFY, event);
     }
     trprintf("notify:  Notify %s of '%s' event.\n", record->key, name);
-    return tell(record, subject ? subject : "No subject.", message ? message : "No message.", event);
+    return notify_by_means(record, subject ? subject : "No subject.", message ? message : "No message.",
+                           event);
 }
 
-// Why the registry gave no record of that user.
+// Traces, and if need be logs, why the registry returned no record for the user.
 static void report_missing_record(const char *user_name)
 {
     const err_t *error = regd_error();
-    if (!error) {
+    if (!error) {  // Kept: traced like an error without a text, on three lines
         trprintf("regd_get_ui_entry failed: [%s].\n", "");
         trprintf("    Major error:    %d.\n", 0);
         trprintf("    Minor error:    %d.\n", 0);
@@ -105,7 +108,8 @@ int notify_uname(const char *user_name, const char *subject, const char *message
     }
     int result = 0;
     if (const av_list_t *found = regd_get_ui_entry(registry, regd_credentials(), user_name)) {
-        av_list_ptr record(av_copy(found));  // mailing asks the registry too
+        // A copy: mailing asks the registry for the sender, and the reply replaces this one.
+        av_list_ptr record(av_copy(found));
         if (record)
             result = notify(record.get(), subject, message, event);
     } else {

@@ -1,8 +1,7 @@
-// Encodes the fax into a file, counts, and only then writes the message.
+// Encodes the fax into a file, counts its lines and bytes, and only then writes the message.
 #include "deliver/sun_mail.h"
 
 #include <sys/param.h>
-#include <unistd.h>
 
 #include <algorithm>
 #include <cerrno>
@@ -13,6 +12,7 @@
 #include "deliver/mail_agent.h"
 #include "deliver/mail_encoding.h"
 #include "disk/files.h"
+#include "disk/scratch_file.h"
 #include "log/exception_log.h"
 #include "log/log_and_trace.h"
 #include "util/empty_format.h"
@@ -32,22 +32,6 @@ struct length_t {
     length_t operator+(const length_t &other) const { return {lines + other.lines, bytes + other.bytes}; }
 };
 
-// The encoded fax: a file of the work directory, gone with its owner.
-struct encoded_fax {
-    encoded_fax() = default;
-    encoded_fax(const encoded_fax &) = delete;
-    encoded_fax &operator=(const encoded_fax &) = delete;
-    ~encoded_fax()
-    {
-        if (made)
-            unlink(path);
-    }
-
-    char path[MAXPATHLEN] = "";
-    bool made = false;
-    file_ptr stream;
-};
-
 }  // namespace
 
 static length_t get_message_length(const char *text, size_t bytes)
@@ -60,27 +44,29 @@ static length_t get_message_length(const char *text)
     return get_message_length(text, strlen(text));
 }
 
-static bool make_file(encoded_fax *encoded)
+// Creates the file for the encoded fax in the work directory, open for reading and writing.
+static file_ptr make_file(scratch_file *scratch)
 {
-    unique_fd fd(unique_file("FDM.", encoded->path));
-    encoded->made = static_cast<bool>(fd);
-    if (!*encoded->path)
+    std::string path(MAXPATHLEN, '\0');
+    unique_fd fd(unique_file("FDM.", path.data()));
+    if (!path[0])
         log_and_trace({ELOG_WARNING, ELOG_FILE}, "sun_mail_fax: tempnam failed: %s\n", strerror(errno));
     else if (!fd)
-        log_and_trace({ELOG_WARNING, ELOG_FILE}, "sun_mail_fax: failed to open '%s': %s\n", encoded->path,
+        log_and_trace({ELOG_WARNING, ELOG_FILE}, "sun_mail_fax: failed to open '%s': %s\n", path.c_str(),
                       strerror(errno));
     if (!fd)
-        return false;
-    encoded->stream.reset(fdopen(fd.get(), "w+b"));
-    if (encoded->stream)
+        return nullptr;
+    *scratch = scratch_file(std::move(path));
+    file_ptr file(fdopen(fd.get(), "w+b"));
+    if (file)
         fd.release();
     else
         log_and_trace({ELOG_WARNING, ELOG_FILE}, "sun_mail_fax: fdopen failed: %s\n", strerror(errno));
-    return encoded->stream != nullptr;
+    return file;
 }
 
-// Puts the encoded fax into the file. A file that could not take it all is as bad as a fax that could not be
-// read.
+// Writes the encoded fax to the file. If the file could not take all of it, nothing is mailed, as if the fax
+// could not be read.
 static bool encode(const char *fax_path, FILE *out)
 {
     file_ptr fax(fopen(fax_path, "rbe"));
@@ -125,7 +111,8 @@ static length_t count(FILE *in)
     return length;
 }
 
-static void write_all(FILE *in, FILE *out)
+// Stops quietly if the agent no longer reads; its exit status is logged.
+static void copy_all(FILE *in, FILE *out)
 {
     char piece[8192];
     for (size_t n; (n = fread(piece, 1, sizeof piece, in)) > 0;)
@@ -178,18 +165,21 @@ int sun_mail_fax(const char *address, const char *subject, const char *text, con
     text = text ? text : "";
     fax_path = fax_path ? fax_path : "";
 
-    encoded_fax encoded;
-    if (!make_file(&encoded) || !encode(fax_path, encoded.stream.get()) || !rewind_file(encoded.stream.get()))
+    // The sizes of what follows are in the headers, so the fax is encoded first and counted.
+    scratch_file scratch;
+    file_ptr encoded = make_file(&scratch);
+    if (!encoded || !encode(fax_path, encoded.get()) || !rewind_file(encoded.get()))
         return -1;
-    length_t fax_length = count(encoded.stream.get()), text_length = get_message_length(text);
-    if (!is_sound(encoded.stream.get(), address) || !rewind_file(encoded.stream.get()))
+    const length_t fax_length = count(encoded.get()), text_length = get_message_length(text);
+    if (!is_sound(encoded.get(), address) || !rewind_file(encoded.get()))
         return -1;
-    c_string before_text = text_header(text_length);
-    c_string before_fax = before_text ? fax_header(data_type, last_component(fax_path), fax_length) : nullptr;
+    const c_string before_text = text_header(text_length);
+    const c_string before_fax =
+        before_text ? fax_header(data_type, last_component(fax_path), fax_length) : nullptr;
     if (!before_fax)
         return -1;
-    length_t total = text_length + fax_length + get_message_length(before_text.get()) +
-                     get_message_length(before_fax.get());
+    const length_t total = text_length + fax_length + get_message_length(before_text.get()) +
+                           get_message_length(before_fax.get());
 
     const std::string sender = header_value(mail_get_mail_from());
     mail_agent agent("sun_mail_fax", address);
@@ -199,13 +189,14 @@ int sun_mail_fax(const char *address, const char *subject, const char *text, con
                              agent.command(), strerror(agent.error()));
     fprintf(out, "From: %s\nSubject: %s\nContent-Type: X-sun-attachment\nX-Lines: %d\nContent-Length: %d\n",
             sender.c_str(), header_value(subject).c_str(), total.lines, total.bytes);
-    // Kept: the text passes as a format, and is counted as it was before that.
+    // Kept: the text is printed as a format, but its lines and bytes are counted before that: users who wrote
+    // "%%" into their texts for this form get "%".
     fprintf(out, "\n%s\n%s%s\n", before_text.get(), print_empty_format(text).c_str(), before_fax.get());
-    write_all(encoded.stream.get(), out);
+    copy_all(encoded.get(), out);
 
-    if (!is_sound(encoded.stream.get(), address))
+    if (!is_sound(encoded.get(), address))
         return -1;
-    if (fclose(encoded.stream.release()) != 0)
+    if (fclose(encoded.release()) != 0)
         return log_and_trace({ELOG_WARNING, ELOG_FILE}, "sun_mail_fax: Can't send mail to [%s]: fclose->%s\n",
                              address, strerror(errno));
     return 1;
