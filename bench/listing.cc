@@ -263,16 +263,17 @@ static void bench_configuration(int n)
             if (stat((path + "/user" + std::to_string(i)).c_str(), &st) < 0)
                 fail("stat");
     };
+    user_info = user_path.data();
+    modem_info = modem_path.data();
     auto load = [&] {
-        if (!update_lists(&users, &incoming, &User_list, user_path.c_str(), modem_path.c_str()) ||
-            users.by_name.size() < static_cast<size_t>(n))
+        if (!update_lists() || users.by_name.size() < static_cast<size_t>(n))
             _exit(1);
     };
     print_row("user list, first load", n,
               compare(
                   bare, [] {}, load));
     auto reload = [&] {
-        if (!reload_lists(&users, &incoming, &User_list, user_path.c_str(), modem_path.c_str()))
+        if (!reload_lists())
             _exit(1);
     };
     print_row("user list, loaded again", n, compare(bare, load, reload));

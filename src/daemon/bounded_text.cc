@@ -1,11 +1,11 @@
-// Messages of bounded length.
+// Failures of a large group can exceed any buffer: the message is cut visibly, never overflowed.
 #include "daemon/bounded_text.h"
 
 #include <cstring>
 
 namespace faxtray {
 
-static constexpr char Ellipsis[] = "...";
+static constexpr char ellipsis[] = "...";
 
 bounded_text::bounded_text(char *buffer, size_t size) : text_(buffer), size_(size)
 {
@@ -19,8 +19,9 @@ void bounded_text::append(const char *piece)
         memcpy(text_ + end_, piece, n);
         end_ += n - 1;
     } else if (room > 0) {
+        // Fill the buffer, then overwrite its end: the cut is the same wherever the piece began.
         memcpy(text_ + end_, piece, room);
-        memcpy(text_ + size_ - sizeof Ellipsis, Ellipsis, sizeof Ellipsis);
+        memcpy(text_ + size_ - sizeof ellipsis, ellipsis, sizeof ellipsis);
         end_ = size_;
     }
 }

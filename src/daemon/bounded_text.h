@@ -1,4 +1,4 @@
-// bounded_text: a message put together piece by piece in a buffer of fixed size.
+// bounded_text: a message assembled piece by piece in a buffer of fixed size.
 #pragma once
 
 #include <cstddef>
@@ -7,18 +7,19 @@ namespace faxtray {
 
 class bounded_text {
 public:
-    // Begins empty, in `size` bytes (at least 4) of the caller's; always terminated.
+    // Starts empty, in the caller's buffer of `size` bytes (at least 4). The text is always terminated.
     bounded_text(char *buffer, size_t size);
 
-    // The first piece that does not fit is cut, the text then ends in "...", and nothing more is taken.
+    // Appends `piece`. The first piece that does not fit is cut and the text ends in "..."; later pieces are
+    // ignored.
     void append(const char *piece);
 
-    void drop_last(char ch);  // when the text ends in it
+    void drop_last(char ch);  // removes the last character if it is `ch` and the text was not cut
 
 private:
     char *text_;
     size_t size_;
-    size_t end_ = 0;  // where the terminator stands; size_ when full
+    size_t end_ = 0;  // offset of the terminator; size_ once the text was cut
 };
 
 }  // namespace faxtray

@@ -1,5 +1,5 @@
-// Procedure 7: the checks, the choice between one recipient and a group, the deliveries, and the message
-// that tells which of them failed.
+// Procedure 7: the checks, the choice between one recipient and a group, the deliveries, and the reply, which
+// lists those that failed.
 #include "daemon/deliver_procedure.h"
 
 #include <cerrno>
@@ -23,78 +23,79 @@
 #include "util/settings.h"
 #include "util/text.h"
 #include "util/trace.h"
-#include "util/version_id.h"
 
 namespace faxtray {
 
-static constexpr char Here[] = "deliver_fax_1_svc";
-static constexpr int Log_and_stderr = ELOG_FILE | ELOG_STDERR;
-
-// How the last delivery went, in words: what deliver() said, or that there was no such recipient.
+// How the last delivery went, in words: deliver_fax()'s account, or that the recipient is not in the list.
 static char account[4096];
 
-// The checks. Each that fails makes `result` the error reply to return.
+// The checks. One that fails fills `result` with the error reply to send.
 
-static bool caller_forwards_for(const client_deliver_req_t &request, const char *inbox, in_res_t &result)
+// Like check_forwarder, with a message of its own. Kept: clients know this procedure by it.
+static bool check_forwards_for(const client_deliver_req_t &request, const char *inbox, in_res_t &result)
 {
-    if (caller_is_forwarder(request.pw, inbox, result))
+    if (check_forwarder(request.pw, inbox, result))
         return true;
     error_reply(result, IE_NOT_DF, 0, "Trayd: User \"%s\" is not DF for inbox \"%s\".",
                 shown(name_of(request.pw)), inbox);
-    trprintf("%s: %s\n", Here, buf);
+    trprintf("deliver_fax_1_svc: %s\n", buf);
     return false;
 }
 
-// The incoming inbox with its index, or null.
-static const user_node_t *loaded_inbox(const char *inbox, in_res_t &result)
+// The incoming inbox with that handle, its index loaded, or null.
+static const user_node_t *load_incoming(const char *inbox, in_res_t &result)
 {
     user_node_t *node = find_node(incoming, inbox);
-    if (node == nullptr) {
+    if (!node) {
         error_reply(result, IE_INVALID, 0, "Trayd: Invalid inbox name: [%s].", inbox);
-        trprintf("%s: %s\n", Here, buf);
+        trprintf("deliver_fax_1_svc: %s\n", buf);
         return nullptr;
     }
-    if (node->index == nullptr && !load_inbox(node)) {
-        trprintf("%s: load_inbox failed for for inbox \"%s\".\n", Here, inbox);
+    if (!node->index && !load_inbox(node)) {
+        // Kept: "for for"; those who search traces search for it.
+        trprintf("deliver_fax_1_svc: load_inbox failed for for inbox \"%s\".\n", inbox);
         error_reply(result, IE_STATE, 0, "Trayd: Can't update index.");
         return nullptr;
     }
     return node;
 }
 
-// Writes the full path of the fax, which can be read, into `path` of MAXPATHLEN bytes.
+// Writes the fax's path into `path`, of MAXPATHLEN bytes, and checks that the fax is readable.
 static bool find_fax(const user_node_t &node, faxid_t faxid, char *path, in_res_t &result)
 {
     const char *inbox = inbox_name(&node);
     const int id = static_cast<int>(faxid);
     const file_node_t *fax = get_file_node(node.index, faxid);
-    if (fax == nullptr) {
-        trprintf("%s: get_file_node failed for faxid \"%d\" in inbox \"%s\".\n", Here, id, inbox);
+    if (!fax) {
+        trprintf("deliver_fax_1_svc: get_file_node failed for faxid \"%d\" in inbox \"%s\".\n", id, inbox);
         error_reply(result, IE_INVALID, 0, "Trayd: Invalid fax id: %d", id);
         return false;
     }
-    errno = 0;
+    errno = 0;  // mk_path may refuse a name without a system call
     const char *made = mk_path(node.inbox, fax->name);
-    if (made == nullptr) {
+    if (!made) {
         const int error = errno;
-        trprintf("%s: mk_path failed for fax \"%s\" in inbox \"%s\".\n", Here, fax->name, inbox);
+        trprintf("deliver_fax_1_svc: mk_path failed for fax \"%s\" in inbox \"%s\".\n", fax->name, inbox);
+        // Kept: "Inbox:", unlike all other replies; clients tell it by that.
         error_reply(result, IE_SYSTEM, error, "Inbox: Invalid file path for fax id: %d", id);
         return false;
     }
-    snprintf(path, MAXPATHLEN, "%s", made);  // mk_path's own is soon another
+    snprintf(path, MAXPATHLEN, "%s", made);  // mk_path's static buffer is about to be overwritten
     if (!is_readable_file(path)) {
-        trprintf("%s: file \"%s\" corresponding to faxid \"%ld\" in inbox \"%s\" is unreadable.\n", Here,
-                 path, static_cast<long>(faxid), inbox);
+        trprintf(
+            "deliver_fax_1_svc: file \"%s\" corresponding to faxid \"%ld\" in inbox \"%s\" is unreadable.\n",
+            path, static_cast<long>(faxid), inbox);
         error_reply(result, IE_SYSTEM, EACCES, "Inbox: Fax id %d file \"%s\" unreadable.", id, path);
         return false;
     }
     return true;
 }
 
+// The whole string is one name: lists of names are only in group entries.
 static const av_list_t *find_recipient(const char *recipients, in_res_t &result)
 {
     const av_list_t *entry = recipients ? User_list.users.get(recipients) : nullptr;
-    if (entry == nullptr) {
+    if (!entry) {
         trprintf("deliver_fax_1_svc: invalid recipient: [%s].\n", shown(recipients));
         error_reply(result, IE_BAD_RECIPIENT, 0, "Trayd: Invalid recipient name: [%s].", shown(recipients));
     }
@@ -105,11 +106,11 @@ static const av_list_t *find_recipient(const char *recipients, in_res_t &result)
 
 namespace {
 
-// To one recipient, or to each member of a group.
+// What is to be sent: to one recipient, or to each member of a group.
 struct send_t {
     const char *names;  // comma-separated
     bool single;
-    int code;             // of the error reply, should one of them fail
+    int code;             // of the error reply if any delivery fails
     const char *message;  // how that reply begins
 };
 
@@ -125,8 +126,8 @@ static send_t choose_send(const av_list_t *entry, const char *recipients)
     return {recipients, true, IE_SEND_FAILED, "Trayd: Send failed for: "};
 }
 
-// Delivers to the recipient `entry` and tells whoever is to be told; true when that went well. Kept: a
-// problem fax that arrived counts as failed, and everybody is told so.
+// Delivers to the recipient `entry` and notifies those concerned; true on success. Kept: a problem fax counts
+// as failed although it arrived, and recipient and administrator are notified of a failure.
 static bool deliver_to(const av_list_t *entry, const char *name, const char *path)
 {
     static char destination[MAXPATHLEN];
@@ -137,14 +138,15 @@ static bool deliver_to(const av_list_t *entry, const char *name, const char *pat
         notify(entry, "faxtray: Fax delivered to you", account, IV_WHEN_TO_NOTIFY_FAX_INCOMING);
         return true;
     }
+    // Kept: the administrator of the user list; the registry's, who gets exceptions, may be another.
     static constexpr char unable[] = "faxtray: Unable to deliver your fax";
     notify(entry, unable, account, IV_WHEN_TO_NOTIFY_FAX_FAILURES);
     notify(User_list.users.get("admin"), unable, account, IV_WHEN_TO_NOTIFY_FAX_FAILURES);
-    elog_writef(SCCS_ID, __FILE__, __LINE__, ELOG_WARNING, Log_and_stderr, "%s -- deliver_fax->%d", account,
-                ret);
+    log_only({ELOG_WARNING, elog_file_and_stderr}, "%s -- deliver_fax->%d", account, ret);
     return false;
 }
 
+// Adds a failed recipient to the message; for a single send also the reason, of which there is only one.
 static void add_failure(bounded_text &message, const char *name, bool single)
 {
     message.append(name);
@@ -153,15 +155,15 @@ static void add_failure(bounded_text &message, const char *name, bool single)
         message.append(account);
 }
 
-// Serves one name; false when its delivery failed, which then stands in `message`.
+// Delivers to the user called `name`; false after adding a failure to `message`.
 static bool serve(const char *name, const char *path, bool single, bounded_text &message)
 {
     const av_list_t *entry = User_list.users.get(name);
-    if (entry == nullptr) {
-        add_failure(message, name, single);
+    if (!entry) {
+        add_failure(message, name, single);  // Kept: before `account` is written; it adds the previous text.
         snprintf(account, sizeof account, "deliver_fax_1_svc: '%s' not found in user list!\n", name);
-        log_and_trace({ELOG_WARNING, Log_and_stderr}, "deliver_fax_1_svc: '%s' not found in user list!\n",
-                      name);
+        log_and_trace({ELOG_WARNING, elog_file_and_stderr},
+                      "deliver_fax_1_svc: '%s' not found in user list!\n", name);
         return false;
     }
     if (deliver_to(entry, name, path))
@@ -171,8 +173,8 @@ static bool serve(const char *name, const char *path, bool single, bounded_text 
     return false;
 }
 
-// Kept: the reason stands twice in a single send's message, whole and as its first line.
-static void close_message(bounded_text &message, bool single)
+// Kept: a single send's message ends with the reason twice, whole and as its first line. Clients show it so.
+static void finish_message(bounded_text &message, bool single)
 {
     message.drop_last(',');
     if (!single)
@@ -192,17 +194,18 @@ static in_res_t *deliver(const send_t &send, const char *path, in_res_t &result)
     }
     const std::unique_ptr<char *, deleter<std::free>> names_owner(names);
 
-    account[0] = '\0';  // no word of an earlier request
+    account[0] = '\0';  // discards the text of an earlier request
     bounded_text message(buf, sizeof buf);
     message.append(send.message);
     bool failed = false;
-    note_begin();                    // one for all of a group, since a note costs a write to the disk
+    // One note for a whole group, since each costs a write to the disk.
+    note_begin();
     for (int i = 0; i < count; i++)  // one failure does not stop the others
         failed |= !serve(names[i], path, send.single, message);
     note_end();
     if (!failed)
         return reply(result, RES_DELIVER);
-    close_message(message, send.single);
+    finish_message(message, send.single);
     return error_reply(result, err_t{send.code, 0, buf});
 }
 
@@ -210,24 +213,24 @@ in_res_t *deliver_fax_1_svc(client_deliver_req_t *request, svc_req *) noexcept
 {
     static in_res_t result;
     static char path[MAXPATHLEN];
-    const char *inbox = request->inbox ? request->inbox : "";  // a handle that is not there matches none
+    const char *inbox = request->inbox ? request->inbox : "";  // "" is no inbox's handle
     trprintf("deliver_fax_1_svc request from inbox \"%s\" to \"%s\" by DF \"%s\".\n", shown(request->inbox),
              shown(request->recipients), shown(name_of(request->pw)));
     if (Regd_challenged) {
         trprintf("deliver_fax_1_svc requires faxregd.\n");
-        return reply(result, RES_DELIVER);  // Kept: old clients read it as success.
+        return reply(result, RES_DELIVER);  // Kept: old clients read this as success.
     }
-    if (!lists_are_current(result)) {
+    if (!refresh_lists(result)) {
         trprintf("deliver_fax_1_svc: update_lists failed.\n");
         return &result;
     }
-    if (!caller_is_valid(request->pw, result) || !caller_forwards_for(*request, inbox, result))
+    if (!check_caller(request->pw, result) || !check_forwards_for(*request, inbox, result))
         return &result;
-    const user_node_t *node = loaded_inbox(inbox, result);
-    if (node == nullptr || !find_fax(*node, request->faxid, path, result))
+    const user_node_t *node = load_incoming(inbox, result);
+    if (!node || !find_fax(*node, request->faxid, path, result))
         return &result;
     const av_list_t *entry = find_recipient(request->recipients, result);
-    if (entry == nullptr)
+    if (!entry)
         return &result;
     return deliver(choose_send(entry, request->recipients), path, result);
 }

@@ -1,7 +1,7 @@
-// deliver_procedure: a forwarder hands a fax of an incoming inbox to a user or to a group.
+// deliver_procedure: a forwarder sends a fax of an incoming inbox to a user or to a group.
 //
-// The fax stays where it is; removing it is the forwarder's own request. The one thread serves nobody
-// else until every recipient has had its turn.
+// The fax stays where it is; the forwarder removes it by a request of its own. While a delivery runs, no
+// other request is served.
 #pragma once
 
 #include <rpc/rpc.h>

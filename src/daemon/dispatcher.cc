@@ -1,4 +1,4 @@
-// The table of procedures, and the one way through which every call goes.
+// The table of procedures, and the steps that every call goes through.
 #include "daemon/dispatcher.h"
 
 #include <syslog.h>
@@ -8,7 +8,7 @@
 #include <iterator>
 
 #include "daemon/deliver_procedure.h"
-#include "daemon/delivery_procedures.h"
+#include "daemon/forwarder_procedures.h"
 #include "daemon/retrieval_procedures.h"
 #include "daemon/status_procedures.h"
 #include "protocol/xdr_records.h"
@@ -18,11 +18,13 @@ namespace faxtray {
 
 namespace {
 
+// How a procedure's argument is decoded, and the function that answers it.
 struct procedure_t {
     xdrproc_t xdr_argument;
     in_res_t *(*body)(void *argument, svc_req *request);
 };
 
+// A table row. The types are checked here, once; from then on arguments are void pointers, as libtirpc wants.
 template <class Record, bool_t (*Xdr)(XDR *, Record *) noexcept,
           in_res_t *(*Body)(Record *, svc_req *) noexcept>
 procedure_t takes()
@@ -31,7 +33,8 @@ procedure_t takes()
             [](void *argument, svc_req *request) { return Body(static_cast<Record *>(argument), request); }};
 }
 
-// Some procedures take the caller's identity alone, which may be absent: they get null then.
+// The row of a procedure that takes only the caller's identity. It may be absent; the procedure then gets
+// null.
 template <in_res_t *(*Body)(pw_req_t *, svc_req *) noexcept>
 in_res_t *of_identity(pw_req_t **pw, svc_req *request) noexcept
 {
@@ -42,7 +45,7 @@ template <in_res_t *(*Body)(pw_req_t *, svc_req *) noexcept> procedure_t takes_i
     return takes<pw_req_t *, xdr_identity, of_identity<Body>>();
 }
 
-// Large enough for every argument in the table.
+// Memory for any argument in the table; only its size and alignment matter.
 union argument_t {
     pw_req_t *identity;
     index_req_t index;
@@ -58,10 +61,11 @@ union argument_t {
 
 }  // namespace
 
-// xdr_void takes no arguments at all, which is why it is cast by way of a function of any kind.
+// libtirpc declares xdr_void() without parameters; the cast through void (*)() keeps -Wcast-function-type
+// quiet.
 static const xdrproc_t no_data = reinterpret_cast<xdrproc_t>(reinterpret_cast<void (*)()>(xdr_void));
 
-// Indexed by procedure number; 0 is answered without.
+// Indexed by procedure number. Procedure 0 is answered before the table is used.
 static const procedure_t procedures[] = {
     {nullptr, nullptr},
     {no_data, trayd_rev_1_svc},
@@ -90,7 +94,8 @@ void _msgout(const char *text)
     syslog(LOG_ERR, "%s", text);
 }
 
-// Sends `result`. When that fails for another reason than the connection's end, the client is told.
+// Sends `result`. If it cannot be encoded, the client gets an RPC error reply; on a dead connection there is
+// nobody to send one to.
 static void send_result(SVCXPRT *transport, in_res_t *result)
 {
     if (!svc_sendreply(transport, reinterpret_cast<xdrproc_t>(xdr_in_res_t), result) &&
@@ -110,15 +115,18 @@ void in_prog_1(svc_req *request, SVCXPRT *transport) noexcept
     }
     const procedure_t &procedure = procedures[request->rq_proc];
 
+    // All zero, so that svc_freeargs frees only what was decoded.
     argument_t argument;
     memset(&argument, 0, sizeof argument);
     if (!svc_getargs(transport, procedure.xdr_argument, &argument)) {
         svcerr_decode(transport);
-        svc_freeargs(transport, procedure.xdr_argument, &argument);  // what was decoded up to the fault
+        // libtirpc does not free the part that was decoded before the error.
+        svc_freeargs(transport, procedure.xdr_argument, &argument);
         return;
     }
     in_res_t *result = procedure.body(&argument, request);
-    regd_forget_timeout();  // the next request may ask the registry again
+    // A registry that hangs is waited for once a request; the next request asks it again.
+    regd_forget_timeout();
     if (result)
         send_result(transport, result);
     if (!svc_freeargs(transport, procedure.xdr_argument, &argument)) {

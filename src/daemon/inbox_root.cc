@@ -1,4 +1,4 @@
-// Makes sure that the delivery root directory exists.
+// Without this directory no inbox can be created; a new installation need not provide it.
 #include "daemon/inbox_root.h"
 
 #include <sys/stat.h>
@@ -9,9 +9,11 @@
 
 #include "util/owned.h"
 #include "util/paths.h"
+#include "util/text.h"
 
 namespace faxtray {
 
+// The entry with exactly that key. Kept: not av_get with munged_strcmp, so "[Default]" is no default here.
 static const av_list_t *find_exact(const av_list_t *table, const char *key)
 {
     while (table && strcmp(table->key, key) != 0)
@@ -22,14 +24,13 @@ static const av_list_t *find_exact(const av_list_t *table, const char *key)
 int mk_inbox_root(const av_list_t *metausers)
 {
     const av_list_t *defaults = find_exact(metausers, "default");
-    if (defaults == nullptr) {
+    if (!defaults) {
         fprintf(stderr, "mk_inbox_root: Missing or invalid \"%s\" metauser.\n", "default");
         return ROOT_MISSING;
     }
     const char *value = av_getv(defaults, "delivery_dir_root");
-    if (value == nullptr || value[0] == '\0') {
-        fprintf(stderr, "mk_inbox_root: Missing or invalid %s value: [%s].\n", "default",
-                value ? value : "(null)");
+    if (is_empty(value)) {
+        fprintf(stderr, "mk_inbox_root: Missing or invalid %s value: [%s].\n", "default", shown(value));
         return ROOT_MISSING;
     }
     const c_string path(mkpath(value));
@@ -38,9 +39,11 @@ int mk_inbox_root(const av_list_t *metausers)
         return ROOT_MISSING;
     }
 
+    // mkdir first and stat only if something exists there: no other process can slip in between.
     if (mkdir(path.get(), 0755) == 0)
         return ROOT_MADE;
     if (errno != EEXIST) {
+        // Kept: it says mkpath where mkdir failed; administrators search logs for the text as it is.
         fprintf(stderr, "mk_inbox_root: mkpath failed: Can't create inbox root: %s.\n", strerror(errno));
         return ROOT_MISSING;
     }

@@ -1,8 +1,7 @@
 // faxtrayd: start-up, from the command line to the service loop.
 //
-// Ends with status 10 when it cannot start, 1 without a network layer. Messages go to standard error,
-// which becomes the log file on the way.
-#include <dirent.h>
+// Exits with status 10 when it cannot start. Messages go to standard error, which on the way is replaced by
+// the log file.
 #include <fcntl.h>
 #include <sys/resource.h>
 #include <sys/select.h>
@@ -15,41 +14,33 @@
 #include <cstdlib>
 #include <cstring>
 
+#include "daemon/dispatcher.h"
 #include "daemon/inbox_root.h"
 #include "daemon/options.h"
-#include "daemon/service_loop.h"
 #include "daemon/signals.h"
 #include "deliver/admin_notice.h"
 #include "disk/work_note.h"
 #include "inbox/inbox_lists.h"
 #include "log/exception_log.h"
+#include "log/log_and_trace.h"
 #include "protocol/records.h"
 #include "registry/regd_client.h"
+#include "rpc/rpc_service.h"
 #include "rpc/timed_client.h"
 #include "util/child_process.h"
-#include "util/owned.h"
 #include "util/settings.h"
 #include "util/trace.h"
 #include "util/version_id.h"
 
 namespace faxtray {
 
-static constexpr int Start_up_failure = 10;
-
-// ONC RPC needs nothing raised or taken down on this platform.
-static bool raise_rpc()
-{
-    return true;
-}
-
-static void down_rpc() {}
+static constexpr int start_up_failure = 10;  // exit status
 
 // Runs at exit. The port mapper's entry stays: the next start replaces it.
 static void cleanup()
 {
     dump_list(&users);
     dump_list(&incoming);
-    down_rpc();
 }
 
 static int print_revision()
@@ -60,6 +51,7 @@ static int print_revision()
     return 0;
 }
 
+// Makes sure that options.log_file has a name.
 static bool name_log_file(options_t &options)
 {
     if (options.log_file)
@@ -72,21 +64,7 @@ static bool name_log_file(options_t &options)
     return static_cast<bool>(options.log_file);
 }
 
-static void close_listed_descriptors()
-{
-    const dir_ptr dir(opendir("/proc/self/fd"));
-    if (!dir)
-        return;
-    while (const dirent *entry = readdir(dir.get())) {
-        const int fd = static_cast<int>(strtol(entry->d_name, nullptr, 10));
-        if (entry->d_name[0] != '.' && fd != STDERR_FILENO && fd != dirfd(dir.get()))
-            close(fd);
-    }
-}
-
-// Closes every descriptor but standard error, on which start-up still reports. The limit may stand at
-// 2^30, so they are not closed one by one. Children get the limit as it was; our own goes down to what
-// select() can hold.
+// Closes every descriptor but standard error, on which start-up still reports.
 static bool close_descriptors()
 {
     const long n = sysconf(_SC_OPEN_MAX);
@@ -94,9 +72,11 @@ static bool close_descriptors()
         fprintf(stderr, "%s: Not enough file descriptors: [%d]\n", Program, static_cast<int>(n));
         return false;
     }
-    if (close_range(0, 1, 0) != 0 || close_range(3, ~0U, 0) != 0)
-        close_listed_descriptors();
+    close(STDIN_FILENO);
+    close(STDOUT_FILENO);
+    close_descriptors_from(STDERR_FILENO + 1);  // not one by one: the limit may be 2^30
 
+    // Children get the limit as it was; our own is lowered to what select() can hold.
     struct rlimit limit;
     if (getrlimit(RLIMIT_NOFILE, &limit) == 0) {
         child_set_limit(limit);
@@ -106,7 +86,8 @@ static bool close_descriptors()
     return true;
 }
 
-// Standard output becomes the log file, standard input empty: no socket may ever get number 0.
+// Makes the log file standard output, and /dev/null standard input, so that no socket ever gets number 0,
+// which children would read from.
 static bool open_log(const char *path)
 {
     [[maybe_unused]] const int empty_input = open("/dev/null", O_RDWR);
@@ -115,12 +96,14 @@ static bool open_log(const char *path)
         fprintf(stderr, "%s: cv_open(%s): %s\n", Program, path, strerror(errno));
         return false;
     }
+    // Usually open() has returned 1 already, since 0 and 1 were closed.
     if (log != STDOUT_FILENO)
         dup2(log, STDOUT_FILENO);
     setvbuf(stdout, nullptr, _IOLBF, 0);
     return true;
 }
 
+// The daemon runs without a trace if it cannot have one.
 static void start_tracing()
 {
     if (!tr_init(Exec_dir, dvWork_dir))
@@ -137,8 +120,9 @@ static void start_exception_log()
     admin_notice_init();
 }
 
-// The host's own name may not resolve, or not to an IPv4 address; then "localhost" tells.
-static bool is_only_instance()
+// False, with a message, if a faxtrayd answers on this host. The host's own name may not resolve, or not to
+// an IPv4 address, so "localhost" is asked too.
+static bool check_only_instance()
 {
     struct utsname host;
     if (uname(&host) < 0) {
@@ -151,9 +135,10 @@ static bool is_only_instance()
     return false;
 }
 
+// Returns in the child only.
 static bool go_into_background()
 {
-    fflush(nullptr);
+    fflush(nullptr);  // or parent and child would both write what is buffered
     const pid_t child = fork();
     if (child < 0) {
         fprintf(stderr, "%s: fork(): %s\n", Program, strerror(errno));
@@ -172,48 +157,69 @@ static bool leave_terminal()
     return false;
 }
 
+// The inbox program as a service. It has no largest request: one with absurdly long names is answered with an
+// error, not with a closed connection.
+static rpc_service_t inbox_service()
+{
+    return {.program = IN_PROG,
+            .version = IN_VERS,
+            .dispatch = in_prog_1,
+            .largest_reply = MAX_READ_SIZE,
+            .largest_request = 0,
+            .local = false,
+            .wake_fd = signals_fd(),
+            .wake_pending = signals_pending,
+            .wake = signals_handle};
+}
+
 static bool start_service()
 {
-    if (create_service())
+    if (rpc_service_create(inbox_service()))
         return true;
     fprintf(stderr, "%s: Can't create service: %s\n", Program, strerror(errno));
     return false;
 }
 
-static constexpr int Log_and_stderr = ELOG_FILE | ELOG_STDERR;
+static void cv_svc_run()
+{
+    rpc_service_run(inbox_service());
+    fprintf(stderr, "cv_svc_run: select: %s\n", strerror(EBADF));
+}
 
 static void note_list_problem()
 {
-    elog_writef(SCCS_ID, __FILE__, __LINE__, ELOG_WARNING, Log_and_stderr, "Problem creating inbox lists.\n");
+    log_only({ELOG_WARNING, elog_file_and_stderr}, "Problem creating inbox lists.\n");
 }
 
-// Failures are noted only; later requests try again.
+// Failures are only logged: the daemon serves as well as it can, and every request tries again.
 static void load_lists()
 {
-    if (!update_lists(&users, &incoming, &User_list, user_info, modem_info))
+    if (!update_lists())
         note_list_problem();
     const int root = mk_inbox_root(User_list.metausers.head());
     if (root == ROOT_MISSING)
-        elog_writef(SCCS_ID, __FILE__, __LINE__, ELOG_WARNING, Log_and_stderr,
-                    "Problem creating faxtray root.\n");
-    // A first start makes the delivery root after the lists, too late for the inboxes below it.
-    if (root == ROOT_MADE && !reload_lists(&users, &incoming, &User_list, user_info, modem_info))
+        log_only({ELOG_WARNING, elog_file_and_stderr}, "Problem creating faxtray root.\n");
+    // The root's name is in the user list, so on a new installation it is created after the lists, and too
+    // late for the inboxes below it. Load the lists again.
+    if (root == ROOT_MADE && !reload_lists())
         note_list_problem();
+    // What was logged may have asked the registry; the first request asks it again.
     regd_forget_timeout();
 }
 
-// Start-up after the command line, in an order that matters: standard error stays the caller's until
-// all that may go wrong before the service is made has been told. Returns only when it failed or the
-// service has ended.
+// Start-up after the command line. The order matters: standard error stays the caller's until everything that
+// may fail before the service exists has been reported. Returns only when start-up failed or the service has
+// ended.
 static void run(options_t &options)
 {
     if (!name_log_file(options) || !close_descriptors() || !open_log(options.log_file.get()))
         return;
     start_tracing();
     start_exception_log();
-    if (!is_only_instance())
+    if (!check_only_instance())
         return;
 
+    // The handlers come first: until setsid() the terminal may send SIGHUP.
     if (!options.foreground && !go_into_background())
         return;
     if (!signals_init(Debug)) {
@@ -224,7 +230,7 @@ static void run(options_t &options)
         return;
     dup2(STDOUT_FILENO, STDERR_FILENO);
 
-    note_recover();  // no other faxtrayd runs whose note this could be
+    note_recover();  // safe: check_only_instance() has shown that no other faxtrayd is writing notes
     if (!start_service())
         return;
     if (atexit(cleanup) != 0)
@@ -237,7 +243,7 @@ static void run(options_t &options)
     fprintf(stderr, "%s: Service exited\n", Program);
 }
 
-// The whole program; the exit status.
+// The whole program; returns the exit status.
 static int faxtrayd(int argc, char *argv[])
 {
     if (argc > 0)
@@ -247,13 +253,8 @@ static int faxtrayd(int argc, char *argv[])
     options_t options = parse_options(argc, argv);
     if (options.exit_status >= 0)
         return options.exit_status;
-    if (!raise_rpc()) {
-        fprintf(stderr, "%s: Failed to initialize network.\n", Program);
-        return 1;
-    }
     run(options);
-    down_rpc();
-    return Start_up_failure;
+    return start_up_failure;
 }
 
 }  // namespace faxtray

@@ -1,4 +1,5 @@
-// The command line: which letters there are, what each sets, and what is said of a wrong one.
+// getopt splits the command line; which values count as missing is decided here: in "-M -U users" that of -M
+// is, while getopt would take "-U" for it.
 #include "daemon/options.h"
 
 #include <getopt.h>
@@ -15,15 +16,15 @@
 namespace faxtray {
 
 static constexpr char Options[] = "DR:M:U:L:W:bd:fhil:";
-static constexpr char Value_options[] = "MURlWd";  // those that refuse to go without their value
-static constexpr int32_t Default_slop = 60;
-static constexpr int Start_up_failure = 10;
+static constexpr char value_options[] = "MURlWd";  // options that require an argument; -L may lack its own
+static constexpr int32_t default_slop = 60;
+static constexpr int start_up_failure = 10;  // exit status
 
 void pusage(FILE *stream)
 {
     fprintf(stream, "Faxtrayd version: %s.\n", SCCS_ID);
     fputs("Usage:\n", stream);
-    // Kept: the stray "n"; clients of the usage text compare it.
+    // Kept: the stray "n"; installation scripts compare the usage text.
     fputs("faxtrayd [-Dbfhi] [-M modems] [-U users] [-d delay] [-l log-file]n\n", stream);
     fputs("Options:\n", stream);
     fputs("    -D            Debugging mode.\n", stream);
@@ -37,13 +38,14 @@ void pusage(FILE *stream)
     fputs("    -l log-file   Specify log file.\n", stream);
 }
 
+// strchr would also find the terminator.
 static bool is_one_of(const char *letters, int letter)
 {
     return letter != '\0' && strchr(letters, letter) != nullptr;
 }
 
-// True when `text` begins with a number, as scanf's "%d" reads one; out of int's range counts as
-// negative, so that it is refused.
+// True when `text` begins with a number, as scanf's "%d" reads one, which leaves numbers out of int's range
+// undefined. Here they become -1, which callers refuse.
 static bool scan_number(const char *text, int32_t *number)
 {
     char *end;
@@ -53,7 +55,8 @@ static bool scan_number(const char *text, int32_t *number)
     return end != text;
 }
 
-// A value that looks like the next option is one left out, but for a negative delay.
+// Whether `value` is really the next option, so that the value of `letter` is missing. A negative delay is
+// reported as a bad delay instead.
 static bool is_missing(int letter, const char *value)
 {
     int32_t number;
@@ -78,7 +81,7 @@ static void report_missing(int letter)
     case 'd':
         fprintf(stderr, "%s: Missing arg for -d\n", Program);
         break;
-    default:  // Kept: -l is called -p here.
+    default:  // Kept: -l is called -p here, as in the manual page.
         fprintf(stderr, "%s: Missing arg for -p\n", Program);
         break;
     }
@@ -92,12 +95,12 @@ static c_string copy_value(const char *value)
     return copied;
 }
 
-// Replaces a path of util/settings by a copy of `value`.
+// Stores a copy of `value` in a path of util/settings; the last of several options counts.
 static void set_path(char *&setting, const char *value, options_t &options)
 {
     c_string copied = copy_value(value);
     if (!copied) {
-        options.exit_status = 0;  // Kept: 0, where -l gives 10.
+        options.exit_status = 0;  // Kept: 0, where -l exits with 10; start scripts look at the status.
         return;
     }
     free(setting);
@@ -109,10 +112,10 @@ static void set_delay(const char *value)
     if (scan_number(value, &Update_slop) && Update_slop >= 0)
         return;
     fprintf(stderr, "%s: Bad delay: [%s].\n", Program, value);
-    Update_slop = Default_slop;
+    Update_slop = default_slop;
 }
 
-// What one option sets; `value` is "" where there is none.
+// Carries out one option; `value` is "" where there is none.
 static void take_option(int letter, const char *value, options_t &options)
 {
     switch (letter) {
@@ -125,7 +128,7 @@ static void take_option(int letter, const char *value, options_t &options)
     case 'U':
         set_path(user_info, value, options);
         break;
-    case 'R':  // accepted for old start scripts, and not used
+    case 'R':  // accepted from old start scripts and not used
         if (!copy_value(value))
             options.exit_status = 0;
         break;
@@ -149,14 +152,14 @@ static void take_option(int letter, const char *value, options_t &options)
         pusage(stdout);
         options.exit_status = 0;
         break;
-    case 'i':
+    case 'i':  // accepted; there is no saved state to initialize
         break;
     case 'l':
         options.log_file = copy_value(value);
         if (!options.log_file)
-            options.exit_status = Start_up_failure;
+            options.exit_status = start_up_failure;
         break;
-    default:
+    default:  // unknown: not fatal, so that a newer start script still starts an older daemon
         fprintf(stderr, "%s: Warning: %s may be out of date\n", Program, Program);
         break;
     }
@@ -165,20 +168,21 @@ static void take_option(int letter, const char *value, options_t &options)
 options_t parse_options(int argc, char *argv[]) noexcept
 {
     options_t options;
-    opterr = 0;
-    optind = 0;  // glibc: start afresh
+    opterr = 0;  // getopt prints nothing
+    optind = 0;  // glibc: starts over, also amid a group of letters
     int letter;
     while (options.exit_status < 0 && (letter = getopt(argc, argv, Options)) != -1) {
-        // getopt says "?" of an unknown letter and of a known one whose value the line ends without.
-        const bool cut_off = letter == '?' && (is_one_of(Value_options, optopt) || optopt == 'L');
+        // getopt returns '?' both for an unknown letter and for a known one that lacks its argument.
+        const bool cut_off = letter == '?' && (is_one_of(value_options, optopt) || optopt == 'L');
         if (cut_off)
             letter = optopt;
         const char *value = optarg ? optarg : "";
 
-        const bool wants_value = is_one_of(Value_options, letter);
+        // An empty value of these counts as the option not being there.
+        const bool wants_value = is_one_of(value_options, letter);
         if (wants_value && (cut_off || is_missing(letter, value))) {
             report_missing(letter);
-            options.exit_status = Start_up_failure;
+            options.exit_status = start_up_failure;
         } else if (!wants_value || value[0] != '\0') {
             take_option(letter, value, options);
         }

@@ -10,13 +10,13 @@ namespace faxtray {
 struct options_t {
     bool foreground = false;  // -f
     c_string log_file;        // -l; null: the default in the work directory
-    int exit_status = -1;     // the status to end with at once, or -1 to go on
+    int exit_status = -1;     // the status to exit with at once, or -1 to go on
 };
 
-// Reads the command line with getopt. What other rooms read goes into util/settings; messages go to
-// standard error, those of -h to standard output. May be called again.
+// Parses the command line with getopt. Settings that other rooms read are stored in util/settings; messages
+// go to standard error, the usage text of -h to standard output. May be called more than once.
 options_t parse_options(int argc, char *argv[]) noexcept;
 
-void pusage(FILE *stream);
+void pusage(FILE *stream);  // writes the usage text
 
 }  // namespace faxtray

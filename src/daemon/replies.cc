@@ -1,4 +1,5 @@
-// Result records and the shared message buffer.
+// One buffer serves all error messages: requests are handled one at a time, and a reply is sent before the
+// next one is filled.
 #include "daemon/replies.h"
 
 #include <cstdarg>

@@ -1,11 +1,10 @@
-// The checks common to all procedures: lists, caller, forwarder.
+// The checks themselves are in inbox/; here their refusals become replies.
 #include "daemon/request_checks.h"
 
 #include "daemon/replies.h"
 #include "inbox/caller.h"
 #include "inbox/forwarders.h"
 #include "inbox/inbox_lists.h"
-#include "util/settings.h"
 
 namespace faxtray {
 
@@ -14,15 +13,15 @@ const char *name_of(const pw_req_t *pw)
     return pw ? pw->user : nullptr;
 }
 
-bool lists_are_current(in_res_t &result)
+bool refresh_lists(in_res_t &result)
 {
-    if (update_lists(&users, &incoming, &User_list, user_info, modem_info))
+    if (update_lists())
         return true;
     error_reply(result, IE_STATE, 0, "Trayd: Can't update user info.");
     return false;
 }
 
-bool caller_is_valid(const pw_req_t *pw, in_res_t &result)
+bool check_caller(const pw_req_t *pw, in_res_t &result)
 {
     err_t error = {};
     if (valid_user_by_name(pw, &error))
@@ -31,7 +30,7 @@ bool caller_is_valid(const pw_req_t *pw, in_res_t &result)
     return false;
 }
 
-bool caller_is_forwarder(const pw_req_t *pw, const char *inbox, in_res_t &result)
+bool check_forwarder(const pw_req_t *pw, const char *inbox, in_res_t &result)
 {
     err_t error = {};
     if (is_forwarder(&Forwarder, name_of(pw), inbox, &error))

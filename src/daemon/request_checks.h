@@ -1,5 +1,5 @@
-// request_checks: what procedures ask before they do their own work. Each check that fails makes
-// `result` the error reply to return.
+// request_checks: what every procedure does before its own work. A step that fails returns false and fills
+// `result` with the error reply to send.
 #pragma once
 
 #include "inbox/user_node.h"
@@ -7,16 +7,19 @@
 
 namespace faxtray {
 
-const char *name_of(const pw_req_t *pw);  // the caller's name, null when there is none
+const char *name_of(const pw_req_t *pw);  // the caller's name, or null when the request carries none
 
-bool lists_are_current(in_res_t &result);                    // code 21
-bool caller_is_valid(const pw_req_t *pw, in_res_t &result);  // codes 8, 11, 18, 19
+// Reloads USER_LIST.info and MODEMS.info if one of them has changed. Code 21.
+bool refresh_lists(in_res_t &result);
 
-// May the caller act on that incoming inbox? Null asks only whether it is a forwarder at all.
-// Codes 5, 12, 19.
-bool caller_is_forwarder(const pw_req_t *pw, const char *inbox, in_res_t &result);
+// Checks that the caller is the user it claims to be. Codes 8, 11, 18, 19.
+bool check_caller(const pw_req_t *pw, in_res_t &result);
 
-// The node of that name, or null.
+// Checks that the caller may act on the incoming inbox with that handle; with a null handle, only that it is
+// a forwarder at all. Codes 5, 12, 19.
+bool check_forwarder(const pw_req_t *pw, const char *inbox, in_res_t &result);
+
+// The node of that name, or null. A null name, which a request may carry, matches none.
 user_node_t *find_node(const inbox_list_t &list, const char *name);
 
 }  // namespace faxtray

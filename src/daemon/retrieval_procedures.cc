@@ -1,4 +1,5 @@
-// The retrieval procedures: thin; they find the inbox node and call the index.
+// Twelve procedures of one shape: trace the request, find the inbox with all checks on the way, act on it.
+// Each act is one function, shared by the procedure for users and the one for forwarders.
 #include "daemon/retrieval_procedures.h"
 
 #include <fcntl.h>
@@ -21,42 +22,48 @@
 
 namespace faxtray {
 
-// Finding the inbox. Null: `result` is the error reply to return.
+// Finding the inbox. Null means that `result` is the error reply to send.
 
-enum class caller_check { always, skipped };
+// Whether the caller's password is checked: not for the later chunks of a fax.
+enum class password { checked, not_asked };
 
-// The caller's own inbox.
-static user_node_t *own_inbox(const pw_req_t *pw, in_res_t &result, caller_check check = caller_check::always)
+// The caller's own inbox, the lists being current.
+static user_node_t *find_own(const pw_req_t *pw, in_res_t &result, password asked = password::checked)
 {
     const char *name = name_of(pw);
     user_node_t *node = find_node(users, name);
-    if (node == nullptr) {
+    if (!node) {
         error_reply(result, IE_INVALID, 0, "Trayd: Invalid user name: [%s].", shown(name));
         return nullptr;
     }
-    if (check == caller_check::always && !caller_is_valid(pw, result))
+    if (asked == password::checked && !check_caller(pw, result))
         return nullptr;
     return node;
 }
 
-// The incoming inbox with the handle `inbox`, for which the caller must be a forwarder.
-static user_node_t *incoming_inbox(const pw_req_t *pw, const char *inbox, in_res_t &result,
-                                   caller_check check = caller_check::always)
+// The caller's own inbox, after refreshing the lists.
+static user_node_t *own_inbox(const pw_req_t *pw, in_res_t &result, password asked = password::checked)
 {
-    const char *handle = inbox ? inbox : "";  // a handle that is not there matches none
-    if (check == caller_check::always && !caller_is_valid(pw, result))
-        return nullptr;
-    if (!caller_is_forwarder(pw, handle, result))
+    return refresh_lists(result) ? find_own(pw, result, asked) : nullptr;
+}
+
+// The incoming inbox with the handle `inbox`, after refreshing the lists. The caller must be its forwarder.
+static user_node_t *incoming_inbox(const pw_req_t *pw, const char *inbox, in_res_t &result,
+                                   password asked = password::checked)
+{
+    const char *handle = inbox ? inbox : "";  // "" is no inbox's handle
+    if (!refresh_lists(result) || (asked == password::checked && !check_caller(pw, result)) ||
+        !check_forwarder(pw, handle, result))
         return nullptr;
     user_node_t *node = find_node(incoming, handle);
-    if (node == nullptr)
+    if (!node)
         error_reply(result, IE_INVALID, 0, "Trayd: Invalid inbox name: [%s].", handle);
     return node;
 }
 
-// Loads the index when there is none. Kept: one that is there is not scanned again; a fax is read or
-// removed as the last listing knew it.
-static bool has_index(user_node_t *node, in_res_t &result)
+// Loads the index if there is none. Kept: an existing one is not scanned again; clients read and remove faxes
+// by the ids of their last listing.
+static bool ensure_index(user_node_t *node, in_res_t &result)
 {
     if (node->index || load_inbox(node))
         return true;
@@ -64,7 +71,7 @@ static bool has_index(user_node_t *node, in_res_t &result)
     return false;
 }
 
-// Scans the inbox.
+// Loads the index, or brings an existing one up to date.
 static bool scan_inbox(user_node_t *node, in_res_t &result)
 {
     if (load_inbox(node))
@@ -73,14 +80,16 @@ static bool scan_inbox(user_node_t *node, in_res_t &result)
     return false;
 }
 
-// Listing.
+// Listing
 
-static in_res_t *list_faxes(user_node_t *node, u_int check_value, int faxid, int how, int count,
-                            res_type_t type, in_res_t &result)
+// Both kinds of request, in a form that get_index understands.
+template <class Request>
+static in_res_t *list_faxes(user_node_t *node, const Request &request, res_type_t type, in_res_t &result)
 {
     err_t error = {};
-    file_list_t *slice = get_index(node, check_value, faxid, how, count, &error);
-    if (slice == nullptr)
+    file_list_t *slice =
+        get_index(node, request.check_value, request.faxid, request.how, request.count, &error);
+    if (!slice)
         return error_reply(result, error);
     reply(result, type)->index = slice;
     return &result;
@@ -90,33 +99,26 @@ in_res_t *get_index_1_svc(index_req_t *request, svc_req *) noexcept
 {
     static in_res_t result;
     trprintf("get_index_1_svc request from [%s].\n", shown(name_of(request->pw)));
-    if (!lists_are_current(result)) {
+    // This procedure alone traces the failures of its checks, so it takes them one at a time.
+    if (!refresh_lists(result)) {
         trprintf("get_index_1_svc: update_lists failed.\n");
         return &result;
     }
-    if (find_node(users, name_of(request->pw)) == nullptr)
+    if (!find_node(users, name_of(request->pw)))
         trprintf("get_index_1_svc: get_user_node failed.\n");
-    user_node_t *node = own_inbox(request->pw, result);
-    if (node == nullptr)
-        return &result;
-    return list_faxes(node, request->check_value, request->faxid, request->how, request->count, RES_INDEX,
-                      result);
+    user_node_t *node = find_own(request->pw, result);
+    return node ? list_faxes(node, *request, RES_INDEX, result) : &result;
 }
 
 in_res_t *get_df_index_1_svc(df_index_req_t *request, svc_req *) noexcept
 {
     static in_res_t result;
     trprintf("get_df_index_1_svc request from [%s].\n", shown(name_of(request->pw)));
-    if (!lists_are_current(result))
-        return &result;
     user_node_t *node = incoming_inbox(request->pw, request->inbox, result);
-    if (node == nullptr)
-        return &result;
-    return list_faxes(node, request->check_value, request->faxid, request->how, request->count, RES_DF_INDEX,
-                      result);
+    return node ? list_faxes(node, *request, RES_DF_INDEX, result) : &result;
 }
 
-// Counting.
+// Counting
 
 static in_res_t *count_faxes(user_node_t *node, res_type_t type, in_res_t &result)
 {
@@ -130,8 +132,6 @@ in_res_t *get_fax_count_1_svc(pw_req_t *pw, svc_req *) noexcept
 {
     static in_res_t result;
     trprintf("get_fax_count_1_svc request from [%s].\n", shown(name_of(pw)));
-    if (!lists_are_current(result))
-        return &result;
     user_node_t *node = own_inbox(pw, result);
     return node ? count_faxes(node, RES_FAX_COUNT, result) : &result;
 }
@@ -140,25 +140,25 @@ in_res_t *get_df_fax_count_1_svc(df_info_req_t *request, svc_req *) noexcept
 {
     static in_res_t result;
     trprintf("get_df_fax_count_1_svc request from [%s].\n", shown(name_of(request->pw)));
-    if (!lists_are_current(result))
-        return &result;
     user_node_t *node = incoming_inbox(request->pw, request->inbox, result);
     return node ? count_faxes(node, RES_DF_FAX_COUNT, result) : &result;
 }
 
-// Information on the oldest fax.
+// The oldest fax
 
+// Clients ask for the oldest fax after each one they have taken, so a list that is not empty is not scanned
+// again: what has vanished meanwhile is dropped as it is met.
 static in_res_t *oldest_fax(user_node_t *node, res_type_t type, in_res_t &result)
 {
-    if ((node->index == nullptr || node->index->head == nullptr) && !scan_inbox(node, result))
+    if ((!node->index || !node->index->head) && !scan_inbox(node, result))
         return &result;
     while (file_node_t *oldest = node->index->head) {
         const char *path = mk_path(node->inbox, oldest->name);
-        if (path == nullptr)
+        if (!path)
             return error_reply(result, IE_INVALID, 0, "Trayd: Can't create file path.\n");
         if (is_readable_file(path))
             break;
-        file_node_ptr(delete_file_node(node->index, oldest->faxid));
+        free_file_node(delete_file_node(node->index, oldest->faxid));
     }
     reply(result, type)->info = node->index->head;
     return &result;
@@ -168,8 +168,6 @@ in_res_t *get_fax_info_1_svc(pw_req_t *pw, svc_req *) noexcept
 {
     static in_res_t result;
     trprintf("get_fax_info_1_svc request from [%s].\n", shown(name_of(pw)));
-    if (!lists_are_current(result))
-        return &result;
     user_node_t *node = own_inbox(pw, result);
     return node ? oldest_fax(node, RES_FAX_INFO, result) : &result;
 }
@@ -178,55 +176,57 @@ in_res_t *get_df_fax_info_1_svc(df_info_req_t *request, svc_req *) noexcept
 {
     static in_res_t result;
     trprintf("get_df_fax_info_1_svc request from [%s].\n", shown(name_of(request->pw)));
-    if (!lists_are_current(result))
-        return &result;
     user_node_t *node = incoming_inbox(request->pw, request->inbox, result);
     return node ? oldest_fax(node, RES_DF_FAX_INFO, result) : &result;
 }
 
-// Reading a chunk.
+// Reading a chunk
 
 namespace {
 
-struct chunk_t {  // grows, never shrinks
+// The bytes of a procedure's last read. The buffer grows and never shrinks, since clients read in equal
+// chunks.
+struct chunk_t {
     c_string bytes;
     u_int capacity = 0;
 };
 
 }  // namespace
 
-static constexpr size_t Page = 4096;
+static constexpr size_t page = 4096;
 
-// Makes room for `size` bytes. On failure errno is set, and the chunk is as it was.
+// Makes room for `size` bytes. False with errno if memory is short; the chunk is then unchanged.
 static bool reserve(chunk_t &chunk, u_int size)
 {
     if (size <= chunk.capacity)
         return true;
-    // Whole pages, which the kernel copies to noticeably faster.
-    void *bytes = aligned_alloc(Page, (size + Page - 1) / Page * Page);
-    if (bytes == nullptr)
+    // Whole pages: reading into them is measurably faster.
+    void *bytes = aligned_alloc(page, (size + page - 1) / page * page);
+    if (!bytes)
         return false;
     chunk.bytes.reset(static_cast<char *>(bytes));
     chunk.capacity = size;
     return true;
 }
 
+// Reads `size` bytes at `offset`, fewer at the end of the file, in one go: no state is kept between the
+// chunks of a fax, so clients may read in any order and stop at any time.
 static in_res_t *read_fax(user_node_t *node, faxid_t faxid, u_int size, u_int offset, chunk_t &chunk,
                           res_type_t type, in_res_t &result)
 {
     const int id = static_cast<int>(faxid);
-    if (!has_index(node, result))
+    if (!ensure_index(node, result))
         return &result;
     const file_node_t *fax = get_file_node(node->index, faxid);
-    if (fax == nullptr)
+    if (!fax)
         return error_reply(result, IE_INVALID, 0, "Trayd: Invalid fax id: %d", id);
     const char *path = mk_path(node->inbox, fax->name);
-    if (path == nullptr) {
+    if (!path) {
         fprintf(stderr, "Trayd: Can't create file path.\n");
         return error_reply(result, IE_SYSTEM, 0, "Trayd: Can't create full file path for fax id: %d.", id);
     }
 
-    // Kept: the end of the file is asked for before the size is looked at.
+    // Kept: the offset is looked at before the size; clients find the end of a fax with any size.
     if (offset >= fax->size) {
         reply(result, type)->fax = {0, nullptr};
         return &result;
@@ -237,7 +237,7 @@ static in_res_t *read_fax(user_node_t *node, faxid_t faxid, u_int size, u_int of
     if (!reserve(chunk, size))
         return error_reply(result, IE_SYSTEM, errno, "Trayd: Not enough memory.");
 
-    // O_NONBLOCK: should the name be a FIFO's by now, opening it must not wait for a writer.
+    // O_NONBLOCK: if the name is a FIFO's by now, opening it must not wait for a writer.
     const unique_fd fd(open(path, O_RDONLY | O_CLOEXEC | O_NONBLOCK));
     if (!fd) {
         const int error = errno;
@@ -253,9 +253,9 @@ static in_res_t *read_fax(user_node_t *node, faxid_t faxid, u_int size, u_int of
     return &result;
 }
 
-static caller_check check_at(u_int offset)
+static password password_at(u_int offset)
 {
-    return offset == 0 ? caller_check::always : caller_check::skipped;
+    return offset == 0 ? password::checked : password::not_asked;
 }
 
 in_res_t *get_fax_1_svc(client_fax_req_t *request, svc_req *) noexcept
@@ -263,10 +263,8 @@ in_res_t *get_fax_1_svc(client_fax_req_t *request, svc_req *) noexcept
     static in_res_t result;
     static chunk_t chunk;
     trprintf("get_fax_1_svc request from [%s].\n", shown(name_of(request->pw)));
-    if (!lists_are_current(result))
-        return &result;
-    user_node_t *node = own_inbox(request->pw, result, check_at(request->offset));
-    if (node == nullptr)
+    user_node_t *node = own_inbox(request->pw, result, password_at(request->offset));
+    if (!node)
         return &result;
     return read_fax(node, request->faxid, request->size, request->offset, chunk, RES_FAX, result);
 }
@@ -277,10 +275,8 @@ in_res_t *get_df_fax_1_svc(df_fax_req_t *request, svc_req *) noexcept
     static chunk_t chunk;
     const char *caller = shown(name_of(request->pw));
     trprintf("get_df_fax_1_svc request for inbox \"%s\" by DF \"%s\".\n", shown(request->inbox), caller);
-    if (!lists_are_current(result))
-        return &result;
-    user_node_t *node = incoming_inbox(request->pw, request->inbox, result, check_at(request->offset));
-    if (node == nullptr)
+    user_node_t *node = incoming_inbox(request->pw, request->inbox, result, password_at(request->offset));
+    if (!node)
         return &result;
     read_fax(node, request->faxid, request->size, request->offset, chunk, RES_DF_FAX, result);
     if (result.res_type == RES_DF_FAX)
@@ -289,16 +285,17 @@ in_res_t *get_df_fax_1_svc(df_fax_req_t *request, svc_req *) noexcept
     return &result;
 }
 
-// Removing one fax.
+// Removing one fax
 
-// Removes the file of `fax`, whose node has left the index of `node`. Kept: the node stays out when the
-// file cannot be removed; a later scan brings it back.
+// Removes the file of `fax`, whose node has already been taken out of the index of `node`. Kept: if that
+// fails, the node is not put back; the fax is listed again, with a new id, once the inbox is loaded from
+// scratch.
 static in_res_t *remove_file(const user_node_t *node, const file_node_ptr &fax, res_type_t type,
                              in_res_t &result)
 {
-    errno = 0;
+    errno = 0;  // mk_path may refuse a name without a system call
     const char *path = mk_path(node->inbox, fax->name);
-    if (path == nullptr)
+    if (!path)
         return error_reply(result, IE_SYSTEM, errno, "Trayd: Can't create full file path for fax id: %d.",
                            static_cast<int>(fax->faxid));
     if (unlink(path) != 0) {
@@ -309,14 +306,14 @@ static in_res_t *remove_file(const user_node_t *node, const file_node_ptr &fax, 
     return reply(result, type);
 }
 
-// Removes the fax from `node`, or, where it is not there, from `fallback` (null for none).
+// Removes the fax from `node` or, if it is not there, from `fallback` (null: none).
 static in_res_t *remove_fax(user_node_t *node, user_node_t *fallback, faxid_t faxid, res_type_t type,
                             in_res_t &result)
 {
     for (user_node_t *inbox : {node, fallback}) {
-        if (inbox == nullptr)
+        if (!inbox)
             continue;
-        if (!has_index(inbox, result))
+        if (!ensure_index(inbox, result))
             return &result;
         if (const file_node_ptr fax{delete_file_node(inbox->index, faxid)})
             return remove_file(inbox, fax, type, result);
@@ -328,12 +325,11 @@ in_res_t *commit_fax_1_svc(client_commit_req_t *request, svc_req *) noexcept
 {
     static in_res_t result;
     trprintf("commit_fax_1_svc request from [%s].\n", shown(name_of(request->pw)));
-    if (!lists_are_current(result))
-        return &result;
     user_node_t *node = own_inbox(request->pw, result);
-    if (node == nullptr)
+    if (!node)
         return &result;
-    // Kept: only an inbox with a description may fall back, and users' inboxes have none.
+    // Kept: only an inbox with a description falls back to the first incoming one, and those of users have
+    // none.
     user_node_t *fallback = node->description ? incoming.head : nullptr;
     return remove_fax(node, fallback, request->faxid, RES_COMMIT_FAX, result);
 }
@@ -343,10 +339,8 @@ in_res_t *commit_df_fax_1_svc(df_commit_req_t *request, svc_req *) noexcept
     static in_res_t result;
     const char *caller = shown(name_of(request->pw));
     trprintf("commit_df_fax_1_svc request for inbox \"%s\" from \"%s\".\n", shown(request->inbox), caller);
-    if (!lists_are_current(result))
-        return &result;
     user_node_t *node = incoming_inbox(request->pw, request->inbox, result);
-    if (node == nullptr)
+    if (!node)
         return &result;
     remove_fax(node, nullptr, request->faxid, RES_COMMIT_DF_FAX, result);
     if (result.res_type == RES_COMMIT_DF_FAX)
@@ -355,12 +349,13 @@ in_res_t *commit_df_fax_1_svc(df_commit_req_t *request, svc_req *) noexcept
     return &result;
 }
 
-// Removing what was shown.
+// Removing what was shown
 
 static in_res_t *commit_shown(user_node_t *node, res_type_t type, in_res_t &result)
 {
-    if (node->index && node->commit_mark != 0 && commit_index(node) < 0)
-        fprintf(stderr, "Trayd: Warning: commit_index failure.\n");
+    // Nothing was shown yet: there is nothing to remove, and no reason to load the inbox.
+    if (node->index && node->commit_mark != 0)
+        commit_index(node);
     return reply(result, type);
 }
 
@@ -368,8 +363,6 @@ in_res_t *commit_index_1_svc(pw_req_t *pw, svc_req *) noexcept
 {
     static in_res_t result;
     trprintf("commit_index_1_svc request from [%s].\n", shown(name_of(pw)));
-    if (!lists_are_current(result))
-        return &result;
     user_node_t *node = own_inbox(pw, result);
     return node ? commit_shown(node, RES_COMMIT_INDEX, result) : &result;
 }
@@ -378,8 +371,6 @@ in_res_t *commit_df_index_1_svc(df_info_req_t *request, svc_req *) noexcept
 {
     static in_res_t result;
     trprintf("commit_df_index_1_svc request from [%s].\n", shown(name_of(request->pw)));
-    if (!lists_are_current(result))
-        return &result;
     user_node_t *node = incoming_inbox(request->pw, request->inbox, result);
     return node ? commit_shown(node, RES_COMMIT_DF_INDEX, result) : &result;
 }

@@ -1,4 +1,4 @@
-// Signal handlers, which call only what is async-signal-safe, and the work they leave to the loop.
+// The handlers call only what is async-signal-safe; everything else is left to signals_handle().
 #include "daemon/signals.h"
 
 #include <fcntl.h>
@@ -13,31 +13,27 @@
 #include <initializer_list>
 
 #include "util/child_process.h"
+#include "util/io.h"
 
 namespace faxtray {
 
-static int wake_pipe[2] = {-1, -1};
+static int wake_pipe[2] = {-1, -1};  // the loop reads [0], handlers write [1]; neither end blocks
 static volatile sig_atomic_t child_signalled = 0;
 static volatile sig_atomic_t terminated_by = 0;  // the terminating signal, 0 for none
 
-// Crashes may come of a full stack, so their handler has its own.
+// A crash may be a stack overflow, so its handler runs on a stack of its own.
 static char crash_stack[64 * 1024];
 
-static void write_text(const char *text, size_t n)
+// What cannot be written is lost: there is no other place to report it.
+static void write_text(const char *text)
 {
-    while (n > 0) {
-        const ssize_t written = write(STDERR_FILENO, text, n);
-        if (written <= 0)
-            return;
-        text += written;
-        n -= static_cast<size_t>(written);
-    }
+    (void)write_full(STDERR_FILENO, text, strlen(text));
 }
 
 static void wake_loop()
 {
     const int saved = errno;
-    // A full pipe wakes as well as one byte more would.
+    // If the pipe is full, the loop will wake anyway.
     [[maybe_unused]] const ssize_t n = write(wake_pipe[1], "", 1);
     errno = saved;
 }
@@ -51,21 +47,19 @@ static void write_interrupted(int sig)
     digits[1] = static_cast<char>('0' + sig % 10);
     if (sig < 10)
         memmove(digits, digits + 1, strlen(digits + 1) + 1);
-    write_text(text, strlen(text));
+    write_text(text);
 }
 
 void exit_proc(int sig)
 {
-    static constexpr char bus[] = "Trayd: Internal failure: [SIGBUS]\n";
-    static constexpr char segv[] = "Trayd: Internal failure: [SIGSEGV]\n";
+    // Memory is in an unknown state, so nothing is cleaned up.
     if (sig == SIGBUS || sig == SIGSEGV) {
-        if (sig == SIGBUS)
-            write_text(bus, sizeof bus - 1);
-        else
-            write_text(segv, sizeof segv - 1);
+        write_text(sig == SIGBUS ? "Trayd: Internal failure: [SIGBUS]\n"
+                                 : "Trayd: Internal failure: [SIGSEGV]\n");
         _exit(10);
     }
-    if (terminated_by != 0) {  // the second: whoever sends it does not want to wait for the request
+    // The second terminating signal: whoever sends it does not want to wait for the request.
+    if (terminated_by != 0) {
         write_interrupted(sig);
         _exit(0);
     }
@@ -79,8 +73,7 @@ void sa_child(int)
     wake_loop();
 }
 
-static void ignore_signal(int) {}
-
+// Installs a handler and unblocks its signal, which whoever started us may have left blocked.
 static int install(int sig, void (*handler)(int), int flags)
 {
     struct sigaction action = {};
@@ -98,7 +91,7 @@ int signals_init(int debug)
     if (wake_pipe[0] < 0 && pipe2(wake_pipe, O_CLOEXEC | O_NONBLOCK) != 0)
         return 0;
 
-    // Fatal signals: with room on a stack of their own.
+    // Fatal signals. In debugging mode they leave a core file instead.
     if (!debug) {
         stack_t stack = {};
         stack.ss_sp = crash_stack;
@@ -108,13 +101,13 @@ int signals_init(int debug)
             return 0;
     }
 
-    // SA_RESTART, since an interrupted write would cut a mail in the middle. SIGPIPE has an empty
-    // handler instead of SIG_IGN, which children would inherit.
+    // SA_RESTART, because an interrupted write would cut a mail in the middle. SIGPIPE is ignored so that a
+    // client which hangs up costs a failed write and no more; children get the default back (child_process).
     for (const int sig : {SIGINT, SIGQUIT, SIGTERM, SIGUSR1, SIGUSR2})
         if (!install(sig, exit_proc, SA_RESTART))
             return 0;
     return install(SIGHUP, SIG_IGN, SA_RESTART) && install(SIGCHLD, sa_child, SA_RESTART) &&
-           install(SIGPIPE, ignore_signal, SA_RESTART);
+           install(SIGPIPE, SIG_IGN, SA_RESTART);
 }
 
 int signals_fd()
@@ -127,6 +120,7 @@ bool signals_pending()
     return child_signalled != 0 || terminated_by != 0;
 }
 
+// Logs how a child ended that nobody awaited; success is not worth a line.
 static void report_child(pid_t pid, int status)
 {
     if (WIFSIGNALED(status))
@@ -137,8 +131,8 @@ static void report_child(pid_t pid, int status)
         fprintf(stderr, "sa_child: pid %d failed with exit code %d.\n", pid, WEXITSTATUS(status));
 }
 
-// Reaps until none is left. That none was there at all is told when no child awaited by child_process
-// can have raised the signal.
+// Reaps until no child is left, since several signals may have arrived as one. Complains if there was none at
+// all, unless child_process itself awaited the one that raised the signal.
 static void reap_children()
 {
     bool explained = child_awaited() > 0;
@@ -160,6 +154,7 @@ static void reap_children()
 
 void signals_handle()
 {
+    // Empty the pipe before looking at the flags: a signal that arrives in between wakes the loop again.
     char bytes[64];
     while (read(wake_pipe[0], bytes, sizeof bytes) > 0) {
     }
@@ -170,7 +165,7 @@ void signals_handle()
     if (terminated_by) {
         fprintf(stderr, "Trayd: Interrupted: signal [%d]\n", static_cast<int>(terminated_by));
         fprintf(stderr, "Trayd: Shutting down...\n");
-        exit(0);
+        exit(0);  // runs main's cleanup
     }
 }
 

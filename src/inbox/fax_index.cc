@@ -1,4 +1,5 @@
-// fax_index: nodes, their chain, and the index by fax id beside it.
+// The index maps each fax id to the node before its own, so that a node of the singly linked chain can be
+// unlinked without walking to it. Clients commit thousands of faxes one by one.
 #include "inbox/fax_index.h"
 
 #include <cerrno>
@@ -20,6 +21,8 @@ file_node_t *build_node(const file_info_t &source, const char **refused)
     *refused = nullptr;
     if (!node)
         return nullptr;
+    // Copy everything, then replace the borrowed strings. All four are null first, so that the node can be
+    // freed when one cannot be copied.
     static_cast<file_info_t &>(*node) = source;
     char **fields[] = {&node->name, &node->sender_fax, &node->subaddress, &node->pwd_frame};
     const char *texts[] = {source.name, source.sender_fax, source.subaddress, source.pwd_frame};
@@ -53,7 +56,7 @@ file_node_t *new_file_node(const char *name, const char *sender_fax, const char 
     file_node_t *node = build_node(source, &refused);
     if (node)
         return node;
-    int cause = errno;
+    int cause = errno;  // tracing may change it
     if (refused) {
         trprintf("new_file_node: strdup(\"%s\"): %s\n", refused, strerror(cause));
         refuse(error, IE_SYSTEM, cause, "Trayd: strdup(\"%s\"): %s\n", refused, strerror(cause));
@@ -117,6 +120,7 @@ file_list_t *copy_file_list(const file_list_t *list)
     return copy.release();
 }
 
+// Ids start at the time of day, so that an id of an earlier run is most likely unknown to this one.
 faxid_t newid()
 {
     static faxid_t last = static_cast<faxid_t>(time(nullptr));
@@ -133,15 +137,17 @@ static u_int sum_of(const char *name)
     return sum;
 }
 
-static file_node_t *&link_behind(fax_index_t *index, file_node_t *previous)
+// The link that points to the node after `previous`; null stands for the place before the head.
+static file_node_t *&link_after(fax_index_t *index, file_node_t *previous)
 {
     return previous ? previous->next : index->head;
 }
 
+// Links `node` in after `previous`. Throws std::bad_alloc, with nothing changed.
 static void link_node(fax_index_t *index, file_node_t *previous, file_node_t *node)
 {
-    index->before.insert_or_assign(node->faxid, previous);  // may throw; nothing has changed by then
-    file_node_t *&link = link_behind(index, previous);
+    index->before.insert_or_assign(node->faxid, previous);  // the only step that may throw
+    file_node_t *&link = link_after(index, previous);
     node->next = link;
     link = node;
     if (node->next)
@@ -151,12 +157,14 @@ static void link_node(fax_index_t *index, file_node_t *previous, file_node_t *no
     index->name_sum += sum_of(node->name);
 }
 
-// Behind which node one of that mtime goes, null for the head. `from` is a node known to stand before it.
+// The node after which one of that mtime belongs, null if it becomes the head. The search starts at `from`, a
+// node that is known to come before it; null starts at the head.
 static file_node_t *place_for(fax_index_t *index, file_node_t *from, time_t mtime)
 {
+    // New faxes are almost always the newest.
     if (index->tail && index->tail->mtime <= mtime)
         return index->tail;
-    while (file_node_t *next = link_behind(index, from)) {
+    while (file_node_t *next = link_after(index, from)) {
         if (next->mtime > mtime)
             break;
         from = next;
@@ -189,9 +197,9 @@ file_node_t *delete_file_node(fax_index_t *index, faxid_t faxid)
     if (found == index->before.end())
         return nullptr;
     file_node_t *previous = found->second;
-    file_node_t *&link = link_behind(index, previous);
+    file_node_t *&link = link_after(index, previous);
     file_node_t *node = link;
-    link = node->next;
+    link = node->next;  // and the node that follows gets `previous` as its predecessor
     if (node->next)
         index->before[node->next->faxid] = previous;
     else

@@ -1,5 +1,4 @@
-// forwarders: turns what users claim in the user list into assignments of incoming inboxes, answers who
-// may act on which, and keeps the list of recipients.
+// Each incoming inbox has at most one forwarder: the first user in the list to claim it.
 #include "inbox/forwarders.h"
 
 #include <cctype>
@@ -18,10 +17,11 @@
 
 namespace faxtray {
 
-constexpr char claimed_names[] = "forwarder";
-constexpr char assigned_handles[] = "forwarder_handle";
+// Attributes of a user's entry. The first holds what the user claims, later what it was given.
+static constexpr char claimed_names[] = "forwarder";
+static constexpr char assigned_handles[] = "forwarder_handle";
 
-// Cuts the next non-empty name off a comma-separated list, in place; null at its end.
+// Returns the next non-empty name of a comma-separated list, which is cut in place; null at its end.
 static char *next_name(char **rest)
 {
     char *name;
@@ -31,6 +31,7 @@ static char *next_name(char **rest)
     return name;
 }
 
+// Kept: the heading says "update_forwarders", as traces are searched for it.
 static void trace_forwarders(const av_table_t *forwarders)
 {
     trprintf("update_forwarders: Forwarders:\n");
@@ -44,13 +45,15 @@ namespace {
 enum class claim_t { unclaimed, taken, no_memory };
 }
 
-// Whether the forwarder `holder` was already given the inbox `name`. Sets `*split` when its list was read.
+// Whether the forwarder `holder` has already been given the inbox `name`. Sets *split if it read the holder's
+// list.
 static claim_t check_holder(const av_list_t *holder, const av_table_t *forwarders, const char *name,
                             const char *claimant, bool *split)
 {
     const char *held = av_getv(holder, claimed_names);
     if (is_empty(held)) {
         report("update_forwarder: NULL %s value for DF: [%s].\n", claimed_names, holder->key);
+        // Kept: "%ul", which prints an "l" after the number; those who search traces search for it.
         trprintf("address in *pforwarders: [%ul].\n",
                  static_cast<unsigned>(reinterpret_cast<uintptr_t>(forwarders->head())));
         return claim_t::unclaimed;
@@ -74,6 +77,7 @@ static claim_t check_holder(const av_list_t *holder, const av_table_t *forwarder
     return claim_t::unclaimed;
 }
 
+// The same for all forwarders so far.
 static claim_t check_holders(const av_table_t *forwarders, const char *name, const char *claimant,
                              bool *split)
 {
@@ -85,6 +89,7 @@ static claim_t check_holders(const av_table_t *forwarders, const char *name, con
     return claim_t::unclaimed;
 }
 
+// The incoming inbox of that description, as munged_strcmp compares; null if there is none.
 static const user_node_t *find_incoming(const inbox_list_t *incoming, const char *description)
 {
     for (const user_node_t *node = incoming->head; node; node = node->next)
@@ -100,12 +105,12 @@ static void append(std::string *list, const char *name)
     *list += name;
 }
 
-// The names of `claims` that `user` gets, and the handles of their inboxes. False without memory.
+// Collects those of the `claims` that `user` gets, and the handles of their inboxes. False without memory.
 static bool assign(char *claims, const char *user, const av_table_t *forwarders, const inbox_list_t *incoming,
                    std::string *names, std::string *handles)
 {
-    // Kept: reading a holder's list ends the reading of the claims. So the first forwarder may get several
-    // inboxes, a later one at most the first inbox of its list.
+    // Kept: once a holder's list has been read, no more claims are. So the first forwarder may get several
+    // inboxes, and a later one at most the first of its list; sites name their forwarders accordingly.
     bool holder_was_split = false;
     while (!holder_was_split) {
         const char *name = next_name(&claims);
@@ -131,7 +136,7 @@ static bool assign(char *claims, const char *user, const av_table_t *forwarders,
     return true;
 }
 
-// Writes what was assigned into the entry and registers a copy of it.
+// Stores what was assigned in the entry and adds a copy of it to the forwarders.
 static void register_forwarder(av_list_t *user, av_table_t *forwarders, const char *names,
                                const char *handles)
 {
@@ -165,10 +170,8 @@ int update_forwarder(av_list_t *user, av_table_t *forwarders, const inbox_list_t
         report("update_forwarder: strdup(\"%s\"): %s.\n", claimed, strerror(errno));
         return 0;
     }
-    if (!av_delete(user, claimed_names)) {
-        report("update_forwarder: av_delete failed.\n");
-        return 0;
-    }
+    // From here on the attribute is what the user was given, which may be nothing.
+    av_delete(user, claimed_names);
     try {
         std::string names, handles;
         if (!assign(claims.get(), user->key, forwarders, incoming, &names, &handles))
@@ -189,12 +192,13 @@ static bool is_hexadecimal(const char *text)
 
 int is_forwarder(const av_table_t *forwarders, const char *user, const char *inbox, err_t *error)
 {
-    const char *name = user ? user : "(null)";
+    const char *name = shown(user);
     const av_list_t *entry = user ? forwarders->get(user) : nullptr;
     if (!entry)
         return refuse(error, IE_NOT_DF, 0, "Trayd: User \"%s\" is not designated forwarder.", name);
     if (!inbox)
         return 1;
+    // No handle can look like this, so the client has sent something else, such as a path.
     if (!is_hexadecimal(inbox))
         return refuse(error, IE_BAD_RECIPIENT, 0, "Trayd: Invalid inbox: [%s].", inbox);
 
@@ -217,6 +221,7 @@ int is_forwarder(const av_table_t *forwarders, const char *user, const char *inb
     return refuse(error, IE_NOT_DF, 0, "Trayd: User \"%s\" is not DF for inbox: [%s].", name, inbox);
 }
 
+// Kept: only the first letter counts; site files say "y", "Yes", "true" or "T".
 static bool takes_forwarded_faxes(const av_list_t *user)
 {
     const char *answer = av_getv(user, "fax_forwarding");
@@ -228,6 +233,7 @@ int recips_list_update(recipients_t *recipients, const av_list_t *user)
     if (munged_strcmp(user->key, "admin") == 0 || !takes_forwarded_faxes(user))
         return 1;
 
+    // People are shown a label; a group has one of its own.
     bool is_group = as_get_av_node(AS_GROUP, user);
     std::unique_ptr<ui_entry_t, deleter<free_ui_entry>> entry(
         new_ui_entry(user->key, av_getv(user, is_group ? "group_gui" : "human_name"), is_group));

@@ -14,26 +14,26 @@ inline const char *recipient_name(const ui_entry_t *entry)
 }
 
 // Users and groups that may receive forwarded faxes, ordered by name, each name once. `head` is the chain
-// that goes to clients; free_recipients() it.
+// that is sent to clients. Has no destructor: free_recipients() frees the entries.
 struct recipients_t : named_chain_t<ui_entry_t, recipient_name> {};
 
-// Assigns to `user` the incoming inboxes that its "forwarder" claims and nobody holds yet. When it gets
-// any, its "forwarder" and "forwarder_handle" hold what was assigned, as comma-separated descriptions and
-// handles, and a copy of the entry joins `forwarders`; else it is left without "forwarder". 1, or 0 when
-// memory is short.
+// Assigns to `user` the incoming inboxes that its "forwarder" claims and nobody holds yet. If it gets any,
+// its "forwarder" and "forwarder_handle" become the comma-separated descriptions and handles of those, and a
+// copy of the entry is added to `forwarders`; otherwise "forwarder" is removed. Users without inbox delivery
+// are left alone. Returns 1, or 0 without memory.
 int update_forwarder(av_list_t *user, av_table_t *forwarders, const inbox_list_t *incoming);
 
-// 1 when `user` is a forwarder (and, with a handle, that of that inbox), else 0 with `error` filled
-// (codes 5, 12, 19). A null `user` is nobody.
+// Returns 1 if `user` is a forwarder (and, unless `inbox` is null, the forwarder of the inbox with that
+// handle), else 0 with `error` filled (codes 5, 12, 19). A null `user` is no forwarder.
 int is_forwarder(const av_table_t *forwarders, const char *user, const char *inbox, err_t *error);
 
-// Adds `user` to the recipients when its entry asks for that; 1, or 0 when an entry cannot be made.
-// The administrator's entry and a name that is there already are passed over.
+// Adds `user` to the recipients if its "fax_forwarding" says so. The administrator and a name that is already
+// there are skipped. Returns 1, or 0 without memory.
 int recips_list_update(recipients_t *recipients, const av_list_t *user);
 
 // An entry with copies of both strings, or null with a message.
 ui_entry_t *new_ui_entry(const char *name, const char *label, int is_group);
-void free_ui_entry(ui_entry_t *entry);  // with every entry behind it; null is allowed
+void free_ui_entry(ui_entry_t *entry);  // with every entry after it; null is allowed
 void free_recipients(recipients_t *recipients);
 
 }  // namespace faxtray

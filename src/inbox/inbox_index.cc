@@ -1,4 +1,5 @@
-// inbox_index: what clients are shown of an inbox, and what they remove from it.
+// Clients page through an index of any length in slices of at most 100 faxes, and a commit removes all that
+// they have been shown: the commit mark remembers how far that was.
 #include "inbox/inbox_index.h"
 
 #include <unistd.h>
@@ -20,6 +21,7 @@ int load_inbox(user_node_t *user)
         user->index = create_new_list();
         if (!user->index) {
             trprintf("load_inbox: Can't create inbox index for: [%s]\n", inbox_name(user));
+            // Kept: the two dots, here and below; those who watch the log search for the line as it is.
             fprintf(stderr, "load_inbox: Can't create inbox index..\n");
             return 0;
         }
@@ -31,8 +33,9 @@ int load_inbox(user_node_t *user)
     return 1;
 }
 
-// Copies at most `count` nodes from `start` on to `*head`. `*shown` becomes the mtime of the last one
-// behind the first; Kept: a slice of one fax leaves it, so committing after it removes nothing new.
+// Copies at most `count` nodes, from `start` on, to `*head`. `*shown` becomes the mtime of the last node
+// copied. Kept: a slice of one fax leaves *shown unchanged, so a commit after it removes nothing more;
+// clients that look at one fax at a time remove it by its id.
 static bool copy_index(const file_node_t *start, int count, file_node_t **head, time_t *shown, err_t *error)
 {
     if (count <= 0 || count > MAX_INDEX_COUNT)
@@ -52,11 +55,12 @@ static bool copy_index(const file_node_t *start, int count, file_node_t **head, 
     return true;
 }
 
-// For a slice that ends at `node`: where it begins. `*count` becomes what leads up to the node when less
-// than that many faxes stand before it. Kept: without a usable count the slice of 100 begins at the head.
+// Where a slice that ends at `node` begins. If fewer than *count faxes precede the node, *count becomes the
+// number up to and including it. Kept: without a usable count the slice begins at the head, and so, being cut
+// at 100, may not reach the node; clients give a count.
 static const file_node_t *slice_start(const fax_index_t *index, const file_node_t *node, int *count)
 {
-    int position = 0;
+    int position = 0;  // of the node, from 0
     for (const file_node_t *at = index->head; at != node; at = at->next)
         position++;
     int skipped = 0;
@@ -74,6 +78,7 @@ file_list_t *get_index(user_node_t *user, u_int check_value, int faxid, int how,
 {
     static file_list_t result;
 
+    // The reply that used the last slice has been sent.
     free_file_node(result.head);
     result = {};
     if (!load_inbox(user)) {
@@ -88,6 +93,7 @@ file_list_t *get_index(user_node_t *user, u_int check_value, int faxid, int how,
         return nullptr;
     }
     result.check_value = index->check_value;
+    // Kept: an empty index is an answer, whatever id was asked for.
     if (!index->head)
         return &result;
 
@@ -110,6 +116,7 @@ file_list_t *get_index(user_node_t *user, u_int check_value, int faxid, int how,
     if (how == 0)
         start = slice_start(index, start, &count);
 
+    // The mark only rises: a client that pages backwards has seen the newer faxes too.
     time_t shown = 0;
     if (!copy_index(start, count, &result.head, &shown, error))
         return nullptr;
@@ -122,6 +129,8 @@ int commit_index(user_node_t *user)
     fax_index_t *index = user->index;
     if (!index || !index->head || index->head->mtime > user->commit_mark)
         return 1;
+    // Kept: the node is dropped even if its file cannot be removed, and the message has no line end; programs
+    // that read the log take it together with the next line.
     while (index->head && index->head->mtime <= user->commit_mark) {
         file_node_ptr node(delete_file_node(index, index->head->faxid));
         const char *path = mk_path(user->inbox, node->name);

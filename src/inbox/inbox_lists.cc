@@ -1,6 +1,8 @@
-// inbox_lists: reads the two configuration files into the lists that requests are answered from.
+// One bad entry never keeps the others out: entries that cannot be used are reported and skipped. Only a file
+// that cannot be read at all makes a refresh fail.
 #include "inbox/inbox_lists.h"
 
+#include <endian.h>
 #include <sys/param.h>
 #include <sys/stat.h>
 
@@ -14,6 +16,7 @@
 #include "config/user_list_file.h"
 #include "inbox/messages.h"
 #include "log/exception_log.h"
+#include "log/log_and_trace.h"
 #include "util/access.h"
 #include "util/crc.h"
 #include "util/paths.h"
@@ -21,7 +24,6 @@
 #include "util/short_hash.h"
 #include "util/text.h"
 #include "util/trace.h"
-#include "util/version_id.h"
 
 namespace faxtray {
 
@@ -30,17 +32,18 @@ inbox_list_t incoming;
 user_list_t User_list;
 av_table_t Forwarder;
 
-// The last message of this module. Kept: a failure of ui_inbox_path is appended to whatever it holds.
+// The last message of this module. Kept: a failure of ui_inbox_path is appended to whatever it holds; the log
+// shows both.
 static char message[MAXPATHLEN + 512];
 
-// Writes the message of source line `line` to the exception log and standard error.
+// Writes the message to the exception log and standard error, as coming from source line `line`.
 static void log_message(int line)
 {
     const int length = static_cast<int>(strcspn(message, "\n"));  // an entry ends its line itself
-    elog_writef(SCCS_ID, __FILE__, line, ELOG_WARNING, ELOG_FILE | ELOG_STDERR, "%.*s", length, message);
+    log_only({ELOG_WARNING, elog_file_and_stderr, __FILE__, line}, "%.*s", length, message);
 }
 
-// A failure of a refresh: to the trace and the exception log, which also prints it.
+// Reports a failure of a refresh in the trace and the exception log, and on standard error.
 static void refresh_failure(int line, const char *format, ...) __attribute__((format(printf, 2, 3)));
 static void refresh_failure(int line, const char *format, ...)
 {
@@ -54,7 +57,7 @@ static void refresh_failure(int line, const char *format, ...)
 
 // One user's inbox
 
-// A failure of create_user_node, whose text stands in `message`. Returns null.
+// Reports a failure of create_user_node, whose text is in `message`. Returns null.
 static user_node_t *node_failure(int line)
 {
     trprintf("%s: %s", Program, message);
@@ -62,13 +65,13 @@ static user_node_t *node_failure(int line)
     return nullptr;
 }
 
-// Makes sure that the inbox can be used; false with the reason in `message`.
+// Makes sure that the inbox exists and can be used. False with the reason in `message`.
 static bool prepare_directory(const char *inbox)
 {
     struct stat st;
     bool exists = stat(inbox, &st) == 0;
     if (!exists && errno == ENOENT) {
-        if (mkdir(inbox, 0777) < 0) {
+        if (mkdir(inbox, 0777) < 0) {  // the umask decides who else may read it
             snprintf(message, sizeof message, "%s: mkdir(\"%s\",0777): %s\n", "create_user_node", inbox,
                      strerror(errno));
             return false;
@@ -84,6 +87,8 @@ static bool prepare_directory(const char *inbox)
 
 user_node_t *create_user_node(const av_list_t *user)
 {
+    // Name and password as callers must give them, and the check value by which a changed entry is
+    // recognised.
     pw_req_ptr identity(
         new_pw(user->key, av_getv(user, "password"), nullptr, 0, static_cast<u_int>(user->check_value)));
     if (!identity) {
@@ -108,48 +113,43 @@ user_node_t *create_user_node(const av_list_t *user)
 
 // USER_LIST.info
 
-// CRC-32 of crc.h over, for each user in order: the name's bytes, a zero byte, the entry's check value in
-// four bytes, the highest first; then for each recipient: the name's bytes, a zero byte, the label's
-// bytes, a zero byte, the flag in one byte. 1 in place of 0, which to clients means "not known".
+// CRC-32 (util/crc.h) over, for each user in order: the name's bytes, a zero byte, the entry's check value in
+// four bytes, the highest first; then for each recipient: the name's bytes, a zero byte, the label's bytes, a
+// zero byte, the flag in one byte. 1 instead of 0, which to clients means "not known".
 static u_int list_check_value(const user_list_t &list)
 {
-    static uint32_t table[256];
-    if (table[255] == 0)
-        crc_load_rev_table(0xEDB88320, table);
-
     uint32_t crc = 0;
-    auto add_text = [&crc](const char *text) { crc = crc_rev_update(text, strlen(text) + 1, crc, table); };
+    auto add = [&crc](const void *bytes, size_t n) { crc = crc_rev_update(bytes, n, crc, crc_table.data()); };
+    auto add_text = [&add](const char *text) { add(text, strlen(text) + 1); };
     for (const av_list_t *user = list.users.head(); user; user = user->next) {
-        auto value = static_cast<uint32_t>(user->check_value);
-        const unsigned char bytes[] = {
-            static_cast<unsigned char>(value >> 24), static_cast<unsigned char>(value >> 16),
-            static_cast<unsigned char>(value >> 8), static_cast<unsigned char>(value)};
+        const uint32_t value = htobe32(static_cast<uint32_t>(user->check_value));
         add_text(user->key);
-        crc = crc_rev_update(bytes, sizeof bytes, crc, table);
+        add(&value, sizeof value);
     }
     for (const ui_entry_t *entry = list.recipients.head; entry; entry = entry->next) {
-        auto flag = static_cast<unsigned char>(entry->flag);
+        const auto flag = static_cast<unsigned char>(entry->flag);
         add_text(entry->name);
         add_text(entry->label);
-        crc = crc_rev_update(&flag, 1, crc, table);
+        add(&flag, sizeof flag);
     }
     return crc ? crc : 1;
 }
 
-static void problem_entry(const av_list_t *entry)
+static void report_problem(const av_list_t *entry)
 {
     fprintf(stderr, "load_user_list: Ignoring problem entry:\n");
     av_printf(stderr, entry);
 }
 
-// Puts a copy of `entry` into `table`.
+// Adds a copy of `entry` to `table`.
 static void store_copy(av_table_t *table, const av_list_t *entry)
 {
     av_list_ptr copy(av_copy(entry));
     if (!copy || !table->update(std::move(copy)))
-        problem_entry(entry);
+        report_problem(entry);
 }
 
+// Reads "default" and "admin". The administrator is also an ordinary user with an inbox.
 static void load_metausers(user_list_t *list)
 {
     for (const char *name : {"default", "admin"}) {
@@ -164,6 +164,7 @@ static void load_metausers(user_list_t *list)
     }
 }
 
+// Reads all other entries, in the order of the file.
 static void load_users(user_list_t *list)
 {
     while (av_list_ptr entry{ui_get(nullptr)}) {
@@ -172,10 +173,10 @@ static void load_users(user_list_t *list)
         trprintf("load_user_list: adding ul node for user \"%s\", check_value = %d.\n", entry->key,
                  entry->check_value);
         if (!recips_list_update(&list->recipients, entry.get()))
-            problem_entry(entry.get());
+            report_problem(entry.get());
         const av_list_t *offered = entry.get();
         if (!list->users.update(std::move(entry)))
-            problem_entry(offered);  // a table that refuses an entry leaves it where it was
+            report_problem(offered);  // update() did not take it, so it still exists
     }
 }
 
@@ -193,7 +194,7 @@ int load_user_list(user_list_t *user_list, const char *path)
     load_users(user_list);
     int error = ui_error();
     ui_close();
-    if (error != 0 && error != 2) {
+    if (error != 0 && error != 2) {  // 2: there is no file; the built-in default and admin serve
         fprintf(stderr, "load_user_list: Can't load user list file [%s].\n", shown(path));
         user_list->users.clear();
         user_list->metausers.clear();
@@ -206,7 +207,7 @@ int load_user_list(user_list_t *user_list, const char *path)
 
 // MODEMS.info
 
-// The value of a required attribute, or null with a message.
+// The value of a required attribute, null with a message if it is missing or empty.
 static const char *required(const av_list_t *tty, const char *attr)
 {
     const char *value = av_getv(tty, attr);
@@ -223,6 +224,7 @@ static const char *incoming_path(const av_list_t *tty)
     const char *directory = required(tty, "incoming_dir");
     if (!directory)
         return nullptr;
+    // A relative directory is taken below "incoming_root".
     const char *path;
     if (is_full_path(directory)) {
         path = mk_path(directory, nullptr);
@@ -257,6 +259,8 @@ static bool is_usable_directory(const char *path, const char *tty)
     return true;
 }
 
+// The node of an incoming inbox. Clients name it by its handle, a hash of the path: the same after a restart,
+// and safe to send where a path would not be.
 static user_node_ptr new_incoming_node(const av_list_t *tty, const char *path)
 {
     const char *handle = passwd(path);
@@ -280,14 +284,14 @@ static user_node_t *find_by_path(const inbox_list_t *list, const char *path)
     return node;
 }
 
-// Several ttys may share a directory: the first one that describes it names it.
+// When several ttys share a directory, the first description found is its name.
 static void describe(user_node_t *node, const char *description)
 {
     if (!node->description && description)
         node->description = strdup(description);
 }
 
-// Makes the inbox of one tty, unless it is there already.
+// Adds the inbox of one tty, unless another tty's entry has added it already.
 static void add_incoming(inbox_list_t *list, const av_list_t *tty)
 {
     const char *path = incoming_path(tty);
@@ -305,7 +309,7 @@ static void add_incoming(inbox_list_t *list, const av_list_t *tty)
         (void)node.release();
         return;
     }
-    if (node)
+    if (node)  // Kept: "diectory"; those who search logs search for it.
         report("load_incoming_list: add_user_node failed for diectory: [%s]\n", path);
     trprintf("load_incoming_list: Can't create entry for MODEMS.info entry for tty [%s].\n", tty->key);
 }
@@ -323,7 +327,7 @@ static void trace_incoming(const inbox_list_t *list)
 int load_incoming_list(inbox_list_t *list, const char *path)
 {
     trprintf("load_incoming_list: Loading new unrouted inbox DF list\n");
-    dump_list(list);
+    dump_list(list);  // Kept: also before a load that fails; forwarders then find no inbox.
     if (!mi_open(path, stderr)) {
         report("load_incoming_list: Can't open modem list file [%s].\n", shown(path));
         return 0;
@@ -344,14 +348,16 @@ int load_incoming_list(inbox_list_t *list, const char *path)
 
 // The refresh
 
-constexpr char refresh[] = "update_lists";
+static constexpr char refresh[] = "update_lists";
 
+// Kept: "faxtray" anywhere in the method, while only a method that is exactly "faxtray" makes a forwarder.
 static bool takes_inbox_delivery(const av_list_t *user)
 {
     const char *method = av_getv(user, "delivery_method");
     return method && strstr(method, "faxtray");
 }
 
+// A user whose inbox cannot be created is left without one; others are served.
 static void create_inbox(inbox_list_t *list, const av_list_t *user)
 {
     trprintf("update_lists: creating new node for user \"%s\".\n", user->key);
@@ -377,7 +383,7 @@ static bool remove_inbox(inbox_list_t *list, user_node_t *node)
     return true;
 }
 
-// Makes, keeps, renews or removes a user's inbox as the new entry asks.
+// Creates, keeps, replaces or removes a user's inbox as the new entry demands.
 static bool update_inbox(inbox_list_t *list, const av_list_t *user)
 {
     trprintf("update_lists: checking inbox status of user \"%s\".\n", user->key);
@@ -398,7 +404,7 @@ static bool update_inbox(inbox_list_t *list, const av_list_t *user)
         return remove_inbox(list, node);
     if (node->identity->check_value == static_cast<u_int>(user->check_value))
         return true;
-    // Any change of the entry comes here, not only one of the path.
+    // Kept: "inbox path", although any change of the entry leads here; clients then see new fax ids.
     trprintf("update_lists: user \"%s\" has new inbox path.\n", user->key);
     if (!remove_inbox(list, node))
         return false;
@@ -406,19 +412,9 @@ static bool update_inbox(inbox_list_t *list, const av_list_t *user)
     return true;
 }
 
-int update_lists(inbox_list_t *user_nodes, inbox_list_t *incoming_nodes, user_list_t *user_list,
-                 const char *user_path, const char *modem_path)
-{
-    if (!ui_stale(user_path) && !mi_stale(modem_path)) {
-        trprintf("update_lists: neither USER_LIST.info nor MODEMS.info is stale.\n");
-        return 1;
-    }
-    trprintf("update_lists: updating lists.\n");
-    return reload_lists(user_nodes, incoming_nodes, user_list, user_path, modem_path);
-}
-
-int reload_lists(inbox_list_t *user_nodes, inbox_list_t *incoming_nodes, user_list_t *user_list,
-                 const char *user_path, const char *modem_path)
+// Loads both files and rebuilds what depends on them: incoming inboxes first, since forwarders claim them.
+static int load_lists(inbox_list_t *user_nodes, inbox_list_t *incoming_nodes, user_list_t *user_list,
+                      const char *user_path, const char *modem_path)
 {
     if (!load_user_list(user_list, user_path)) {
         refresh_failure(__LINE__, "%s: Problem loading user info file: [%s].\n", refresh, shown(user_path));
@@ -439,6 +435,27 @@ int reload_lists(inbox_list_t *user_nodes, inbox_list_t *incoming_nodes, user_li
             return 0;
     }
     return 1;
+}
+
+int update_lists(inbox_list_t *user_nodes, inbox_list_t *incoming_nodes, user_list_t *user_list,
+                 const char *user_path, const char *modem_path)
+{
+    if (!ui_stale(user_path) && !mi_stale(modem_path)) {
+        trprintf("update_lists: neither USER_LIST.info nor MODEMS.info is stale.\n");
+        return 1;
+    }
+    trprintf("update_lists: updating lists.\n");
+    return load_lists(user_nodes, incoming_nodes, user_list, user_path, modem_path);
+}
+
+int update_lists()
+{
+    return update_lists(&users, &incoming, &User_list, user_info, modem_info);
+}
+
+int reload_lists()
+{
+    return load_lists(&users, &incoming, &User_list, user_info, modem_info);
 }
 
 }  // namespace faxtray

@@ -1,4 +1,4 @@
-// inbox_lists: the daemon's users, inboxes and forwarders, kept in step with USER_LIST.info and
+// inbox_lists: the daemon's users, inboxes and forwarders, kept up to date with USER_LIST.info and
 // MODEMS.info.
 #pragma once
 
@@ -11,7 +11,7 @@
 namespace faxtray {
 
 struct user_list_t {
-    time_t loaded = 0;     // when it was last loaded
+    time_t loaded = 0;     // when it was last loaded; for the fax system's other programs
     av_table_t users;      // every entry but "default", keyed by name; "admin" first
     av_table_t metausers;  // "default" and "admin"
     recipients_t recipients;
@@ -23,20 +23,26 @@ extern inbox_list_t incoming;  // one node for each incoming directory
 extern user_list_t User_list;
 extern av_table_t Forwarder;  // designated forwarders
 
-// Brings all lists, `Forwarder` with them, up to date; the files (null or "": searched for) are read only
-// when one of them changed. Nodes of users whose entry is as it was stay, faxes, marks and ids; so do, until
-// the daemon ends, nodes of users who are no longer in the file. Incoming nodes are made anew. 1, or 0 on
-// failure with messages; the lists are then as the step that failed left them.
+// Brings the lists, and `Forwarder` with them, up to date; the files (null or "": the ones that find_file
+// finds) are read only if one of them has changed. Nodes of users whose entry is unchanged stay, with their
+// faxes, marks and fax ids. Kept: so do nodes of users who are no longer in the file, until the daemon ends;
+// clients that read such an inbox are not cut off. Incoming nodes are replaced. Returns 1, or 0 on failure
+// with messages; the lists are then as the step that failed left them.
 int update_lists(inbox_list_t *users, inbox_list_t *incoming, user_list_t *user_list, const char *user_path,
                  const char *modem_path);
 
-// The same without asking whether a file changed: a first start makes the delivery root after the
-// lists, so that inboxes below it can be made only now.
-int reload_lists(inbox_list_t *users, inbox_list_t *incoming, user_list_t *user_list, const char *user_path,
-                 const char *modem_path);
+// The same for the lists above and the files of options -U and -M.
+int update_lists();
 
-int load_user_list(user_list_t *user_list, const char *path);      // 1, or 0 with a message
-int load_incoming_list(inbox_list_t *incoming, const char *path);  // 1, or 0 with a message
-user_node_t *create_user_node(const av_list_t *user);  // makes its directory; the caller's; or null
+// The same, reading the files whether or not they have changed.
+int reload_lists();
+
+// The steps of update_lists: each reads one file. They return 1, or 0 with a message.
+int load_user_list(user_list_t *user_list, const char *path);
+int load_incoming_list(inbox_list_t *incoming, const char *path);
+
+// The inbox of a user; creates its directory if there is none. The caller owns the node; null on failure,
+// which is logged.
+user_node_t *create_user_node(const av_list_t *user);
 
 }  // namespace faxtray

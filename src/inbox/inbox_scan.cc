@@ -1,8 +1,6 @@
-// inbox_scan: the walk through an inbox directory that keeps its list in step.
-//
-// A scan of 100,000 unchanged files costs one status call each and nothing else: names are opened below
-// the open directory, a path is put together by copying the name behind the directory's, and what the
-// check for vanished files learnt is remembered for the walk through the directory.
+// Every listing scans its inbox, so a scan of 100,000 unchanged files must cost one stat call each and little
+// more: files are looked up relative to the open directory, a path is made by copying the name after the
+// directory's, and what the check for vanished files has learnt is used again when the directory is read.
 #include "inbox/inbox_scan.h"
 
 #include <dirent.h>
@@ -40,7 +38,8 @@ namespace faxtray {
 namespace {
 enum : int { PAGES, SENDER_FAX, SUB_FRAME, PWD_FRAME, SHOWN_ATTRS };
 }
-constexpr const char *shown_attrs[SHOWN_ATTRS] = {"#PAGES", "SENDER_FAX#", "T30_SUB_FRAME", "T30_PWD_FRAME"};
+static constexpr const char *shown_attrs[SHOWN_ATTRS] = {"#PAGES", "SENDER_FAX#", "T30_SUB_FRAME",
+                                                         "T30_PWD_FRAME"};
 
 static bool has_fax_magic(const char *bytes, ssize_t n)
 {
@@ -49,12 +48,13 @@ static bool has_fax_magic(const char *bytes, ssize_t n)
     return n >= static_cast<ssize_t>(sizeof word) && be32toh(word) == FAX_MAGIC;
 }
 
+// The value of "#PAGES" as a number, -1 if there is none.
 static int page_count(const char *text, const char *path)
 {
     if (!text)
         return -1;
     char *end;
-    long count = strtol(text, &end, 10);  // what "%d" takes
+    long count = strtol(text, &end, 10);  // like "%d": leading white space allowed, trailing text ignored
     if (end == text) {
         trprintf("warning: Invalid %s attribute in fax file \"%s\": [%s].\n", shown_attrs[PAGES], path, text);
         return -1;
@@ -67,7 +67,8 @@ static char *value_or_unknown(const char *value)
     return borrowed(value ? value : "Unknown");
 }
 
-// A new node for a file whose header, if it is a fax, says `values`; null with a message.
+// A new node for a file; `values` are those of shown_attrs, or null if it is no fax. Null with a message
+// without memory.
 static file_node_t *describe_file(const char *path, const char *name, const struct stat &st,
                                   const char *const *values)
 {
@@ -85,7 +86,7 @@ static file_node_t *describe_file(const char *path, const char *name, const stru
     }
     const char *refused;
     file_node_t *node = build_node(info, &refused);
-    if (node)
+    if (node)  // ids are not spent on failures
         node->faxid = newid();
     else if (refused)
         report("create_file_node: strdup(\"%s\"): %s\n", refused, strerror(errno));
@@ -94,12 +95,12 @@ static file_node_t *describe_file(const char *path, const char *name, const stru
     return node;
 }
 
-// create_file_node for the file that `directory` and `at` lead to, as openat takes them. One read of a
-// block brings in the whole header of almost every fax.
+// create_file_node for the file that openat finds at `at` below `directory`. Reads one block, which holds the
+// whole header of almost every fax.
 static file_node_t *create_node_at(int directory, const char *at, const char *path, const char *name,
                                    const struct stat &st)
 {
-    // Not to block on whatever may stand there by now in place of a file.
+    // O_NONBLOCK: if the name is a FIFO's by now, opening it must not wait for a writer.
     unique_fd fd(openat(directory, at, O_RDONLY | O_CLOEXEC | O_NONBLOCK));
     if (!fd) {
         report("create_file_node: cv_open(\"%s\"): %s\n", path, strerror(errno));
@@ -117,7 +118,7 @@ static file_node_t *create_node_at(int directory, const char *at, const char *pa
     const char *values[SHOWN_ATTRS];
     if (find_fax_header_values(block, static_cast<size_t>(n), shown_attrs, values, SHOWN_ATTRS))
         return describe_file(path, name, st, values);
-    // Longer than the block, or corrupt.
+    // The header is longer than the block, or corrupt: the thorough way reads it all, or says what is wrong.
     fax_header_ptr header(read_fax_header(fd.get()));
     if (!header) {
         report("create_file_node: read_fax_header(\"%s\") failed\n", path);
@@ -137,13 +138,14 @@ file_node_t *create_file_node(const char *path, const char *name, const struct s
 
 namespace {
 
-// An inbox directory, held open, and the way from a file's name to the file.
+// An inbox directory, held open, and one of its files, selected by name.
 class inbox_dir_t {
 public:
     explicit inbox_dir_t(const char *path) : directory_(path)
     {
         stream_.reset(open_stream(path));
         error_ = errno;
+        // Normalising a canonical directory changes nothing, so its paths can be made by copying.
         size_t length = strlen(path);
         if (is_canonical_path(path) && length > 1 && length + 2 <= sizeof path_) {
             memcpy(path_, path, length);
@@ -152,26 +154,27 @@ public:
         }
     }
 
-    DIR *stream() const noexcept { return stream_.get(); }  // null when it cannot be read
-    int error() const noexcept { return error_; }           // errno of that
+    DIR *stream() const noexcept { return stream_.get(); }  // null if the directory cannot be read
+    int error() const noexcept { return error_; }           // its errno then
     int fd() const noexcept { return stream_ ? dirfd(stream_.get()) : -1; }
 
-    // Turns to the file of that name. Returns its path, valid until the next turn; null when none can be
-    // made. A name that normalising would not touch needs neither mk_path nor a walk from the root.
-    const char *turn_to(const char *name)
+    // Selects the file of that name and returns its path, valid until the next selection; null if no valid
+    // path can be made. A name that normalising would leave alone needs neither mk_path nor a walk from the
+    // root.
+    const char *select(const char *name)
     {
         size_t length = strlen(name);
         if (prefix_ != 0 && prefix_ + length + 1 <= sizeof path_ && is_plain(name, length)) {
             memcpy(path_ + prefix_, name, length + 1);
-            at_ = name;
+            selected_ = name;
             return path_;
         }
-        return at_ = mk_path(directory_, name);
+        return selected_ = mk_path(directory_, name);
     }
 
-    // The file turned to, for calls that take a directory and a path.
-    const char *at() const noexcept { return at_; }
-    bool status(struct stat *st) const { return fstatat(fd(), at_, st, 0) == 0; }
+    // The selected file, for calls like openat that take fd() and a path.
+    const char *selected() const noexcept { return selected_; }
+    bool status(struct stat *st) const { return fstatat(fd(), selected_, st, 0) == 0; }
 
 private:
     static DIR *open_stream(const char *path)
@@ -183,6 +186,7 @@ private:
         return stream;
     }
 
+    // Whether mk_path would keep the name as it is: it refuses white space and strips quotes.
     static bool is_plain(const char *name, size_t length)
     {
         for (const char *c = name; *c; c++)
@@ -194,13 +198,13 @@ private:
     const char *directory_;
     dir_ptr stream_;
     int error_ = 0;
-    const char *at_ = nullptr;
-    size_t prefix_ = 0;  // length of "directory/" in path_, 0 when the directory goes through mk_path
+    const char *selected_ = nullptr;  // relative to fd(), or absolute
+    size_t prefix_ = 0;               // length of "directory/" in path_; 0: every path needs mk_path
     char path_[MAXPATHLEN];
 };
 
-// Names of listed files; the names stay the nodes' own. Open addressing, at most half full. Hashes stand
-// beside the names, since every name looked at lies somewhere else in memory.
+// The names of listed files, which the nodes own. A hash table with open addressing, at most half full.
+// Hashes are stored beside the pointers, because reading a name costs a cache miss.
 class name_set_t {
 public:
     explicit name_set_t(size_t most) : slots_(std::bit_ceil(2 * most + 1)) {}
@@ -220,7 +224,7 @@ private:
 
     static size_t hash_of(const char *name) { return std::hash<std::string_view>()(name); }
 
-    // Where `name` is, or would be put.
+    // The slot that holds `name`, or the free one where it would be put.
     size_t slot_of(const char *name, size_t hash) const
     {
         size_t mask = slots_.size() - 1;
@@ -233,7 +237,7 @@ private:
     std::vector<slot_t> slots_;
 };
 
-// One scan and what it has learnt of the files so far.
+// One scan, and what it has found out so far.
 struct scan_t {
     explicit scan_t(user_node_t *scanned)
         : user(scanned), index(scanned->index), dir(scanned->inbox), unchanged(index->before.size())
@@ -243,39 +247,43 @@ struct scan_t {
     user_node_t *user;
     fax_index_t *index;
     inbox_dir_t dir;
-    effective_user reader;                                     // asked for once a scan, not once a file
-    name_set_t unchanged;                                      // listed, looked at, and nothing to add
-    std::map<std::string, struct stat> changed;                // listed, looked at, and different by now
-    std::set<std::pair<std::string_view, time_t>> above_mark;  // listed by scans that failed later
-    time_t cutoff = 0;                                         // files as young as this may still grow
-    std::vector<file_node_ptr> found;                          // in the order of the directory
+    effective_user reader;                       // determined once a scan, not once a file
+    name_set_t unchanged;                        // listed files that need no second look
+    std::map<std::string, struct stat> changed;  // listed files whose mtime has changed since
+    // Files added by scans that failed later: listed although above the mark.
+    std::set<std::pair<std::string_view, time_t>> above_mark;
+    time_t cutoff = 0;                 // files of this mtime or later may still be growing
+    std::vector<file_node_ptr> found;  // to be added, in the order of the directory
 };
 
 }  // namespace
 
-// Drops the first listed file that is gone. Kept: one a scan; clients page through the index meanwhile.
+// Drops the first listed file that is gone, and remembers what it sees of those before it. Kept: one a scan;
+// clients that page through the index would otherwise lose several ids at once.
 static void drop_vanished(scan_t &scan)
 {
     for (const file_node_t *node = scan.index->head; node; node = node->next) {
-        const char *path = scan.dir.turn_to(node->name);
+        const char *path = scan.dir.select(node->name);
         if (!path) {
             fprintf(stderr, "Trayd: Warning: Can't create file path.\n");
             continue;
         }
         struct stat st;
         if (scan.dir.status(&st) && scan.reader.may(st, S_IFREG, "r")) {
+            // A file changed in place is listed a second time, as a new fax: see skip_reason.
             if (st.st_mtime <= scan.user->scan_mark || st.st_mtime == node->mtime)
                 scan.unchanged.insert(node->name);
             else
                 scan.changed.emplace(node->name, st);
-        } else if (!is_readable_file(path)) {
+        } else if (!is_readable_file(path)) {  // by path: the directory may not be open
             free_file_node(delete_file_node(scan.index, node->faxid));
             return;
         }
     }
 }
 
-// Files that a scan added before it failed lie above the mark, which it could not raise.
+// Remembers the files that are listed although above the mark: a scan that fails keeps what it has added, but
+// does not raise the mark.
 static void note_above_mark(scan_t &scan)
 {
     time_t mark = scan.user->scan_mark;
@@ -286,8 +294,8 @@ static void note_above_mark(scan_t &scan)
             scan.above_mark.emplace(node->name, node->mtime);
 }
 
-// Sets the marker's time to now and derives the cut-off from it, so that files are compared with the
-// clock of the file system that holds them.
+// Sets the mtime of the marker to now and computes the cut-off from it: files are compared with the clock of
+// the file system that holds them, which may be another host's. False with a message on failure.
 static bool touch_marker(scan_t &scan)
 {
     constexpr char marker[] = ".inbox_index";
@@ -316,18 +324,19 @@ static bool touch_marker(scan_t &scan)
     return true;
 }
 
+// Whether an earlier scan has added the file, as it is now.
 static bool is_listed(const scan_t &scan, const char *name, time_t mtime)
 {
     return mtime <= scan.user->scan_mark ||
            (!scan.above_mark.empty() && scan.above_mark.contains({name, mtime}));
 }
 
-constexpr char included_before[] = "File included in previous index update";
+static constexpr char included_before[] = "File included in previous index update";
 
-// Why a directory entry is left out of this scan, or null when it belongs in.
+// The reason to leave a directory entry out of this scan, or null to add it.
 static const char *skip_reason(const scan_t &scan, const char *name, const struct stat &st)
 {
-    if (!(st.st_mode & S_IFREG))  // Kept: the bit, not S_ISREG, so a socket passes.
+    if (!(st.st_mode & S_IFREG))  // Kept: the bit, not S_ISREG, so a socket passes and fails the scan.
         return "Not a regular file";
     if (is_listed(scan, name, st.st_mtime))
         return included_before;
@@ -341,7 +350,8 @@ static void trace_skip(const char *name, const char *reason)
     trprintf("update_index: Ignoring file: [%s]: %s.\n", name, reason);
 }
 
-// The status of a file met in the directory: as the check for vanished files saw it, or asked for now.
+// The status of a file found in the directory, as the check for vanished files saw it or, for a file that is
+// not listed, as it is now. One status per file and scan: two could differ.
 static bool status_of(const scan_t &scan, const char *name, struct stat *st)
 {
     auto known = scan.changed.find(name);
@@ -351,7 +361,8 @@ static bool status_of(const scan_t &scan, const char *name, struct stat *st)
     return true;
 }
 
-// Looks at one entry of the directory and adds it to what was found when it belongs into the index.
+// Looks at one entry of the directory and, if it belongs in the index, adds a node to what was found. False,
+// with a message, fails the scan.
 static bool visit(scan_t &scan, const char *name)
 {
     if (strncmp(name, "ii_", 3) == 0) {  // still being written by a delivery
@@ -362,7 +373,7 @@ static bool visit(scan_t &scan, const char *name)
         trace_skip(name, included_before);
         return true;
     }
-    const char *path = scan.dir.turn_to(name);
+    const char *path = scan.dir.select(name);
     if (!path) {
         report_as_program("update_index: mk_path(\"%s\",\"%s\") failed.\n", scan.user->inbox, name);
         return false;
@@ -378,7 +389,7 @@ static bool visit(scan_t &scan, const char *name)
     }
 
     trprintf("update_index: Adding file [%s] to user \"%s\"'s inbox.\n", name, inbox_name(scan.user));
-    file_node_ptr node(create_node_at(scan.dir.fd(), scan.dir.at(), path, name, st));
+    file_node_ptr node(create_node_at(scan.dir.fd(), scan.dir.selected(), path, name, st));
     if (!node) {
         report_as_program("update_index: Can't create new index entry\n");
         return false;
@@ -387,6 +398,7 @@ static bool visit(scan_t &scan, const char *name)
     return true;
 }
 
+// Visits every entry but the hidden ones. False, with a message, at the first failure.
 static bool visit_all(scan_t &scan)
 {
     for (;;) {
@@ -403,9 +415,11 @@ static bool visit_all(scan_t &scan)
     }
 }
 
-// Puts what was found into the index, also when the scan failed half-way. The largest mtime, or 0.
+// Adds what was found to the index and returns the largest mtime, or 0. Also done when the scan has failed,
+// so that one bad file does not hide all those before it.
 static time_t add_found(scan_t &scan)
 {
+    // Stable, so that files of equal mtime are listed in the order of the directory.
     auto older = [](const file_node_ptr &a, const file_node_ptr &b) { return a->mtime < b->mtime; };
     if (scan.found.empty())
         return 0;
@@ -415,10 +429,11 @@ static time_t add_found(scan_t &scan)
     return newest;
 }
 
+// update_index; may throw std::bad_alloc, the index then being as it was but for a vanished file.
 static int scan_inbox(user_node_t *user)
 {
     scan_t scan(user);
-    drop_vanished(scan);
+    drop_vanished(scan);  // Kept: before the directory is known to be readable
     if (!scan.dir.stream()) {
         report_as_program("update_index: opendir(\"%s\"): %s\n", user->inbox, strerror(scan.dir.error()));
         return -1;
@@ -429,6 +444,7 @@ static int scan_inbox(user_node_t *user)
 
     bool complete = visit_all(scan);
     time_t newest = add_found(scan);
+    // Mark and check value stay as they were: the next scan must look at the failed file again.
     if (!complete)
         return -1;
     user->index->check_value = user->index->name_sum;

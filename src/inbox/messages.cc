@@ -1,4 +1,5 @@
-// messages: every text is formatted once, into a bounded buffer, and then written wherever it belongs.
+// Every text is formatted once, into a buffer of fixed size, so that running out of memory can be reported
+// too.
 #include "inbox/messages.h"
 
 #include <sys/param.h>
@@ -12,7 +13,7 @@
 namespace faxtray {
 
 // Two paths at their longest and the words around them.
-constexpr size_t report_size = 2 * MAXPATHLEN + 256;
+static constexpr size_t report_size = 2 * MAXPATHLEN + 256;
 
 __attribute__((format(printf, 3, 0))) static void write_report(const char *prefix, const char *separator,
                                                                const char *format, va_list args)

@@ -1,9 +1,9 @@
-// named_chain: a chain of records in munged_strcmp's order of their names, with an index by munged name
-// beside it, so that twenty thousand records are chained and found without walking.
+// named_chain: a chain of records, ordered by name as munged_strcmp compares them, with an index by munged
+// name beside it, so that twenty thousand records are inserted and found without walking.
 //
-// A name that ends in punctuation or white space equals no name, not even itself: such records are never
-// found and never duplicates. Among names of one munged form they stand in the order they came, behind
-// the one that equals itself.
+// To munged_strcmp, a name that ends in punctuation or white space equals no name, not even itself: such
+// records are never found and never duplicates. Among names of one munged form they come after the one that
+// equals itself, in order of insertion.
 #pragma once
 
 #include <algorithm>
@@ -17,8 +17,8 @@
 
 namespace faxtray {
 
-// Always: the index holds the chain's records in the chain's order. `Name` gives a record's name; the
-// records' `next` is the chain's link. The chain does not own its records.
+// Always: the index holds the records of the chain, in its order. `Name` returns a record's name; the field
+// `next` of a record is the chain's link. The chain does not own its records.
 template <class Record, const char *(*Name)(const Record *)> struct named_chain_t {
     using index_t = std::multimap<std::string, Record *, munged_less>;
 
@@ -29,20 +29,21 @@ template <class Record, const char *(*Name)(const Record *)> struct named_chain_
     Record *head = nullptr;
     index_t by_name;
 
-    // Puts `record` before the first one that compares greater. False when its name is taken, or (with
-    // std::bad_alloc) without memory, nothing then changed.
+    // Inserts `record` before the first one that compares greater. Returns false if its name is taken; throws
+    // std::bad_alloc without memory. Nothing has changed then.
     bool insert(Record *record)
     {
         std::string key = munged_key(Name(record));
         auto [same, at] = by_name.equal_range(key);
         if (same != at && equals_itself(Name(record)))
             return false;
+        // The index first, as it may throw; linking cannot fail.
         record->next = at == by_name.end() ? nullptr : at->second;
         link_to(by_name.emplace_hint(at, std::move(key), record)) = record;
         return true;
     }
 
-    // Unlinks the record of that name and clears its link; null when there is none.
+    // Unlinks the record of that name, clears its link and returns it; null if there is none.
     Record *remove(const char *name) noexcept
     {
         auto at = locate(name);
@@ -61,7 +62,7 @@ template <class Record, const char *(*Name)(const Record *)> struct named_chain_
         return at == by_name.end() ? nullptr : at->second;
     }
 
-    // Empties chain and index and hands over the first record, the others chained behind it.
+    // Empties chain and index. Returns the first record, the others still chained to it.
     Record *release() noexcept
     {
         by_name.clear();
@@ -69,7 +70,7 @@ template <class Record, const char *(*Name)(const Record *)> struct named_chain_
     }
 
 private:
-    // The link that holds the record at `at`.
+    // The link that points to the record at `at`: the previous record's, or the head.
     Record *&link_to(typename index_t::const_iterator at) noexcept
     {
         return at == by_name.cbegin() ? head : std::prev(at)->second->next;
@@ -81,7 +82,7 @@ private:
             return by_name.end();
         try {
             return by_name.find(munged_key(name));
-        } catch (const std::bad_alloc &) {  // the long way needs no memory
+        } catch (const std::bad_alloc &) {  // no memory for the key: comparing one by one needs none
             return std::find_if(by_name.begin(), by_name.end(), [name](const auto &entry) {
                 return munged_strcmp(Name(entry.second), name) == 0;
             });

@@ -1,4 +1,5 @@
-// user_node: making, chaining and discarding inboxes, and the paths of what lies in them.
+// Both kinds of inbox, users' and incoming ones, are the same record, so that every request is served by the
+// same code.
 #include "inbox/user_node.h"
 
 #include <sys/param.h>
@@ -13,6 +14,7 @@
 #include "inbox/messages.h"
 #include "util/paths.h"
 #include "util/settings.h"
+#include "util/text.h"
 #include "util/trace.h"
 
 namespace faxtray {
@@ -30,6 +32,7 @@ void free_user_node(user_node_t *node)
 
 user_node_ptr new_user_node(const char *inbox, pw_req_ptr identity, const char *description)
 {
+    // Zeroed, so that its owner can free it at any point below.
     user_node_ptr node(static_cast<user_node_t *>(calloc(1, sizeof(user_node_t))));
     if (!node)
         return nullptr;
@@ -65,7 +68,7 @@ user_node_t *get_user_node(const inbox_list_t *list, const char *name)
 
 int dump_user_node(user_node_t *node)
 {
-    if (node->index)
+    if (node->index)  // loaded: the marker says when
         return 1;
     const char *marker = mk_path(node->inbox, ".inbox_index");
     if (!marker)
@@ -87,7 +90,7 @@ void free_user_list(inbox_list_t *list)
 void dump_list(inbox_list_t *list)
 {
     for (user_node_t *node = list->head; node; node = node->next)
-        if (!dump_user_node(node))
+        if (!dump_user_node(node))  // Kept: the message ends in a comma; scripts that read the log expect it.
             fprintf(stderr, "%s: Can't save status for inbox: [%s],\n", Program, inbox_name(node));
     free_user_list(list);
 }
@@ -97,7 +100,7 @@ void dump_user_info(const inbox_list_t *list)
     for (const user_node_t *node = list->head; node; node = node->next) {
         fprintf(stderr, "Name:       [%s]\n", inbox_name(node));
         fprintf(stderr, "  Inbox:    [%s]\n", node->inbox);
-        fprintf(stderr, "  DF:       [%s]\n", node->description ? node->description : "(null)");
+        fprintf(stderr, "  DF:       [%s]\n", shown(node->description));
         fprintf(stderr, "  Last Get: %ld\n", static_cast<long>(node->last_get));
     }
 }
@@ -117,7 +120,7 @@ const char *mk_path(const char *directory, const char *name)
         return nullptr;
     }
 
-    // A relative directory may grow past the buffer once the working directory stands before it.
+    // mkpath puts the current directory before a relative one, so the result may be longer than the buffer.
     c_string canonical(mkpath(joined));
     if (!canonical || strlen(canonical.get()) >= sizeof path) {
         trprintf("%s: mkpath failed.\n", "mk_path");

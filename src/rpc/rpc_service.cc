@@ -1,5 +1,5 @@
-// The select() loop over libtirpc's connections, with a descriptor to wake it in the set and a limit on how
-// many connections are let in.
+// A select() loop of our own in place of svc_run(): it also watches a wake-up descriptor, and it stops
+// accepting connections before descriptors run out. Reading, decoding and replying are libtirpc's.
 #include "rpc/rpc_service.h"
 
 #include <fcntl.h>
@@ -19,37 +19,39 @@
 
 namespace faxtray {
 
-// How long one write waits for a client that does not read. libtirpc writes up to four times before it
-// gives the connection up, so all others wait for under three seconds.
-static constexpr struct timeval Send_timeout = {0, 700000};
-// Descriptors kept free of connections, for files and children.
-static constexpr int Reserve = 64;
+// How long one write waits for a client that does not read. libtirpc tries up to four times before it closes
+// the connection, so all other clients are blocked for less than three seconds.
+static constexpr struct timeval send_timeout = {0, 700000};
+// Descriptors that connections may not use, so that faxes can be opened and children started at any load.
+static constexpr int reserve = 64;
 
-static int listener = -1;
+static int listener = -1;  // the listening socket
 
-// Just over half of the largest reply, which so goes out in two even pieces. Measured with 256 KiB: less
-// takes more writes, more (libtirpc allows 256 KiB) falls out of the processor's cache with every
-// further connection, since each has a buffer of its own.
+// libtirpc's buffer of each connection: just over half of the largest reply, so that it goes out in two
+// equal pieces. Measured with 256 KiB: a smaller buffer takes more writes, a larger one (libtirpc allows
+// 256 KiB) is evicted from the processor's cache as connections are added, since each has its own.
 static u_int send_size(const rpc_service_t &service)
 {
     return service.largest_reply / 2 + 1024;
 }
 
-// Options set on the listening socket are inherited by the connections it accepts. They get room for two
-// replies, so that a client which does not read holds up nobody.
+// Options set on the listening socket are inherited by the connections it accepts. Their send buffers hold
+// two replies, so that a client which does not read blocks nobody.
 static int prepare_listener(int fd, u_int largest_reply)
 {
     static constexpr int on = 1;
     const int room = 2 * static_cast<int>(largest_reply);
     if (fcntl(fd, F_SETFD, FD_CLOEXEC) != 0 ||
-        setsockopt(fd, SOL_SOCKET, SO_SNDTIMEO, &Send_timeout, sizeof Send_timeout) != 0 ||
+        setsockopt(fd, SOL_SOCKET, SO_SNDTIMEO, &send_timeout, sizeof send_timeout) != 0 ||
         setsockopt(fd, SOL_SOCKET, SO_KEEPALIVE, &on, sizeof on) != 0)
         return 0;
+    // As root, beyond net.core.wmem_max; otherwise as much as that allows.
     return setsockopt(fd, SOL_SOCKET, SO_SNDBUFFORCE, &room, sizeof room) == 0 ||
            setsockopt(fd, SOL_SOCKET, SO_SNDBUF, &room, sizeof room) == 0;
 }
 
-// A socket that only this host reaches.
+// A listening socket on the loopback address, which no other host can reach. svctcp_create would bind its own
+// to every address.
 static unique_fd local_socket()
 {
     unique_fd fd(socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, IPPROTO_TCP));
@@ -64,13 +66,14 @@ static unique_fd local_socket()
 
 static SVCXPRT *create_transport(const rpc_service_t &service)
 {
-    // With a limit, libtirpc reads without blocking: a request is served when it is there whole.
+    // With a limit, libtirpc reads without blocking and serves a request once it is complete. Without one, it
+    // waits for the rest of a request, and every other client with it.
     int limit = static_cast<int>(service.largest_request);
     if (limit > 0 && !rpc_control(RPC_SVC_CONNMAXREC_SET, &limit))
         return nullptr;
     if (!service.local)
         return svctcp_create(RPC_ANYSOCK, send_size(service), 0);
-    unique_fd fd = local_socket();
+    unique_fd fd = local_socket();  // the transport's own, once there is one
     SVCXPRT *transport = fd ? svctcp_create(fd.get(), send_size(service), 0) : nullptr;
     if (transport)
         fd.release();
@@ -79,11 +82,12 @@ static SVCXPRT *create_transport(const rpc_service_t &service)
 
 int rpc_service_create(const rpc_service_t &service)
 {
+    // An instance that was killed is still registered.
     pmap_unset(service.program, service.version);
     errno = 0;
     SVCXPRT *transport = create_transport(service);
-    if (transport == nullptr) {
-        errno = errno ? errno : EIO;
+    if (!transport) {
+        errno = errno ? errno : EIO;  // libtirpc does not always set it
         return 0;
     }
     listener = transport->xp_fd;
@@ -92,14 +96,16 @@ int rpc_service_create(const rpc_service_t &service)
     rpc_createerr.cf_stat = RPC_SUCCESS;
     if (svc_register(transport, service.program, service.version, service.dispatch, IPPROTO_TCP))
         return 1;
-    // libtirpc leaves errno alone: no port mapper, or one that keeps another owner's entry.
+    // svc_register does not set errno. Without a port mapper the failed call is in rpc_createerr; otherwise
+    // the mapper refused, because another user's entry is in the way.
     errno = rpc_createerr.cf_stat == RPC_SUCCESS ? EADDRINUSE : ECONNREFUSED;
     return 0;
 }
 
-// The words of a descriptor set, for walking and counting its bits.
-static constexpr int Word_bits = 8 * sizeof(fd_mask);
-static constexpr int Words = FD_SETSIZE / Word_bits;
+// Descriptor sets are counted and walked a word at a time: a loop over all 1,024 numbers would cost more than
+// a small request.
+static constexpr int word_bits = 8 * sizeof(fd_mask);
+static constexpr int word_count = FD_SETSIZE / word_bits;
 
 static unsigned long word_of(const fd_set &set, int i)
 {
@@ -109,21 +115,21 @@ static unsigned long word_of(const fd_set &set, int i)
 static int count(const fd_set &set)
 {
     int n = 0;
-    for (int i = 0; i < Words; i++)
+    for (int i = 0; i < word_count; i++)
         n += std::popcount(word_of(set, i));
     return n;
 }
 
-// Calls `visit` with each descriptor that is in `set` and not in `without`.
+// Calls `visit` with each descriptor that is in `set` and not in `without`, lowest first.
 template <class Visit> static void for_each(const fd_set &set, const fd_set &without, Visit visit)
 {
-    for (int i = 0; i < Words; i++)
+    for (int i = 0; i < word_count; i++)
         for (unsigned long left = word_of(set, i) & ~word_of(without, i); left != 0; left &= left - 1)
-            visit(i * Word_bits + std::countr_zero(left));
+            visit(i * word_bits + std::countr_zero(left));
 }
 
 // How many connections, the listening socket included, may be open at once: the descriptors that
-// select() and our limit allow, less those open for other purposes and the reserve.
+// select() and our limit allow, minus those open for other purposes, minus the reserve.
 static int connection_limit()
 {
     struct rlimit limit = {FD_SETSIZE, FD_SETSIZE};
@@ -132,10 +138,11 @@ static int connection_limit()
     int others = 0;
     for (int fd = 0; fd < allowed; fd++)
         others += !FD_ISSET(fd, &svc_fdset) && fcntl(fd, F_GETFD) >= 0;
-    return allowed - others - std::min(Reserve, allowed / 4);
+    return allowed - others - std::min(reserve, allowed / 4);
 }
 
-// Serves one descriptor; connections that come of it are closed in children.
+// Serves one descriptor: a request of a connection, or a new connection. Connections are made close-on-exec,
+// which libtirpc does not do, so that no child holds one open.
 static void serve(int fd)
 {
     if (fd != listener) {
@@ -151,25 +158,27 @@ void rpc_service_run(const rpc_service_t &service)
 {
     static const fd_set none = {};
     const int limit = connection_limit();
-    bool full = false;
+    bool full = false;  // no descriptor left for another connection
     for (;;) {
         fd_set ready = svc_fdset;
         FD_SET(service.wake_fd, &ready);
-        if (full)  // who knocks now gets in when another has gone
+        if (full)  // at the limit, new clients wait in the listen queue until a connection closes
             FD_CLR(listener, &ready);
         const int n = select(FD_SETSIZE, &ready, nullptr, nullptr, nullptr);
         if (n < 0 && errno == EBADF)
             return;
-        if (n <= 0)
+        if (n <= 0)  // EINTR: the handler has written to wake_fd
             continue;
         if (FD_ISSET(service.wake_fd, &ready))
             service.wake();
         FD_CLR(service.wake_fd, &ready);
+        // A busy loop may have hundreds of requests ready; a signal waits for one of them, not for all.
         for_each(ready, none, [&service](int fd) {
             serve(fd);
             if (service.wake_pending())
                 service.wake();
         });
+        // The set grows only by accepting, and must be counted again while we wait for it to shrink.
         if (full || FD_ISSET(listener, &ready))
             full = count(svc_fdset) > limit;
     }

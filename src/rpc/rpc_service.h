@@ -1,4 +1,4 @@
-// rpc_service: serves one ONC RPC program over TCP, one request at a time. Owns the listening socket and
+// rpc_service: serves one ONC RPC program over TCP, one request at a time. It owns the listening socket and
 // the connections behind libtirpc's interface, and decides which of them is read next.
 #pragma once
 
@@ -10,19 +10,20 @@ struct rpc_service_t {
     rpcprog_t program;
     rpcvers_t version;
     void (*dispatch)(svc_req *, SVCXPRT *) noexcept;
-    u_int largest_reply;    // bytes; room for it in the socket lets a client read in its own time
-    u_int largest_request;  // bytes; a longer one ends its connection. 0: no limit, but then a client that
-                            // stops amid a request holds up all others until libtirpc gives it up
-    bool local;             // whether only this host is let in
+    u_int largest_reply;    // bytes; send buffers are sized for it, so that a slow reader blocks nobody
+    u_int largest_request;  // bytes; a longer one closes its connection. 0: no limit, but then a client that
+                            // stops halfway through a request blocks all others until libtirpc times out
+    bool local;             // accept connections from this host only
 
-    // What the loop is woken for besides requests; runs while none is served.
-    int wake_fd;             // readable when there is something to do
-    bool (*wake_pending)();  // the same, without a system call
-    void (*wake)();
+    // Other work that the loop does, between requests and never during one.
+    int wake_fd;             // readable when there is such work
+    bool (*wake_pending)();  // the same question without a system call; asked after every request
+    void (*wake)();          // does it
 };
 
-// Registers the program with the port mapper on a new TCP port, in place of what an earlier instance left
-// there. 1, or 0 with errno (ECONNREFUSED without a port mapper). One service a process.
+// Registers the program with the port mapper on a new TCP port, replacing the entry that an earlier instance
+// left there. Returns 1, or 0 with errno: ECONNREFUSED without a port mapper, EADDRINUSE when it keeps the
+// entry of another owner. A process can have only one service.
 int rpc_service_create(const rpc_service_t &service);
 
 // Serves it. Returns only when select() fails with EBADF.

@@ -1,5 +1,5 @@
-// The framing of RFC 5531 section 11 over a socket that is never read or written without asking the clock;
-// the messages themselves are libtirpc's.
+// The record marking of RFC 5531 section 11 over a non-blocking socket, with a deadline at every step. The
+// messages inside the records are encoded and decoded by libtirpc.
 #include "rpc/timed_client.h"
 
 #include <fcntl.h>
@@ -23,9 +23,9 @@ namespace faxtray {
 
 using deadline_t = std::chrono::steady_clock::time_point;
 
-static constexpr u_int Last_fragment = 0x80000000;
-static constexpr size_t Piece = 1024 * 1024;        // read at once, so that no length is believed
-static constexpr size_t Max_header = 24 + 2 * 408;  // of a call, credentials and verifier included
+static constexpr u_int last_fragment = 0x80000000;  // the top bit of a record mark; the others are a length
+static constexpr size_t piece = 1024 * 1024;  // bytes read at a time: a length alone allocates no memory
+static constexpr size_t max_header = 24 + 2 * 408;  // of a call: six words, credentials and verifier
 
 static deadline_t after(const timeval &limit)
 {
@@ -33,7 +33,7 @@ static deadline_t after(const timeval &limit)
            std::chrono::microseconds(limit.tv_usec);
 }
 
-// The socket, which does not block. What fails returns false with errno, ETIMEDOUT at the deadline.
+// The socket, which does not block. These return false with errno on failure, ETIMEDOUT at the deadline.
 
 static bool wait_for_socket(int fd, short events, deadline_t deadline)
 {
@@ -53,7 +53,7 @@ static bool wait_for_socket(int fd, short events, deadline_t deadline)
     }
 }
 
-// Moves `n` bytes by calls of send or recv.
+// Moves `n` bytes by calls of `move` (send or recv), which is given the count of those moved already.
 template <class Move> static bool move_all(int fd, short events, size_t n, deadline_t deadline, Move move)
 {
     for (size_t done = 0; done < n;) {
@@ -64,7 +64,7 @@ template <class Move> static bool move_all(int fd, short events, size_t n, deadl
             return false;
         if (moved > 0)
             done += static_cast<size_t>(moved);
-        // Asked also of a peer that never makes us wait.
+        // Checked after every call: a peer that always has a byte ready never makes us wait.
         if (std::chrono::steady_clock::now() > deadline) {
             errno = ETIMEDOUT;
             return false;
@@ -87,7 +87,7 @@ static bool receive_all(int fd, char *bytes, size_t n, deadline_t deadline)
                     [&](size_t done) { return recv(fd, bytes + done, n - done, 0); });
 }
 
-// One record, put together of its fragments.
+// Reads one record, joining its fragments.
 static bool receive_record(int fd, std::string *record, deadline_t deadline)
 {
     record->clear();
@@ -96,23 +96,24 @@ static bool receive_record(int fd, std::string *record, deadline_t deadline)
         if (!receive_all(fd, reinterpret_cast<char *>(&mark), sizeof mark, deadline))
             return false;
         mark = ntohl(mark);
-        size_t left = mark & ~Last_fragment;
-        if (left > MAX_REPLY - record->size()) {
+        // The length is the peer's claim: refuse an absurd one, and allocate only as bytes arrive.
+        size_t left = mark & ~last_fragment;
+        if (left > max_reply - record->size()) {
             errno = EMSGSIZE;
             return false;
         }
         while (left > 0) {
-            const size_t have = record->size(), next = std::min(left, Piece);
+            const size_t have = record->size(), next = std::min(left, piece);
             record->resize(have + next);
             if (!receive_all(fd, record->data() + have, next, deadline))
                 return false;
             left -= next;
         }
-    } while (!(mark & Last_fragment));
+    } while (!(mark & last_fragment));
     return true;
 }
 
-// Connects within the deadline; the socket does not block.
+// Connects within the deadline. The socket does not block; empty, with errno, on failure.
 static unique_fd connect_by(const sockaddr_in &address, deadline_t deadline)
 {
     unique_fd fd(socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC | SOCK_NONBLOCK, IPPROTO_TCP));
@@ -120,6 +121,7 @@ static unique_fd connect_by(const sockaddr_in &address, deadline_t deadline)
         return fd;
     if (errno != EINPROGRESS || !wait_for_socket(fd.get(), POLLOUT, deadline))
         return {};
+    // Writable means finished, which may be a failure: the socket has its error number.
     int error = 0;
     socklen_t length = sizeof error;
     if (getsockopt(fd.get(), SOL_SOCKET, SO_ERROR, &error, &length) != 0)
@@ -133,13 +135,13 @@ static unique_fd connect_by(const sockaddr_in &address, deadline_t deadline)
 namespace {
 
 struct timed_client_t {
-    CLIENT client;
+    CLIENT client;  // what callers hold; its cl_private points back here
     unique_fd socket;
     rpcprog_t program;
     rpcvers_t version;
     u_int xid;  // of the last call
     rpc_err error;
-    std::string record;  // the call, then the reply; kept, so that a long one is allocated once
+    std::string record;  // the call, then its reply; kept between calls, so that memory is allocated once
 };
 
 }  // namespace
@@ -149,7 +151,7 @@ static timed_client_t *self(CLIENT *client)
     return static_cast<timed_client_t *>(client->cl_private);
 }
 
-// Notes a transport failure by errno. What comes over this connection next cannot be told apart any more.
+// Records a transport failure from errno. The stream is now out of step, so the connection is shut down.
 static clnt_stat transport_failure(timed_client_t *me, clnt_stat status)
 {
     me->error.re_errno = errno;
@@ -158,7 +160,7 @@ static clnt_stat transport_failure(timed_client_t *me, clnt_stat status)
     return me->error.re_status;
 }
 
-// Puts the call into the record, its mark in front; false when the argument cannot be encoded.
+// Encodes the call into the record, after its record mark. False when the argument cannot be encoded.
 static bool encode_call(timed_client_t *me, rpcproc_t procedure, xdrproc_t xdr_args, void *args)
 {
     rpc_msg header = {};
@@ -169,8 +171,9 @@ static bool encode_call(timed_client_t *me, rpcproc_t procedure, xdrproc_t xdr_a
     header.rm_call.cb_vers = me->version;
     auto number = static_cast<u_int>(procedure);
 
+    // One fragment, encoded in place; the mark is filled in once the length is known.
     std::string &bytes = me->record;
-    bytes.resize(sizeof(u_int) + Max_header + xdr_sizeof(xdr_args, args));
+    bytes.resize(sizeof(u_int) + max_header + xdr_sizeof(xdr_args, args));
     XDR xdrs;
     xdrmem_create(&xdrs, bytes.data(), static_cast<u_int>(bytes.size()), XDR_ENCODE);
     u_int mark = 0;
@@ -179,7 +182,7 @@ static bool encode_call(timed_client_t *me, rpcproc_t procedure, xdrproc_t xdr_a
         !AUTH_WRAP(me->client.cl_auth, &xdrs, xdr_args, static_cast<caddr_t>(args)))
         return false;
     bytes.resize(xdr_getpos(&xdrs));
-    mark = htonl(Last_fragment | static_cast<u_int>(bytes.size() - sizeof mark));
+    mark = htonl(last_fragment | static_cast<u_int>(bytes.size() - sizeof mark));
     memcpy(bytes.data(), &mark, sizeof mark);
     return true;
 }
@@ -189,12 +192,14 @@ static bool_t xdr_nothing(XDR *, void *) noexcept
     return TRUE;
 }
 
-// Takes a reply apart; RPC_INPROGRESS for one to an earlier call.
+// Decodes a reply, and the result into `result` if the call succeeded. RPC_INPROGRESS for the late reply to
+// an earlier call, which is to be skipped.
 static clnt_stat decode_reply(timed_client_t *me, xdrproc_t xdr_result, void *result)
 {
     XDR xdrs;
     xdrmem_create(&xdrs, me->record.data(), static_cast<u_int>(me->record.size()), XDR_DECODE);
     rpc_msg reply = {};
+    // The result is decoded only once the reply is known to be ours.
     reply.acpted_rply.ar_results.proc = reinterpret_cast<xdrproc_t>(xdr_nothing);
     const bool read = xdr_replymsg(&xdrs, &reply);
     const bool ours = read && reply.rm_xid == me->xid;
@@ -204,6 +209,7 @@ static clnt_stat decode_reply(timed_client_t *me, xdrproc_t xdr_result, void *re
             !AUTH_UNWRAP(me->client.cl_auth, &xdrs, xdr_result, static_cast<caddr_t>(result)))
             me->error.re_status = RPC_CANTDECODERES;
     }
+    // Also after a failure: the verifier may have been allocated before it.
     if (reply.rm_reply.rp_stat == MSG_ACCEPTED)
         xdr_free(reinterpret_cast<xdrproc_t>(xdr_opaque_auth), &reply.acpted_rply.ar_verf);
     if (!read)
@@ -211,6 +217,7 @@ static clnt_stat decode_reply(timed_client_t *me, xdrproc_t xdr_result, void *re
     return ours ? me->error.re_status : RPC_INPROGRESS;
 }
 
+// One call, by the deadline: sends it and waits for its own reply.
 static clnt_stat call_by(timed_client_t *me, rpcproc_t procedure, xdrproc_t xdr_args, void *args,
                          xdrproc_t xdr_result, void *result, deadline_t deadline)
 {
@@ -227,6 +234,8 @@ static clnt_stat call_by(timed_client_t *me, rpcproc_t procedure, xdrproc_t xdr_
     } while (status == RPC_INPROGRESS);
     return status;
 }
+
+// The operations of a CLIENT, as libtirpc's clnt_* macros call them.
 
 static clnt_stat timed_call(CLIENT *client, rpcproc_t procedure, xdrproc_t xdr_args, void *args,
                             xdrproc_t xdr_result, void *result, timeval limit)
@@ -266,18 +275,20 @@ static bool_t timed_control(CLIENT *client, u_int request, void *value)
     return TRUE;
 }
 
-static void timed_abort(CLIENT *) {}
+static void timed_abort(CLIENT *) {}  // libtirpc's own do nothing either
 
 using client_ptr = std::unique_ptr<CLIENT, deleter<timed_destroy>>;
 
-// Making one.
+// Creating a client.
 
+// Sets rpc_createerr, where clnt_create reports its failures.
 static void note_failure(clnt_stat status, const rpc_err &error = {})
 {
     rpc_createerr.cf_stat = status;
     rpc_createerr.cf_error = error;
 }
 
+// The same from errno; a time-out is reported as such wherever it happened.
 static void note_errno(clnt_stat status)
 {
     rpc_err error = {};
@@ -286,10 +297,12 @@ static void note_errno(clnt_stat status)
     note_failure(errno == ETIMEDOUT ? RPC_TIMEDOUT : status, error);
 }
 
+// A client that calls `program` over a connected socket; null, with rpc_createerr set, without memory.
 static CLIENT *client_over(unique_fd socket, rpcprog_t program, rpcvers_t version)
 {
     static CLIENT::clnt_ops operations = {timed_call,    timed_abort,   timed_geterr,
                                           timed_freeres, timed_destroy, timed_control};
+    // Transaction ids differ between processes, and between the clients of one by 65,536 calls.
     static u_int first_xid = static_cast<u_int>(time(nullptr)) ^ static_cast<u_int>(getpid()) << 16;
     std::unique_ptr<timed_client_t> made(new (std::nothrow) timed_client_t());
     if (!made) {
@@ -307,7 +320,8 @@ static CLIENT *client_over(unique_fd socket, rpcprog_t program, rpcvers_t versio
     return &made.release()->client;
 }
 
-// Asks the port mapper where the program listens (RFC 1833 section 3); 0 when that is not to be had.
+// Asks the port mapper for the program's TCP port (RFC 1833 section 3); 0, with rpc_createerr set, when it
+// cannot be had.
 static u_short ask_port(sockaddr_in address, rpcprog_t program, rpcvers_t version, deadline_t deadline)
 {
     address.sin_port = htons(PMAPPORT);
@@ -331,6 +345,7 @@ static u_short ask_port(sockaddr_in address, rpcprog_t program, rpcvers_t versio
     return port;
 }
 
+// timed_clnt_create until `deadline`; may throw std::bad_alloc.
 static CLIENT *create_by(const char *host, rpcprog_t program, rpcvers_t version, deadline_t deadline)
 {
     addrinfo hints = {};
@@ -341,6 +356,7 @@ static CLIENT *create_by(const char *host, rpcprog_t program, rpcvers_t version,
         note_failure(RPC_UNKNOWNHOST);
         return nullptr;
     }
+    // The first address only: the service is expected on this host or on one with a single address.
     sockaddr_in address;
     memcpy(&address, found->ai_addr, sizeof address);
     freeaddrinfo(found);

@@ -1,27 +1,31 @@
-// timed_client: a libtirpc client over TCP and IPv4 whose time limits hold for a whole step.
+// timed_client: a libtirpc client over TCP and IPv4 whose time limits cover a whole operation.
 //
-// Used as any CLIENT: clnt_call, clnt_freeres, clnt_geterr, clnt_sperror, clnt_destroy; clnt_control knows
-// CLGET_FD. clnt_create's own clients wait for minutes to connect, begin their time-out anew with every piece
-// that arrives, so that a peer which drips or never stops holds them for ever, and may raise SIGPIPE.
+// Used like any CLIENT: clnt_call, clnt_freeres, clnt_geterr, clnt_sperror, clnt_destroy; of clnt_control
+// only CLGET_FD. The clients that clnt_create makes take minutes to give up connecting, restart their
+// time-out with every fragment, so that a peer that trickles data can hold them for ever, and may raise
+// SIGPIPE.
 #pragma once
 
 #include <rpc/rpc.h>
 
 namespace faxtray {
 
-inline constexpr u_int MAX_REPLY = 64 * 1024 * 1024;  // bytes of a reply; a longer one is refused
+inline constexpr u_int max_reply = 64 * 1024 * 1024;  // bytes; a call whose reply is longer fails
 
-// Finds `program` by the host's port mapper and connects, all within `limit` (but the host's name is looked
-// up without one). Null with rpc_createerr set: RPC_UNKNOWNHOST; RPC_TIMEDOUT; RPC_PMAPFAILURE, re_status
-// and re_errno telling why; RPC_PROGNOTREGISTERED; RPC_SYSTEMERROR with re_errno. The socket is
-// close-on-exec.
+// Asks the host's port mapper for the program's port and connects to it, all within `limit`; only resolving
+// the host's name has no limit of its own. The socket is close-on-exec. Null with rpc_createerr set:
+//   RPC_UNKNOWNHOST        the name does not resolve to an IPv4 address
+//   RPC_TIMEDOUT           `limit` has passed
+//   RPC_PMAPFAILURE        no usable port mapper; re_status and re_errno say why
+//   RPC_PROGNOTREGISTERED  the port mapper does not know the program
+//   RPC_SYSTEMERROR        the program's port does not take connections, or memory is short; see re_errno
 //
-// A call fails with RPC_TIMEDOUT when the whole reply is not there within its time. After a failure of the
+// A call fails with RPC_TIMEDOUT unless the whole reply arrives within its time. After a failure of the
 // transport the connection is shut down, and later calls fail at once with RPC_CANTSEND.
 CLIENT *timed_clnt_create(const char *host, rpcprog_t program, rpcvers_t version, const timeval &limit);
 
-// True when the program is registered at `host` and its port takes connections; the port mapper's entry
-// alone outlives a server.
+// True when the program is registered at `host` and its port takes connections. The port mapper's entry alone
+// proves nothing: it stays after a server has ended.
 bool rpc_answers_on(const char *host, rpcprog_t program, rpcvers_t version);
 
 }  // namespace faxtray

@@ -1,6 +1,5 @@
-// delivery_procedures: what forwarders ask before they deliver: their own inboxes, and the people faxes
-// may be delivered to. Each procedure owns the static result that it returns, valid until the next
-// request.
+// forwarder_procedures: what a forwarder asks before it delivers: which incoming inboxes are its own, and to
+// whom it may deliver. Each procedure owns the static result that it returns, valid until the next request.
 #pragma once
 
 #include <rpc/rpc.h>

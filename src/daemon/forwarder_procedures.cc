@@ -1,5 +1,5 @@
-// Forwarders' procedures that touch no fax.
-#include "daemon/delivery_procedures.h"
+// Both answers come from lists in memory; no fax and no inbox directory is touched.
+#include "daemon/forwarder_procedures.h"
 
 #include <cerrno>
 
@@ -17,9 +17,10 @@ in_res_t *get_ui_1_svc(client_ui_req_t *request, svc_req *) noexcept
 {
     static in_res_t result;
     trprintf("get_ui_1_svc request from [%s].\n", shown(name_of(request->pw)));
-    if (!lists_are_current(result) || !caller_is_valid(request->pw, result) ||
-        !caller_is_forwarder(request->pw, nullptr, result))
+    if (!refresh_lists(result) || !check_caller(request->pw, result) ||
+        !check_forwarder(request->pw, nullptr, result))
         return &result;
+    // A client that has the current list keeps it; 0 asks for the list in any case.
     if (request->check_value != 0 && request->check_value == User_list.check_value) {
         trprintf("get_ui_1_svc: list hasn't changed since last request.\n");
         return error_reply(result, IE_UNCHANGED, 0, "Trayd: List has not changed since last request.");
@@ -31,15 +32,16 @@ in_res_t *get_ui_1_svc(client_ui_req_t *request, svc_req *) noexcept
 in_res_t *get_df_1_svc(pw_req_t *pw, svc_req *) noexcept
 {
     static in_res_t result;
-    static av_list_ptr last_entry;  // what the last result pointed to
+    static av_list_ptr last_entry;  // what the previous result points to
     const char *name = name_of(pw);
     trprintf("get_df_1_svc request from [%s].\n", shown(name));
     last_entry.reset();
-    if (!lists_are_current(result) || !caller_is_valid(pw, result))
+    if (!refresh_lists(result) || !check_caller(pw, result))
         return &result;
     const av_list_t *entry = name ? Forwarder.get(name) : nullptr;
-    if (entry == nullptr)
+    if (!entry)
         return error_reply(result, IE_NOT_DF, 0, "Trayd: User not designated forwarder: [%s].", shown(name));
+    // A copy, because the entry in the table is chained to those of other forwarders.
     last_entry.reset(av_copy(entry));
     if (!last_entry)
         return error_reply(result, IE_SYSTEM, errno, "Trayd: Can't copy user info.");
