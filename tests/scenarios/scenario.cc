@@ -16,7 +16,7 @@
 #include "support/private_host.h"
 #include "support/site.h"
 #include "support/wait_for.h"
-#include "util/crc.h"
+#include "util/short_hash.h"
 
 namespace faxtray {
 
