@@ -1,5 +1,6 @@
 #include "util/access.h"
 
+#include <grp.h>
 #include <gtest/gtest.h>
 #include <unistd.h>
 
@@ -9,10 +10,14 @@
 
 namespace faxtray {
 
+static constexpr gid_t another_of_mine = 12345;
+
 // Sets the effective user and group, for the tests of what the superuser may anyway.
 static void become(uid_t user, gid_t group)
 {
-    if (getuid() == 0 && (seteuid(0) != 0 || setegid(group) != 0 || seteuid(user) != 0))
+    const gid_t groups[] = {1, another_of_mine};
+    if (getuid() == 0 &&
+        (seteuid(0) != 0 || setgroups(2, groups) != 0 || setegid(group) != 0 || seteuid(user) != 0))
         abort();
 }
 
@@ -22,11 +27,17 @@ TEST(Access, TheBitsOfOneClassDecide)
     const uid_t me = geteuid(), other = me + 1;
     const gid_t mine = getegid(), foreign = 54321;
     const std::tuple<mode_t, uid_t, gid_t, const char *, int> rows[] = {
-        {S_IFREG | 0640, me, mine, "rw", 1},      {S_IFREG | 0640, me, mine, "x", 0},
-        {S_IFREG | 0640, other, mine, "r", 1},    {S_IFREG | 0640, other, mine, "rw", 0},
-        {S_IFREG | 0640, other, foreign, "r", 0}, {S_IFREG | 0647, other, foreign, "rwx", 1},
-        {S_IFREG | 0077, me, mine, "r", 0},       {S_IFREG | 0707, other, mine, "r", 0},
-        {S_IFDIR | 0777, me, mine, "r", 0},       {S_IFREG | 0400, me, mine, "rq", 1},
+        {S_IFREG | 0640, me, mine, "rw", 1},
+        {S_IFREG | 0640, me, mine, "x", 0},
+        {S_IFREG | 0640, other, mine, "r", 1},
+        {S_IFREG | 0640, other, mine, "rw", 0},
+        {S_IFREG | 0640, other, foreign, "r", 0},
+        {S_IFREG | 0647, other, foreign, "rwx", 1},
+        {S_IFREG | 0077, me, mine, "r", 0},
+        {S_IFREG | 0707, other, mine, "r", 0},
+        {S_IFDIR | 0777, me, mine, "r", 0},
+        {S_IFREG | 0040, other, another_of_mine, "r", getuid() == 0},
+        {S_IFREG | 0400, me, mine, "rq", 1},
     };
     for (const auto &[mode, uid, gid, perms, granted] : rows) {
         struct stat st = {};

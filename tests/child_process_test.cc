@@ -3,12 +3,14 @@
 #include <fcntl.h>
 #include <gtest/gtest.h>
 #include <signal.h>
+#include <sys/syscall.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
 #include <string>
 
 #include "support/capture.h"
+#include "support/refuse_call.h"
 #include "util/owned.h"
 
 namespace faxtray {
@@ -43,6 +45,24 @@ TEST(ChildProcess, SeesOnlyTheStandardDescriptors)
     EXPECT_EQ(output_of("echo text"), "text\n");
     if (saved)
         dup2(saved.get(), STDIN_FILENO);
+    auto closes_one_by_one = [] {
+        refuse_call(SYS_close_range, ENOSYS);
+        exit(output_of("ls /proc/$$/fd; true") == "0\n1\n2\n" ? 0 : 1);
+    };
+    EXPECT_EXIT(closes_one_by_one(), testing::ExitedWithCode(0), "");
+}
+
+TEST(ChildProcess, OneThatDoesNotReadEndsNobody)
+{
+    const std::string more(1 << 20, 'x');  // than a pipe holds
+    FILE *deaf = child_popen("exec true", "w");
+    EXPECT_LT(fwrite(more.data(), 1, more.size(), deaf), more.size());
+    EXPECT_EQ(errno, EPIPE);
+    EXPECT_EQ(child_pclose(deaf), 0);
+    EXPECT_EQ(signal(SIGPIPE, SIG_DFL), SIG_DFL) << "as before";
+    EXPECT_EQ(child_popen("true", "rw"), nullptr);
+    EXPECT_EQ(child_pclose(stdout), -1);
+    EXPECT_EQ(WEXITSTATUS(child_system("exec /nonexistent 2>/dev/null")), 127);
 }
 
 TEST(ChildProcess, StartsWithCleanSignalsAndTheOldLimit)

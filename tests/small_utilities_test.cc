@@ -1,13 +1,20 @@
-// The small utilities: version_id, crc, clock_text, node_queue.
+// The small utilities: version_id, crc, short_hash, clock_text, io.
 #include "util/crc.h"
 
+#include <fcntl.h>
 #include <gtest/gtest.h>
+#include <signal.h>
+#include <sys/ioctl.h>
+#include <sys/wait.h>
 
+#include <clocale>
 #include <string>
 
-#include "deliver/node_queue.h"
 #include "support/capture.h"
+#include "support/wait_for.h"
 #include "util/clock_text.h"
+#include "util/io.h"
+#include "util/owned.h"
 #include "util/short_hash.h"
 #include "util/version_id.h"
 
@@ -27,10 +34,8 @@ TEST(VersionId, IsCutToItsBufferAndHeldUntilABadOneComes)
 TEST(Crc, StartsFromZeroAndIsNotInverted)
 {
     // The common CRC-32's check value, made from our routine by its start and its final inversion.
-    uint32_t table[256];
-    crc_load_rev_table(0xEDB88320, table);
-    EXPECT_EQ(~crc_rev_update("123456789", 9, ~0U, table), 0xCBF43926U);
-    EXPECT_EQ(crc_val("123456789", 9), crc_rev_update("123456789", 9, 0, table));
+    EXPECT_EQ(~crc_rev_update("123456789", 9, ~0U, crc_table.data()), 0xCBF43926U);
+    EXPECT_EQ(crc_val("123456789", 9), crc_rev_update("123456789", 9, 0, crc_table.data()));
     capture_stderr printed;
     EXPECT_EQ(passwd(std::string(4096, 'x').c_str()), nullptr);
     EXPECT_NE(passwd(std::string(4095, 'x').c_str()), nullptr);
@@ -43,19 +48,42 @@ TEST(ClockText, TellsTheTimeAndEmptiesABufferThatIsTooSmall)
     EXPECT_EQ(std::string(cv_ctime(&when)) + "\n", ctime(&when));
     EXPECT_STREQ(cv_ctime(&never), "");
     char date[9], small[8] = "old";
+    setlocale(LC_TIME, "C.UTF-8");
     EXPECT_EQ(cv_get_date_time("C", date, sizeof date, nullptr, 0), 1);
-    EXPECT_EQ(cv_get_date_time("C", small, sizeof small, nullptr, 0), 0);
+    EXPECT_STREQ(setlocale(LC_TIME, nullptr), "C.UTF-8");
+    EXPECT_EQ(cv_get_date_time("C", small, sizeof small, date, sizeof date), 0);
     EXPECT_STREQ(small, "");
+    EXPECT_EQ(std::string(date).substr(2, 1), ":");
 }
 
-TEST(NodeQueue, IsFirstInFirstOut)
+TEST(Io, MovesAllWhateverTheSystemMovesAtATime)
 {
-    for (intptr_t value : {7, 8, 9})
-        nenq(value);
-    EXPECT_EQ(ndeq(), 8) << "the new head";
-    EXPECT_EQ(ncount(), 2);
-    npurge();
-    EXPECT_EQ(ndeq(), 0);
+    const std::string text(200000, 'x');
+    int ends[2], waiting = 0;
+    ASSERT_EQ(pipe(ends), 0);
+    unique_fd from(ends[0]), to(ends[1]);
+    const pid_t writer = fork();
+    if (writer == 0) {
+        struct sigaction interrupts = {};  // without SA_RESTART
+        interrupts.sa_handler = [](int) {};
+        sigaction(SIGUSR1, &interrupts, nullptr);
+        _exit(!write_full(to.get(), text.data(), text.size()));
+    }
+    to.reset();
+    EXPECT_TRUE(wait_for([&] { return ioctl(from.get(), FIONREAD, &waiting) == 0 && waiting >= 65536; }));
+    for (int i = 0; i < 5; i++)  // the first finds a part written, the next ones none
+        kill(writer, SIGUSR1), usleep(1000);
+    std::string got(text.size() + 1, '\0');
+    EXPECT_EQ(read_full(from.get(), got.data(), got.size()), static_cast<ssize_t>(text.size()));
+    EXPECT_EQ(got.substr(0, text.size()), text);
+    int status = 0;
+    waitpid(writer, &status, 0);
+    EXPECT_EQ(status, 0);
+
+    temp_dir dir;
+    unique_fd file(open(dir.write("file", "abcdef").c_str(), O_RDWR));
+    EXPECT_TRUE(write_full_at(file.get(), "XY", 2, 2) && write_full(file.get(), "Z", 1));
+    EXPECT_EQ(read_file(dir / "file"), "ZbXYef");
 }
 
 }  // namespace faxtray
