@@ -302,7 +302,7 @@ static std::string played(const std::string &scene)
     for (auto [pattern, regular] : {std::pair("[0-9]{2}:[0-9]{2}:[0-9]{2} ", "TIME "),
                                     {"[ 1-3][0-9]-[A-Z][a-z]{2}-[0-9]{4} ", "DATE "},
                                     {"[.][0-9]+-[0-9]+", ".PID-N"},
-                                    {"(ii_|[.]fax[.]|delivery_note[.])[0-9]+", "$1PID"},
+                                    {"(ii_|[.]fax[.]|delivery_note[.]|/faxtray_)[0-9]+", "$1PID"},
                                     {" [1-9a-f][0-9a-f]*:[0-9a-f]+:[0-9a-f]+ ", " DEVICE:INODE:BIRTH "},
                                     {"FDF[.][a-zA-F]{6}", "FDF.xxxxxx"}})
         text = std::regex_replace(text, std::regex(pattern), regular);
