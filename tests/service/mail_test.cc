@@ -1,10 +1,7 @@
-// Mail as the agent sees it: what stands in messages, and what failures leave. That attachments come back
-// byte by byte, delivery_test shows.
+// Mail that no request brings about: odd arguments, and the functions for the fax system's other programs.
 #include "deliver/mail.h"
 
 #include <gtest/gtest.h>
-#include <sys/mount.h>
-#include <sys/stat.h>
 
 #include <tuple>
 
@@ -105,68 +102,6 @@ TEST_F(Mail, GoesInTheFormOfItsMethod)
     EXPECT_EQ(names_in(s / "work"), "");
     EXPECT_EQ(mime_mail_fax("jdoe", 0, "no fax", "", nullptr, nullptr), 1);
     EXPECT_TRUE(sent().ends_with("-Boundary\"\n\n\n--Ondrix-MIME-FAX-Boundary--\n"));
-}
-
-TEST_F(Mail, ConvertedFaxesLeaveNothingBehindAndReplaceNothing)
-{
-    s.add(s / "utils", "tiffconv", "#!/bin/sh\ncp \"$2\" \"$3\"\n");
-    chmod((s / "utils/tiffconv").c_str(), 0755);
-    ASSERT_EQ(send("jdoe", "sunmail_attach", "tiff_f"), 1);
-    EXPECT_NE(sent().find("\nX-Sun-Data-Type: TIFF\nX-Sun-Data-Name: x0_.tif\n"), std::string::npos);
-    EXPECT_EQ(names_in(s / "in"), "x0_.fax");
-    s.add(s / "in", "x0_.tif", "another");
-    EXPECT_EQ(send("jdoe", "mimemail_attach", "tiff_f"), -1);
-    EXPECT_TRUE(traced("mail_fax_image: Can't filter fax file: [" + path + "]\n"));
-    EXPECT_EQ(read_file(s / "in/x0_.tif"), "another");
-}
-
-TEST_F(Mail, AnAgentThatFailsIsToldOfAndChangesNoResult)
-{
-    replace_mail_agent("#!/bin/sh\ncat >/dev/null; kill -9 $$\n");
-    EXPECT_EQ(send("mailto://jdoe", "mimemail_attach"), 1);
-    EXPECT_TRUE(traced("mime_mail_fax: mail agent exit status 137 for [jdoe]\n"));
-    EXPECT_EQ(send("mailto://jdoe", "email_body"), 1);
-    EXPECT_TRUE(traced("image: mail agent exit status 137 for [mailto://jdoe]\n"));
-}
-
-TEST_F(Mail, AFullDiskCutsNoFax)
-{
-    ASSERT_EQ(mount("tmpfs", (s / "work").c_str(), "tmpfs", 0, "size=64k"), 0);
-    EXPECT_EQ(send("jdoe", "sunmail_attach"), -1);
-    EXPECT_TRUE(traced("sun_mail_fax: encode_uuencode failed\n"));
-    EXPECT_TRUE(take_mail().empty());
-    EXPECT_EQ(names_in(s / "work"), "");
-    umount((s / "work").c_str());
-}
-
-TEST_F(Mail, UsersAreToldAsTheyWish)
-{
-    const struct {
-        const char *when, *how;
-        int event, result;
-        const char *trace;
-    } rows[] = {
-        {"fax_incoming", "email", 26, 1, "notify:  Notify 'Al Smith' of event '26', by email\n"},
-        {"fax_incoming_x", "email", 26, 1, "notify:  Notify 'Al Smith' of event '26', by email\n"},
-        {"fax_outgoing", "email", 25, 1, "notify:  Notify 'Al Smith' of event '24', by email\n"},
-        {"fax_incoming, never", "email", 26, 1, "notify:  'Al Smith' does not want to be notified.\n"},
-        {"none", "email", 26, 1, "notify:  Notification for 'fax_incoming' not found in 'none'.\n"},
-        {"", "email", 20, 0, "notify:  Could not find '20' in value table\n"},
-        {"fax_incoming", "exec", 26, 0, "notify:  IV_HOW_TO_NOTIFY_EXEC not implemented.\n"},
-        {"fax_incoming", "", 26, 0, "notify:  Ignoring '-1' notification type...\n"},
-    };
-    for (const auto &row : rows) {
-        av_list_ptr user(av_new("Al Smith"));
-        av_put(user.get(), "when_to_notify", row.when);
-        av_put(user.get(), "how_to_notify", row.how);
-        av_put(user.get(), "email_address", "al");
-        EXPECT_EQ(notify(user.get(), nullptr, nullptr, row.event), row.result) << row.when;
-        EXPECT_TRUE(traced(row.trace)) << row.trace;
-        std::vector<std::string> expected;
-        if (std::string_view(row.trace).ends_with("by email\n"))
-            expected = {"args: -om al\nFrom: Ondrix_server\nSubject: No subject.\n\nNo message.\n"};
-        EXPECT_EQ(take_mail(), expected) << row.when;
-    }
 }
 
 TEST_F(Mail, TheRegistryKnowsTheSenderAndTheUsers)

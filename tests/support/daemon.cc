@@ -14,43 +14,41 @@
 
 namespace faxtray {
 
-// Starts faxtrayd in the site's directory, its output going to `output`.
-static pid_t start(const site &at, const std::vector<std::string> &args, const std::string &output)
+pid_t spawn(const std::vector<std::string> &words, const std::string &directory, const std::string &output)
 {
     fflush(nullptr);
-    pid_t pid = fork();
+    const pid_t pid = fork();
     if (pid != 0)
         return pid;
-    std::vector<char *> argv = {const_cast<char *>("faxtrayd")};
-    for (const std::string &arg : args)
-        argv.push_back(const_cast<char *>(arg.c_str()));
+    std::vector<char *> argv;
+    for (const std::string &word : words)
+        argv.push_back(const_cast<char *>(word.c_str()));
     argv.push_back(nullptr);
-    int out = open(output.c_str(), O_WRONLY | O_CREAT | O_TRUNC, 0644);
+    const int out = open(output.c_str(), O_WRONLY | O_CREAT | O_APPEND, 0644);
     unsetenv("ONDRIXHOME");
-    setenv("ONDRIXTMP", (at / "tmp").c_str(), 1);
-    if (chdir(at.path().c_str()) == 0 && dup2(out, 1) == 1 && dup2(out, 2) == 2)
-        execv(FAXTRAYD, argv.data());
-    perror(FAXTRAYD);
+    setenv("ONDRIXTMP", (directory + "/tmp").c_str(), 1);
+    if (chdir(directory.c_str()) == 0 && dup2(out, 1) == 1 && dup2(out, 2) == 2)
+        execvp(argv[0], argv.data());
+    perror(argv[0]);
     _exit(127);
 }
 
-static int await(pid_t pid)
+bool has_ended(pid_t pid)
 {
-    int status = 0;
-    bool ended = wait_for([&] { return waitpid(pid, &status, WNOHANG) == pid; });
-    if (!ended) {
-        ADD_FAILURE() << "faxtrayd does not end";
-        kill(pid, SIGKILL);
-        waitpid(pid, &status, 0);
-    }
-    return WIFEXITED(status) ? WEXITSTATUS(status) : 1000 + WTERMSIG(status);
+    siginfo_t state = {};
+    return waitid(P_PID, static_cast<id_t>(pid), &state, WEXITED | WNOHANG | WNOWAIT) != 0 ||
+           state.si_pid != 0;
 }
 
-ended_t run_faxtrayd(const site &at, const std::vector<std::string> &args)
+int await(pid_t pid)
 {
-    pid_t pid = start(at, args, at / "output");
-    int status = await(pid);
-    return {status, read_file(at / "output")};
+    if (!wait_for([&] { return has_ended(pid); })) {
+        ADD_FAILURE() << "process " << pid << " does not end";
+        kill(pid, SIGKILL);
+    }
+    int status = 0;
+    waitpid(pid, &status, 0);
+    return WIFEXITED(status) ? WEXITSTATUS(status) : 1000 + WTERMSIG(status);
 }
 
 ended_t run_shell(const std::string &command)
@@ -74,12 +72,11 @@ bool daemon_answers()
 
 running_daemon::running_daemon(const site &at, const std::vector<std::string> &options) : site_(at)
 {
-    std::vector<std::string> args = {
-        "-f", "-W", "work", "-U", at / "USER_LIST.info", "-M", at / "MODEMS.info"};
-    args.insert(args.end(), options.begin(), options.end());
-    pid_ = start(at, args, at / "output");
-    bool up = wait_for([&] { return waitpid(pid_, nullptr, WNOHANG) == pid_ || daemon_answers(); });
-    if (!up || kill(pid_, 0) != 0)
+    std::vector<std::string> words = {
+        FAXTRAYD, "-f", "-W", "work", "-U", at / "USER_LIST.info", "-M", at / "MODEMS.info"};
+    words.insert(words.end(), options.begin(), options.end());
+    pid_ = spawn(words, at.path(), at / "output");
+    if (!wait_for([&] { return has_ended(pid_) || daemon_answers(); }) || has_ended(pid_))
         ADD_FAILURE() << "faxtrayd does not start: " << read_file(at / "output");
 }
 
@@ -93,11 +90,6 @@ running_daemon::~running_daemon()
 std::string running_daemon::log() const
 {
     return read_file(site_ / "work/trayd_log");
-}
-
-bool running_daemon::logs(const std::string &text) const
-{
-    return wait_for([&] { return log().find(text) != std::string::npos; });
 }
 
 void running_daemon::signal(int sig) const

@@ -15,8 +15,10 @@ struct ended_t {
     std::string output;  // standard output and standard error
 };
 
-// Runs faxtrayd with exactly these arguments in the site's directory until it ends.
-ended_t run_faxtrayd(const site &at, const std::vector<std::string> &args);
+// Starts a program in a directory, with its "tmp" for temporary files; what it prints is added to `output`.
+pid_t spawn(const std::vector<std::string> &words, const std::string &directory, const std::string &output);
+bool has_ended(pid_t child);
+int await(pid_t child);  // its status, as in ended_t; killed if it does not end by itself
 
 // Runs a shell command until it ends.
 ended_t run_shell(const std::string &command);
@@ -34,8 +36,7 @@ public:
     running_daemon &operator=(const running_daemon &) = delete;
 
     pid_t pid() const { return pid_; }
-    std::string log() const;                   // what it has logged so far
-    bool logs(const std::string &text) const;  // waits for that text
+    std::string log() const;  // what it has logged so far
     void signal(int sig) const;
     int stop(int sig = 15);  // its exit status, as in ended_t
 

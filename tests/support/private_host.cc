@@ -124,12 +124,6 @@ void replace_mail_agent(const std::string &script)
     write_file("/usr/lib/sendmail", script.c_str(), 0755);
 }
 
-void link_mail_agent(const std::string &program)
-{
-    unlink("/usr/lib/sendmail");
-    require(symlink(program.c_str(), "/usr/lib/sendmail") == 0, "/usr/lib/sendmail");
-}
-
 void restore_mail_agent()
 {
     replace_mail_agent(sendmail);

@@ -25,10 +25,8 @@ void stop_port_mapper();
 // What sendmail was given, oldest first: a line "args: ..." and the message. Then forgets it.
 std::vector<std::string> take_mail();
 
-// Puts another program in the place of /usr/lib/sendmail: a script, or a link to what is installed; and
-// the recording one back.
+// Puts a script in the place of /usr/lib/sendmail, and the recording one back.
 void replace_mail_agent(const std::string &script);
-void link_mail_agent(const std::string &program);
 void restore_mail_agent();
 
 }  // namespace faxtray
