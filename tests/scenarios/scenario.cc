@@ -446,13 +446,12 @@ static void take(const step_t &step)
     }
     const pid_t injector = failure.verb.empty() ? -1 : inject(std::exchange(failure, {}));
     act(step);
-    if (daemon_pid > 0 && has_ended(daemon_pid)) {
+    // Once it answers, all that follows the step's reply is done.
+    if (daemon_pid > 0 && !daemon_answers() && wait_for([] { return has_ended(daemon_pid); })) {
         const int status = await(std::exchange(daemon_pid, -1));
         say("  = ", status < 1000 ? "exit " + std::to_string(status)
                                   : "ended by signal " + std::to_string(status - 1000));
     }
-    if (daemon_pid > 0)
-        daemon_answers();  // so that all that follows a reply is done
     if (injector > 0) {
         kill(injector, SIGTERM);
         await(injector);
