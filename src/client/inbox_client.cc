@@ -396,8 +396,7 @@ bool inbox_client::find(const inbox_ref &inbox, faxid_t id, fax_entry *fax)
 
 bool inbox_client::fetch(const inbox_ref &inbox, const fax_entry &fax, const byte_sink &sink)
 {
-    const std::string what = std::string("fax ") + std::to_string(fax.id) + " ";
-    const std::string cure = " bytes that were listed: list it again";
+    const std::string listed = std::to_string(fax.size) + " bytes that were listed: list it again";
     // The file may be replaced on the server while it is read. Its size is all there is to go by, so exactly
     // that many bytes are passed on, and a fax of another size is a failure.
     u_int got = 0, chunk = 0;
@@ -409,11 +408,10 @@ bool inbox_client::fetch(const inbox_ref &inbox, const fax_entry &fax, const byt
         if (!get_fax(inbox, fax.id, MAX_READ_SIZE, got, counted))
             return false;
         if (chunk == 0)
-            return fail(client_failure::MISMATCH, what + "ended after " + std::to_string(got) + " of the " +
-                                                      std::to_string(fax.size) + cure);
-        if (chunk > fax.size - got)
             return fail(client_failure::MISMATCH,
-                        what + "is longer than the " + std::to_string(fax.size) + cure);
+                        "it ended after " + std::to_string(got) + " of the " + listed);
+        if (chunk > fax.size - got)
+            return fail(client_failure::MISMATCH, "it is longer than the " + listed);
         got += chunk;
     }
     return true;
