@@ -1,13 +1,11 @@
-// What the client does without a server.
+// What the client does without a server. What it does with one, true or false, is in the scenarios client_*.
 #include <gtest/gtest.h>
-#include <sys/stat.h>
 
 #include <clocale>
 #include <memory>
 
 #include "client/commands.h"
 #include "client/output.h"
-#include "client/password.h"
 #include "disk/whole_file.h"
 #include "support/capture.h"
 #include "util/command_output.h"
@@ -45,19 +43,6 @@ TEST(Client, FindsAnInboxByDescriptionOrHandle)
     EXPECT_EQ(handle_of(inboxes, "1a2b") + handle_of(inboxes, "1A2B"), "1a2b");
     EXPECT_EQ(handle_of(inboxes, "cafe"), "77");  // descriptions first
     EXPECT_EQ(comma_separated(" a b, ,c ,\td,"), (std::vector<std::string>{"a b", "c", "d"}));
-}
-
-TEST(Client, PasswordsComeFromTheFirstLineOfAFile)
-{
-    temp_dir dir;
-    capture_stderr err;
-    const std::string file = dir.write("pw", "halyard\r\nmore\n");
-    std::string password, hash;
-    ASSERT_EQ(chmod(file.c_str(), 0644), 0);
-    EXPECT_TRUE(read_password_file(file, &password) && hash_password(password, &hash));
-    EXPECT_EQ(hash, "2fc7b405");
-    EXPECT_NE(err.text().find("chmod 600"), std::string::npos);
-    EXPECT_FALSE(hash_password("two words", &hash));
 }
 
 TEST(Client, AFaxIsOnDiskWholeOrNotAtAll)

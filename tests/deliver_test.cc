@@ -22,6 +22,8 @@ struct outcome {
     std::string message, destination, log;
 };
 
+static int calls_of_keepalive;
+
 class Delivery : public testing::Test {
 protected:
     Delivery()
@@ -53,7 +55,9 @@ protected:
     {
         char message[4096] = "none", destination[4096] = "none";
         capture_stderr log;
-        int result = deliver_fax(record(with).get(), fax.c_str(), message, destination, nullptr, 0);
+        calls_of_keepalive = 0;
+        int result = deliver_fax(
+            record(with).get(), fax.c_str(), message, destination, [] { calls_of_keepalive++; }, 0);
         return {result, message, destination, log.text()};
     }
 
@@ -88,6 +92,7 @@ TEST_F(Delivery, ArrivesInTheInboxAsAsked)
         const std::string fax = add_fax(row.name), faxes = names_in(s.incoming());
         outcome got = deliver(fax, row.with);
         EXPECT_EQ(got.result, row.result);
+        EXPECT_EQ(calls_of_keepalive, 1);
         EXPECT_EQ(got.message, row.result ? "Incoming problem fax has been routed to 'Al Smith' inbox.\n"
                                           : "Incoming fax has been routed to 'Al Smith' inbox.\n");
         const std::string arrived = names_in(inbox);
@@ -139,7 +144,8 @@ TEST_F(Delivery, FailuresSayWhyAndLeaveNothing)
         EXPECT_EQ(names_in(s.incoming()) + names_in(s / "work") + names_in(inbox), "x3.fax") << row.message;
     }
     EXPECT_EQ(deliver(s.incoming() + "/none.fax").result, 5) << "nothing to copy";
-    EXPECT_EQ(deliver(std::string(MAXPATHLEN, '/')).result, 5);
+    EXPECT_EQ(deliver(std::string(MAXPATHLEN, 'x')).message.find("Fax Routing failure"), 0u)
+        << "no name fits";
     EXPECT_EQ(deliver("").message, failure + "Bad or invalid argument for delivery.\n");
 }
 

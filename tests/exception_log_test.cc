@@ -27,10 +27,8 @@ TEST(ExceptionLog, LineTellsTimeLevelMessageAndPlace)
     std::string log = dir / "exception_log";
     ASSERT_EQ(elog_init("faxtrayd", log.c_str(), 0), 1);
     EXPECT_EQ(elog_init("other", "", 1), 0);
-    errno = ENOTTY;
     EXPECT_EQ(elog_writef(version, "deliver.cc", 42, ELOG_FATAL, ELOG_FILE, "lost [%s]: %d\n\n", "a\n", 7),
               1);
-    EXPECT_EQ(errno, ENOTTY);
     EXPECT_EQ(elog_writef("no version", nullptr, 0, ELOG_WARNING, ELOG_FILE, "%s", ""), 1);
     EXPECT_EQ(elog_writef(nullptr, "x.cc", 1, 7, ELOG_FILE, "odd"), 1);
     EXPECT_EQ(elog_writef(nullptr, "x.cc", 2, ELOG_NOTICE, ELOG_FILE, X128 X128 X128 X128 "%s", "cut"), 1);
@@ -44,7 +42,9 @@ TEST(ExceptionLog, FallsBackToStandardErrorWhenTheFileCannotBeWritten)
 {
     elog_init("faxtrayd", "/dev/null/log", 1);
     capture_stderr err;
+    errno = ENOTTY;
     EXPECT_EQ(elog_writef(version, "x.cc", 1, ELOG_ERROR, ELOG_FILE, "said"), 0);
+    EXPECT_EQ(errno, ENOTTY) << "not that of the file that could not be opened";
     EXPECT_EQ(timeless(err.text()), "elog_writef:  failed to fopen(\"/dev/null/log\"),errno=20," +
                                         std::string(version) +
                                         ",x.cc,1\nTIME   ERROR:  said  //faxtrayd [x.cc:1] 9.2.3.4\n");
@@ -55,7 +55,8 @@ static std::string told;
 static void tell(const elog_entry_t &entry) noexcept
 {
     told += timeless(std::string(entry.prefix) + entry.message + entry.trailer);
-    told += std::string(entry.notify ? "notify" : "quiet") + (entry.written < 0 ? " lost\n" : " written\n");
+    told += "queue " + std::to_string(entry.queue) + (entry.notify ? " notify" : " quiet") +
+            (entry.written < 0 ? " lost\n" : " written\n");
     if (entry.notify)
         elog_writef(version, "x.cc", 2, ELOG_ERROR, ELOG_FILE, "inner");
 }
@@ -63,7 +64,7 @@ static void tell(const elog_entry_t &entry) noexcept
 TEST(ExceptionLog, NotifierHearsOfEachEntryAndOfItsOwnQuietly)
 {
     temp_dir dir;
-    elog_init("faxtrayd", (dir / "log").c_str(), 3);
+    elog_init("faxtrayd", (dir / "log").c_str(), 0);
     elog_set_notifier(tell);
     elog_writef(version, "x.cc", 1, ELOG_ERROR, ELOG_FILE, "n%d\n", 1);
     EXPECT_EQ(elog_toggle_notify(1), 0);
@@ -71,9 +72,9 @@ TEST(ExceptionLog, NotifierHearsOfEachEntryAndOfItsOwnQuietly)
     elog_writef(version, "x.cc", 1, ELOG_ERROR, ELOG_FILE, "n%d\n", 2);
     EXPECT_EQ(elog_toggle_notify(0), 1);
     elog_set_notifier(nullptr);
-    EXPECT_EQ(told, "TIME   ERROR:  n1  //faxtrayd [x.cc:1] 9.2.3.4\nnotify written\n"
-                    "TIME   ERROR:  inner  //faxtrayd [x.cc:2] 9.2.3.4\nquiet written\n"
-                    "TIME   ERROR:  n2  //faxtrayd [x.cc:1] 9.2.3.4\nquiet lost\n");
+    EXPECT_EQ(told, "TIME   ERROR:  n1  //faxtrayd [x.cc:1] 9.2.3.4\nqueue 1 notify written\n"
+                    "TIME   ERROR:  inner  //faxtrayd [x.cc:2] 9.2.3.4\nqueue 1 quiet written\n"
+                    "TIME   ERROR:  n2  //faxtrayd [x.cc:1] 9.2.3.4\nqueue 3 quiet lost\n");
 }
 
 }  // namespace faxtray

@@ -4,18 +4,10 @@
 #include <signal.h>
 
 #include "support/capture.h"
-#include "support/temp_dir.h"
 
 namespace faxtray {
 
-TEST(LogCallback, GetsTypeAndTextPrintedAsAFormat)
-{
-    const temp_dir dir;
-    const std::string command = "exec >'" + (dir / "told") + "'; cat; echo type";
-    EXPECT_EQ(run_log_callbacks(command.c_str(), 2, "lost [%s]: %d of 100%%%n\n"), 1);
-    EXPECT_EQ(read_file(dir / "told"), "lost [(null)]: 0 of 100%\ntype 2\n");
-}
-
+// That the command gets its type and text, the scenario "notices" shows.
 TEST(LogCallback, FailureIsTracedAndNoMore)
 {
     const trace_on trace;

@@ -4,6 +4,7 @@
 
 #include <string>
 
+#include "deliver/mail_agent.h"
 #include "support/capture.h"
 
 namespace faxtray {
@@ -29,6 +30,11 @@ TEST(MailTarget, AddressIsWhatStandsBetweenSchemeAndParameters)
         EXPECT_EQ(address ? address : "none", row.address) << (row.target ? row.target : "null");
         EXPECT_EQ(printed.text(), address ? "" : "get_mail_address: Null user address\n");
     }
+}
+
+TEST(MailTarget, HeadersStayOneLine)
+{
+    EXPECT_EQ(header_value("a\r\nb: c\n"), "a  b: c ");
 }
 
 TEST(MailTarget, ParametersMayBeQuotedOrEmptyAndAreCutToTheBuffer)
