@@ -7,7 +7,7 @@
 
 namespace faxtray {
 
-// That the command gets its type and text, the scenario "notices" shows.
+// That the command gets its type and text, the scenario "exceptions" shows.
 TEST(LogCallback, FailureIsTracedAndNoMore)
 {
     const trace_on trace;
