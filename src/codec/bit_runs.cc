@@ -1,4 +1,5 @@
-// Finds, sets and inverts stretches of pixels by whole bytes, and white or black space by eight of them.
+// Works on whole bytes, with a mask at each end of a stretch; a search skips eight bytes of one colour at a
+// time.
 #include "codec/bit_runs.h"
 
 #include <algorithm>
@@ -15,7 +16,7 @@ template <class Change> static void change_bytes(unsigned char *line, int start,
         return;
     const int end = start + count;
     unsigned char *first = line + start / 8, *last = line + (end - 1) / 8;
-    const unsigned head = 0xFFu >> start % 8, tail = 0xFFu << (7 - (end - 1) % 8);
+    const unsigned head = 0xFFu >> start % 8, tail = 0xFFu << (7 - (end - 1) % 8);  // masks of both ends
     if (first == last) {
         change(*first, head & tail);
         return;
@@ -46,8 +47,9 @@ int bit_next_trans(const unsigned char *line, int start, int width, int black)
         return width;
     const uint64_t same = black ? ~uint64_t{0} : 0;  // what eight bytes of the colour look like
     const unsigned char *at = line + start / 8, *end = line + (width + 7) / 8;
-    unsigned differ = (*at ^ same) & (0xFFu >> start % 8);
+    unsigned differ = (*at ^ same) & (0xFFu >> start % 8);  // pixels of the other colour in the byte
     if (differ == 0) {
+        // By eight bytes as far as they are of one colour, then by single ones.
         at++;
         for (uint64_t bytes; end - at >= 8; at += 8) {
             memcpy(&bytes, at, sizeof bytes);
@@ -60,9 +62,11 @@ int bit_next_trans(const unsigned char *line, int start, int width, int black)
             return width;
     }
     const int found = static_cast<int>(at - line) * 8 + std::countl_zero(static_cast<unsigned char>(differ));
-    return std::min(found, width);
+    return std::min(found, width);  // it may be one of the padding bits
 }
 
+// Right of a0 a change to the other colour is the end of a run of `black`. If a0 lies within a run of the
+// other colour, that run is skipped first.
 int bit_find_b1(const unsigned char *reference, int a0, int width, int black)
 {
     const int from = a0 < 0 ? 0 : bit_next_trans(reference, a0, width, !black);

@@ -1,4 +1,7 @@
 // Re-codes a fax file into another beside it, page by page, and moves that over the first once it is whole.
+//
+// States on disk: the fax as it was and a growing PATH.PID beside it; then the re-coded fax alone. A crash in
+// between leaves PATH.PID, which the work note of the delivery names.
 #include "codec/change_format.h"
 
 #include <endian.h>
@@ -12,6 +15,9 @@
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
+#include <new>
+#include <string>
+#include <utility>
 
 #include "codec/fast_encoder.h"
 #include "codec/line_assembler.h"
@@ -19,35 +25,37 @@
 #include "codec/t4_decoder.h"
 #include "codec/t4_encoder.h"
 #include "disk/files.h"
+#include "disk/scratch_file.h"
 #include "disk/work_note.h"
 #include "faxfile/fax_header.h"
+#include "faxfile/fax_params.h"
+#include "util/io.h"
 #include "util/owned.h"
 
 namespace faxtray {
 
 static constexpr int line_width = changes_width;
 static constexpr size_t first_capacity = 512 * 1024, growth = 64 * 1024, max_capacity = 256 * 1024 * 1024;
-static constexpr long max_lines = max_capacity / changes_line_bytes;  // what there is room for
+static constexpr long max_lines = max_capacity / changes_line_bytes;  // of a page; more are dropped
 static constexpr size_t piece_size = 4096;
 
 namespace {
 
 using byte_ptr = std::unique_ptr<unsigned char, deleter<free>>;
 
-enum : int { MH = 0, MR = 1, MMR = 3 };  // DF codes
-
-// The conversion under way. The decoder's and the encoder's callbacks have no argument to find it by.
+// The conversion under way. The decoder's and the encoder's callbacks have no argument that could point to
+// it.
 struct Oconv_st {
-    byte_ptr lines;  // decoded lines of the page
-    size_t capacity = 0, used = 0;
-    fast_encoder_t *encoder = nullptr;  // where lines go instead when they are not collected
+    byte_ptr lines;                     // decoded lines of the page, where bitmaps are collected
+    size_t capacity = 0, used = 0;      // bytes of `lines`
+    fast_encoder_t *encoder = nullptr;  // takes the lines where no bitmaps are collected
 
-    int fd = -1;            // output file
-    off_t offset = 0;       // where in it the next bytes go
-    size_t page_bytes = 0;  // coded data of the page
-    size_t pending = 0;     // bytes of `piece` not yet written
-    int write_error = 0;    // of the first write that failed; nothing more is written then
-    unsigned char piece[piece_size];
+    int fd = -1;                      // output file
+    off_t offset = 0;                 // where in it the next bytes go
+    size_t page_bytes = 0;            // coded data of the page
+    size_t pending = 0;               // bytes of `piece` not yet written
+    int write_error = 0;              // of the first write that failed; nothing more is written then
+    unsigned char piece[piece_size];  // gathers small writes
 };
 
 }  // namespace
@@ -56,8 +64,9 @@ static Oconv_st conversion;
 
 // Decoded lines
 
-// Room for one more line, if it can be had. The steps are small, but at this size the system moves no bytes:
-// it maps the block elsewhere, so lines cost the same however many there are.
+// Makes room for more lines, if it can. Growth is linear, but realloc remaps blocks of this size instead of
+// copying them, so each line costs the same. The limit is against pages made to exhaust memory: one byte of
+// T.6 can be eight lines.
 static void grow_lines()
 {
     if (conversion.capacity >= max_capacity)
@@ -95,21 +104,11 @@ int fp_getdataf(const unsigned char **lines, int *count)
 
 // Output
 
-// Writes all, whatever the system takes at a time, unless an earlier write failed.
+// Writes all the bytes, unless an earlier write failed.
 static bool write_at(const void *bytes, size_t n, off_t offset)
 {
-    for (auto *at = static_cast<const unsigned char *>(bytes); n > 0 && !conversion.write_error;) {
-        const ssize_t put = pwrite(conversion.fd, at, n, offset);
-        if (put < 0 && errno == EINTR)
-            continue;
-        if (put <= 0) {
-            conversion.write_error = put < 0 ? errno : EIO;
-            break;
-        }
-        at += put;
-        offset += put;
-        n -= static_cast<size_t>(put);
-    }
+    if (!conversion.write_error && !write_full_at(conversion.fd, bytes, n, offset))
+        conversion.write_error = errno;
     return !conversion.write_error;
 }
 
@@ -122,7 +121,7 @@ static bool write_piece()
 }
 
 // The low byte of each word comes first: decoders take bytes in file order, each from its least significant
-// bit.
+// bit on.
 int fp_putdataf(const uint16_t *words, int count)
 {
     for (int done = 0; done < count;) {
@@ -148,29 +147,22 @@ struct input_t {
     const char *path;
     unique_fd fd;
     fax_header_ptr header;
-    off_t left = 0;  // bytes of the file not yet read
-    byte_ptr page;   // coded data of a page
-    size_t capacity = 0;
+    off_t left = 0;       // bytes of the file not yet read
+    byte_ptr page;        // coded data of a page; one buffer for all
+    size_t capacity = 0;  // of `page`
 };
 
 enum class outcome { done, skipped, failed };
 
 }  // namespace
 
-// Reads as many bytes as there are, up to `n`.
+// Reads up to `n` bytes, as far as the file goes. A failure to read is a short read: there is one message for
+// both.
 static size_t read_bytes(input_t &in, void *bytes, size_t n)
 {
-    size_t done = 0;
-    while (done < n) {
-        const ssize_t got = read(in.fd.get(), static_cast<char *>(bytes) + done, n - done);
-        if (got < 0 && errno == EINTR)
-            continue;
-        if (got <= 0)
-            break;
-        done += static_cast<size_t>(got);
-    }
-    in.left -= static_cast<off_t>(done);
-    return done;
+    const ssize_t got = std::max<ssize_t>(read_full(in.fd.get(), bytes, n), 0);
+    in.left -= got;
+    return static_cast<size_t>(got);
 }
 
 static outcome report_short_page(const input_t &in, uint32_t length, size_t got)
@@ -181,7 +173,8 @@ static outcome report_short_page(const input_t &in, uint32_t length, size_t got)
     return outcome::failed;
 }
 
-// Room for the coded data of a page. Without it the first page fails, a later one is skipped.
+// Makes room for the coded data of a page. Without memory the conversion fails at the first page, but leaves
+// out a later one, so that the recipient gets the other pages.
 static outcome make_room(input_t &in, size_t length)
 {
     if (in.page && length <= in.capacity)
@@ -204,7 +197,8 @@ static outcome make_room(input_t &in, size_t length)
     return lseek(in.fd.get(), skipped, SEEK_CUR) < 0 ? outcome::failed : outcome::skipped;
 }
 
-// The coded data of the next page into `in.page`. No memory is asked for more than the file holds.
+// Reads the coded data of the next page into `in.page`. The length is compared with what the file holds
+// first, so a false one allocates nothing.
 static outcome read_page(input_t &in, size_t *length)
 {
     uint32_t big_endian;
@@ -226,7 +220,7 @@ static outcome read_page(input_t &in, size_t *length)
 
 // Pages
 
-// By way of bitmaps.
+// By way of bitmaps of all lines of the page: the plain way, which the other one is tested against.
 static bool recode_lines(const unsigned char *data, size_t length, int from, int to, int vr)
 {
     t4_callbacks_t collect;
@@ -234,25 +228,28 @@ static bool recode_lines(const unsigned char *data, size_t length, int from, int
     conversion.used = 0;
     if (!t4dec(data, length, from, collect))
         return false;
-    if (to == MH)
+    if (to == DF_MH)
         putrunlen(false, T4_EOL, nullptr, fp_found_line, nullptr);
     encode_g3_fax(fp_getdataf, fp_putdataf, to, vr);
     return true;
 }
 
+// Encodes a damaged line as it was concealed.
 static void recode_line(const unsigned char *line, int /*bytes*/)
 {
     if (conversion.encoder->lines() < max_lines)
         conversion.encoder->line(line, false);
 }
 
+// Encodes a clean line.
 static void recode_changes(void *, const line_changes_t &line, bool same)
 {
     if (conversion.encoder->lines() < max_lines)
         conversion.encoder->line(line, same);
 }
 
-// The same bits, without bitmaps of clean lines.
+// From changing elements to changing elements, without bitmaps of clean lines: the same bits, several times
+// faster, and no memory for the page.
 static bool recode_changing_elements(const unsigned char *data, size_t length, int from, int to, int vr)
 {
     fast_encoder_t encoder(to, vr == 1 ? 4 : 2, fp_putdataf);
@@ -261,23 +258,25 @@ static bool recode_changing_elements(const unsigned char *data, size_t length, i
     damaged.line = recode_line;
     if (!t4dec_changes(data, length, from, recode_changes, nullptr, damaged))
         return false;
-    if (to == MH)
+    if (to == DF_MH)
         putrunlen(false, T4_EOL, nullptr, recode_line, nullptr);
     encoder.finish();
     return true;
 }
 
-// The coded data of one page from one coding to the other, to the output by way of fp_putdataf. What fails
-// there is in `conversion`; false when the decoder fails.
-// Kept: to MH the end is an EOL for putrunlen, and since no decoder but that of MH works through it, this
-// adds a white line to every page.
+// Re-codes the data of one page; fp_putdataf writes the result. False if the decoder fails; a failure to
+// write is in `conversion`.
+//
+// Kept: conversion to MH ends with an EOL for putrunlen. Only the MH decoder feeds putrunlen, so its line is
+// empty and every page gains a white one; recipients of MH faxes count on the length of a page.
 static bool recode_page(const unsigned char *data, size_t length, int from, int to, int vr)
 {
     const bool by_bitmaps = t4dec_debug() & T4_DEBUG_BITMAPS;
     return (by_bitmaps ? recode_lines : recode_changing_elements)(data, length, from, to, vr);
 }
 
-// A page with its length before it.
+// Writes a page with its length before it. The length is known last, so its place is left out and written
+// afterwards.
 static bool write_page(const input_t &in, size_t length, int from, int to, int vr)
 {
     const off_t start = conversion.offset;
@@ -296,6 +295,8 @@ static bool write_page(const input_t &in, size_t length, int from, int to, int v
     return false;
 }
 
+// The header's "#PAGES" decides how many pages there are: without it there is none, and what follows the last
+// page is dropped.
 static bool recode_pages(input_t &in, int from, int to, int vr, void (*progress)())
 {
     const char *count = get_fax_header_value(in.header.get(), "#PAGES");
@@ -318,53 +319,50 @@ static bool recode_pages(input_t &in, int from, int to, int vr, void (*progress)
 
 namespace {
 
-// The file beside the input, removed unless it could be moved over that.
-class output_file {
-public:
-    explicit output_file(const char *input)
-    {
-        const int n = snprintf(path_, sizeof path_, "%s.%d", input, static_cast<int>(getpid()));
-        if (n >= MAXPATHLEN)
-            return;
-        note_will_make(path_);
-        fd_.reset(open(path_, O_WRONLY | O_CREAT | O_TRUNC | O_NOFOLLOW | O_CLOEXEC, 0644));
-        made_ = static_cast<bool>(fd_);
-        if (made_)
-            note_made(path_);
-    }
-    ~output_file()
-    {
-        if (made_)
-            unlink(path_);
-    }
-    output_file(const output_file &) = delete;
-    output_file &operator=(const output_file &) = delete;
-
-    int fd() const { return fd_.get(); }
-
-    // Onto the disk first, so that no crash leaves less than the input was.
-    bool move_to(const char *path)
-    {
-        const bool synced = fsync(fd_.get()) == 0;
-        if (close(fd_.release()) != 0 || !synced) {
-            fprintf(stderr, "t4dec_change_format: Failure writing %s: %s\n", path_, strerror(errno));
-            return false;
-        }
-        made_ = !cv_move(path_, path);
-        if (made_)
-            fprintf(stderr, "t4dec_change_format: cv_move(\"%s\",\"%s\") failure.\n", path_, path);
-        return !made_;
-    }
-
-private:
-    char path_[MAXPATHLEN + 16];
-    unique_fd fd_;
-    bool made_ = false;
+// The re-coded fax. It is removed unless it has taken the place of the fax.
+struct output_t {
+    unique_fd fd;
+    scratch_file file;
 };
 
 }  // namespace
 
-// Opens the file and reads its header. Does not wait for the other end of a pipe, which is no fax.
+// Creates PATH.PID. It is noted before it exists, so that no crash leaves a file that nobody knows of, and
+// never opened through a link, which would overwrite the file of somebody else.
+static bool create_output(output_t &out, const char *path)
+{
+    std::string beside = std::string(path) + "." + std::to_string(getpid());
+    if (beside.size() < MAXPATHLEN) {
+        note_will_make(beside.c_str());
+        out.fd.reset(open(beside.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_NOFOLLOW | O_CLOEXEC, 0644));
+    }
+    if (!out.fd) {
+        fprintf(stderr, "t4dec_change_format: Failure opening %s.\n", path);
+        return false;
+    }
+    out.file = scratch_file(std::move(beside));
+    note_made(out.file.path());
+    return true;
+}
+
+// Moves the output over the fax: onto the disk first, so that no crash leaves less than the fax was.
+static bool move_output(output_t &out, const char *path)
+{
+    const bool synced = fsync(out.fd.get()) == 0;
+    if (close(out.fd.release()) != 0 || !synced) {
+        fprintf(stderr, "t4dec_change_format: Failure writing %s: %s\n", out.file.path(), strerror(errno));
+        return false;
+    }
+    if (!cv_move(out.file.path(), path)) {
+        fprintf(stderr, "t4dec_change_format: cv_move(\"%s\",\"%s\") failure.\n", out.file.path(), path);
+        return false;
+    }
+    out.file.keep();
+    return true;
+}
+
+// Opens the file and reads its header. O_NONBLOCK: a pipe, which is no fax, must not make us wait for its
+// other end.
 static bool open_input(input_t &in)
 {
     in.fd.reset(open(in.path, O_RDONLY | O_NONBLOCK | O_NOCTTY | O_CLOEXEC));
@@ -383,7 +381,7 @@ static bool open_input(input_t &in)
     return true;
 }
 
-// The VR code of a file whose lines we can code, or -1.
+// The VR code if it is one that is re-coded, otherwise -1 with a message.
 static int accept_resolution(const input_t &in)
 {
     const int vr = get_vertical_resolution(in.header.get());
@@ -392,13 +390,14 @@ static int accept_resolution(const input_t &in)
         return -1;
     }
     if (vr > 1) {
-        // Kept: the code, not its character.
+        // Kept: the code itself is printed as a character, so the log shows a control character.
         fprintf(stderr, "t4dec_change_format: Can't handle type \"%c\" resolution yet.\n", vr);
         return -1;
     }
     return vr;
 }
 
+// The steps of a conversion. Returns 1, or 0 with a message.
 static int change_format(input_t &in, int to, void (*progress)())
 {
     if (!open_input(in))
@@ -414,30 +413,34 @@ static int change_format(input_t &in, int to, void (*progress)())
     if (vr < 0)
         return 0;
 
+    // Pages are written by offset, which leaves room for lengths that are not known yet.
     t4dec_set_pixel_width(line_width);
-    output_file out(in.path);
-    if (out.fd() < 0) {
-        fprintf(stderr, "t4dec_change_format: Failure opening %s.\n", in.path);
+    output_t out;
+    if (!create_output(out, in.path) || set_compression_mode(in.header.get(), to) != 1 ||
+        write_fax_header(out.fd.get(), in.header.get()) != 1)
         return 0;
-    }
-    if (set_compression_mode(in.header.get(), to) != 1 || write_fax_header(out.fd(), in.header.get()) != 1)
-        return 0;
-    conversion.fd = out.fd();
-    conversion.offset = lseek(out.fd(), 0, SEEK_CUR);
-    return recode_pages(in, from, to, vr, progress) && out.move_to(in.path);
+    conversion.fd = out.fd.get();
+    conversion.offset = lseek(out.fd.get(), 0, SEEK_CUR);
+    return recode_pages(in, from, to, vr, progress) && move_output(out, in.path);
 }
 
 int t4dec_change_format(const char *path, int df, int /*ignored*/, void (*progress)())
 {
-    if (df != MH && df != MR && df != MMR) {
+    if (df != DF_MH && df != DF_MR && df != DF_MMR) {
         fprintf(stderr, "t4dec_change_format: Unsupported compression: %d.\n", df);
         return 0;
     }
     input_t in;
     in.path = path;
+    // What an earlier page left in the line assembler must not show in this fax.
     conversion = {};
     putrunlen(true, 0, nullptr, nullptr, nullptr);
-    const int result = change_format(in, df, progress);
+    int result = 0;
+    try {
+        result = change_format(in, df, progress);
+    } catch (const std::bad_alloc &) {  // names of files
+        fprintf(stderr, "t4dec_change_format: Memory allocation fail.\n");
+    }
     conversion = {};
     return result;
 }

@@ -1,5 +1,9 @@
-// Reads blocks of codes with one look-up, where the tables have them, and code by code elsewhere. Whatever
-// might need judgement makes a line reader give up its line.
+// Reads several codes with one look-up where the tables have them, and one code at a time elsewhere. A line
+// reader that meets anything it would have to judge gives its line up; the walk then reads it from its start.
+//
+// Speed comes from three habits: bits are taken 56 or more at a time into one word; blocks of elements are
+// written whole and only counted as far as they are right, so that few branches depend on the data; and
+// validity is tested once a block, not once a code.
 #include "codec/fast_decoder.h"
 
 #include <algorithm>
@@ -9,6 +13,7 @@
 
 #include "codec/fast_tables.h"
 #include "codec/t4_codes.h"
+#include "faxfile/fax_params.h"
 
 namespace faxtray {
 
@@ -20,13 +25,14 @@ namespace {
 using block_t = int16_t __attribute__((vector_size(16)));
 using offsets_t = int8_t __attribute__((vector_size(8)));
 
-// The next bits of a page, the first in the least significant place.
+// The next bits of a page, the first in the lowest place.
 struct bit_source_t {
     const unsigned char *next;
     uint64_t bits = 0;
-    unsigned have = 0;
+    unsigned have = 0;  // bits that are valid; those above are not 0 but the bytes at `next`
 
-    // From here on at least 56 bits are there. Reads 8 bytes, without a branch.
+    // Makes at least 56 bits valid, without a branch. Reads 8 bytes at `next` and moves on by as many as fit
+    // whole; the rest is read, to the same place, by the next fill.
     void fill()
     {
         uint64_t more;
@@ -45,10 +51,11 @@ struct bit_source_t {
     }
 };
 
-// Where a two-dimensional line stands: behind element n - 1 of its own, at pixel a0 (-1: before the first),
-// with b1 element i of the line above.
+// How far a two-dimensional line has been decoded.
 struct line_state_t {
-    int n = 0, a0 = -1, i = 0;
+    int n = 0;    // elements of the line; odd while the colour is black
+    int a0 = -1;  // pixel; -1 before the first
+    int i = 0;    // b1 is element i of the line above
 };
 
 }  // namespace
@@ -69,7 +76,8 @@ static int first_false(block_t comparison)
     return std::countr_one(all) / 8;
 }
 
-// The first element at or an even number of elements behind `i` that lies right of a0.
+// b1: the first element right of a0 among element `i` and every second one after it, which are those that
+// change to the same colour.
 static int right_of(const int16_t *elements, int i, int a0)
 {
     for (;; i += 8)
@@ -79,8 +87,8 @@ static int right_of(const int16_t *elements, int i, int a0)
 
 namespace {
 
-// Reads one line after the other. What it returns is false when the line is not for the fast path; the reader
-// then stands anywhere within it.
+// Reads one line after another. Its functions return false if the line is not for the fast path; the reader's
+// position within that line is then undefined.
 class line_reader_t {
 public:
     explicit line_reader_t(const fast_page_t &page)
@@ -93,13 +101,13 @@ public:
     bool one_dimensional(line_changes_t &line);
     bool two_dimensional(line_changes_t &line, const line_changes_t &above);
     int repeats(const line_changes_t &above, int most);
-    bool eol(bool *tag);  // with fill before it and, unless null, a tag behind it: whether it is 1
+    bool eol(bool *tag);  // with any fill before it; unless `tag` is null, also reads whether the tag is 1
 
     // Where the next code begins.
     size_t bit() const { return (before_start + static_cast<size_t>(source.next - start)) * 8 - source.have; }
 
 private:
-    // From here on at least 56 bits are there, zeros behind the end. False when the end lies too far back.
+    // Makes at least 56 bits valid, zeros after the end of the data. False if they would begin far beyond it.
     bool fill()
     {
         if (end - source.next < 8 && !extend())
@@ -116,14 +124,15 @@ private:
     bool horizontal(line_state_t &state, int16_t *out, const int16_t *above);
 
     const fast_tables_t &tables;
-    const unsigned white_bits = tables.run_codes[0][width] >> 5;  // a white line
-    const int white_length = tables.run_codes[0][width] & 31;
-    const unsigned char *start, *end;  // of the data, then of `tail`
-    size_t before_start = 0;           // bytes of the data that lie before
+    const coded_run_t white_line = tables.coded[0][width];
+    const unsigned char *start, *end;  // of the data; after extend(), of `tail`
+    size_t before_start = 0;           // bytes of the data before `start`
     unsigned char tail[32] = {};       // the last bytes of the data, and zeros
     bit_source_t source;
 };
 
+// Goes on in a copy of the last bytes with zeros after them, so that fill() may read 8 bytes at a time to the
+// end. False when it did so before: the zeros are used up.
 bool line_reader_t::extend()
 {
     if (start == tail)
@@ -135,31 +144,36 @@ bool line_reader_t::extend()
     return true;
 }
 
-// One run of any length, code by code; -1 when it is none.
+// One run of any length, code by code; -1 if the next bits are none.
 int line_reader_t::run(int colour)
 {
     if (!fill())
         return -1;
     int sum = 0;
     for (int codes = 0; codes < 2; codes++) {
-        unsigned code = tables.one[colour][source.peek(fast_tables_t::one_bits)];
-        source.skip(code & 15);
-        sum += code >> 4;
-        if (code >> 4 < 64)
+        const run_code_t code = tables.one[colour][source.peek(fast_tables_t::one_bits)];
+        source.skip(code.length());
+        sum += code.run();
+        if (!code.is_make_up())
             return sum;
     }
-    return -1;
+    return -1;  // two make-up codes, or no code
 }
 
+// A line of runs, which must fill it exactly. Up to three runs are taken at once where the table has them;
+// only long runs, runs of 0 and what is no run are left to run().
 bool line_reader_t::one_dimensional(line_changes_t &line)
 {
-    if (fill() && source.peek(white_length) == white_bits) {
-        source.skip(white_length);
+    // Most lines of most pages are white. The code for it has a make-up code, which the table below is too
+    // narrow for.
+    if (fill() && source.peek(static_cast<int>(white_line.length())) == white_line.bits()) {
+        source.skip(white_line.length());
         line.end(0);
         return true;
     }
     int16_t *out = line.at();
     int pos = 0, colour = 0;
+    // A copy, which the compiler keeps in registers: `source`, a member, might alias what `out` points to.
     bit_source_t in = source;
     for (;;) {
         if (end - in.next < 8) {
@@ -169,12 +183,15 @@ bool line_reader_t::one_dimensional(line_changes_t &line)
             in = source;
         }
         in.fill();
+        // The 56 bits are enough for four look-ups of 11 bits, or for fewer before a long run, which fills
+        // again by itself; after it the loop starts over.
         for (int block = 0; block < 4; block++) {
-            uint64_t runs = tables.runs[colour][in.peek(fast_tables_t::runs_bits)];
-            if (runs >> 60 == 0) {
+            const runs_t runs = tables.runs[colour][in.peek(fast_tables_t::runs_bits)];
+            if (runs.count() == 0) {
                 source = in;
-                int length = run(colour);
+                const int length = run(colour);
                 in = source;
+                // A run of 0 is plain only at the start: it makes a line begin black.
                 if (length < 0 || (length == 0 && out != line.at()))
                     return false;
                 pos += length;
@@ -182,22 +199,23 @@ bool line_reader_t::one_dimensional(line_changes_t &line)
                 colour ^= 1;
                 block = 4;
             } else {
-                uint64_t sums = runs + static_cast<uint64_t>(pos) * 0x100010001;
-                memcpy(out, &sums, sizeof sums);
-                out += runs >> 60;
-                in.skip(runs >> 48 & 15);
-                pos += runs >> 32 & 0xffff;
-                colour ^= runs >> 59 & 1;
+                runs.store_ends(pos, out);
+                out += runs.count();
+                in.skip(runs.length());
+                pos += runs.pixels();
+                colour ^= runs.changes_colour();
             }
             if (pos >= width) {
                 source = in;
-                line.end(static_cast<int>(out - line.at()) - 1);
+                line.end(static_cast<int>(out - line.at()) - 1);  // the last end is the width
                 return pos == width;
             }
         }
     }
 }
 
+// Fill may be long, so zeros are counted by words. Stops at 54 a round: of 56 valid bits, one more may be the
+// EOL's 1 and one its tag.
 bool line_reader_t::eol(bool *tag)
 {
     int zeros = 0, more;
@@ -218,20 +236,23 @@ bool line_reader_t::eol(bool *tag)
     return true;
 }
 
-// Behind a horizontal mode's code: its two runs.
+// The two runs after a horizontal mode's code: a1 and a2. Refused are those that would not leave a strictly
+// ascending list, but for a line that ends with a run of 0, which makes no element.
 bool line_reader_t::horizontal(line_state_t &state, int16_t *out, const int16_t *above)
 {
-    int from = state.a0 < 0 ? 0 : state.a0, colour = state.n & 1;
-    uint64_t runs = tables.runs[colour][source.peek(fast_tables_t::runs_bits)];
+    const int from = state.a0 < 0 ? 0 : state.a0, colour = state.n & 1;
+    const runs_t runs = tables.runs[colour][source.peek(fast_tables_t::runs_bits)];
     int a1, a2;
-    if (runs >> 60 >= 2) {
-        a1 = from + static_cast<int>(runs & 0xffff);
-        a2 = from + static_cast<int>(runs >> 16 & 0xffff);
-        source.skip(runs >> 52 & 15);
+    if (runs.count() >= 2) {
+        a1 = from + runs.end(0);
+        a2 = from + runs.end(1);
+        source.skip(runs.length_of_two());
     } else {
-        int first = run(colour), second = run(!colour);
+        const int first = run(colour), second = run(!colour);
         a1 = from + first;
         a2 = a1 + second;
+        // At the start of a line a0 is -1, not `from`, so that a first run of 0 passes: the line begins
+        // black.
         if (first < 0 || second < 0 || a1 == state.a0 || (a2 == a1 && a2 != width))
             return false;
     }
@@ -246,22 +267,26 @@ bool line_reader_t::horizontal(line_state_t &state, int16_t *out, const int16_t 
     return true;
 }
 
-// One mode. After a vertical one b1 may be the next element, but also one two behind or in front of that.
+// One mode, with its runs when it is horizontal. Pass and vertical share their code, without a branch between
+// them: on noisy pages it would be guessed wrong half of the time.
 bool line_reader_t::mode(line_state_t &state, int16_t *out, const int16_t *above)
 {
-    const fast_tables_t::modes_t &modes = tables.modes[source.peek(fast_tables_t::modes_bits)];
-    source.skip(modes.lengths & 15);
-    const bool pass = modes.count == 0;
-    if (pass && modes.last != T4_PASS)
-        return modes.last == T4_HORIZONTAL && horizontal(state, out, above);
-    const int to = above[state.i + pass] + modes.offset[0];
+    const modes_t &modes = tables.modes[source.peek(fast_tables_t::modes_bits)];
+    source.skip(modes.length_of(1));
+    const bool pass = modes.vertical() == 0;
+    if (pass && modes.last() != T4_PASS)
+        return modes.last() == T4_HORIZONTAL && horizontal(state, out, above);
+    // To a1, or past b2. A pass mode that reaches the width is legal but not plain.
+    const int to = above[state.i + pass] + modes.offsets()[0];
     if (to <= state.a0 || to > width - pass)
         return false;
-    out[state.n] = static_cast<int16_t>(to);
+    out[state.n] = static_cast<int16_t>(to);  // counted if vertical
     state.n += !pass;
     state.a0 = to;
     if (to == width)
         return true;
+    // After a vertical mode b1 is mostly the next element, else two before or after that; after a pass mode
+    // it is two on. Further on only in a dense line.
     state.i += 1 + pass;
     state.i += 2 * (above[state.i] <= to) - 2 * (above[state.i - 2] > to);
     while (above[state.i] <= to)
@@ -269,37 +294,43 @@ bool line_reader_t::mode(line_state_t &state, int16_t *out, const int16_t *above
     return true;
 }
 
-// Up to seven vertical modes at once and what is behind them, or one mode where that cannot be.
+// Up to seven vertical modes at once and the mode that follows them; one mode where that cannot be.
+//
+// In a block, the k-th a1 is taken to be the k-th element above plus its offset, that is, each b1 to be the
+// element after the one before. This holds as long as each a1 is right of the one before it, not left of the
+// element before its b1 (else b1 would be that element's neighbour) and left of the element after it.
 bool line_reader_t::modes(line_state_t &state, int16_t *out, const line_changes_t &above)
 {
-    const fast_tables_t::modes_t &modes = tables.modes[source.peek(fast_tables_t::modes_bits)];
-    // The next b1 is the next element as long as the a1 ascend, each at least at the element in front of its
-    // b1 and in front of that behind it.
+    const modes_t &modes = tables.modes[source.peek(fast_tables_t::modes_bits)];
     const int16_t *b1 = above.at() + state.i;
     offsets_t offsets;
-    memcpy(&offsets, modes.offset, sizeof offsets);
+    memcpy(&offsets, modes.offsets(), sizeof offsets);
     block_t a1 = load_block(b1) + __builtin_convertvector(offsets, block_t);
     memcpy(out + state.n, &a1, sizeof a1);
     block_t before = __builtin_shufflevector(a1, a1, 0, 0, 1, 2, 3, 4, 5, 6);
     before[0] = static_cast<int16_t>(state.a0);
     int good = first_false((a1 < load_block(b1 + 1)) & (a1 > before) & (a1 >= load_block(b1 - 1)));
-    int left = above.count - state.i;  // none of these may be the width
-    if (modes.count <= good && modes.count <= left) {
-        source.skip(modes.length);
-        state.n += modes.count;
-        state.i += modes.count;
-        state.a0 = modes.count ? out[state.n - 1] : state.a0;
-        if (modes.last == T4_HORIZONTAL)
+    const int left = above.count - state.i;  // elements above that are no copies of the width
+
+    // All the vertical modes are right: go on to the mode that follows them.
+    if (modes.vertical() <= good && modes.vertical() <= left) {
+        source.skip(modes.length());
+        state.n += modes.vertical();
+        state.i += modes.vertical();
+        state.a0 = modes.vertical() ? out[state.n - 1] : state.a0;
+        if (modes.last() == T4_HORIZONTAL)
             return horizontal(state, out, above.at());
-        if (modes.last == T4_PASS) {
+        if (modes.last() == T4_PASS) {
             state.a0 = above.at()[state.i + 1];
             state.i += 2;
         }
-        return modes.length > 0 && state.a0 < width;
+        return modes.length() > 0 && state.a0 < width;
     }
+
+    // Some of them are: take those, and the next, which ends the line or whose b1 is elsewhere, by itself.
     good = std::min(good, std::max(left, 0));
     if (good > 0) {
-        source.skip(modes.lengths >> 4 * (good - 1) & 15);
+        source.skip(modes.length_of(good));
         state.n += good;
         state.i += good;
         state.a0 = out[state.n - 1];
@@ -307,21 +338,23 @@ bool line_reader_t::modes(line_state_t &state, int16_t *out, const line_changes_
     return mode(state, out, above.at());
 }
 
+// A line of modes, until a0 is the width.
 bool line_reader_t::two_dimensional(line_changes_t &line, const line_changes_t &above)
 {
     int16_t *out = line.at();
     line_state_t state;
-    const bool dense = above.count > width / 4;  // so that blocks of modes would not go far
+    const bool dense = above.count > width / 4;  // so dense that few modes of a block would be right
     while (state.a0 < width)
         if (!fill() || !(dense ? mode(state, out, above.at()) : modes(state, out, above)))
             return false;
-    while (state.n > 0 && out[state.n - 1] == width)
+    while (state.n > 0 && out[state.n - 1] == width)  // the end of the line is no element
         state.n--;
     line.end(state.n);
     return true;
 }
 
-// How often, up to `most` times, the line above follows: V0 for each of its elements and for its end.
+// How often, up to `most` times, the line above is repeated: V0, a single 1, for each of its elements and for
+// its end. Lines of more than 55 elements are not looked at: they would not lie whole in the word.
 int line_reader_t::repeats(const line_changes_t &above, int most)
 {
     const unsigned length = static_cast<unsigned>(above.count) + 1;
@@ -341,18 +374,23 @@ long fast_lines(fast_page_t &page)
 {
     line_reader_t reader(page);
     line_changes_t *line = &page.room, *above = &page.line;
-    const bool has_eols = page.df != 3, has_tags = page.df == 1;
-    bool one_dimensional = page.df == 0 || (page.df == 1 && page.one_dimensional);
+    const bool has_eols = page.df != DF_MMR, has_tags = page.df == DF_MR;
+    bool one_dimensional = page.df == DF_MH || (page.df == DF_MR && page.one_dimensional);
     long lines = 0;
     for (;;) {
+        // One repetition at a time where an EOL must come between them.
         int times = one_dimensional ? 0 : reader.repeats(*above, has_eols ? 1 : 56);
         if (times == 0 &&
             !(one_dimensional ? reader.one_dimensional(*line) : reader.two_dimensional(*line, *above)))
             break;
         const bool same = times > 0 || (one_dimensional && line->count == 0 && above->count == 0);
+
+        // What lies beyond the data is zeros that the reader made up, so a line that needs them is not there.
         if ((has_eols && !reader.eol(has_tags ? &one_dimensional : nullptr)) ||
             reader.bit() > 8 * page.length)
             break;
+
+        // The line is plain. Swapping makes it the line above: a copy would cost more than reading it did.
         page.bit = reader.bit();
         page.one_dimensional = one_dimensional;
         if (!same)

@@ -1,4 +1,5 @@
-// Codes gather in a 64-bit word, which goes to the buffer whenever it may not take the next ones.
+// Codes gather in a 64-bit word. After each pair of runs or mode its whole bytes move to the buffer, so that
+// it always has room for the next 57 bits and put() needs no test.
 #include "codec/fast_encoder.h"
 
 #include <algorithm>
@@ -6,26 +7,28 @@
 
 #include "codec/fast_tables.h"
 #include "codec/t4_codes.h"
+#include "faxfile/fax_params.h"
 
 namespace faxtray {
 
 static constexpr int width = changes_width;
 static constexpr size_t longest_line =
-    width;  // bytes, more than any: 7 bits for each pixel, and EOL and fill
+    width;  // bytes: no pixel takes more than 7 bits, EOL and fill included
 
 fast_encoder_t::fast_encoder_t(int df_, int k_, t4_put_words put_words_)
     : df(df_), k(k_), put_words(put_words_)
 {
 }
 
-// At most 57 bits before the next drain().
+// At most 57 bits in all before the next drain().
 inline void fast_encoder_t::put(uint64_t code, unsigned length)
 {
     bits |= code << have;
     have += length;
 }
 
-// Leaves less than 8 bits.
+// Moves the whole bytes to the buffer and leaves less than 8 bits. Writes 8 bytes whatever there is: the
+// buffer has room, and `used` counts only the valid ones.
 inline void fast_encoder_t::drain()
 {
     memcpy(reinterpret_cast<unsigned char *>(buffer) + used, &bits, sizeof bits);
@@ -34,7 +37,7 @@ inline void fast_encoder_t::drain()
     have &= 7;
 }
 
-// Begins at the next full word of 16 bits.
+// Puts a code that begins at the next 16-bit boundary, after fill.
 void fast_encoder_t::put_word_aligned(uint64_t code, unsigned length)
 {
     put(0, -(8 * used + have) & 15);
@@ -42,7 +45,7 @@ void fast_encoder_t::put_word_aligned(uint64_t code, unsigned length)
     drain();
 }
 
-// Makes room for a line. Keeps an odd byte back, so that the buffer always begins with a word.
+// Empties the buffer but for an odd byte, which waits for the other half of its word.
 void fast_encoder_t::hand_over()
 {
     size_t words = used / 2;
@@ -52,24 +55,30 @@ void fast_encoder_t::hand_over()
     used %= 2;
 }
 
+// Codes the line's runs, a white and a black one at a time: their codes, of at most 26 bits each, fit into
+// the word together. With an odd number of changes the last black run ends at the width, which follows the
+// list.
 void fast_encoder_t::one_dimensional()
 {
     const fast_tables_t &tables = fast_tables();
     const int16_t *at = current->at();
     int count = current->count, from = 0;
     for (int i = 0; i < count; i += 2) {
-        uint64_t white = tables.run_codes[0][at[i] - from], black = tables.run_codes[1][at[i + 1] - at[i]];
-        put(white >> 5 | black >> 5 << (white & 31), (white & 31) + (black & 31));
+        const coded_run_t white = tables.coded[0][at[i] - from], black = tables.coded[1][at[i + 1] - at[i]];
+        put(white.bits() | black.bits() << white.length(), white.length() + black.length());
         drain();
         from = at[i + 1];
     }
     if (from < width) {
-        uint64_t white = tables.run_codes[0][width - from];
-        put(white >> 5, white & 31);
+        const coded_run_t white = tables.coded[0][width - from];
+        put(white.bits(), white.length());
         drain();
     }
 }
 
+// Codes the line against the one above (ITU-T T.4 section 4.2.1.3). a1 and b1 walk along the two lists: both
+// stay at elements that change from the current colour, and the copies of the width after each list are the
+// changes at the end of a line.
 void fast_encoder_t::two_dimensional()
 {
     const fast_tables_t &tables = fast_tables();
@@ -87,23 +96,25 @@ void fast_encoder_t::two_dimensional()
             a0 = *a1++;
             b1++;
             colour ^= 1;
+            // After VL the element before the old b1 may lie right of a0 already.
             if (b1[-2] > a0)
                 b1 -= 2;
         } else {
-            uint64_t first = tables.run_codes[colour][*a1 - a0],
-                     second = tables.run_codes[!colour][a1[1] - *a1];
-            put(enc2D[T4_HORIZONTAL].bits | first >> 5 << 3 | second >> 5 << ((first & 31) + 3),
-                (first & 31) + (second & 31) + 3);
+            const t4_code_t mode = enc2D[T4_HORIZONTAL];
+            const coded_run_t first = tables.coded[colour][*a1 - a0],
+                              second = tables.coded[!colour][a1[1] - *a1];
+            put(mode.bits | first.bits() << mode.length | second.bits() << (mode.length + first.length()),
+                mode.length + first.length() + second.length());
             a0 = a1[1];
             a1 += 2;
         }
         drain();
-        while (*b1 <= a0 && a0 < width)
+        while (*b1 <= a0 && a0 < width)  // b1 is right of a0
             b1 += 2;
     }
 }
 
-// The line above again: V0 for each of its elements and for its end.
+// Codes the line above once more: V0, a single 1, for each of its elements and for its end.
 void fast_encoder_t::repeat()
 {
     for (int left = current->count + 1; left > 0; left -= 32) {
@@ -113,20 +124,21 @@ void fast_encoder_t::repeat()
     }
 }
 
+// Codes the current line with the EOL before it. Room for a line is made here, once, so that nothing below
+// needs to look for it.
 inline void fast_encoder_t::code_line(bool same)
 {
     if (used + longest_line > sizeof buffer)
         hand_over();
-    bool along = df == 0;
-    if (df == 1) {
-        along = coded % k == 0;
-        const t4_code_t &eol = enc2D[along ? T4_TAG_1D : T4_TAG_2D];
+    const bool alone = df == DF_MH || (df == DF_MR && coded % k == 0);
+    if (df == DF_MR) {
+        const t4_code_t &eol = enc2D[alone ? T4_TAG_1D : T4_TAG_2D];
         put_word_aligned(eol.bits, eol.length);
-    } else if (df == 0) {
+    } else if (df == DF_MH) {
         put(encwhite[EncTabSize - 1].bits, encwhite[EncTabSize - 1].length);
         drain();
     }
-    if (along)
+    if (alone)
         one_dimensional();
     else if (same)
         repeat();
@@ -144,6 +156,7 @@ void fast_encoder_t::line(const line_changes_t &changes, bool same)
     code_line(same);
 }
 
+// The list is made in place of that of the line before the last, which nobody needs any more.
 void fast_encoder_t::line(const unsigned char *bitmap, bool same)
 {
     if (!same) {
@@ -155,10 +168,10 @@ void fast_encoder_t::line(const unsigned char *bitmap, bool same)
 
 int fast_encoder_t::finish()
 {
-    for (int i = 0; df == 3 && i < 2; i++)
+    for (int i = 0; df == DF_MMR && i < 2; i++)  // the end-of-facsimile-block
         put(encwhite[EncTabSize - 1].bits, encwhite[EncTabSize - 1].length);
     drain();
-    put(0, -(8 * used + have) & 15);
+    put(0, -(8 * used + have) & 15);  // the last word is filled up with 0
     drain();
     hand_over();
     return result;

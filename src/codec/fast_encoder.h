@@ -1,5 +1,5 @@
 // fast_encoder: codes lines of 1728 pixels from their changing elements, a pair of runs or a mode at a time.
-// The bits are those that encode_g3_fax makes of code words.
+// It produces the same bits as encode_by_words.
 #pragma once
 
 #include <cstddef>
@@ -13,17 +13,18 @@ namespace faxtray {
 // Codes one page.
 class fast_encoder_t {
 public:
-    // `df` 0 (MH), 1 (MR; one line in `k` is one-dimensional) or 3 (MMR).
+    // `df`: DF_MH, DF_MR (one line in `k` is one-dimensional) or DF_MMR.
     fast_encoder_t(int df, int k, t4_put_words put_words);
 
-    // Codes the next line; `same` when it is the line before it.
+    // Codes the next line, given as a list or as a bitmap; `same` if it is the line coded before it, which is
+    // then not looked at again.
     void line(const line_changes_t &changes, bool same);
     void line(const unsigned char *bitmap, bool same);
 
     long lines() const { return coded; }
 
-    // Ends the page, which hands over its last words. 0, or the first negative result of `put_words`, after
-    // which nothing was handed over any more.
+    // Ends the page and hands over its last words. Returns 0, or the first negative result of `put_words`,
+    // after which nothing more was handed over.
     int finish();
 
 private:
@@ -41,11 +42,10 @@ private:
     int result = 0;
     long coded = 0;  // lines
     line_changes_t lists[2];
-    line_changes_t *current = &lists[0],
-                   *above = &lists[1];  // the line coded last and one that it differs from
+    line_changes_t *current = &lists[0], *above = &lists[1];  // the line coded last, the one before it
 
-    uint64_t bits = 0;  // coded, not yet in the buffer, the first in the least significant place
-    unsigned have = 0;  // that many
+    uint64_t bits = 0;  // coded, but not yet in the buffer; the first in the lowest place
+    unsigned have = 0;  // how many of them
     size_t used = 0;    // bytes of the buffer
     uint16_t buffer[8192];
 };

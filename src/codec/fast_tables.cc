@@ -1,9 +1,9 @@
-// Every number that the next bits can be is looked up once, code by code.
+// Decodes every value that the next bits of a page can have, one code at a time, and notes what came out.
 #include "codec/fast_tables.h"
 
 namespace faxtray {
 
-static constexpr int no_run = 4095;
+using run_codes_t = std::array<t4_code_t, EncTabSize>;
 
 // Calls `enter` for each number of `bits` bits that begins (at the least significant bit) with the code.
 template <class Enter> static void for_each_with(const t4_code_t &code, int bits, Enter enter)
@@ -12,40 +12,41 @@ template <class Enter> static void for_each_with(const t4_code_t &code, int bits
         enter(number);
 }
 
-static void make_one(const std::array<t4_code_t, EncTabSize> &codes, fast_tables_t::one_t &one)
+// EOL, the last row, is left out: where one comes, the fast path has nothing to look up.
+static void make_one(const run_codes_t &codes, fast_tables_t::one_t &one)
 {
-    one.fill(no_run << 4 | 1);
+    one.fill(run_code_t::none());
     for (int row = 0; row < EncTabSize - 1; row++) {
-        int run = row < 64 ? row : (row - 63) * 64;
-        for_each_with(codes[row], fast_tables_t::one_bits, [&](unsigned number) {
-            one[number] = static_cast<uint16_t>(run << 4 | codes[row].length);
-        });
+        const int run = row < 64 ? row : (row - 63) * 64;
+        for_each_with(codes[row], fast_tables_t::one_bits,
+                      [&](unsigned number) { one[number] = run_code_t(run, codes[row].length); });
     }
 }
 
-static uint64_t runs_within(const std::array<fast_tables_t::one_t, 2> &one, unsigned number, int colour)
+// The runs whose codes lie whole within the low bits of `number`. Runs of 0 are left out: between two changes
+// there is none, so a decoder that copies ends from here never makes two equal changing elements. A white run
+// of 0 at the start of a line is legal and is left to the decoder too.
+static runs_t runs_within(const std::array<fast_tables_t::one_t, 2> &one, unsigned number, int colour)
 {
-    int sum = 0, length = 0, length_of_two = 0;
-    uint64_t sums = 0, count = 0;
-    for (; count < 3; count++) {
-        int end = length, make_up = 0, code = one[colour][number >> end];
-        end += code & 15;
-        if (code >> 4 >= 64) {
-            make_up = code >> 4;
-            code = one[colour][number >> end];
-            end += code & 15;
+    runs_t runs;
+    while (runs.count() < 3) {
+        const run_code_t first = one[colour][number >> runs.length()];
+        int run = first.run();
+        unsigned end = runs.length() + first.length();
+        if (first.is_make_up()) {
+            const run_code_t rest = one[colour][number >> end];
+            if (rest.is_make_up())
+                break;
+            run += rest.run();
+            end += rest.length();
         }
-        int run = make_up + (code >> 4);
-        if (code >> 4 >= 64 || end > fast_tables_t::runs_bits || run == 0)
+        // The bits above `number` are 0 here, but not on the page: a code that reaches into them was guessed.
+        if (end > fast_tables_t::runs_bits || run == 0)
             break;
-        sum += run;
-        length = end;
-        length_of_two = count == 1 ? length : length_of_two;
-        for (uint64_t lane = count; lane < 3; lane++)
-            sums = (sums & ~(uint64_t{0xffff} << 16 * lane)) | uint64_t(sum) << 16 * lane;
+        runs = runs.and_run(run, end);
         colour = !colour;
     }
-    return sums | uint64_t(length) << 48 | uint64_t(length_of_two) << 52 | (count & 1) << 59 | count << 60;
+    return runs;
 }
 
 // The mode whose code the number begins with; T4_TAG_1D for none.
@@ -57,32 +58,25 @@ static int mode_at(unsigned number)
     return mode;
 }
 
-static fast_tables_t::modes_t modes_within(unsigned number)
+// The modes whose codes lie whole within the low bits of `number`. A pass or horizontal mode is the last:
+// what follows it depends on the line above, or is runs.
+static modes_t modes_within(unsigned number)
 {
-    fast_tables_t::modes_t modes = {{}, 0, 0, 0, T4_V0};
-    while (modes.last == T4_V0 && modes.count < 7) {
-        int mode = mode_at(number >> modes.length);
-        if (mode == T4_TAG_1D || modes.length + enc2D[mode].length > fast_tables_t::modes_bits)
+    modes_t modes;
+    while (!modes.full()) {
+        const int mode = mode_at(number >> modes.length());
+        if (mode == T4_TAG_1D || modes.length() + enc2D[mode].length > fast_tables_t::modes_bits)
             break;
-        modes.length = static_cast<uint8_t>(modes.length + enc2D[mode].length);
-        modes.lengths |= static_cast<uint32_t>(modes.length) << 4 * modes.count;
-        if (mode < T4_V0) {
-            modes.last = static_cast<uint8_t>(mode);
-        } else {
-            modes.offset[modes.count++] = static_cast<int8_t>(mode <= T4_VL3 ? T4_V0 - mode : mode - T4_VL3);
-        }
+        modes.add(mode, modes.length() + enc2D[mode].length);
     }
     return modes;
 }
 
-static void make_run_codes(const std::array<t4_code_t, EncTabSize> &codes,
-                           fast_tables_t::run_codes_t &run_codes)
+static coded_run_t coded_run(const run_codes_t &codes, unsigned run)
 {
-    for (unsigned run = 0; run < run_codes.size(); run++) {
-        t4_code_t make_up = run < 64 ? t4_code_t{0, 0} : codes[63 + run / 64], rest = codes[run % 64];
-        run_codes[run] = (make_up.bits | static_cast<uint32_t>(rest.bits) << make_up.length) << 5 |
-                         (make_up.length + rest.length);
-    }
+    const t4_code_t make_up = run < 64 ? t4_code_t{0, 0} : codes[63 + run / 64], rest = codes[run % 64];
+    return {make_up.bits | static_cast<uint32_t>(rest.bits) << make_up.length,
+            static_cast<unsigned>(make_up.length + rest.length)};
 }
 
 static fast_tables_t make_tables()
@@ -97,8 +91,10 @@ static fast_tables_t make_tables()
         tables.modes[number] = modes_within(number);
     for (int offset = -3; offset <= 3; offset++)
         tables.vertical[offset + 3] = enc2D[offset <= 0 ? T4_V0 - offset : T4_VL3 + offset];
-    make_run_codes(encwhite, tables.run_codes[0]);
-    make_run_codes(encblack, tables.run_codes[1]);
+    for (unsigned run = 0; run < tables.coded[0].size(); run++) {
+        tables.coded[0][run] = coded_run(encwhite, run);
+        tables.coded[1][run] = coded_run(encblack, run);
+    }
     return tables;
 }
 

@@ -1,4 +1,4 @@
-// Runs into lines, and what becomes of lines that cannot be right.
+// Keeps the line under construction and the last complete one, which replaces a damaged line.
 #include "codec/line_assembler.h"
 
 #include <cerrno>
@@ -21,11 +21,11 @@ struct line_assembler_t {
     int pos = 0;                                        // pixels of the line so far
     bool err = false;                                   // discarding until the next EOL
     int bufsize = 0;                                    // bytes a line
-    int cooked_runlen = 0;                              // of a make-up code that awaits its terminating code
-    bool last_code_was_makeup = false;                  // such a code is pending
-    std::unique_ptr<unsigned char, deleter<free>> buf;  // the line and, behind it, the last complete one
+    int cooked_runlen = 0;                              // of a make-up code, until its terminating code comes
+    bool last_code_was_makeup = false;                  // such a make-up code is pending
+    std::unique_ptr<unsigned char, deleter<free>> buf;  // the line, then the last complete one
 
-    // Ready for another line.
+    // Starts another line.
     void clear()
     {
         pos = cooked_runlen = 0;
@@ -44,8 +44,7 @@ void t4dec_set_pixel_width(int width)
         Pix_width = width;
 }
 
-// Makes room for two lines of the width as it is now; new room is white. False, with a message, without
-// memory.
+// Makes room for two lines of the current width; new room is white. False, with a message, without memory.
 static bool make_room()
 {
     const int bytes = (Pix_width + 7) / 8;
@@ -67,7 +66,8 @@ unsigned char *putrunlen_last_line()
     return make_room() ? assembler.buf.get() + assembler.bufsize : nullptr;
 }
 
-// Passes a line on in place of the current one, which is then forgotten.
+// Passes `line` on as the current one and starts another. The run callback hears of the pixels that are
+// missing, so that the runs of every line add up to its width.
 static void end_line(const unsigned char *line, const t4_callbacks_t &found)
 {
     const int missing = Pix_width - assembler.pos;
@@ -81,6 +81,7 @@ static void end_line(const unsigned char *line, const t4_callbacks_t &found)
     assembler.clear();
 }
 
+// Only a full line is kept as a replacement: a short one is damaged itself.
 static void take_EOL(const t4_callbacks_t &found)
 {
     unsigned char *line = assembler.buf.get();
@@ -91,6 +92,8 @@ static void take_EOL(const t4_callbacks_t &found)
     end_line(line, found);
 }
 
+// Passes the last complete line on for the current one. With the line lost, so is the place in the code:
+// nothing makes sense before the next EOL.
 static void conceal_line(const t4_callbacks_t &found)
 {
     t4_page_counts.repeated++;

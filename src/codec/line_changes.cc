@@ -1,4 +1,4 @@
-// Lists to bitmaps and back, 64 pixels at a time.
+// Converts between lists and bitmaps, 64 pixels at a time.
 #include "codec/line_changes.h"
 
 #include <array>
@@ -7,7 +7,7 @@
 
 namespace faxtray {
 
-static_assert(std::endian::native == std::endian::little);
+static_assert(std::endian::native == std::endian::little);  // words are swapped to read pixels in order
 
 static constexpr int words = changes_width / 64;
 static_assert(words * 64 == changes_width);
@@ -20,6 +20,7 @@ void find_changes(const unsigned char *bitmap, line_changes_t &line)
         uint64_t pixels;
         memcpy(&pixels, bitmap + 8 * i, 8);
         pixels = __builtin_bswap64(pixels);  // the leftmost pixel in the most significant place
+        // A set bit for each pixel that differs from the one at its left; each is found and cleared in turn.
         uint64_t changed = pixels ^ (pixels >> 1 | before);
         before = pixels << 63;
         while (changed) {
@@ -31,7 +32,7 @@ void find_changes(const unsigned char *bitmap, line_changes_t &line)
     line.end(static_cast<int>(out - line.at()));
 }
 
-// By the first pixel: the pixels of a word from there on, as they lie in memory.
+// [first]: a word with the pixels from `first` on set, in the order of bytes in memory.
 static constexpr std::array<uint64_t, 64> rest_of_word = [] {
     std::array<uint64_t, 64> masks{};
     for (unsigned first = 0; first < 64; first++)
@@ -42,7 +43,8 @@ static constexpr std::array<uint64_t, 64> rest_of_word = [] {
 void draw_changes(const line_changes_t &line, unsigned char *bitmap)
 {
     memset(bitmap, 0, changes_line_bytes);
-    // Each change inverts the rest of its word. A word begins in the colour that its first change ends.
+    // Each change inverts the rest of its word, which is stored at once: a later change in the same word
+    // inverts part of it again. A word begins in the colour that its first change ends.
     const int16_t *at = line.at();
     uint64_t pixels = 0;
     unsigned word = 0;
@@ -53,10 +55,12 @@ void draw_changes(const line_changes_t &line, unsigned char *bitmap)
         pixels ^= rest_of_word[black % 64];
         memcpy(bitmap + 8 * word, &pixels, 8);
         if (word < white / 64) {
+            // The black run goes on beyond its word: whole words of it, then a word that begins black.
             while (++word < white / 64)
                 memset(bitmap + 8 * word, 0xff, 8);
             pixels = ~uint64_t{0};
         }
+        // With an odd number of changes `white` is the width: this lands in the room after the line.
         pixels ^= rest_of_word[white % 64];
         memcpy(bitmap + 8 * word, &pixels, 8);
     }

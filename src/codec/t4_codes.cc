@@ -1,5 +1,5 @@
-// The codes as ITU-T T.4 and T.6 print them, the bit sent first at the left; all else is derived from these
-// rows by the compiler.
+// The codes as ITU-T T.4 and T.6 print them, the bit sent first at the left. The compiler derives everything
+// else from these rows.
 #include "codec/t4_codes.h"
 
 #include <string_view>
@@ -197,9 +197,9 @@ struct forest_t {
     t4_node_t white[run_tree_size], black[run_tree_size], eol[eoltree_size], dec2d[dec2d_tree_size];
 };
 
-extern forest_t forest;  // links are addresses, so it must be known before it is grown
+extern forest_t forest;  // declared early: the nodes that are computed link to their addresses in it
 
-// A tree as it grows from its codes. Node 0 is the root, so no link of 0 leads anywhere yet.
+// A tree under construction, its links as indices. Node 0 is the root, so a link of 0 means none.
 template <int Size> struct seedling_t {
     struct {
         int next[2];
@@ -207,6 +207,7 @@ template <int Size> struct seedling_t {
     } nodes[Size] = {};
     int used = 1;
 
+    // Adds the code's path and sets its leaf's value.
     constexpr void plant(string_view code, int value)
     {
         int at = 0;
@@ -218,6 +219,7 @@ template <int Size> struct seedling_t {
         nodes[at].value = value;
     }
 
+    // The node that the code, or the beginning of one, leads to.
     constexpr int find(string_view code) const
     {
         int at = 0;
@@ -229,7 +231,8 @@ template <int Size> struct seedling_t {
 
 }  // namespace
 
-// Makes `tree`, which will stand at `place`, of a seedling that fills it. Leaves stay without links.
+// Fills `tree`, whose address will be `place`, from a seedling of its size. Inner links that are missing lead
+// to `unknown`; leaves get theirs from link_leaf.
 template <int Size> static constexpr void unfold(const seedling_t<Size> &from, t4_node_t (&tree)[Size],
                                                  const t4_node_t *place, const t4_node_t *unknown)
 {
@@ -245,6 +248,7 @@ template <int Size> static constexpr void unfold(const seedling_t<Size> &from, t
     tree[zeros].next[0] = place + zeros;  // fill
 }
 
+// A leaf stands in for the next tree's root.
 static constexpr void link_leaf(t4_node_t &leaf, const t4_node_t &next_root)
 {
     for (int bit : {0, 1})
@@ -271,11 +275,13 @@ static constexpr forest_t grow_forest()
     const seedling_t<dec2d_tree_size> dec2d = plant_modes();
 
     forest_t grown{};
+    // Bits that begin no run code mean that the line is lost: look for the next EOL.
     unfold(white, grown.white, forest.white, forest.eol);
     unfold(black, grown.black, forest.black, forest.eol);
     unfold(eol, grown.eol, forest.eol, forest.eol);
     unfold(dec2d, grown.dec2d, forest.dec2d, forest.dec2d);
 
+    // Which tree follows which symbol.
     for (t4_node_t &node : grown.white)
         if (node.value != T4_INNER)
             link_leaf(node, node.value < 64 ? grown.black[0] : grown.white[0]);

@@ -1,4 +1,5 @@
-// Chooses the decoder of a page.
+// Lets the fast decoder and the walk take turns. The walk knows what to do with any bytes and stops at the
+// start of each line; the fast decoder takes as many plain lines as follow and hands the next one back.
 #include "codec/t4_decoder.h"
 
 #include <cstdlib>
@@ -6,13 +7,14 @@
 
 #include "codec/fast_decoder.h"
 #include "codec/tree_walk.h"
+#include "faxfile/fax_params.h"
 
 namespace faxtray {
 
 static uint32_t Debug;  // the codec's own, unlike the daemon's
 
-// The walk stops wherever a line starts; the fast path decodes what it can from there. `last_line` is room
-// for the last line that it passed on, which the walk wants to know.
+// Decodes plain lines from page.bit on. True if there were any; `last_line` (changes_bitmap_size bytes) is
+// then the last of them, which the walk needs as its line above.
 static bool go_on_fast(fast_page_t &page, unsigned char *last_line)
 {
     const long lines = fast_lines(page);
@@ -37,10 +39,11 @@ static int decode_MH(fast_page_t &page, const t4_callbacks_t &callbacks)
 static int decode_two_dimensional(fast_page_t &page, const t4_callbacks_t &callbacks)
 {
     unsigned char last_line[changes_bitmap_size];
-    MR_MMR_walk walk(page.df == 1 ? MR_MMR_walk::MR : MR_MMR_walk::MMR, page.data, page.length, changes_width,
-                     callbacks);
+    MR_MMR_walk walk(page.df == DF_MR ? MR_MMR_walk::MR : MR_MMR_walk::MMR, page.data, page.length,
+                     changes_width, callbacks);
     if (!walk.has_memory())
         return 0;
+    // A T.6 page starts with a line, so the fast decoder comes first; a T.4 page starts with an EOL.
     do {
         if (!walk.at_line_start())
             continue;
@@ -59,23 +62,25 @@ int t4dec_changes(const unsigned char *data, size_t length, int df, changes_call
     t4_page_counts = {};
     fast_page_t page = {data, length, df, 0, true, {}, found, user};
     switch (df) {
-    case 0:
+    case DF_MH:
         return decode_MH(page, walked);
-    case 1:
+    case DF_MR:
         return length > 0 && decode_two_dimensional(page, walked);
-    case 3:
+    case DF_MMR:
         return decode_two_dimensional(page, walked);
     default:
         return 0;
     }
 }
 
-// Lines that were read fast, for callbacks that take bitmaps.
 namespace {
+
+// Draws lines that were read fast for callbacks that take bitmaps.
 struct drawn_lines_t {
     const t4_callbacks_t &callbacks;
     unsigned char bitmap[changes_bitmap_size];
 };
+
 }  // namespace
 
 static void draw_and_pass_on(void *user, const line_changes_t &line, bool same)
@@ -89,21 +94,22 @@ static void draw_and_pass_on(void *user, const line_changes_t &line, bool same)
         drawn->callbacks.line_end();
 }
 
+// A whole page by the walk alone.
 static int walk(const unsigned char *data, size_t length, int df, int width, const t4_callbacks_t &callbacks)
 {
     switch (df) {
-    case 0:
+    case DF_MH:
         return walk_MH(data, length, callbacks);
-    case 1:
+    case DF_MR:
         return walk_MR(data, length, callbacks);
-    case 3:
+    case DF_MMR:
         return walk_MMR(data, length, width, callbacks);
     default:
         return 0;
     }
 }
 
-// Runs as they are coded, and lines of other widths, are known to the walk only.
+// Only the walk reports runs as they are coded and decodes lines of other widths.
 static int decode(const unsigned char *data, size_t length, int df, int width,
                   const t4_callbacks_t &callbacks)
 {
@@ -115,17 +121,17 @@ static int decode(const unsigned char *data, size_t length, int df, int width,
 
 int t4dec_MH(const unsigned char *data, size_t length, const t4_callbacks_t &callbacks)
 {
-    return decode(data, length, 0, Pix_width, callbacks);
+    return decode(data, length, DF_MH, Pix_width, callbacks);
 }
 
 int t4dec_MR(const unsigned char *data, size_t length, const t4_callbacks_t &callbacks)
 {
-    return decode(data, length, 1, Pix_width, callbacks);
+    return decode(data, length, DF_MR, Pix_width, callbacks);
 }
 
 int t4dec_MMR(const unsigned char *data, size_t length, int width, const t4_callbacks_t &callbacks)
 {
-    return decode(data, length, 3, width, callbacks);
+    return decode(data, length, DF_MMR, width, callbacks);
 }
 
 int t4dec(const unsigned char *data, size_t length, int df, const t4_callbacks_t &callbacks)

@@ -1,6 +1,6 @@
-// t4_decoder: pages of ITU-T T.4 one- and two-dimensional and T.6 coding into bitmap lines. Bits are taken
-// from the least significant of each byte on. Damaged lines are concealed, never reported as failures; any
-// bytes decode in time linear in their number and that of the lines.
+// t4_decoder: decodes pages of ITU-T T.4 (one- and two-dimensional) and T.6 into bitmap lines. The bits of
+// each byte are taken from the least significant on. Damaged lines are concealed, never reported as failures.
+// Any bytes decode, in time linear in their number and the number of lines.
 #pragma once
 
 #include <cstddef>
@@ -11,27 +11,28 @@
 
 namespace faxtray {
 
-// By DF code: 0 (MH), 1 (MR), 3 (MMR), in lines of Pix_width. 1, or 0 for another code or when the decoder
-// fails.
+// Decodes a page of `df` DF_MH, DF_MR or DF_MMR into lines of Pix_width pixels. Returns 1, or 0 for another
+// code and where the decoder for it returns 0.
 int t4dec(const unsigned char *data, size_t length, int df, const t4_callbacks_t &callbacks);
 
-int t4dec_MH(const unsigned char *data, size_t length, const t4_callbacks_t &callbacks);  // always 1
-int t4dec_MR(const unsigned char *data, size_t length,
-             const t4_callbacks_t &callbacks);  // 0: no memory, no data
-int t4dec_MMR(const unsigned char *data, size_t length, int width,
-              const t4_callbacks_t &callbacks);  // 0: no memory, no width
+// MH always returns 1; MR returns 0 without memory or for no data, MMR without memory or for a width below 1.
+// For the fax system's other programs: ours call t4dec.
+int t4dec_MH(const unsigned char *data, size_t length, const t4_callbacks_t &callbacks);
+int t4dec_MR(const unsigned char *data, size_t length, const t4_callbacks_t &callbacks);
+int t4dec_MMR(const unsigned char *data, size_t length, int width, const t4_callbacks_t &callbacks);
 
-// The same for lines of 1728 pixels, of which those that are coded without fault are passed on to `found` as
-// their changing elements, with `user`, and only the others to the callbacks.
+// As t4dec, for lines of 1728 pixels. Lines coded without fault are passed to `found`, with `user`, as their
+// changing elements; only the others are passed to the callbacks, as bitmaps.
 int t4dec_changes(const unsigned char *data, size_t length, int df, changes_callback found, void *user,
                   const t4_callbacks_t &walked);
 
-// Comma-separated numbers, each a bit (modulo 32) to set in the debug flags; what is no number is passed
-// over.
+// Sets bits of the debug flags: `text` is a comma-separated list of bit numbers, taken modulo 32; what is no
+// number is skipped. None of our programs calls it; it is there for the fax system's others and for a
+// debugger.
 void t4dec_set_debug(const char *text);
-uint32_t t4dec_debug();                         // the flags so far
-enum : uint32_t { T4_DEBUG_BITMAPS = 1 << 0 };  // t4dec_change_format goes by way of bitmaps
+uint32_t t4dec_debug();                         // the flags set so far
+enum : uint32_t { T4_DEBUG_BITMAPS = 1 << 0 };  // t4dec_change_format decodes to bitmaps and encodes these
 
-const t4_page_counts_t &t4dec_counts();  // of the last page decoded
+const t4_page_counts_t &t4dec_counts();  // of the page decoded last
 
 }  // namespace faxtray

@@ -1,4 +1,5 @@
-// Two stages: the line coder turns lines into code words, the packer looks those up and packs their bits.
+// Two stages: the line coder turns lines into code words, the packer looks these up and packs their bits.
+// Lines of 1728 pixels, all that our faxes have, go to fast_encoder instead.
 #include "codec/t4_encoder.h"
 
 #include <algorithm>
@@ -9,15 +10,16 @@
 #include "codec/bit_runs.h"
 #include "codec/fast_encoder.h"
 #include "codec/t4_codes.h"
+#include "faxfile/fax_params.h"
 #include "util/owned.h"
 
 namespace faxtray {
 
 // The packer
 
-static uint16_t leftOverWord;  // the output word being filled, the first bit in the least significant
+static uint16_t leftOverWord;  // the output word being filled, from the least significant bit on
 static int leftOverLen;        // bits in it, less than 16
-static int putdata_err;        // first negative result of the output function, or 1: nothing more is packed
+static int putdata_err;  // first negative result of the output function, or 1; then nothing more is packed
 
 namespace {
 
@@ -76,7 +78,8 @@ static void put_code(t4_code_t code, output_t &output)
 
 static void put_run(const std::array<t4_code_t, EncTabSize> &table, int run, output_t &output)
 {
-    for (; run >= 2560 + 64; run -= 2560)  // ITU-T T.4 section 4.1.1: as often as it takes
+    // Longer runs take the longest make-up code repeatedly (ITU-T T.4 section 4.1.1).
+    for (; run >= 2560 + 64; run -= 2560)
         put_code(table[63 + 2560 / 64], output);
     if (run >= 64)
         put_code(table[63 + static_cast<size_t>(run) / 64], output);
@@ -86,7 +89,7 @@ static void put_run(const std::array<t4_code_t, EncTabSize> &table, int run, out
 static void put_code_word(uint16_t word, output_t &output)
 {
     if (word >= CODE_PASS && word <= CODE_EOL_2D) {
-        if (word >= CODE_EOL_1D)
+        if (word >= CODE_EOL_1D)  // these begin on a word
             put_left_over(output);
         put_code(enc2D[word - CODE_PASS], output);
         return;
@@ -119,7 +122,7 @@ void flush(const uint16_t *code_words, const uint16_t *end, t4_put_words put_wor
 
 namespace {
 
-// Gathers code words for the packer.
+// Collects code words for the packer.
 class code_words_t {
 public:
     explicit code_words_t(t4_put_words put_words) : put_words_(put_words) {}
@@ -161,12 +164,14 @@ static void code_one_dimensional(const unsigned char *line, int width, code_word
         codes.put_run(1728 - width, false);
 }
 
+// The code words of VR follow those of VL.
 static int vertical_code(int a1_b1)
 {
     return a1_b1 > 0 ? CODE_VL3 + a1_b1 : CODE_V0 - a1_b1;
 }
 
-// ITU-T T.4 section 4.2.1.3, T.6 section 2.2.
+// ITU-T T.4 section 4.2.1.3, T.6 section 2.2. `a0` is -1 before the first pixel, where b1 may be pixel 0; for
+// the length of the first run it counts as 0.
 static void code_two_dimensional(const unsigned char *line, const unsigned char *reference, int width,
                                  code_words_t &codes)
 {
@@ -195,9 +200,11 @@ static void code_two_dimensional(const unsigned char *line, const unsigned char 
 
 namespace {
 
-// How a page is coded: its first line in `k` one-dimensionally, and so on; none when k is 0.
+// How a page is coded: of every `k` lines the first one-dimensionally; none if k is 0. An EOL of 0 means
+// none.
 struct page_coding_t {
-    const char *function;
+    const char *function;  // its name in messages
+    int df;
     uint16_t eol_1d, eol_2d;
     int k;
 };
@@ -206,7 +213,8 @@ using line_ptr = std::unique_ptr<unsigned char, deleter<free>>;
 
 }  // namespace
 
-// Whether lines of this size may come; the first get a reference line. False with a message.
+// Checks that lines of `bytes` may follow lines of `size` (-1 for none so far), and makes the reference line
+// for the first. False with a message.
 static bool accept_line_size(int bytes, int size, line_ptr &reference, const page_coding_t &coding)
 {
     constexpr int max_size = (CODE_EOL - 1) / 8;  // a code word must hold the longest run
@@ -227,6 +235,7 @@ static bool accept_line_size(int bytes, int size, line_ptr &reference, const pag
     return reference != nullptr;
 }
 
+// Codes one line with the EOL before it.
 static void code_line(const unsigned char *line, const unsigned char *reference, int width,
                       bool one_dimensional, const page_coding_t &coding, code_words_t &codes)
 {
@@ -240,8 +249,8 @@ static void code_line(const unsigned char *line, const unsigned char *reference,
     code_two_dimensional(line, reference, width, codes);
 }
 
-// All lines of a page, as encode_g3_fax. The packer is not flushed yet. With `fast`, lines of its size go
-// there instead.
+// Codes all lines of a page. Result as of encode_g3_fax; the packer is not flushed yet. Lines of 1728 pixels
+// go to `fast` if there is one.
 static int code_lines(t4_get_lines get_lines, const page_coding_t &coding, code_words_t &codes,
                       fast_encoder_t *fast)
 {
@@ -257,6 +266,7 @@ static int code_lines(t4_get_lines get_lines, const page_coding_t &coding, code_
             return putdata_err = 1;
         size = bytes;
         if (fast && size == changes_line_bytes) {
+            // A repeated line, often white, is compared with its neighbour far faster than coded again.
             for (int i = 0; i < count; i++, lines += size)
                 fast->line(lines, i > 0 && memcmp(lines, lines - size, changes_line_bytes) == 0);
             continue;
@@ -268,13 +278,15 @@ static int code_lines(t4_get_lines get_lines, const page_coding_t &coding, code_
     }
 }
 
+// Codes a page from its first line to its end. Which of both encoders has the page is known once lines have
+// come; the one that coded none has nothing to finish.
 static int code_page(t4_get_lines get_lines, t4_put_words put_words, const page_coding_t &coding,
                      bool may_be_fast)
 {
     clear_packer();
     putdata_err = 0;
     code_words_t codes(put_words);
-    fast_encoder_t fast(coding.eol_1d ? coding.eol_2d ? 1 : 0 : 3, coding.k, put_words);
+    fast_encoder_t fast(coding.df, coding.k, put_words);
     const int result = code_lines(get_lines, coding, codes, may_be_fast ? &fast : nullptr);
     if (result == 1)
         return result;
@@ -291,13 +303,13 @@ static int code_page(t4_get_lines get_lines, t4_put_words put_words, const page_
 static int code_page_of(int df, t4_get_lines get_lines, t4_put_words put_words, int vr, bool may_be_fast)
 {
     switch (df) {
-    case 0:
-        return code_page(get_lines, put_words, {"encode_g3_fax", CODE_EOL, 0, 1}, may_be_fast);
-    case 1:
-        return code_page(get_lines, put_words, {"encode_g3_fax", CODE_EOL_1D, CODE_EOL_2D, vr == 1 ? 4 : 2},
-                         may_be_fast);
-    case 3:
-        return code_page(get_lines, put_words, {"enct4_MMR", 0, 0, 0}, may_be_fast);
+    case DF_MH:
+        return code_page(get_lines, put_words, {"encode_g3_fax", df, CODE_EOL, 0, 1}, may_be_fast);
+    case DF_MR:
+        return code_page(get_lines, put_words,
+                         {"encode_g3_fax", df, CODE_EOL_1D, CODE_EOL_2D, vr == 1 ? 4 : 2}, may_be_fast);
+    case DF_MMR:
+        return code_page(get_lines, put_words, {"enct4_MMR", df, 0, 0, 0}, may_be_fast);
     default:
         return putdata_err = 1;
     }
@@ -310,7 +322,7 @@ int encode_g3_fax(t4_get_lines get_lines, t4_put_words put_words, int df, int vr
 
 int enct4_MMR(t4_get_lines get_lines, t4_put_words put_words)
 {
-    return code_page_of(3, get_lines, put_words, 0, true);
+    return code_page_of(DF_MMR, get_lines, put_words, 0, true);
 }
 
 int encode_by_words(t4_get_lines get_lines, t4_put_words put_words, int df, int vr)

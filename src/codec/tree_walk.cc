@@ -1,4 +1,4 @@
-// Walks along the trees and does what the leaves say. No bit is looked at twice.
+// Follows the bits along the trees and acts on each leaf. No bit is read twice.
 #include "codec/tree_walk.h"
 
 #include <algorithm>
@@ -10,11 +10,12 @@
 
 namespace faxtray {
 
-// Follows the bits and gives the value of each leaf to `take`, until that returns true; false when the data
-// end. `take` may set the node to go on from.
+// Follows the bits and calls `take` with the value of each leaf until it returns true; false if the data end
+// first. `take` may set at.node, from which the walk continues.
 template <class Take> static bool walk(t4_position_t &at, Take take)
 {
     const t4_node_t *node = at.node;
+    // Byte by byte: the loop inside is the decoder's hottest, so it does nothing but step.
     for (const size_t end = at.length * 8; at.bit < end;) {
         unsigned bits = at.data[at.bit / 8] >> at.bit % 8;
         do {
@@ -42,8 +43,9 @@ MH_walk::MH_walk(const unsigned char *data, size_t length, const t4_callbacks_t 
     t4_page_counts = {};
 }
 
-// Kept: the line before an EOL is passed on, so that the EOL at the head of a page makes a white line and the
-// last line of a page that ends without one is lost.
+// Kept: a line is passed on at the EOL after it, so the EOL at the start of a page makes a white line and the
+// last line of a page that ends without an EOL is lost. faxconv warns of it; pages would change their lines
+// otherwise.
 bool MH_walk::next_line()
 {
     at_line_start_ = walk(at_, [this](int value) {
@@ -53,6 +55,7 @@ bool MH_walk::next_line()
     return at_line_start_;
 }
 
+// The line above is putrunlen's: it replaces a damaged line by it.
 void MH_walk::resume(size_t bit, const unsigned char *last_line)
 {
     at_.bit = bit;
@@ -72,10 +75,10 @@ MR_MMR_walk::MR_MMR_walk(coding which, const unsigned char *data, size_t length,
 {
     t4_page_counts = {};
     if (coding_ == MR) {
-        runs_left_ = all_runs;  // what eoltree finds is no mode
+        runs_left_ = all_runs;  // the first leaf is eoltree's EOL; take() must not treat it as a mode
         return;
     }
-    dec2d_tag_node->value = T4_TAG_2D;
+    dec2d_tag_node->value = T4_TAG_2D;  // an EOL is complete without a tag
     at_.node = dec2d_tree;
     at_line_start_ = true;
 }
@@ -85,6 +88,8 @@ MR_MMR_walk::~MR_MMR_walk()
     dec2d_tag_node->value = T4_INNER;
 }
 
+// Where the data end within a line, it is passed on filled up white. A T.6 page without any line is a white
+// one.
 bool MR_MMR_walk::next_line()
 {
     at_line_start_ = !ended_ && walk(at_, [this](int value) { return take(value); }) && !ended_;
@@ -101,13 +106,13 @@ void MR_MMR_walk::resume(size_t bit, bool one_dimensional, const unsigned char *
     at_.bit = bit;
     memcpy(reference_, last_line, line_size_);
     passed_any_ = true;
-    eols_ = coding_ == MR;
+    eols_ = coding_ == MR;  // the one just read
     start_line(one_dimensional);
 }
 
-// What a leaf says. True at the start of a line and when the page has ended.
 bool MR_MMR_walk::take(int value)
 {
+    // Among runs an EOL comes from the run trees, which know no tags: in T.4 the next bit is one.
     if (runs_left_ != no_runs) {
         if (value != T4_EOL)
             return take_run(value);
@@ -120,8 +125,8 @@ bool MR_MMR_walk::take(int value)
     return take_mode(value);
 }
 
-// In T.4 an EOL ends the line, and six in a row the page; in T.6 two in a row end the page and one is
-// nothing.
+// In T.4 an EOL ends the line, and six in a row end the page. In T.6 two in a row end the page, and a single
+// one means nothing. A line is passed on only if it has a code: six EOLs in a row add no lines.
 bool MR_MMR_walk::take_EOL(bool tag_1d)
 {
     eols_++;
@@ -136,6 +141,8 @@ bool MR_MMR_walk::take_EOL(bool tag_1d)
     return true;
 }
 
+// Make-up codes add up here, any number of them. The line overflows at the code that makes it too long,
+// complete run or not.
 bool MR_MMR_walk::take_run(int run)
 {
     eols_ = 0;
@@ -157,8 +164,8 @@ bool MR_MMR_walk::take_mode(int mode)
     code_read_ = true;
     switch (mode) {
     case T4_PASS:
-        a0_ =
-            bit_next_trans(reference_, bit_find_b1(reference_, a0_, width_, black_), width_, !black_);  // b2
+        // To b2; the run goes on below it, so run_start_ stays.
+        a0_ = bit_next_trans(reference_, bit_find_b1(reference_, a0_, width_, black_), width_, !black_);
         return code_done();
     case T4_HORIZONTAL:
         runs_left_ = 2;
@@ -174,7 +181,7 @@ bool MR_MMR_walk::take_mode(int mode)
     case T4_VR2:
     case T4_VR3:
         return take_vertical(mode - T4_VL3);
-    default:
+    default:  // no leaf of dec2d_tree has another value
         fprintf(coding_ == MMR ? stderr : stdout, "Bad tok: Can't happen!  runlen=%d\n", mode);
         return false;
     }
@@ -189,9 +196,8 @@ bool MR_MMR_walk::take_vertical(int offset)
     return code_done();
 }
 
-// Behind a mode and its runs: true when that was the last code of a line, which only T.6 can tell. The last
-// line of a page is passed on here too, so an end-of-facsimile-block or the end of the data behind it adds
-// none.
+// Called after a mode and its runs. True if they filled the line, which ends it in T.6 only. The last line of
+// a page is passed on here too, so that an end-of-facsimile-block or the end of the data after it adds none.
 bool MR_MMR_walk::code_done()
 {
     at_.node = dec2d_tree;
@@ -225,12 +231,12 @@ void MR_MMR_walk::start_line(bool one_dimensional)
     at_.node = one_dimensional ? whitetree : dec2d_tree;
 }
 
-// Passes the current line on, white from a0 on; it becomes the reference line.
+// Passes the current line on, white from a0 on, and makes it the reference line.
 void MR_MMR_walk::finish_line()
 {
     if (code_read_ && a0_ < width_)
         t4_page_counts.ended_short++;
-    if (black_ && a0_ > run_start_)
+    if (black_ && a0_ > run_start_)  // a pass mode has left a black run without its end
         complete_run(a0_);
     pass_on(current_);
     std::swap(current_, reference_);
@@ -248,8 +254,8 @@ void MR_MMR_walk::pass_on(const unsigned char *line)
         found_.line_end();
 }
 
-// Passes the line above on again in place of a line that cannot be right. T.4 goes on behind the next EOL.
-// T.6 has none before the end-of-facsimile-block, which adds no line, so the page has ended. True then.
+// Passes the line above on again in place of a damaged one. T.4 continues after the next EOL. T.6 has none
+// before the end-of-facsimile-block, which adds no line, so there the page has ended: returns true.
 bool MR_MMR_walk::conceal_line()
 {
     t4_page_counts.repeated++;

@@ -1,5 +1,5 @@
-// Reads and writes the header of a fax file. One silent routine takes the text block apart; both the index
-// scan, from memory, and the reading of a file rest on it. Who calls it finds the words for what is wrong.
+// Reads and writes the header of a fax file. each_attribute parses the text block and prints nothing; both
+// the index scan (find_fax_header_values) and read_fax_header use it, and word their own errors.
 #include "faxfile/fax_header.h"
 
 #include <endian.h>
@@ -20,6 +20,8 @@
 #include <utility>
 
 #include "faxfile/fax_params.h"
+#include "util/io.h"
+#include "util/text.h"
 #include "util/trace.h"
 
 namespace faxtray {
@@ -29,7 +31,7 @@ using std::string_view;
 static constexpr size_t preamble_size = 8;
 static constexpr char terminator = 0x1D;
 
-// Kept: on both streams, for operators watch the one and the log keeps the other.
+// Kept: on both streams; operators watch the one, scripts read the other.
 __attribute__((format(printf, 1, 2))) static void complain(const char *format, ...)
 {
     for (FILE *stream : {stderr, stdout}) {
@@ -42,7 +44,7 @@ __attribute__((format(printf, 1, 2))) static void complain(const char *format, .
 
 // Attributes
 
-// A node of its own copies, or null without memory.
+// A node with copies of both, or null without memory.
 static fax_header_t *make_node(string_view name, string_view value)
 {
     c_string name_copy(strndup(name.data(), name.size()));
@@ -107,6 +109,7 @@ int set_fax_header_av(fax_header_t *list, const char *name, const char *value)
         complain("new_fax_header: Ignoring null attr\n");
         return -1;
     }
+    // Stops at the node of that name, or at the last.
     fax_header_t *node = list;
     while (strcmp(node->name, name) != 0 && node->next)
         node = node->next;
@@ -122,6 +125,8 @@ int set_fax_header_av(fax_header_t *list, const char *name, const char *value)
 
 static void complain_bad_pair(const char *pair)
 {
+    // Kept: "set_fax_header_var", here and below, though no function has that name; scripts search logs for
+    // it.
     complain("set_fax_header_var: Bad attr-value pair: [%s]\n", pair);
 }
 
@@ -129,7 +134,7 @@ int set_fax_header_string(fax_header_t *list, const char *pair)
 {
     const char *colon = pair ? strchr(pair, ':') : nullptr;
     if (!colon) {
-        complain_bad_pair(pair ? pair : "(null)");
+        complain_bad_pair(shown(pair));
         return -1;
     }
     c_string name(strndup(pair, static_cast<size_t>(colon - pair)));
@@ -144,8 +149,9 @@ int set_fax_header_string(fax_header_t *list, const char *pair)
 
 namespace {
 
-// Builds a list in time that does not grow with the square of its length: appends at a tail and finds
-// names by an index once there are many.
+// Builds a list without the searches of set_fax_header_av, which would take time quadratic in the number of
+// attributes: a file from outside may have any number. Appends at a tail, and looks names up in an index once
+// there are many.
 class header_builder {
 public:
     header_builder() = default;
@@ -153,7 +159,7 @@ public:
     header_builder(const header_builder &) = delete;
     header_builder &operator=(const header_builder &) = delete;
 
-    // False without memory. A name that occurs twice keeps its first place and takes the later value.
+    // A name that occurs twice keeps its first place and takes the later value. False without memory.
     bool put(string_view name, string_view value)
     {
         if (fax_header_t *node = find(name))
@@ -169,7 +175,7 @@ public:
     fax_header_t *release() { return std::exchange(first_, nullptr); }
 
 private:
-    static constexpr size_t many = 32;
+    static constexpr size_t many = 32;  // up to here, as in every real header, a walk is faster than an index
 
     fax_header_t *find(string_view name) const
     {
@@ -183,6 +189,7 @@ private:
         return node;
     }
 
+    // Enters the new node into the index, or all of them once there are many. False without memory.
     bool remember(fax_header_t *node)
     {
         if (++count_ < many)
@@ -205,9 +212,10 @@ enum class fault { none, bad_pair, no_memory, empty };
 
 }  // namespace
 
-// Gives each attribute of a text block without its terminator to `put`, which returns false to stop, as
-// without memory. Silent. A line ends at its line feed, or at a NUL before that; one with an empty name is
-// lost. `*bad` becomes the line without a colon that ended the walk.
+// Calls `put` with the name and value of each attribute of a text block, given without its terminator, until
+// it returns false for lack of memory. A line ends at its line feed, or at a NUL before it. A line without a
+// colon ends the walk; it is then stored in *bad. Kept: a line with an empty name is skipped, since fax files
+// with such lines are read.
 template <class Put> static fault each_attribute(string_view text, string_view *bad, Put put)
 {
     bool any = false;
@@ -238,8 +246,8 @@ static uint32_t big_endian(const char *bytes)
     return be32toh(word);
 }
 
-// The text block, without its terminator, of a file that begins with these bytes; empty when it does not lie
-// within them whole.
+// The text block, without its terminator, of a file that begins with these bytes; empty if not all of it is
+// among them, or if this is no sound fax file.
 static string_view text_block(const char *file, size_t n)
 {
     if (n <= preamble_size || big_endian(file) != FAX_MAGIC)
@@ -259,31 +267,14 @@ bool find_fax_header_values(char *bytes, size_t n, const char *const *names, con
         const char *const *wanted = std::find(names, names + count, name);
         if (wanted != names + count) {
             values[wanted - names] = value.data();
-            bytes[value.data() + value.size() - bytes] = '\0';  // was a line feed, the terminator or NUL
+            bytes[value.data() + value.size() - bytes] = '\0';  // over the line feed, NUL or terminator
         }
         return true;
     };
     return each_attribute(text_block(bytes, n), &bad, keep) == fault::none;
 }
 
-// Reads until `n` bytes are there or the file ends. How many came, or -1 with errno.
-static ssize_t read_fully(int fd, char *bytes, size_t n)
-{
-    size_t done = 0;
-    while (done < n) {
-        ssize_t got = read(fd, bytes + done, n - done);
-        if (got == 0)
-            break;
-        if (got < 0 && errno == EINTR)
-            continue;
-        if (got < 0)
-            return -1;
-        done += static_cast<size_t>(got);
-    }
-    return static_cast<ssize_t>(done);
-}
-
-// How long the text block is, from the preamble at the start of the file; 0 with a message.
+// Reads the preamble at the start of the file. Returns the length of the text block, or 0 with a message.
 static size_t read_text_length(int fd)
 {
     if (lseek(fd, 0, SEEK_SET) < 0) {
@@ -291,7 +282,7 @@ static size_t read_text_length(int fd)
         return 0;
     }
     char preamble[preamble_size];
-    ssize_t got = read_fully(fd, preamble, sizeof preamble);
+    const ssize_t got = read_full(fd, preamble, sizeof preamble);
     if (got < 0) {
         complain("read_fax_header: Bad fax file: %s\n", strerror(errno));
         return 0;
@@ -310,7 +301,8 @@ static size_t read_text_length(int fd)
     return length;
 }
 
-// True when the file is long enough for a text block of that length. Asked before memory is taken for it.
+// True if the file is long enough for a text block of that length. Asked first, so that a false length
+// allocates nothing.
 static bool holds_text(int fd, size_t length)
 {
     struct stat st;
@@ -333,7 +325,7 @@ fax_header_t *read_fax_header(int fd)
         return nullptr;
     }
     char *end = text.get() + length - 1;
-    if (read_fully(fd, text.get(), length) != static_cast<ssize_t>(length) || *end != terminator) {
+    if (read_full(fd, text.get(), length) != static_cast<ssize_t>(length) || *end != terminator) {
         complain("read_fax_header: Bad fax file: Corrupted header\n");
         return nullptr;
     }
@@ -348,7 +340,7 @@ fax_header_t *read_fax_header(int fd)
     case fault::empty:
         complain("read_fax_header: Empty Header - probably corrupted\n");
         return nullptr;
-    case fault::bad_pair:
+    case fault::bad_pair:  // two messages each, as if set_fax_header_string had been called
         text.get()[bad.data() + bad.size() - text.get()] = '\0';
         complain_bad_pair(bad.data());
         break;
@@ -362,7 +354,7 @@ fax_header_t *read_fax_header(int fd)
 
 // Writing
 
-// True when what is written of `list` reads back as it is.
+// True if the list would read back as it is.
 static bool is_writable(const fax_header_t *list)
 {
     for (; list; list = list->next)
@@ -374,21 +366,6 @@ static bool is_writable(const fax_header_t *list)
 static char *append(char *to, string_view text)
 {
     return static_cast<char *>(memcpy(to, text.data(), text.size())) + text.size();
-}
-
-// One write, as long as the system takes the whole; continued, it tells why it was short.
-static bool write_fully(int fd, const char *bytes, size_t n)
-{
-    while (n > 0) {
-        ssize_t put = write(fd, bytes, n);
-        if (put < 0 && errno == EINTR)
-            continue;
-        if (put < 0)
-            return false;
-        bytes += put;
-        n -= static_cast<size_t>(put);
-    }
-    return true;
 }
 
 int write_fax_header(int fd, const fax_header_t *list)
@@ -406,6 +383,7 @@ int write_fax_header(int fd, const fax_header_t *list)
         complain("write_fax_header: Out of memory\n");
         return -1;
     }
+    // The whole header in one buffer, so that one write makes it.
     uint32_t preamble[] = {htobe32(FAX_MAGIC), htobe32(static_cast<uint32_t>(length))};
     memcpy(header.get(), preamble, preamble_size);
     char *p = header.get() + preamble_size;
@@ -419,7 +397,7 @@ int write_fax_header(int fd, const fax_header_t *list)
         complain("write_fax_header: Can't rewind file: %s\n", strerror(errno));
         return -1;
     }
-    if (!write_fully(fd, header.get(), preamble_size + length)) {
+    if (!write_full(fd, header.get(), preamble_size + length)) {
         complain("write_fax_header: Can't create fax file header: %s\n", strerror(errno));
         return -1;
     }
@@ -431,8 +409,8 @@ int write_fax_header(int fd, const fax_header_t *list)
 static constexpr char resolution[] = "RESOLUTION";
 static constexpr char compression[] = "COMPRESSION";
 
-// The code of a value that is not empty, or -1 with a warning. A value of nothing but white space is
-// shown as a blank.
+// The code of a value that is not empty, or -1 with a warning, which shows a value of nothing but white space
+// as a blank.
 static int decode_value(const char *name, const char *value, int (*to_code)(signed char))
 {
     while (isspace(static_cast<unsigned char>(*value)))
@@ -443,7 +421,7 @@ static int decode_value(const char *name, const char *value, int (*to_code)(sign
     return code;
 }
 
-// Stores a code's character, 0 for an invalid code. 1, or -1 after the caller's message.
+// Stores a code's character. Returns 1, or -1 after printing `failed`.
 static int set_code(fax_header_t *list, const char *name, char c, const char *failed)
 {
     const char value[] = {c, '\0'};
@@ -473,12 +451,12 @@ int set_vertical_resolution(fax_header_t *list, int code)
     return set_code(list, resolution, c, "set_vertical_resolution: Can't set resolution");
 }
 
-// Kept: a fax without the attribute is MH, for that is what senders of old leave out.
+// Kept: a fax without the attribute is MH; faxes of the oldest senders have none.
 int get_compression_mode(const fax_header_t *list)
 {
     const char *value = get_fax_header_value(list, compression);
     if (!value || !*value)
-        return 0;
+        return DF_MH;
     return decode_value(compression, value, asciitoDF);
 }
 
@@ -489,10 +467,11 @@ int set_compression_mode(fax_header_t *list, int code)
         printf("set_compression_mode: invalid mode: %d\n", code);
         return -1;
     }
+    // Kept: the blank in the function's name; scripts search for the line as it is.
     return set_code(list, compression, c, "set_compression mode: Can't set mode");
 }
 
-// The quick test
+// The quick test: mail asks it of every file before attaching it
 
 static int refuse_system_error(const char *path)
 {
@@ -515,7 +494,7 @@ int is_corvane_fax(const char *path)
     if (!fd)
         return refuse_system_error(path);
     char magic[sizeof FAX_MAGIC];
-    ssize_t got = read_fully(fd.get(), magic, sizeof magic);
+    const ssize_t got = read_full(fd.get(), magic, sizeof magic);
     if (got < 0)
         return refuse_system_error(path);
     if (got < static_cast<ssize_t>(sizeof magic) || big_endian(magic) != FAX_MAGIC) {

@@ -6,7 +6,7 @@
 
 namespace faxtray {
 
-// Kept: resolution skips "2", since that is what fax files carry.
+// Kept: resolution skips "2"; all fax files have been written so.
 static constexpr std::string_view VR_chars = "01345 ";
 static constexpr std::string_view BR_chars = "012345 ";
 static constexpr std::string_view WD_chars = "01234 ";
@@ -20,6 +20,7 @@ static constexpr const char *VR_names[] = {"Normal (98 lpi)", "Fine (196 lpi)", 
                                            "600 lpi"};
 static constexpr const char *DF_names[] = {"MH (1-D)", "MR (2-D)", "UMMR (Uncompressed MMR)", "MMR"};
 
+// The same three look-ups serve all the parameters.
 static char to_char(std::string_view chars, int code)
 {
     return code >= 0 && static_cast<size_t>(code) < chars.size() ? chars[static_cast<size_t>(code)] : '\0';

@@ -1,9 +1,20 @@
 // fax_params: the parameters of a fax call as the single characters that header attributes hold.
+//
+// Only VR and DF are used by our programs. The other six are for the fax system's other programs; none here
+// calls them.
 #pragma once
 
 namespace faxtray {
 
-// Code to character, 0 for a code out of range. The highest code of each means "not known": a blank.
+// DF codes (data format): how the pages of a fax are coded.
+enum : int {
+    DF_MH = 0,    // ITU-T T.4, one-dimensional
+    DF_MR = 1,    // T.4, two-dimensional
+    DF_UMMR = 2,  // uncompressed MMR; nothing here reads or writes it
+    DF_MMR = 3,   // T.6
+};
+
+// From code to character, 0 for a code out of range. The highest code of each means "not known", a blank.
 char VRtoascii(int code);  // vertical resolution
 char BRtoascii(int code);  // bit rate
 char WDtoascii(int code);  // page width
@@ -13,7 +24,7 @@ char ECtoascii(int code);  // error correction
 char BFtoascii(int code);  // binary file transfer
 char STtoascii(int code);  // scan time
 
-// Character to code, -1 for any other character.
+// From character to code, -1 for any other character.
 int asciitoVR(signed char c);
 int asciitoBR(signed char c);
 int asciitoWD(signed char c);
@@ -23,6 +34,7 @@ int asciitoEC(signed char c);
 int asciitoBF(signed char c);
 int asciitoST(signed char c);
 
+// For display, as in "Fine (196 lpi)" and "MMR"; "Unknown ..." for any other code.
 const char *VRtostring(int code);
 const char *DFtostring(int code);
 

@@ -1,5 +1,5 @@
-// A page is read only when the file holds all of it, so that no length in a damaged file makes us ask for
-// memory that it does not need.
+// A page is read only if the file holds all of it, so that a false length in a damaged file allocates no
+// memory.
 #include "tools/fax_pages.h"
 
 #include <fcntl.h>
@@ -12,9 +12,11 @@
 
 #include "faxfile/fax_params.h"
 #include "util/command_output.h"
+#include "util/io.h"
 
 namespace faxtray {
 
+// Returns false, so that a caller can return its result.
 static bool complain(const fax_pages_t &fax, const char *what)
 {
     fprintf(stderr, "faxconv: %s: %s\n", printable(fax.path).c_str(), what);
@@ -25,7 +27,7 @@ bool open_fax_pages(const std::string &path, fax_pages_t *fax)
 {
     *fax = fax_pages_t();
     fax->path = path;
-    fax->fd.reset(open(path.c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK));  // a pipe must not hold us up
+    fax->fd.reset(open(path.c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK));  // opening a pipe must not block
     struct stat status;
     if (!fax->fd || fstat(fax->fd.get(), &status) < 0)
         return complain(*fax, strerror(errno));
@@ -42,20 +44,14 @@ bool open_fax_pages(const std::string &path, fax_pages_t *fax)
     return true;
 }
 
-// All `n` bytes, unless the file has been cut since it was opened.
+// Reads all of `n` bytes that the file had when it was opened.
 static bool read_whole(fax_pages_t *fax, unsigned char *bytes, size_t n)
 {
     fax->left -= n;
-    while (n > 0) {
-        ssize_t got = read(fax->fd.get(), bytes, n);
-        if (got < 0 && errno == EINTR)
-            continue;
-        if (got <= 0)
-            return complain(*fax, got < 0 ? strerror(errno) : "the file shrinks");
-        bytes += got;
-        n -= static_cast<size_t>(got);
-    }
-    return true;
+    const ssize_t got = read_full(fax->fd.get(), bytes, n);
+    if (got < 0)
+        return complain(*fax, strerror(errno));
+    return got == static_cast<ssize_t>(n) || complain(*fax, "the file was cut while it was being read");
 }
 
 bool read_fax_page(fax_pages_t *fax, std::vector<unsigned char> *data)
@@ -104,7 +100,7 @@ static nlohmann::json to_json(const page_info_t &page)
     return object;
 }
 
-// The header's attributes, with what the codes among them mean.
+// Prints the header's attributes, the codes among them with their meaning, and the heads of the columns.
 static void print_header(const fax_pages_t &fax)
 {
     for (const fax_header_t *node = fax.header.get(); node; node = node->next) {
@@ -131,6 +127,8 @@ bool print_fax_info(const std::string &path, bool json)
     if (!json)
         print_header(fax);
 
+    // A page that cannot be decoded does not keep the others from being printed; one that is cut off is the
+    // last.
     bool whole = true, decoded = true;
     std::vector<unsigned char> data;
     while (fax.next <= fax.pages && (whole = read_fax_page(&fax, &data))) {
@@ -144,7 +142,7 @@ bool print_fax_info(const std::string &path, bool json)
     if (!decoded)
         complain(fax, "there are pages that cannot be decoded");
     if (whole && fax.left > 0 && !json)
-        printf("and %zu bytes behind the last page\n", fax.left);
+        printf("and %zu bytes after the last page\n", fax.left);
     if (json) {
         object["whole"] = whole;
         print_json(object);

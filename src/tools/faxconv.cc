@@ -1,7 +1,8 @@
-// faxconv: the command that re-codes fax files, and shows what is in them.
+// faxconv: the command that re-codes fax files and shows what is in them. Here is its command line.
 #include <CLI/CLI.hpp>
 #include <cstdio>
 
+#include "faxfile/fax_params.h"
 #include "tools/fax_pages.h"
 #include "tools/pbm.h"
 #include "tools/recode.h"
@@ -29,10 +30,11 @@ struct options {
 constexpr struct {
     const char *name;
     int df;
-} codings[] = {{"mh", 0}, {"mr", 1}, {"mmr", 3}};
+} codings[] = {{"mh", DF_MH}, {"mr", DF_MR}, {"mmr", DF_MMR}};
 
 }  // namespace
 
+// Does what was asked for. False with a message on standard error.
 static bool run(const options &chosen)
 {
     for (const auto &coding : codings) {
@@ -44,6 +46,7 @@ static bool run(const options &chosen)
     return done && (chosen.pbm.empty() || write_pbm_pages(chosen.file, chosen.pbm));
 }
 
+// Returns the exit status.
 static int parse_and_run(int argc, char **argv)
 {
     options chosen;
@@ -59,6 +62,7 @@ static int parse_and_run(int argc, char **argv)
     info->excludes(coding);
     pbm->type_name("PREFIX")->excludes(coding);
     app.add_flag("--json", chosen.json, "Print JSON")->needs(info);
+    // CLI11 cannot say "one of these three" of an argument and two options.
     app.final_callback([&] {
         if (!*coding && !*info && !*pbm)
             throw CLI::RequiredError("CODING, --info or --pbm");

@@ -1,5 +1,5 @@
-// A PBM file says its height first, so every page is decoded twice: to count its lines, then to write them.
-// So no page, of however many lines, is held in memory.
+// A PBM file begins with its height, so every page is decoded twice: to count its lines, then to write them.
+// This way no page is held in memory, however many lines it has.
 #include "tools/pbm.h"
 
 #include <cstdio>
@@ -9,10 +9,10 @@
 
 namespace faxtray {
 
-// The page that is being written: decoders call back without a context.
+// The page being written. Global, because decoders pass no context to their callbacks.
 static whole_file *output;
 static std::string buffer;
-static bool written;
+static bool written;  // all of it so far
 
 static void write_buffer()
 {
@@ -23,10 +23,11 @@ static void write_buffer()
 static void write_line(const unsigned char *line, int bytes)
 {
     buffer.append(reinterpret_cast<const char *>(line), static_cast<size_t>(bytes));
-    if (buffer.size() >= 65536)
+    if (buffer.size() >= 65536)  // a line alone is too little for a write
         write_buffer();
 }
 
+// Writes one page whole, or not at all.
 static bool write_page(const std::string &path, int df, const std::vector<unsigned char> &data)
 {
     const page_info_t page = look_at_page(df, data);

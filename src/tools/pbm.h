@@ -1,4 +1,4 @@
-// pbm: pages as portable bitmaps (PBM, the raw form P4), which have the bits of our lines.
+// pbm: writes pages as portable bitmaps (PBM in its raw form, P4), whose rows are our lines, bit for bit.
 #pragma once
 
 #include <string>
@@ -6,7 +6,8 @@
 namespace faxtray {
 
 // Writes each page of a fax file to "PREFIX-001.pbm" and so on, each whole or not at all; files of these
-// names are replaced. False with a message on standard error; the pages before it stay.
+// names are replaced. False with a message on standard error at the first failure; the pages written before
+// it stay.
 bool write_pbm_pages(const std::string &path, const std::string &prefix);
 
 }  // namespace faxtray

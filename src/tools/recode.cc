@@ -1,5 +1,5 @@
-// States on disk: in place, what t4dec_change_format() leaves; else a temporary file ".faxconv-XXXXXX"
-// beside the target, then the target, whole.
+// States on disk: in place, those of change_format; otherwise a temporary file ".faxconv-XXXXXX" beside the
+// target, then the target, whole.
 #include "tools/recode.h"
 
 #include <fcntl.h>
@@ -9,21 +9,25 @@
 #include <cerrno>
 #include <csignal>
 #include <cstring>
+#include <utility>
 
 #include "codec/change_format.h"
 #include "disk/files.h"
+#include "disk/scratch_file.h"
 #include "faxfile/fax_header.h"
+#include "faxfile/fax_params.h"
 #include "tools/fax_pages.h"
 #include "util/command_output.h"
+#include "util/io.h"
 
 namespace faxtray {
 
 namespace {
 
-// While it lives, what would end the program waits, so that no half-made file stays behind.
-class signals_held {
+// Defers the signals that would end the program while it exists, so that no half-made file is left.
+class interruptions_deferred {
 public:
-    signals_held()
+    interruptions_deferred()
     {
         sigset_t held;
         sigemptyset(&held);
@@ -31,7 +35,7 @@ public:
             sigaddset(&held, signal);
         sigprocmask(SIG_BLOCK, &held, &before_);
     }
-    ~signals_held() { sigprocmask(SIG_SETMASK, &before_, nullptr); }
+    ~interruptions_deferred() { sigprocmask(SIG_SETMASK, &before_, nullptr); }
 
 private:
     sigset_t before_;
@@ -39,20 +43,22 @@ private:
 
 }  // namespace
 
+// Returns false, so that a caller can return its result.
 static bool complain(const std::string &path, const char *what, const char *why = strerror(errno))
 {
     fprintf(stderr, "faxconv: %s: %s: %s\n", printable(path).c_str(), what, why);
     return false;
 }
 
-// Tells what re-coding an MH file costs; nothing when it is none, or no fax at all.
+// Warns of what re-coding an MH file costs. Prints nothing if it is another fax, or none.
 static void warn_of_MH(const std::string &path, int df)
 {
-    char head[16384];
+    char head[16384];  // every header but one made to be long; without the whole header there is no warning
     const char *const names[] = {"COMPRESSION"};
     const char *compression;
-    const unique_fd fd(open(path.c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK));  // a pipe must not hold us up
-    const ssize_t n = fd && df != 0 ? read(fd.get(), head, sizeof head) : -1;
+    const unique_fd fd(
+        open(path.c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK));  // opening a pipe must not block
+    const ssize_t n = fd && df != DF_MH ? read_full(fd.get(), head, sizeof head) : -1;
     if (n > 0 && find_fax_header_values(head, static_cast<size_t>(n), names, &compression, 1) &&
         (!compression || *compression == '0'))
         fprintf(stderr,
@@ -61,7 +67,7 @@ static void warn_of_MH(const std::string &path, int df)
                 printable(path).c_str());
 }
 
-// Re-codes `path`, never more open to others meanwhile than `mode`, which it has in the end.
+// Re-codes `path` and gives it `mode`. Meanwhile the new file is never more open to others than that.
 static bool recode(const std::string &path, int df, mode_t mode)
 {
     const mode_t mask = umask(0777 & ~mode);
@@ -79,15 +85,16 @@ bool recode_in_place(const std::string &path, int df)
         if (const c_string target(realpath(path.c_str(), nullptr)); target)
             file = target.get();
     if (stat(file.c_str(), &status) < 0)
-        status = {};  // t4dec_change_format tells why
-    signals_held hold;
+        status = {};  // t4dec_change_format reports why
+    const interruptions_deferred until_done;
     if (!recode(file, df, status.st_mode & 07777))
         return false;
-    // Root re-codes the faxes of others, who keep them.
+    // Root re-codes faxes that belong to others; they must be able to read them afterwards.
     return geteuid() != 0 || chown(file.c_str(), status.st_uid, status.st_gid) == 0 ||
            complain(path, "can't set the owner");
 }
 
+// A fax that had the coding already was only copied; t4dec_change_format syncs its own files.
 static bool sync_file(const std::string &path)
 {
     unique_fd fd(open(path.c_str(), O_RDONLY | O_CLOEXEC));
@@ -106,19 +113,24 @@ bool recode_to(const std::string &path, const std::string &to, int df)
     if (stat(path.c_str(), &status) < 0)
         return complain(path, "can't read");
 
-    signals_held hold;
+    const interruptions_deferred until_done;
+    // Copied first and re-coded in place there, so that FILE itself is never touched.
     const size_t slash = to.rfind('/');
-    std::string temporary = to.substr(0, slash == std::string::npos ? 0 : slash + 1) + ".faxconv-XXXXXX";
-    if (!unique_fd(mkostemp(temporary.data(), O_CLOEXEC)))
+    std::string beside = to.substr(0, slash == std::string::npos ? 0 : slash + 1) + ".faxconv-XXXXXX";
+    if (!unique_fd(mkostemp(beside.data(), O_CLOEXEC)))
         return complain(to, "can't create a file beside it");
-    const bool done =
-        (copy(path.c_str(), temporary.c_str()) || complain(to, "can't copy the fax beside it")) &&
-        recode(temporary, df, status.st_mode & 0777) &&
-        (sync_file(temporary) || complain(to, "can't write")) &&
-        (rename(temporary.c_str(), to.c_str()) == 0 || complain(to, "can't create"));
-    if (!done)
-        unlink(temporary.c_str());
-    return done;
+    scratch_file temporary(std::move(beside));
+    if (!copy(path.c_str(), temporary.path()))
+        return complain(to, "can't copy the fax beside it");
+    if (!recode(temporary.path(), df, status.st_mode & 0777))
+        return false;
+    if (!sync_file(temporary.path()))
+        return complain(to, "can't write");
+    if (rename(temporary.path(), to.c_str()) != 0)
+        return complain(to, "can't create");
+    temporary.keep();
+    sync_directory_of(to.c_str());
+    return true;
 }
 
 }  // namespace faxtray
