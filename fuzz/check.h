@@ -1,4 +1,5 @@
-// How a fuzzer says that something which always holds did not: libFuzzer keeps the input, a test tells.
+// How a fuzzer reports that something which must always hold did not: libFuzzer then keeps the input, a test
+// fails.
 #pragma once
 
 #include <stdexcept>

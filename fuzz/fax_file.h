@@ -1,4 +1,5 @@
-// A fax file of any bytes: re-coding it keeps all lines or leaves it as it was, and nothing else beside it.
+// A fax file of any bytes: re-coding it keeps all lines or leaves it as it was, and no other file is left
+// beside it.
 #pragma once
 
 #include <unistd.h>
@@ -26,10 +27,10 @@ inline std::vector<page_t> pages_of(const std::string &path)
     return pages;
 }
 
-// The first byte chooses the coding that is wanted.
+// The first byte chooses the coding to be written.
 inline void fuzz_fax_file(const uint8_t *bytes, size_t n)
 {
-    static constexpr int dfs[4] = {0, 1, 3, 2};
+    static constexpr int dfs[4] = {DF_MH, DF_MR, DF_MMR, DF_UMMR};
     if (n < 1 || n > 8192)
         return;
     namespace fs = std::filesystem;
@@ -49,8 +50,9 @@ inline void fuzz_fax_file(const uint8_t *bytes, size_t n)
         check(std::string(std::istreambuf_iterator<char>(in), {}) == content);
     } else {
         for (page_t &page : lines) {
-            // MH gains one at its end, too, where the reader misses an end of line; T.6 has no page without.
-            if (to == 0 || (to == 3 && page.empty()))
+            // MH gains a white line at its end too, but the reader loses the last one, which no EOL follows.
+            // T.6 has no page without lines.
+            if (to == DF_MH || (to == DF_MMR && page.empty()))
                 page.insert(page.begin(), std::string(216, '\0'));
         }
         check(open_fax_pages(path, &fax) && fax.df == to && pages_of(path) == lines);

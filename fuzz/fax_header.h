@@ -1,5 +1,5 @@
-// A fax file of any bytes: what is found in memory and what is read from the file agree, and what is written
-// reads back.
+// A fax file of any bytes: what is found in memory and what is read from the file agree, and a header that is
+// written reads back.
 #pragma once
 
 #include <sys/mman.h>

@@ -1,6 +1,6 @@
 // usage: make_seeds CORPUS
-// Writes what the fuzzers of the codec start with into the folders of CORPUS: a few lines of every sample
-// page in every coding, whole and damaged, and fax files of them.
+// Writes the inputs that the codec's fuzzers start with into the folders of CORPUS: a few lines of every
+// sample page in every coding, whole and damaged, and fax files of them.
 #include <filesystem>
 #include <fstream>
 

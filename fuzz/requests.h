@@ -1,5 +1,5 @@
-// A message body of any bytes, as every argument and as the result: what decodes is encoded, decoded and
-// encoded again to the same bytes; what does not decode is freed all the same.
+// A message body of any bytes, as every argument and as the result: a record that decodes is encoded, decoded
+// and encoded again to the same bytes; one that does not decode is freed nevertheless.
 #pragma once
 
 #include <cstdint>
@@ -11,7 +11,7 @@
 
 namespace faxtray {
 
-// The record's bytes; `room` is what it may take at most.
+// The record's bytes, of which there are at most `room`.
 template <class Record>
 std::string encoded(bool_t (*routine)(XDR *, Record *) noexcept, Record *record, size_t room)
 {
@@ -23,7 +23,7 @@ std::string encoded(bool_t (*routine)(XDR *, Record *) noexcept, Record *record,
     return bytes;
 }
 
-// Decodes one record and gives its bytes, "" when it does not decode.
+// Decodes one record and encodes it again. Returns the bytes, "" if it does not decode.
 template <class Record>
 std::string read_record(bool_t (*routine)(XDR *, Record *) noexcept, const void *bytes, size_t n)
 {

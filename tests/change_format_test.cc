@@ -1,8 +1,9 @@
-// Fax files from one coding to another, and what must not happen to those that cannot be.
+// Re-codes fax files, and leaves alone those that it cannot re-code.
 #include "codec/change_format.h"
 
 #include <gtest/gtest.h>
 #include <sys/resource.h>
+#include <sys/stat.h>
 
 #include <csignal>
 
@@ -138,7 +139,34 @@ TEST(ChangeFormat, SurvivesADiskThatFills)
     signal(SIGXFSZ, handler);
 }
 
-TEST(Faxconv, DoesWhatItSaysAndTellsHowItWent)
+TEST(ChangeFormat, WritesThroughNoLink)
+{
+    temp_dir dir;
+    const std::string file =
+                          fax_file_of({encode(sample_pages(9)[0].lines, 1)}, 1, "#PAGES:1\nRESOLUTION:1\n"),
+                      path = dir.write("fax", file), victim = dir.write("victim", "precious");
+    std::filesystem::create_symlink(victim, path + "." + std::to_string(getpid()));
+    capture_stderr err;
+    EXPECT_EQ(t4dec_change_format(path.c_str(), 3, 0, nullptr), 0);
+    EXPECT_EQ(err.text(), "t4dec_change_format: Failure opening " + path + ".\n");
+    EXPECT_EQ(read_file(path), file);
+    EXPECT_EQ(read_file(victim), "precious");
+}
+
+// In T.6 a white line after a white line is one bit.
+TEST(ChangeFormat, DropsLinesThatAreTooManyForAnyPage)
+{
+    temp_dir dir;
+    const std::string path =
+        dir.write("fax", fax_file_of({std::string(200'000, '\xFF')}, 3, "#PAGES:1\nRESOLUTION:1\n"));
+    EXPECT_EQ(t4dec_change_format(path.c_str(), 1, 0, nullptr), 1);
+    fax_pages_t fax;
+    std::vector<unsigned char> page;
+    ASSERT_TRUE(open_fax_pages(path, &fax) && read_fax_page(&fax, &page));
+    EXPECT_EQ(look_at_page(fax.df, page).counts.lines, (256 << 20) / 216);
+}
+
+TEST(Faxconv, DoesWhatItSaysAndReportsHowItWent)
 {
     temp_dir dir;
     const page_t page = sample_pages(40)[0].lines;
@@ -147,7 +175,14 @@ TEST(Faxconv, DoesWhatItSaysAndTellsHowItWent)
     dir.write("mmr", "old");
     dir.write("mh", fax_file_of({encode(page, 0)}, 0, "#PAGES:1\nRESOLUTION:1\n"));
     dir.write("cut", mr.substr(0, mr.size() - 1));
+    dir.write("page-001.pbm", "old");
+    const std::string other = dir.write("other", mr);
+    std::filesystem::create_symlink(other, dir / "link");
     std::filesystem::permissions(dir / "mr", std::filesystem::perms::owner_all);
+    std::filesystem::permissions(other, std::filesystem::perms::owner_all);
+    static_cast<void>(chown(other.c_str(), 1234, 1235));  // as root; else it stays ours
+    struct stat before, after;
+    stat(other.c_str(), &before);
     const struct {
         const char *arguments;
         int status;
@@ -159,6 +194,7 @@ TEST(Faxconv, DoesWhatItSaysAndTellsHowItWent)
         {"--info mh", 0, "(Fine (196 lpi))\n"},
         {"--info --json cut", 1, "\"whole\": false"},
         {"--pbm page mmr", 0, ""},
+        {"link mmr", 0, ""},  // the file, not the link, is replaced
         {"nothing mr", 1, "t4dec_change_format: Failed to open nothing to determine compression\n"},
         {"mr umr", 2, "umr"},
         {"--info mr mh", 2, ""},
@@ -175,7 +211,11 @@ TEST(Faxconv, DoesWhatItSaysAndTellsHowItWent)
     for (const std::string &line : page)
         expected += line;
     EXPECT_TRUE(read_file(dir / "page-001.pbm") == expected);
-    EXPECT_EQ(names_in(dir.path()), "cut mh mmr mr page-001.pbm");
+    EXPECT_TRUE(read_file(other) == read_file(dir / "mmr") && std::filesystem::is_symlink(dir / "link"));
+    stat(other.c_str(), &after);
+    EXPECT_TRUE(after.st_uid == before.st_uid && after.st_gid == before.st_gid);
+    EXPECT_EQ(after.st_mode, before.st_mode);
+    EXPECT_EQ(names_in(dir.path()), "cut link mh mmr mr other page-001.pbm");
 }
 
 }  // namespace faxtray

@@ -12,13 +12,13 @@
 
 namespace faxtray {
 
-// A fax file of that text block, terminator included in it or not, with page data behind.
+// A fax file of that text block, with or without its terminator, and page data.
 static std::string fax_file(const std::string &text, const std::string &pages = "PAGE")
 {
     return "\xBA\xDB\xAD\x16" + word(static_cast<uint32_t>(text.size())) + text + pages;
 }
 
-// The pairs in that file and the messages about it, which go to both standard streams.
+// The pairs in that file and the messages about it, which both standard streams get.
 static std::pair<std::string, std::string> read_bytes(const std::string &bytes)
 {
     temp_dir dir;
@@ -56,7 +56,7 @@ TEST(FaxHeader, ReadsTheTextBlockLineByLine)
         EXPECT_EQ(read_bytes(fax_file(text)).first, list);
 }
 
-TEST(FaxHeader, TellsOnBothStreamsWhatIsWrong)
+TEST(FaxHeader, ReportsOnBothStreamsWhatIsWrong)
 {
     const std::string bad = "read_fax_header: Bad fax file: ";
     const std::pair<std::string, std::string> rows[] = {
@@ -74,7 +74,7 @@ TEST(FaxHeader, TellsOnBothStreamsWhatIsWrong)
 TEST(FaxHeader, DamageIsRefusedWhereverItIs)
 {
     const std::string header = fax_file("#PAGES:12\nSENDER_FAX#:+49 1\n\x1D", "");
-    for (size_t at = 0; at < 8; at++) {
+    for (size_t at : {0, 1, 2, 3, 4, 5, 6, 7, static_cast<int>(header.size()) - 1}) {
         std::string damaged = header;
         damaged[at] = static_cast<char>(damaged[at] ^ 0x41);
         EXPECT_EQ(read_bytes(damaged).first, "") << at;

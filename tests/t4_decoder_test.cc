@@ -64,6 +64,7 @@ TEST(T4Decoder, EndsTwoDimensionalLinesAtAnEOLOrTheEnd)
             {"EOL+1 w4 b3 w9 EOL+0 V0 V0 V0 0000 EOL+1", bar + bar},
             {"EOL+1 w4 b3 w9 EOL+1 EOL+1 EOL+0 EOL+1 w16 EOL+0 V0", bar + white + white},
             {"EOL+1 w4 b12 EOL+1 EOL+1 EOL+0 EOL+1 EOL+1 EOL+1 w16 EOL+1", half},
+            {"EOL+1 w4 b12 EOL+1 EOL+1 EOL+0 EOL+1 EOL+1 w16 EOL+1", half + white},
             {"EOL+1 w4 b3 EOL+1 w16 EOL+0 H w4 b3", bar + white + bar, 0, 2},
             {"EOL+0 H w4 b3 EOL+0 P V0 EOL+0 H w4 b12 EOL+0 V0 P EOL+0", bar + white + half + half, 0, 1}});
 }

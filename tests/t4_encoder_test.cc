@@ -27,15 +27,13 @@ TEST(T4Encoder, PacksCodesFromTheLeastSignificantBitOn)
                 {{8, CODE_EOL_1D, 2}, "10011 00000000000 0000000000011 0111 |"},
                 {{8, CODE_EOL, CODE_BLACK | 2}, "10011 000000000001 11 |"},  // not aligned
                 {{CODE_BLACK | 2560}, "000000011111 0000110111 |"},
+                {{2624}, "000000011111 11011 00110101 |"},
                 {{5200}, "000000011111 000000011111 11011 101010 |"}};
     encode(page_t(), 0);  // the packer is empty now, and without failure
     for (const auto &[words, sent] : rows) {
         std::string bytes;
         coded = &bytes;
-        flush(words.data(), words.data() + words.size(), [](const uint16_t *packed, int count) {
-            coded->append(reinterpret_cast<const char *>(packed), 2 * static_cast<size_t>(count));
-            return 2 * count;
-        });
+        flush(words.data(), words.data() + words.size(), collect_words);
         EXPECT_EQ(bytes, t4_coded(sent)) << sent;
     }
 }

@@ -2,7 +2,6 @@
 // time.
 #include "codec/bit_runs.h"
 
-#include <algorithm>
 #include <bit>
 #include <cstdint>
 #include <cstring>
@@ -61,8 +60,7 @@ int bit_next_trans(const unsigned char *line, int start, int width, int black)
         if (at == end)
             return width;
     }
-    const int found = static_cast<int>(at - line) * 8 + std::countl_zero(static_cast<unsigned char>(differ));
-    return std::min(found, width);  // it may be one of the padding bits
+    return static_cast<int>(at - line) * 8 + std::countl_zero(static_cast<unsigned char>(differ));
 }
 
 // Right of a0 a change to the other colour is the end of a run of `black`. If a0 lies within a run of the

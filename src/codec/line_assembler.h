@@ -41,6 +41,8 @@ struct t4_page_counts_t {
     long lines;        // passed on
     long repeated;     // of these, damaged ones that were replaced by the line before
     long ended_short;  // of these, not empty but with too few pixels: filled up white
+
+    bool operator==(const t4_page_counts_t &) const = default;
 };
 extern t4_page_counts_t t4_page_counts;
 
