@@ -19,7 +19,7 @@ struct change_t {
     std::string content, told;  // of the file; on standard error
 };
 
-// What becomes of a file of that content while none may grow beyond `room` bytes; no other is left beside it.
+// Re-codes a file of that content while no file may grow beyond `room` bytes. No other is left beside it.
 static change_t change(const std::string &content, int df, void (*progress)() = nullptr,
                        rlim_t room = RLIM_INFINITY)
 {

@@ -1,4 +1,4 @@
-// Pages that the line cut short or garbled: decoding ends, and what stands before the damage is whole.
+// Pages that the line cut short or garbled: decoding ends, and the lines before the damage are whole.
 #include <gtest/gtest.h>
 
 #include <algorithm>
@@ -7,7 +7,7 @@
 
 namespace faxtray {
 
-// Every line is a line, and there is no more than a line a bit.
+// Every line has its length, and there is at most one for each bit.
 static void expect_lines(const decoded_page_t &page, size_t bytes)
 {
     EXPECT_EQ(page.result, 1);
@@ -40,7 +40,7 @@ protected:
         return pages;
     }
 
-    // A page cut behind `n` bytes gives the lines of the whole page, but for the one that is cut.
+    // A page cut after `n` bytes yields the lines of the whole page, but for the one that is cut.
     void cut(const std::string &bytes, const page_t &whole, size_t n)
     {
         decoded_page_t page = decode(bytes.substr(0, n), GetParam());
@@ -71,8 +71,8 @@ TEST_P(CodecDamage, KeepsTheLinesBeforeACut)
 
 TEST_P(CodecDamage, CostsFewLinesWhereLinesStandAlone)
 {
-    // A flipped bit costs the line, another when an end of line was hit, and in MR those up to the next of
-    // one dimension; in MMR all behind.
+    // A flipped bit costs the line, another one if an end of line was hit, in MR those up to the next of one
+    // dimension, and in MMR all that follow.
     const size_t costs[] = {2, 8, 0, 60}, cost = costs[GetParam()];
     std::mt19937 random(11);
     for (const std::string &bytes : small_pages()) {

@@ -5,7 +5,7 @@
 
 namespace faxtray {
 
-// `count` end-of-line codes on byte boundaries, with what must stand behind each in that coding.
+// `count` end-of-line codes on byte boundaries, each with the tag of its coding.
 static std::string ends(int df, int count)
 {
     std::string codes;
@@ -20,7 +20,7 @@ static std::string without_fill(std::string bytes)
     return bytes;
 }
 
-// What the one-dimensional decoder makes of `page` with that many end-of-line codes behind it: the first code
+// What the one-dimensional decoder makes of `page` with that many end-of-line codes after it: the first code
 // of a page ends a line already, and the last line needs one.
 static page_t as_read_from_mh(page_t page, int end_codes, int width = 1728)
 {
@@ -37,7 +37,7 @@ TEST(CodecOracle, ReadsPagesWithAndWithoutTheirEnd)
     for (const auto &[name, lines] : sample_pages(160)) {
         for (auto [df, fine] : {std::pair(0, false), {1, false}, {1, true}, {3, false}}) {
             const std::string bytes = tiff_encode(lines, df, 1728, fine);
-            for (int end_codes : {0, 1, 6}) {  // behind a T.6 page, which ends by itself, they are ignored
+            for (int end_codes : {0, 1, 6}) {  // after a T.6 page, which ends by itself, they are ignored
                 const decoded_page_t page = decode(bytes + ends(df, end_codes), df);
                 EXPECT_TRUE(page.lines == (df == 0 ? as_read_from_mh(lines, end_codes) : lines))
                     << name << ' ' << df << ' ' << end_codes;
@@ -58,7 +58,7 @@ TEST(CodecOracle, WritesWhatItReads)
                     << name << ' ' << df << ' ' << vr;
             }
         }
-        // There is one way only to code these two.
+        // There is only one way to code these two.
         EXPECT_TRUE(without_fill(encode(lines, 0)) == without_fill(tiff_encode(lines, 0))) << name;
         EXPECT_TRUE(without_fill(encode(lines, 3)) == without_fill(tiff_encode(lines, 3))) << name;
     }

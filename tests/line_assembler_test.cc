@@ -9,7 +9,7 @@
 
 namespace faxtray {
 
-// What the callbacks were given: runs as numbers, lines drawn, a bar at each line's end.
+// What the callbacks received: runs as numbers, lines drawn, a bar at each line's end.
 static std::string heard;
 
 static void hear_run(int run)

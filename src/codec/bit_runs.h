@@ -8,8 +8,8 @@ namespace faxtray {
 // is. A count of 0 or less changes nothing, here and in bit_flip_bits.
 void bit_fill_bits(unsigned char *line, int start, int count, int black);
 
-// The first pixel from `start` on whose colour is not `black`; `width` if there is none. Padding bits after
-// the width in the last byte are never reported.
+// The first pixel from `start` on whose colour is not `black`; `width` if there is none. Bits after
+// the width in the last byte must be white.
 int bit_next_trans(const unsigned char *line, int start, int width, int black);
 
 // b1 of ITU-T T.4 section 4.2.1.1: the first pixel right of a0 at which the line above changes to the colour

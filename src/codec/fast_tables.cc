@@ -72,6 +72,7 @@ static modes_t modes_within(unsigned number)
     return modes;
 }
 
+// A run's make-up code, if it needs one, and its terminating code as one code.
 static coded_run_t coded_run(const run_codes_t &codes, unsigned run)
 {
     const t4_code_t make_up = run < 64 ? t4_code_t{0, 0} : codes[63 + run / 64], rest = codes[run % 64];

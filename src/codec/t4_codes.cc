@@ -236,6 +236,8 @@ template <int Size> struct seedling_t {
 template <int Size> static constexpr void unfold(const seedling_t<Size> &from, t4_node_t (&tree)[Size],
                                                  const t4_node_t *place, const t4_node_t *unknown)
 {
+    if (from.used != Size)
+        throw "the tree has not the nodes it should have";  // ends the compilation
     for (int at = 0; at < Size; at++) {
         tree[at].value = from.nodes[at].value;
         for (int bit : {0, 1})

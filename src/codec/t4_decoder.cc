@@ -24,6 +24,7 @@ static bool go_on_fast(fast_page_t &page, unsigned char *last_line)
     return lines > 0;
 }
 
+// Without lines taken fast there is nothing to resume: the walk just goes on.
 static int decode_MH(fast_page_t &page, const t4_callbacks_t &callbacks)
 {
     unsigned char last_line[changes_bitmap_size];
@@ -113,7 +114,7 @@ static int walk(const unsigned char *data, size_t length, int df, int width, con
 static int decode(const unsigned char *data, size_t length, int df, int width,
                   const t4_callbacks_t &callbacks)
 {
-    if (width != changes_width || callbacks.run)
+    if (width != changes_width || callbacks.run)  // the fast decoder has neither
         return walk(data, length, df, width, callbacks);
     drawn_lines_t drawn = {callbacks, {}};
     return t4dec_changes(data, length, df, draw_and_pass_on, &drawn, callbacks);
@@ -142,6 +143,7 @@ int t4dec(const unsigned char *data, size_t length, int df, const t4_callbacks_t
 void t4dec_set_debug(const char *text)
 {
     while (text && *text) {
+        // `end` is `text` where there is no number; then nothing is set and the search for a comma goes on.
         char *end;
         const long number = strtol(text, &end, 10);
         if (end != text)

@@ -59,6 +59,7 @@ static fax_header_t *make_node(string_view name, string_view value)
     return node;
 }
 
+// The old value stays if there is no memory for the new one.
 static bool replace_value(fax_header_t *node, string_view value)
 {
     char *copy = strndup(value.data(), value.size());
@@ -106,7 +107,7 @@ int set_fax_header_av(fax_header_t *list, const char *name, const char *value)
     if (!list)
         return -1;
     if (!name || !*name) {
-        complain("new_fax_header: Ignoring null attr\n");
+        complain("new_fax_header: Ignoring null attr\n");  // Kept: in that function's name
         return -1;
     }
     // Stops at the node of that name, or at the last.
@@ -137,6 +138,7 @@ int set_fax_header_string(fax_header_t *list, const char *pair)
         complain_bad_pair(shown(pair));
         return -1;
     }
+    // The value is what follows the first colon, further colons included.
     c_string name(strndup(pair, static_cast<size_t>(colon - pair)));
     if (!name) {
         complain("set_fax_header_var: Out of memory\n");
@@ -180,6 +182,7 @@ private:
     fax_header_t *find(string_view name) const
     {
         if (count_ >= many) {
+            // The index is complete: put() enters every node.
             auto found = index_.find(name);
             return found == index_.end() ? nullptr : found->second;
         }
@@ -208,6 +211,7 @@ private:
     std::map<string_view, fax_header_t *> index_;  // complete from `many` attributes on, else empty
 };
 
+// Why a text block was refused. `empty`: it has no attribute.
 enum class fault { none, bad_pair, no_memory, empty };
 
 }  // namespace
@@ -220,6 +224,7 @@ template <class Put> static fault each_attribute(string_view text, string_view *
 {
     bool any = false;
     while (!text.empty()) {
+        // Cut off a line. The last may lack its line feed.
         string_view line = text.substr(0, text.find('\n'));
         text.remove_prefix(line.size() < text.size() ? line.size() + 1 : line.size());
         line = line.substr(0, line.find('\0'));
@@ -239,6 +244,7 @@ template <class Put> static fault each_attribute(string_view text, string_view *
     return any ? fault::none : fault::empty;
 }
 
+// The number in four bytes, at any address.
 static uint32_t big_endian(const char *bytes)
 {
     uint32_t word;
@@ -263,6 +269,7 @@ bool find_fax_header_values(char *bytes, size_t n, const char *const *names, con
 {
     std::fill_n(values, count, nullptr);
     string_view bad;
+    // Of a name that occurs twice the later value counts, as in a list.
     auto keep = [&](string_view name, string_view value) {
         const char *const *wanted = std::find(names, names + count, name);
         if (wanted != names + count) {
@@ -277,6 +284,7 @@ bool find_fax_header_values(char *bytes, size_t n, const char *const *names, con
 // Reads the preamble at the start of the file. Returns the length of the text block, or 0 with a message.
 static size_t read_text_length(int fd)
 {
+    // The order of the tests is that of the messages: the first that fails is the one reported.
     if (lseek(fd, 0, SEEK_SET) < 0) {
         complain("read_fax_header: Can't rewind file: %s\n", strerror(errno));
         return 0;
@@ -310,6 +318,7 @@ static bool holds_text(int fd, size_t length)
            length + preamble_size <= static_cast<size_t>(st.st_size);
 }
 
+// Reads the text block whole, then parses it in place.
 fax_header_t *read_fax_header(int fd)
 {
     size_t length = read_text_length(fd);
@@ -329,8 +338,9 @@ fax_header_t *read_fax_header(int fd)
         complain("read_fax_header: Bad fax file: Corrupted header\n");
         return nullptr;
     }
-    *end = '\0';
+    *end = '\0';  // so that even a last line without its line feed ends
 
+    // What was built so far is freed with the builder when the block is refused.
     header_builder header;
     string_view bad;
     switch (each_attribute(string_view(text.get(), length - 1), &bad,
@@ -370,7 +380,9 @@ static char *append(char *to, string_view text)
 
 int write_fax_header(int fd, const fax_header_t *list)
 {
-    size_t length = 1;
+    // Counted first: the preamble says how long the text is, and a list that cannot be written leaves the
+    // file alone.
+    size_t length = 1;  // the terminator
     for (const fax_header_t *node = list; node; node = node->next)
         length += strlen(node->name) + strlen(node->value) + 2;
     if (length > UINT32_MAX || !is_writable(list)) {
@@ -431,6 +443,8 @@ static int set_code(fax_header_t *list, const char *name, char c, const char *fa
     return -1;
 }
 
+// Unlike a missing compression, a missing resolution cannot be guessed: the page would come out at half its
+// height or twice.
 int get_vertical_resolution(const fax_header_t *list)
 {
     const char *value = get_fax_header_value(list, resolution);
@@ -479,6 +493,7 @@ static int refuse_system_error(const char *path)
     return 0;
 }
 
+// Asks for the kind of file before opening it: opening a pipe would wait for its writer.
 int is_corvane_fax(const char *path)
 {
     struct stat st;

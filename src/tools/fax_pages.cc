@@ -25,7 +25,7 @@ static bool complain(const fax_pages_t &fax, const char *what)
 
 bool open_fax_pages(const std::string &path, fax_pages_t *fax)
 {
-    *fax = fax_pages_t();
+    *fax = fax_pages_t();  // it may have been used for another file
     fax->path = path;
     fax->fd.reset(open(path.c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK));  // opening a pipe must not block
     struct stat status;
@@ -34,6 +34,7 @@ bool open_fax_pages(const std::string &path, fax_pages_t *fax)
     if (!S_ISREG(status.st_mode))
         return complain(*fax, "not a file");
     fax->header.reset(read_fax_header(fax->fd.get()));
+    // The header's reader leaves the file at the first page.
     const off_t start = lseek(fax->fd.get(), 0, SEEK_CUR);
     if (!fax->header || start < 0)
         return complain(*fax, "not a fax file");
@@ -54,6 +55,7 @@ static bool read_whole(fax_pages_t *fax, unsigned char *bytes, size_t n)
     return got == static_cast<ssize_t>(n) || complain(*fax, "the file was cut while it was being read");
 }
 
+// The length is compared with what is left of the file before anything is allocated for it.
 bool read_fax_page(fax_pages_t *fax, std::vector<unsigned char> *data)
 {
     const std::string page = "page " + std::to_string(fax->next) + " of " + std::to_string(fax->pages);
@@ -74,13 +76,14 @@ bool read_fax_page(fax_pages_t *fax, std::vector<unsigned char> *data)
 
 page_info_t look_at_page(int df, const std::vector<unsigned char> &data)
 {
-    t4dec_set_pixel_width(1728);
+    t4dec_set_pixel_width(1728);  // all that fax files hold
     page_info_t page = {data.size(), t4dec(data.data(), data.size(), df, {}) == 1, {}};
     if (page.decoded)
         page.counts = t4dec_counts();
     return page;
 }
 
+// A page that was not decoded has no counts to print.
 static void print_page(long number, const page_info_t &page)
 {
     printf("%4ld  %8zu", number, page.bytes);
@@ -118,6 +121,9 @@ bool print_fax_info(const std::string &path, bool json)
     fax_pages_t fax;
     if (!open_fax_pages(path, &fax))
         return false;
+
+    // Text is printed as it comes, page by page; JSON is collected and printed last, so that it is complete
+    // even for a damaged file.
     nlohmann::json object = {{"file", path},
                              {"header", nlohmann::json::object()},
                              {"coding", DFtostring(fax.df)},

@@ -37,6 +37,7 @@ constexpr struct {
 // Does what was asked for. False with a message on standard error.
 static bool run(const options &chosen)
 {
+    // A coding excludes the other actions; --info and --pbm may come together.
     for (const auto &coding : codings) {
         if (chosen.coding == coding.name)
             return chosen.to.empty() ? recode_in_place(chosen.file, coding.df)
@@ -67,6 +68,7 @@ static int parse_and_run(int argc, char **argv)
         if (!*coding && !*info && !*pbm)
             throw CLI::RequiredError("CODING, --info or --pbm");
     });
+    // CLI11 reports help and mistakes by exceptions; app.exit() prints them.
     try {
         app.parse(argc, argv);
     } catch (const CLI::ParseError &error) {

@@ -36,6 +36,7 @@ static bool write_page(const std::string &path, int df, const std::vector<unsign
         return false;
     }
     whole_file file;
+    // Lines arrive by callback and are gathered; the first failure to write is remembered.
     if (!file.begin(path, true))
         return false;
     output = &file;

@@ -70,6 +70,7 @@ static void warn_of_MH(const std::string &path, int df)
 // Re-codes `path` and gives it `mode`. Meanwhile the new file is never more open to others than that.
 static bool recode(const std::string &path, int df, mode_t mode)
 {
+    // t4dec_change_format creates the new file with mode 0644 less the umask.
     const mode_t mask = umask(0777 & ~mode);
     const bool done = t4dec_change_format(path.c_str(), df, 0, nullptr) == 1;
     umask(mask);
@@ -107,6 +108,7 @@ bool recode_to(const std::string &path, const std::string &to, int df)
     fax_pages_t fax;
     if (!open_fax_pages(path, &fax))
         return false;
+    // Renaming would replace a link or a device by a file; whoever named one meant something else.
     warn_of_MH(path, df);
     if (lstat(to.c_str(), &status) == 0 && !S_ISREG(status.st_mode))
         return complain(to, "can't replace", "it is no regular file");
