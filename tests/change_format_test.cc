@@ -11,6 +11,7 @@
 #include "support/capture.h"
 #include "support/daemon.h"
 #include "support/pages.h"
+#include "support/t4_notation.h"
 
 namespace faxtray {
 
@@ -39,50 +40,11 @@ static change_t change(const std::string &content, int df, void (*progress)() = 
     return changed;
 }
 
-static std::vector<page_t> pages_in(const std::string &content)
-{
-    temp_dir dir;
-    return pages_of(dir.write("fax", content));
-}
-
-TEST(ChangeFormat, KeepsTheLinesOfAllPages)
-{
-    std::vector<std::pair<int, std::string>> files;
-    for (auto [df, name] : {std::pair(0, "letter-mh.fax"), {1, "form-mr.fax"}, {3, "letter-mmr.fax"}}) {
-        files.emplace_back(df, read_file(std::string(TEST_DATA "/faxes/") + name));
-        std::vector<std::string> coded_pages;
-        for (const sample_page &page : sample_pages(120))
-            coded_pages.push_back(encode(page.lines, df));
-        files.emplace_back(df, fax_file_of(coded_pages, df, "A:b:c\n#PAGES: 6\nRESOLUTION:1\n"));
-    }
-    static size_t progress;
-    for (const auto &[df, file] : files) {
-        for (int target : {0, 1, 3}) {
-            SCOPED_TRACE(std::to_string(df) + " to " + std::to_string(target));
-            progress = 0;
-            const change_t changed = change(file, target, [] { progress++; });
-            ASSERT_EQ(changed.result, 1) << changed.told;
-            if (target == df) {
-                EXPECT_TRUE(changed.content == file);
-                continue;
-            }
-            std::vector<page_t> before = pages_in(file);
-            EXPECT_EQ(progress, before.size());
-            EXPECT_NE(changed.content.find("COMPRESSION:" + std::to_string(target)), std::string::npos);
-            // One white line more at the end of MH, which no end of line follows, and one at its top.
-            for (page_t &page : before) {
-                if (target == 0)
-                    page.insert(page.begin(), white_line());
-            }
-            EXPECT_TRUE(pages_in(changed.content) == before);
-        }
-    }
-}
-
 TEST(ChangeFormat, TakesTheHeadersWordForTheNumberOfPages)
 {
     const page_t page = sample_pages(40)[0].lines;
     const std::vector<std::string> two_pages(2, encode(page, 1));
+    static int progress;
     for (auto [attribute, count] : {std::pair("", 0),
                                     {"#PAGES:0\n", 0},
                                     {"#PAGES:x\n", 0},
@@ -90,8 +52,12 @@ TEST(ChangeFormat, TakesTheHeadersWordForTheNumberOfPages)
                                     {"#PAGES:2\n", 2}}) {
         const std::string head = std::string("X:1\nRESOLUTION: 0\n") + attribute;
         const std::vector<std::string> kept(static_cast<size_t>(count), encode(page, 3));
-        const std::string changed = change(fax_file_of(two_pages, 1, head), 3).content;
-        EXPECT_TRUE(changed == fax_file_of(kept, 3, head)) << attribute;
+        const std::string file = fax_file_of(two_pages, 1, head);
+        progress = 0;
+        EXPECT_EQ(change(file, 3, [] { progress++; }).content, fax_file_of(kept, 3, head)) << attribute;
+        EXPECT_EQ(progress, count);
+        const change_t same = change(file, 1);
+        EXPECT_TRUE(same.result == 1 && same.content == file) << "it has that coding already";
     }
 }
 
@@ -176,6 +142,8 @@ TEST(Faxconv, DoesWhatItSaysAndReportsHowItWent)
     dir.write("mh", fax_file_of({encode(page, 0)}, 0, "#PAGES:1\nRESOLUTION:1\n"));
     dir.write("cut", mr.substr(0, mr.size() - 1));
     dir.write("page-001.pbm", "old");
+    dir.write("short", fax_file_of({t4_coded("EOL+1 w4 b12 EOL+1 w16 EOL+1"), "unseen"}, 1, "#PAGES:1\n"));
+    mkfifo((dir / "pipe").c_str(), 0600);
     const std::string other = dir.write("other", mr);
     std::filesystem::create_symlink(other, dir / "link");
     std::filesystem::permissions(dir / "mr", std::filesystem::perms::owner_all);
@@ -191,8 +159,15 @@ TEST(Faxconv, DoesWhatItSaysAndReportsHowItWent)
         {"--to mmr mr mmr", 0, ""},  // replaces
         {"--to mmr cut mh", 1, "t4dec_change_format: data_len="},
         {"--to none/such mr mmr", 1, "can't create a file beside it"},
-        {"--info mh", 0, "(Fine (196 lpi))\n"},
+        {"--to link mr mmr", 1, "it is no regular file"},
+        {"--to none/such pipe mmr", 1, "not a file"},
+        {"pipe mmr", 1, "Bad fax file"},
+        {"--info mh", 0, "(Fine (196 lpi))\nCOMPRESSION: 0\ncoding: MH (1-D)\n"},
+        {"--info short", 0, "       2         0      2\nand 10 bytes after the last page\n"},
+        {"--info --json short", 0, "\"ended_short\": 2"},
+        {"--info cut", 1, "bytes long, but the file has "},
         {"--info --json cut", 1, "\"whole\": false"},
+        {"--to mh-to-mr mh mr", 0, "warning: coded MH"},
         {"--pbm page mmr", 0, ""},
         {"link mmr", 0, ""},  // the file, not the link, is replaced
         {"nothing mr", 1, "t4dec_change_format: Failed to open nothing to determine compression\n"},
@@ -215,7 +190,7 @@ TEST(Faxconv, DoesWhatItSaysAndReportsHowItWent)
     stat(other.c_str(), &after);
     EXPECT_TRUE(after.st_uid == before.st_uid && after.st_gid == before.st_gid);
     EXPECT_EQ(after.st_mode, before.st_mode);
-    EXPECT_EQ(names_in(dir.path()), "cut link mh mmr mr other page-001.pbm");
+    EXPECT_EQ(names_in(dir.path()), "cut link mh mh-to-mr mmr mr other page-001.pbm pipe short");
 }
 
 }  // namespace faxtray

@@ -16,11 +16,8 @@ static constexpr int codings[] = {DF_MH, DF_MR, DF_MMR};
 
 static void expect_as_walked(const std::string &bytes, const std::string &what)
 {
-    for (int df : codings) {
-        const decoded_page_t fast = decode(bytes, df), walked = decode_by_walk(bytes, df);
-        ASSERT_TRUE(fast == walked) << what << ", DF " << df << ": " << fast.counts.lines
-                                    << " lines instead of " << walked.counts.lines;
-    }
+    for (int df : codings)
+        ASSERT_TRUE(decode(bytes, df) == decode_by_walk(bytes, df)) << what << ", DF " << df;
 }
 
 // Lines that follow from each other in every way that the codes know: moved edges, runs that come and go,
@@ -113,8 +110,7 @@ TEST(FastCodec, DecodesWhatTheWalkDecodes)
             for (int damaged = 0; damaged < 40; damaged++)
                 expect_as_walked(damaged_page(clean, random), what + " damaged");
             expect_as_walked(page_of_empty_runs(random, df), what + " with empty runs");
-            if (HasFatalFailure())
-                return;
+            EXPECT_GT(decode(clean, df, 1728, true).events.size(), decode(clean, df).events.size()) << "runs";
         }
     }
 }
@@ -142,20 +138,25 @@ static void expect_recoded_as_by_code_words(int pages)
     const temp_dir dir;
     for (int i = 0; i < pages; i++) {
         const int vr = i / 2 % 2;
-        const std::string head = "#PAGES:1\nRESOLUTION:" + std::to_string(vr) + "\n";
+        const std::string head = "#PAGES:2\nRESOLUTION:" + std::to_string(vr) + "\nA:b:c\n";
         for (int from : codings) {
-            const std::string clean = encode(make_page(random, 30), from),
-                              page = i % 4 ? damaged_page(clean, random) : clean;
+            const std::string clean = encode(make_page(random, 30), from);
+            const std::vector<std::string> both = {clean,
+                                                   i % 4 ? damaged_page(clean, random) : clean + clean};
             for (int to : codings) {
                 if (to == from)
                     continue;
-                page_t kept = decode_by_walk(page, from).lines;
-                if (to == DF_MH)
-                    kept.push_back(white_line());
-                const std::string path = dir.write("fax", fax_file_of({page}, from, head));
+                std::vector<std::string> recoded;
+                for (const std::string &page : both) {
+                    page_t kept = decode_by_walk(page, from).lines;
+                    if (to == DF_MH)
+                        kept.push_back(white_line());
+                    recoded.push_back(encode(kept, to, vr, encode_by_words));
+                }
+                const std::string path = dir.write("fax", fax_file_of(both, from, head));
                 ASSERT_EQ(t4dec_change_format(path.c_str(), to, 0, nullptr), 1);
-                ASSERT_TRUE(read_file(path) == fax_file_of({encode(kept, to, vr, encode_by_words)}, to, head))
-                    << "page " << i << " from " << from << " to " << to;
+                ASSERT_TRUE(read_file(path) == fax_file_of(recoded, to, head))
+                    << "file " << i << " from " << from << " to " << to;
             }
         }
     }

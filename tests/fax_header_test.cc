@@ -56,6 +56,27 @@ TEST(FaxHeader, ReadsTheTextBlockLineByLine)
         EXPECT_EQ(read_bytes(fax_file(text)).first, list);
 }
 
+// Names are found among few by a walk, among many by an index.
+TEST(FaxHeader, FindsRepeatedNamesAmongMany)
+{
+    std::string text, list;
+    for (const std::string value : {"old", "new"})
+        for (int i = 0; i < 40; i++)
+            text += "N" + std::to_string(i) + ":" + value + "\n";
+    for (int i = 0; i < 40; i++)
+        list += "N" + std::to_string(i) + "=new|";
+    EXPECT_EQ(read_bytes(fax_file(text + "\x1D")).first, list);
+}
+
+TEST(FaxHeader, TheMagicMakesAFax)
+{
+    temp_dir dir;
+    for (auto [bytes, is_fax] :
+         {std::pair("\xBA\xDB\xAD\x16", 1), {"\xBA\xDB\xAD", 0}, {"\xBA\xDB\xAD\x17", 0}})
+        EXPECT_EQ(is_corvane_fax(dir.write("fax", bytes).c_str()), is_fax);
+    EXPECT_EQ(is_corvane_fax(dir.path().c_str()), 0);
+}
+
 TEST(FaxHeader, ReportsOnBothStreamsWhatIsWrong)
 {
     const std::string bad = "read_fax_header: Bad fax file: ";
@@ -93,12 +114,16 @@ TEST(FaxHeader, WritesWhatItReads)
     EXPECT_EQ(set_fax_header_av(list.get(), "EMPTY", nullptr), 1);
     EXPECT_EQ(set_fax_header_av(list.get(), "#PAGES", "22"), 1);
     unique_fd fd(open(path.c_str(), O_RDWR));
+    lseek(fd.get(), 7, SEEK_SET);
     EXPECT_EQ(write_fax_header(fd.get(), list.get()), 1);
     capture_stdout quiet;
     capture_stderr err;
-    EXPECT_EQ(set_fax_header_av(list.get(), "EMPTY", "two\nlines"), 1);
-    EXPECT_EQ(write_fax_header(fd.get(), list.get()), -1);
-    EXPECT_EQ(err.text(), "write_fax_header: Can't create fax file header: Invalid argument\n");
+    EXPECT_EQ(set_fax_header_av(list.get(), "", "no name"), -1);
+    for (auto [name, value] : {std::pair("VALUE", "two\nlines"), {"CO:LON", ""}, {"TWO\nLINES", ""}}) {
+        fax_header_ptr bad(new_fax_header(name, value));
+        EXPECT_EQ(write_fax_header(fd.get(), bad.get()), -1) << name;
+    }
+    EXPECT_TRUE(err.text().ends_with("Can't create fax file header: Invalid argument\n"));
     const std::string header = fax_file("#PAGES:22\nT30_SUB_FRAME:12:34\nEMPTY:\n\x1D", "");
     EXPECT_EQ(read_file(path), header + std::string(80 - header.size(), 'x'));
 }

@@ -1,9 +1,9 @@
-// How fast are our fax codecs beside libtiff's, in memory, on the same pages? usage: bench_codec FOLDER
+// How fast are our fax codecs, compared with libtiff's, in memory, on the same pages? usage: bench_codec FOLDER
 // [SECONDS]
 //
 // FOLDER holds PBM pages of 1728 pixels a line (make_pages.py). libtiff codes each page (FillOrder 2, as fax
-// files have it); both decode that, and both encode the bitmap. They take turns in one run, each as long as
-// SECONDS (0.05) in every turn; medians of the turns count. What was decoded must be the page, and libtiff
+// files have it); both decode that, and both encode the bitmap. They take turns in one run, each for SECONDS
+// (0.05) a turn; the figures are medians over the turns. What was decoded must be the page, and libtiff
 // must read the page from what we encoded.
 #include <sys/resource.h>
 #include <tiffio.h>
@@ -131,7 +131,7 @@ static TIFF *new_tiff(memory_file_t &file, const coding_t &coding, int lines)
     return tiff;
 }
 
-// A file with these coded data, as they stand.
+// A file that holds these coded data unchanged.
 static memory_file_t tiff_around(const coding_t &coding, int lines, const bytes_t &data)
 {
     memory_file_t file;
@@ -165,10 +165,10 @@ static bytes_t libtiff_encode(const coding_t &coding, int lines, bytes_t page)
     return data;
 }
 
-// Ours, with the callbacks that take lines and give them.
+// Our codec, with callbacks that receive and hand out lines.
 static bytes_t found;  // lines decoded
 static size_t found_size;
-static const bytes_t *given;  // the page to encode, null when it was given
+static const bytes_t *given;  // the page to encode; null once it was handed out
 static bytes_t coded;
 static size_t coded_size;
 
@@ -219,7 +219,7 @@ static double processor_seconds()
     return now.tv_sec + now.tv_nsec * 1e-9;
 }
 
-// Processor seconds that one call takes, from as many as fill `seconds`.
+// Processor seconds a call, averaged over as many calls as take `seconds`.
 static double time_of(double seconds, const std::function<void()> &call)
 {
     long calls = 0;
@@ -238,7 +238,7 @@ static double median(std::vector<double> values)
     return values[values.size() / 2];
 }
 
-// What faxes mostly are; the targets' means are of these.
+// What most faxes are like; the means are of these.
 static bool is_ordinary(const std::string &page)
 {
     return page.starts_with("text") || page.starts_with("scanned") || page.starts_with("form") ||
@@ -279,7 +279,7 @@ static result_t measure_decoding(double seconds, const std::string &name, const 
 {
     int lines = int(page.size() / line_bytes);
     bytes_t data = libtiff_encode(coding, lines, page), copied(page.size());
-    // The first EOL of an MH page passes on a white line, and its last line needs one behind it.
+    // The first EOL of an MH page makes a white line, and the last line needs an EOL after it.
     const size_t skipped = coding.df == 0 ? line_bytes : 0;
     if (coding.df == 0)
         data.insert(data.end(), {0x00, 0x80});
@@ -341,7 +341,7 @@ static void measure_coding(double seconds, std::map<std::string, bytes_t> &pages
     }
 }
 
-// Damaged pages: how much longer than the clean page do they take, at worst?
+// Damaged pages: how much longer than the clean page do they take?
 
 static double decoding_time(double seconds, const coding_t &coding, const bytes_t &data)
 {
@@ -351,7 +351,7 @@ static double decoding_time(double seconds, const coding_t &coding, const bytes_
     return median(times);
 }
 
-// Inverts about one bit in `distance`; makes noise of it when that is 0.
+// Inverts about one bit in `distance`; replaces all by noise if that is 0.
 static bytes_t damage(bytes_t data, unsigned distance)
 {
     std::mt19937 random(distance);
