@@ -95,13 +95,6 @@ bool recode_in_place(const std::string &path, int df)
            complain(path, "can't set the owner");
 }
 
-// A fax that had the coding already was only copied; t4dec_change_format syncs its own files.
-static bool sync_file(const std::string &path)
-{
-    unique_fd fd(open(path.c_str(), O_RDONLY | O_CLOEXEC));
-    return fd && fsync(fd.get()) == 0;
-}
-
 bool recode_to(const std::string &path, const std::string &to, int df)
 {
     struct stat status;
@@ -126,12 +119,11 @@ bool recode_to(const std::string &path, const std::string &to, int df)
         return complain(to, "can't copy the fax beside it");
     if (!recode(temporary.path(), df, status.st_mode & 0777))
         return false;
-    if (!sync_file(temporary.path()))
-        return complain(to, "can't write");
-    if (rename(temporary.path(), to.c_str()) != 0)
+    // A fax that had the coding already was only copied, so the flush is still to be done.
+    unique_fd fd(open(temporary.path(), O_RDONLY | O_CLOEXEC));
+    if (!fd || !put_in_place(std::move(fd), temporary.path(), to.c_str(), true))
         return complain(to, "can't create");
     temporary.keep();
-    sync_directory_of(to.c_str());
     return true;
 }
 
