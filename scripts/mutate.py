@@ -35,7 +35,12 @@ TOP = pathlib.Path(__file__).resolve().parent.parent
 COPY = TOP / "build-mutate" / "tree"
 PLACE = pathlib.Path("/mnt")  # where every sandbox, and the build, sees the copy: paths end up in the programs
 BIN = PLACE / "build/bin"
-SERVICE_SHARDS = 4  # the service tests mostly wait
+# The tests, fast ones first: a name, the command and into how many shards it is split (the service tests mostly wait).
+PARTS = [
+    ("unit_tests", [BIN / "unit_tests", "--gtest_fail_fast"], 1),
+    ("order_test", [BIN / "on_private_host", "python3", "tests/order/order_test.py", BIN, PLACE], 1),
+    ("service_tests", [BIN / "service_tests", "--gtest_fail_fast"], 4),
+]
 CONFIGURE = ["cmake", "-G", "Ninja", "-S", ".", "-B", "build", "-DFAXTRAY_WERROR=ON", "-DFAXTRAY_TESTS=ON",
              "-DCMAKE_BUILD_TYPE=None", "-DCMAKE_CXX_FLAGS=-O1", "-DCMAKE_EXE_LINKER_FLAGS=-fuse-ld=lld",
              "-DCMAKE_CXX_COMPILER_LAUNCHER=ccache"]
@@ -93,11 +98,12 @@ def enter_sandbox():
 class test_run:
     """A test program, perhaps a shard of it, on its way; `failure` when it is done."""
 
-    def __init__(self, name, arguments, shard=(0, 1)):
+    def __init__(self, name, command, shard=0, shards=1):
+        self.name = name
         self.log = tempfile.TemporaryFile()
-        environment = dict(os.environ, GTEST_SHARD_INDEX=str(shard[0]), GTEST_TOTAL_SHARDS=str(shard[1]))
-        self.process = subprocess.Popen([BIN / name, *arguments], stdin=subprocess.DEVNULL, stdout=self.log,
-                                        stderr=self.log, env=environment, start_new_session=True)
+        environment = dict(os.environ, GTEST_SHARD_INDEX=str(shard), GTEST_TOTAL_SHARDS=str(shards))
+        self.process = subprocess.Popen(command, stdin=subprocess.DEVNULL, stdout=self.log, stderr=self.log,
+                                        env=environment, start_new_session=True)
 
     def is_running(self):
         return self.process.poll() is None
@@ -116,7 +122,7 @@ class test_run:
         if failed:
             return failed[1]
         running = re.findall(r"^\[ RUN      \] (\S+)", text, re.MULTILINE)
-        return f"{running[-1] if running else 'the start'} (exit {self.process.returncode})"
+        return f"{running[-1]} (exit {self.process.returncode})" if running else self.name
 
 
 def run_tests(runs, limit):
@@ -139,18 +145,17 @@ def run_tests(runs, limit):
 
 
 def first_notice(limits):
-    """Runs the tests, the fast ones first: what noticed something, or None, and the seconds each part took."""
+    """Runs the tests: what noticed something, or None, and the seconds that each part took."""
     seconds = {}
-    for name, shards in (("unit_tests", 1), ("service_tests", SERVICE_SHARDS), ("scenario_tests", SERVICE_SHARDS)):
-        if not (BIN / name).exists():
-            continue
+    for name, command, shards in PARTS:
+        limit = limits.get(name, 600)
         started = time.monotonic()
-        runs = [test_run(name, ["--gtest_fail_fast"], (shard, shards)) for shard in range(shards)]
-        notice = run_tests(runs, limits.get(name, 600))
+        notice = run_tests([test_run(name, command, shard, shards) for shard in range(shards)], limit)
         seconds[name] = time.monotonic() - started
-        # A service test on a busy machine may fail without a reason: it is asked once more.
+        # On a busy machine a test of the service may fail without a reason: it is asked once more.
         if notice and " " not in notice and name != "unit_tests":
-            notice = run_tests([test_run(name, [f"--gtest_filter={notice}"])], limits.get(name, 600))
+            again = command if notice == name else [*command, f"--gtest_filter={notice}"]
+            notice = run_tests([test_run(name, again)], limit)
         if notice:
             return notice, seconds
     return None, seconds
