@@ -185,7 +185,7 @@ def main(site, other):
         disk.require(disk.changes == changes, f"{disk.changes} came or went")
         faults += [f"{' '.join(map(str, command[1:]))}: {fault}" for fault in disk.faults]
     pathlib.Path("/tmp/f0_.fax.ps").unlink(missing_ok=True)  # a delivery as PDF leaves it
-    sys.exit("\n".join(faults))
+    sys.exit("\n".join(faults) or 0)
 
 
 PROGRAMS, TREE = map(pathlib.Path, sys.argv[1:])
