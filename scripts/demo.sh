@@ -17,7 +17,7 @@ build_and_enter() {
     [ "$(id -u)" = 0 ] || { echo "demo.sh: run me as root: the demo makes a private host" >&2; exit 1; }
     need $build_packages $service_packages $sample_packages
     title "Building"
-    cmake -S . -B build -DFAXTRAY_TESTS=ON >/dev/null
+    configure_release
     cmake --build build -j "$(nproc)" --target faxtrayd faxtray faxregd on_private_host | tail -n 1
     exec build/bin/on_private_host bash scripts/demo.sh on-private-host
 }

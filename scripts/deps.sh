@@ -1,9 +1,9 @@
-# Sourced by the other scripts: installs the Debian packages they need, and only what is missing, so
-# that nothing is fetched where all is there.
+# Sourced by the other scripts: installs the Debian packages they need, and only those that are missing, so that
+# nothing is fetched where everything is installed; and configures the builds.
 
 build_packages="g++ cmake make pkg-config libtirpc-dev libcli11-dev nlohmann-json3-dev libgtest-dev libtiff-dev rpcsvc-proto"
 service_packages="rpcbind netbase"
-bench_packages="libtiff-dev"
+check_packages="clang-14 clang-tidy-14 clang-format-14 libclang-rt-14-dev lld llvm-14 mandoc python3 strace"
 sample_packages="ghostscript libtiff-tools python3"
 
 # Installs a mail agent, dma, which only delivers to mailboxes of this machine; an agent that is there stays.
@@ -36,4 +36,16 @@ need() {
         apt-get -qq update </dev/null
         apt-get -qq install -y --no-install-recommends "${missing[@]}" </dev/null >/dev/null
     )
+}
+
+# configure DIRECTORY OPTION...: a build with its tests, warnings being errors.
+configure() {
+    local dir=$1
+    shift
+    cmake -S . -B "$dir" -DFAXTRAY_WERROR=ON -DFAXTRAY_TESTS=ON -DFAXTRAY_PCH=ON "$@" >/dev/null
+}
+
+# The release build in build/, the same for the tests, the demo and the kill-test.
+configure_release() {
+    configure build -DCMAKE_BUILD_TYPE=Release
 }

@@ -1,13 +1,12 @@
 #!/bin/bash
-# Kills faxtrayd at the system calls of a delivery, one after the other, each time starts it again, and looks
-# whether anything was lost or left behind: the received fax is whole, what shows in the inbox is whole, no
-# temporary stays, and the same delivery then succeeds.
+# Kills faxtrayd at each system call of a delivery in turn, starts it again, and checks that nothing was lost or left
+# behind: the received fax is whole, what is in the inbox is whole, no temporary file is left, and the same delivery
+# then succeeds.
 #
 # usage: scripts/kill-test.sh [STEP]    as root; with STEP, at every STEPth call only
 #
-# Six deliveries: into an inbox on the file system of the received faxes, into one on another, coded anew,
-# converted to TIFF and to PDF on the way, and by mail. The daemon should be a release build: a sanitizer makes
-# calls of its own.
+# Six deliveries: to an inbox on the file system of the received faxes, to one on another, re-coded, converted to TIFF
+# and to PDF on the way, and by mail. The daemon should be a release build: sanitizers make calls of their own.
 # Runs on a private host (namespaces) and in a temporary directory.
 set -euo pipefail
 cd "$(dirname "$0")/.."
@@ -17,7 +16,7 @@ step=${1:-1}
 if [ "${2:-}" != on-private-host ]; then
     [ "$(id -u)" = 0 ] || { echo "kill-test.sh: run me as root: the test makes a private host" >&2; exit 1; }
     need $build_packages $service_packages strace
-    [ -e build/CMakeCache.txt ] || cmake -S . -B build -DCMAKE_BUILD_TYPE=Release -DFAXTRAY_TESTS=ON >/dev/null
+    configure_release
     cmake --build build -j "$(nproc)" --target faxtrayd faxtray on_private_host | tail -n 1
     exec build/bin/on_private_host bash scripts/kill-test.sh "$step" on-private-host
 fi
@@ -26,7 +25,7 @@ top=$PWD
 export PATH=$top/build/bin:$PATH
 work=$(mktemp -d)
 site=$work/site
-log=$work/log # what the daemon, strace and the client say
+log=$work/log # what the daemon, strace and the client print
 trap 'umount "$site/inboxes/other"; rm -rf "$work" /tmp/victim*' EXIT
 failures=0
 
@@ -69,7 +68,7 @@ END
     printf '[ttyS0]\nincoming_dir = %s\nincoming_gui = Desk\n' "$site/incoming" >"$site/MODEMS.info"
 }
 
-# The received fax anew, and nothing delivered.
+# Puts the received fax back and removes everything delivered.
 clear_site() {
     rm -rf "$site"/inboxes/*/[!.]* "$site"/incoming/[!.]* /tmp/victim*
     cp "$work/original" "$site/incoming/victim.fax"
@@ -127,22 +126,37 @@ check() { # RECIPIENT WHERE
     return 0
 }
 
+# Delivers to RECIPIENT, killing the daemon at the COUNTth call of that NAME; false when the kill did not take.
+kill_at() { # RECIPIENT NAME COUNT
+    clear_site
+    deliver_traced "$1" -o /dev/null -e "inject=$2:signal=KILL:when=$3"
+    ! kill -0 $daemon 2>/dev/null
+}
+
 kill_at_every_call_of() { # RECIPIENT
     clear_site
     start_daemon
     deliver_traced "$1" -o "$work/calls"
     cat "$site/inboxes/$1"/* >"$work/expected/$1" 2>/dev/null || true # a mail leaves none
+    [ "$1" != recoded ] || grep -qa ^COMPRESSION:0 "$work/expected/$1" || fail "$1: is not"
 
-    # What to kill at: "NAME COUNT", the COUNTth call of that NAME.
-    awk -F'(' '/^[a-z_0-9]+\(/ { print $1, ++seen[$1] }' "$work/calls" >"$work/places"
-    local tries=0 kills=0 number=0 name count
+    # Where to kill: "NAME COUNT" for the COUNTth call of that NAME, up to the reply, which is the last write to a socket
+    # or file; strace may be gone before what follows it.
+    awk -F'(' '/^[a-z_0-9]+\(/ { print $1, ++seen[$1] }' "$work/calls" >"$work/all_places"
+    head -n "$(grep -n '^write ' "$work/all_places" | tail -n 1 | cut -d: -f1)" "$work/all_places" >"$work/places"
+    local tries=0 number=0 name count
     while read -r name count; do
         number=$((number + 1))
         [ $(((number - 1) % step)) = 0 ] || continue
-        clear_site
         tries=$((tries + 1))
-        deliver_traced "$1" -o /dev/null -e "inject=$name:signal=KILL:when=$count"
-        kill -0 $daemon 2>/dev/null || kills=$((kills + 1))
+        # On a busy machine the calls may come in another number this time (of waiting, say): try again.
+        local attempt=1
+        until kill_at "$1" "$name" "$count"; do
+            attempt=$((attempt + 1))
+            [ $attempt -le 10 ] || { fail "$1: the daemon outlived call $number, $name $count, ten times"; break; }
+            stop_daemon KILL
+            start_daemon
+        done
         stop_daemon KILL
         # What the daemon started may outlive it.
         while pgrep -f 'tiffconv|rasterps2|distill|sendmail' >/dev/null; do :; done
@@ -154,10 +168,7 @@ kill_at_every_call_of() { # RECIPIENT
         check "$1" "$1, delivered again after call $number"
     done <"$work/places"
     stop_daemon TERM
-    echo "$1: $number system calls, killed at $kills of $tries"
-    # The last calls, after the reply, come or come not before strace is gone.
-    [ "$1" != recoded ] || grep -qa ^COMPRESSION:0 "$work/expected/$1" || fail "$1: is not"
-    [ $((kills * 4)) -ge $((tries * 3)) ] || fail "$1: too many did not end the daemon"
+    echo "$1: $number system calls, killed at $tries of them"
 }
 
 make_site

@@ -35,12 +35,10 @@ TOP = pathlib.Path(__file__).resolve().parent.parent
 COPY = TOP / "build-mutate" / "tree"
 PLACE = pathlib.Path("/mnt")  # where every sandbox, and the build, sees the copy: paths end up in the programs
 BIN = PLACE / "build/bin"
-# The tests, fast ones first: a name, the command and into how many shards it is split (the service tests mostly wait).
-PARTS = [
-    ("unit_tests", [BIN / "unit_tests", "--gtest_fail_fast"], 1),
-    ("order_test", [BIN / "on_private_host", "python3", "tests/order/order_test.py", BIN, PLACE], 1),
-    ("service_tests", [BIN / "service_tests", "--gtest_fail_fast"], 4),
-]
+# The tests, fast ones first: all unit tests in one process, then the others with ctest, some at a time since they mostly
+# wait.
+UNIT_TESTS = [BIN / "unit_tests", "--gtest_fail_fast"]
+OTHER_TESTS = ["ctest", "--test-dir", "build", "-LE", "unit", "-j", "4", "--stop-on-failure"]
 CONFIGURE = ["cmake", "-G", "Ninja", "-S", ".", "-B", "build", "-DFAXTRAY_WERROR=ON", "-DFAXTRAY_TESTS=ON",
              "-DCMAKE_BUILD_TYPE=None", "-DCMAKE_CXX_FLAGS=-O1", "-DCMAKE_EXE_LINKER_FLAGS=-fuse-ld=lld",
              "-DCMAKE_CXX_COMPILER_LAUNCHER=ccache"]
@@ -95,74 +93,39 @@ def enter_sandbox():
         fcntl.ioctl(sock, 0x8914, struct.pack("16sH14x", b"lo", 1))
 
 
-class test_run:
-    """A test program, perhaps a shard of it, on its way; `failure` when it is done."""
-
-    def __init__(self, name, command, shard=0, shards=1):
-        self.name = name
-        self.log = tempfile.TemporaryFile()
-        environment = dict(os.environ, GTEST_SHARD_INDEX=str(shard), GTEST_TOTAL_SHARDS=str(shards))
-        self.process = subprocess.Popen(command, stdin=subprocess.DEVNULL, stdout=self.log, stderr=self.log,
-                                        env=environment, start_new_session=True)
-
-    def is_running(self):
-        return self.process.poll() is None
-
-    def kill(self):
-        os.killpg(self.process.pid, signal.SIGKILL)
-        self.process.wait()
-
-    def failure(self):
-        """The first test that failed, or the one that ran at the end and how it ended; None if all passed."""
-        if self.process.returncode == 0:
-            return None
-        self.log.seek(0)
-        text = self.log.read().decode(errors="replace")
-        failed = re.search(r"^\[  FAILED  \] (\w\S*?)[, ]", text, re.MULTILINE)
-        if failed:
-            return failed[1]
-        running = re.findall(r"^\[ RUN      \] (\S+)", text, re.MULTILINE)
-        return f"{running[-1]} (exit {self.process.returncode})" if running else self.name
-
-
-def run_tests(runs, limit):
-    """Waits for the runs, until one fails. What failed, or None."""
-    end = time.monotonic() + limit
-    try:
-        while True:
-            for run in runs:
-                if not run.is_running() and run.failure():
-                    return run.failure()
-            if not any(run.is_running() for run in runs):
+def run_tests(command, limit):
+    """Runs a test program or ctest: the first test that failed and how, or None."""
+    with tempfile.TemporaryFile() as log:
+        process = subprocess.Popen(command, stdin=subprocess.DEVNULL, stdout=log, stderr=log, start_new_session=True)
+        try:
+            if process.wait(limit) == 0:
                 return None
-            if time.monotonic() > end:
-                return "a hang"
-            time.sleep(0.02)
-    finally:
-        for run in runs:
-            if run.is_running():
-                run.kill()
+            how = f" (exit {process.returncode})"
+        except subprocess.TimeoutExpired:
+            os.killpg(process.pid, signal.SIGKILL)
+            process.wait()
+            how = " (a hang)"
+        log.seek(0)
+        text = log.read().decode(errors="replace")
+    failed = re.search(r"^\[  FAILED  \] (\w\S*?)[, ]|Test +#\d+: (\S+) .*\*\*\*", text, re.MULTILINE)
+    if failed:
+        return failed[1] or failed[2]
+    running = re.findall(r"^\[ RUN      \] (\S+)", text, re.MULTILINE)
+    return (running[-1] if running else command[0]) + how
 
 
-def first_notice(limits):
-    """Runs the tests: what noticed something, or None, and the seconds that each part took."""
-    seconds = {}
-    for name, command, shards in PARTS:
-        limit = limits.get(name, 600)
-        started = time.monotonic()
-        notice = run_tests([test_run(name, command, shard, shards) for shard in range(shards)], limit)
-        seconds[name] = time.monotonic() - started
-        # On a busy machine a test of the service may fail without a reason: it is asked once more.
-        if notice and " " not in notice and name != "unit_tests":
-            again = command if notice == name else [*command, f"--gtest_filter={notice}"]
-            notice = run_tests([test_run(name, again)], limit)
-        if notice:
-            return notice, seconds
-    return None, seconds
+def first_notice(limit):
+    """What notices something, or None."""
+    notice = run_tests(UNIT_TESTS, limit)
+    if not notice:
+        notice = run_tests(OTHER_TESTS, limit)
+        if notice and " " not in notice:  # on a busy machine it may fail without a reason: it is asked once more
+            notice = run_tests([*OTHER_TESTS, "-R", f"^{re.escape(notice)}$"], limit)
+    return notice
 
 
-def try_change(change, limits):
-    """What becomes of one change: (verdict, what noticed it, seconds of each part)."""
+def try_change(change, limit):
+    """What becomes of one change, and what noticed it or why it could not be tried."""
     if change:
         path = pathlib.Path(change["file"])
         text = path.read_text() if path.exists() else ""
@@ -170,15 +133,15 @@ def try_change(change, limits):
         if text.count(old) != 1:  # part of a line, then
             old, new = old.removesuffix("\n"), new.removesuffix("\n")
         if text.count(old) != 1:
-            return "does not apply", f"the old text occurs {text.count(old)} times", {}
+            return "does not apply", f"the old text occurs {text.count(old)} times"
         path.write_text(text.replace(old, new))
     built = subprocess.run(["ninja", "-C", "build", "-j", "1"], stdin=subprocess.DEVNULL, stdout=subprocess.PIPE,
                            stderr=subprocess.STDOUT, text=True, env=dict(os.environ, CCACHE_DISABLE="1"))
     if built.returncode != 0:
         error = re.search(r"^.*error: .*$", built.stdout, re.MULTILINE)
-        return "does not build", error[0] if error else built.stdout[-500:], {}
-    notice, seconds = first_notice(limits)
-    return ("noticed" if notice else "SURVIVED"), notice, seconds
+        return "does not build", error[0] if error else built.stdout[-500:]
+    notice = first_notice(limit)
+    return ("noticed" if notice else "SURVIVED"), notice
 
 
 # Outside
@@ -192,9 +155,9 @@ def in_namespace(command, options, text=None):
     return done.stdout
 
 
-def in_sandbox(change, limits):
-    result = in_namespace("--in-sandbox", ["--net", "--ipc", "--uts"], json.dumps([change, limits]))
-    return json.loads(result) if result else ("noticed", "it killed the whole sandbox", {})
+def in_sandbox(change, limit):
+    result = in_namespace("--in-sandbox", ["--net", "--ipc", "--uts"], json.dumps([change, limit]))
+    return json.loads(result) if result else ("noticed", "it killed the whole sandbox")
 
 
 def copy_tree():
@@ -253,19 +216,20 @@ def main():
     copy_tree()
     in_namespace("--build-copy", [])
     print(f"testing it unchanged ({time.monotonic() - started:.0f} s)", flush=True)
-    verdict, notice, seconds = in_sandbox(None, {})
+    testing = time.monotonic()
+    verdict, notice = in_sandbox(None, 600)
     if verdict != "SURVIVED":
         sys.exit(f"mutate: the tests do not pass on the tree as it is: {notice}")
-    limits = {name: 60 + 3 * arguments.j * taken for name, taken in seconds.items()}
-    print(f"{len(changes)} changes; unchanged, the tests take "
-          + ", ".join(f"{name} {taken:.0f} s" for name, taken in seconds.items()), flush=True)
+    seconds = time.monotonic() - testing
+    limit = 60 + 3 * arguments.j * seconds  # for each part; then it hangs
+    print(f"{len(changes)} changes; unchanged, the tests take {seconds:.0f} s", flush=True)
 
     verdicts = [None] * len(changes)
     with concurrent.futures.ThreadPoolExecutor(arguments.j) as pool:
-        tasks = {pool.submit(in_sandbox, change, limits): number for number, change in enumerate(changes)}
+        tasks = {pool.submit(in_sandbox, change, limit): number for number, change in enumerate(changes)}
         for done, task in enumerate(concurrent.futures.as_completed(tasks), 1):
             number = tasks[task]
-            verdict, detail, _ = task.result()
+            verdict, detail = task.result()
             verdicts[number] = verdict
             print(f"{done:3}/{len(changes)} {verdict:14} {shown(changes[number])}"
                   + (f" [{detail}]" if detail else ""), flush=True)
