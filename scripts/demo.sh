@@ -4,8 +4,8 @@
 #
 # usage: scripts/demo.sh    as root; on a fresh Debian 12 it first installs what is missing
 #
-# All but building runs on a private host (namespaces) and in a temporary directory: nothing of this
-# machine's is touched, and all of it goes when the demo ends. Fails when any step does.
+# Everything but the build runs on a private host (namespaces) and in a temporary directory, both removed when
+# the demo ends; nothing else on this machine is touched. Fails if any step fails.
 set -euo pipefail
 cd "$(dirname "$0")/.."
 source scripts/deps.sh
@@ -22,7 +22,7 @@ build_and_enter() {
     exec build/bin/on_private_host bash scripts/demo.sh on-private-host
 }
 
-# Makes new faxes some minutes old, since none is listed before it has been still for a minute.
+# Makes new faxes some minutes old: none is listed until it has been unchanged for a minute.
 let_settle() { find "$site" -name '*.fax' -mmin -1 -exec touch -d "$1 minutes ago" {} +; }
 
 # The site of examples/site with faxes for Anna and for nobody in particular, still for ten minutes.
@@ -69,7 +69,7 @@ print(max(faxes, key=lambda fax: fax["size"])["faxid"])')
     echo "byte-identical: $(stat -c %s fetched) bytes"
     show faxtray "$@" rm "$id"
     [ ! -e "$on_disk" ]
-    echo "gone from the server's disk"
+    echo "removed from the server's disk"
     show faxtray "$@" list
     rm original fetched
 }
@@ -82,7 +82,7 @@ id_of() { # NAME ARGUMENT...
 print(next(fax["faxid"] for fax in json.load(sys.stdin) if fax["name"] == sys.argv[1]))' "$name"
 }
 
-# To one user, and to a group of whom two have an inbox and the third gets mail.
+# Delivers to one user, and to a group: two of its members have inboxes, the third gets mail.
 deliver() {
     local desk=(-u desk --inbox "General Incoming")
     show faxtray -u desk recipients

@@ -6,14 +6,14 @@ service_packages="rpcbind netbase"
 check_packages="clang-14 clang-tidy-14 clang-format-14 libclang-rt-14-dev lld llvm-14 mandoc python3 strace"
 sample_packages="ghostscript libtiff-tools python3"
 
-# Installs a mail agent, dma, which only delivers to mailboxes of this machine; an agent that is there stays.
+# Installs the mail agent dma, set up for local mailboxes only, unless this machine has an agent.
 need_mail_agent() {
     [ "$(id -u)" = 0 ] && [ ! -e /usr/sbin/sendmail ] && [ ! -e /usr/lib/sendmail ] || return 0
     printf 'dma dma/mailname string localhost\ndma dma/relayhost string\n' | debconf-set-selections
     need dma
 }
 
-# need PACKAGE...: installs those that are missing, or tells what to install when we may not.
+# need PACKAGE...: installs those that are missing or, unless run by root, prints what to install and fails.
 need() {
     local package missing=()
     for package in "$@"; do

@@ -3,8 +3,8 @@
 #
 # usage: scripts/fuzz.sh SECONDS [FUZZER...]     e.g. scripts/fuzz.sh 900 fuzz_t4_mr fuzz_fax_file
 #
-# New inputs gather in build-fuzz/corpus, so that the next run goes on where this one ends. What a fuzzer
-# chokes on lies in build-fuzz/finds; fails when there is any.
+# New inputs are kept in build-fuzz/corpus, so that the next run continues from there. Inputs that crash a fuzzer
+# are in build-fuzz/finds; the script fails if there are any.
 set -euo pipefail
 cd "$(dirname "$0")/.."
 source scripts/deps.sh

@@ -78,7 +78,7 @@ clear_site() {
 desk() { setsid -w faxtray -u desk --inbox Desk "$@" </dev/null; }
 
 start_daemon() {
-    # Not a job of this shell, which would report how it ends.
+    # In a subshell: this shell would report how each of its own jobs ends.
     daemon=$(
         cd "$site"
         ONDRIXHOME=$site PATH=$site/utils:$PATH faxtrayd -f -d 0 >>"$log" 2>&1 &
@@ -109,7 +109,7 @@ deliver_traced() { # RECIPIENT STRACE-OPTION...
     wait $tracer 2>/dev/null || true
 }
 
-# Whether the site is as it should be, whatever happened to a delivery to RECIPIENT.
+# Checks that the site is as it should be, however far a delivery to RECIPIENT got.
 check() { # RECIPIENT WHERE
     cmp -s "$work/original" "$site/incoming/victim.fax" || fail "$2: the received fax is not what it was"
     local file
@@ -138,7 +138,7 @@ kill_at_every_call_of() { # RECIPIENT
     start_daemon
     deliver_traced "$1" -o "$work/calls"
     cat "$site/inboxes/$1"/* >"$work/expected/$1" 2>/dev/null || true # a mail leaves none
-    [ "$1" != recoded ] || grep -qa ^COMPRESSION:0 "$work/expected/$1" || fail "$1: is not"
+    [ "$1" != recoded ] || grep -qa ^COMPRESSION:0 "$work/expected/$1" || fail "$1: is not re-coded"
 
     # Where to kill: "NAME COUNT" for the COUNTth call of that NAME, up to the reply, which is the last write to a socket
     # or file; strace may be gone before what follows it.
@@ -158,7 +158,7 @@ kill_at_every_call_of() { # RECIPIENT
             start_daemon
         done
         stop_daemon KILL
-        # What the daemon started may outlive it.
+        # Children of the daemon may outlive it: wait for them.
         while pgrep -f 'tiffconv|rasterps2|distill|sendmail' >/dev/null; do :; done
         start_daemon
         check "$1" "$1, killed at call $number, $name $count"

@@ -1,14 +1,14 @@
 #!/bin/bash
 # usage: scripts/make-faxes.sh [-n PAGES] [--big] DIR
 #
-# Makes sample faxes in DIR, real pages as a fax machine would send them:
+# Makes sample faxes in DIR, with real pages as a fax machine would send them:
 #   letter-mh.fax   a letter, 98 lines an inch, T.4 one-dimensional
 #   form-mr.fax     a delivery note, 196 lines an inch, T.4 two-dimensional
 #   letter-mmr.fax  a letter, 196 lines an inch, T.6
 #   big-mh.fax      with --big: a price list of many pages, about 1 MB
 # PAGES is the number of pages of each of the first three (1). The same call gives the same bytes.
-# Ghostscript draws and codes the pages, wrap_fax.py puts them into fax files and has libtiff read them
-# back: what it decodes must be what was drawn.
+# Ghostscript draws and codes the pages; wrap_fax.py puts them into fax files and checks that libtiff decodes
+# from these what was drawn.
 set -euo pipefail
 
 usage() { sed -n 's/^# usage: /usage: /p' "$0" >&2; exit 2; }

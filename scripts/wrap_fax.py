@@ -3,9 +3,9 @@
 
 usage: wrap_fax.py DEVICE LINES FOLDER OUTPUT NAME:VALUE...
 
-Each page gets the end that T.4 and T.6 give it on the line, and its bits are turned: Ghostscript puts the
+Each page gets the end that T.4 and T.6 prescribe, and the bits of each byte are reversed: Ghostscript puts the
 bit sent first into the most significant place of a byte, a fax file into the least. Then libtiff decodes
-every page as it stands in the fax file, and the bitmap must be that of page-NNN.pbm.
+every page as it is in the fax file, and the bitmap must equal page-NNN.pbm.
 """
 import pathlib
 import struct
@@ -24,7 +24,7 @@ DEVICES = {
 
 
 def end_page(data, end):
-    """The page with `end` behind its last code. The last line is white, so its last code ends in a 1."""
+    """The page with `end` after its last code. The last line is white, so its last code ends in a 1."""
     bits = "".join(f"{byte:08b}" for byte in data).rstrip("0") + end
     bits += "0" * (-len(bits) % 8)
     return int(bits, 2).to_bytes(len(bits) // 8, "big")
