@@ -287,6 +287,7 @@ static std::string played(const std::string &scene)
         fs::create_directory("work");
         fs::create_directory_symlink(other.path(), "other");
         umask(022);
+        snprintf(dvWork_dir, sizeof dvWork_dir, "work");
         program_invocation_short_name = const_cast<char *>("command");
         setenv("ONDRIXHOME", (here / "work").c_str(), 1);
         make_file("work/TRACES", "test on stdout\n", "");
@@ -301,14 +302,14 @@ static std::string played(const std::string &scene)
     std::string text = printed.text();
     for (auto [pattern, regular] : {std::pair("[0-9]{2}:[0-9]{2}:[0-9]{2} ", "TIME "),
                                     {"[ 1-3][0-9]-[A-Z][a-z]{2}-[0-9]{4} ", "DATE "},
-                                    {"[.][0-9]+-[0-9]+", ".PID-N"},
+                                    {"(ii_|[.])[0-9]+-[0-9]+", "$1PID-N"},
                                     {"(ii_|[.]fax[.]|delivery_note[.]|/faxtray_)[0-9]+", "$1PID"},
                                     {" [1-9a-f][0-9a-f]*:[0-9a-f]+:[0-9a-f]+ ", " DEVICE:INODE:BIRTH "},
                                     {"FDF[.][a-zA-F]{6}", "FDF.xxxxxx"}})
         text = std::regex_replace(text, std::regex(pattern), regular);
-    for (const std::string &directory :
-         {here.path(), fs::current_path().string()})  // the latter as first asked
-        text = std::regex_replace(text, std::regex(directory), "HERE");
+    text = std::regex_replace(text, std::regex(here.path()), "HERE");
+    // Found paths begin with the current directory as this process first saw it.
+    text = std::regex_replace(text, std::regex("( 1 )" + fs::current_path().string() + "(/|\n)"), "$1HERE$2");
     text = std::regex_replace(text, std::regex(today()), "MONDD");
     return shortened(text) + (status ? "    FAILED\n" : "");
 }
