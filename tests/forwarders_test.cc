@@ -60,6 +60,7 @@ TEST_F(Forwarders, FirstToClaimGetsTheInboxAndOnlyTheFirstSeveral)
     EXPECT_EQ(claim("two", "none,alpha,,Beta.Line,Gamma ,"), "alpha,Beta.Line:a1,b2");
     EXPECT_EQ(claim("three", "none,gamma"), "-");  // later ones: at most the first of their list
     EXPECT_EQ(claim("four", "gamma,alpha"), "gamma:c3");
+    EXPECT_EQ(claim("five", "Gam ma"), "-");
 }
 
 TEST_F(Forwarders, RightsAreCheckedByHandle)
@@ -72,6 +73,7 @@ TEST_F(Forwarders, RightsAreCheckedByHandle)
     };
     EXPECT_EQ(answer("zoe", nullptr), "");
     EXPECT_EQ(answer("Z.o e", "c3"), "");
+    EXPECT_EQ(answer("zoe", "b2"), "12: Trayd: User \"zoe\" is not DF for inbox: [b2].");
     EXPECT_EQ(answer("zoe", "A1"), "12: Trayd: User \"zoe\" is not DF for inbox: [A1].");
     EXPECT_EQ(answer("zoe", "a1,c3"), "5: Trayd: Invalid inbox: [a1,c3].");
     EXPECT_EQ(answer(nullptr, "a1"), "12: Trayd: User \"(null)\" is not designated forwarder.");

@@ -108,6 +108,14 @@ TEST_F(InboxLists, ReloadRenewsOnlyChangedUsers)
     write_users("[same]\npassword = 1\n");
     ASSERT_EQ(update(), 1);
     EXPECT_NE(list.check_value, before);
+
+    // Nor does it stay when a user becomes a group, though both entries have the same characters.
+    write_users("[team]\nfax_forwarding = y\npuorg = a\n");
+    ASSERT_EQ(update(), 1);
+    before = list.check_value;
+    write_users("[team]\nfax_forwarding = y\ngroup = a\n");
+    ASSERT_EQ(update(), 1);
+    EXPECT_NE(list.check_value, before);
 }
 
 TEST_F(InboxLists, SharedDirectoriesServeOnceAndUnusableOnesNotAtAll)
@@ -119,8 +127,10 @@ TEST_F(InboxLists, SharedDirectoriesServeOnceAndUnusableOnesNotAtAll)
     capture_stderr printed;
     ASSERT_EQ(update(), 1);
     EXPECT_EQ(inboxes(), "admin/admin good/good in2=Two ");
-    EXPECT_NE(printed.text().find(" WARNING:  create_user_node: Can't use directory [" + dir / "spool/file]"),
+    const std::string told = printed.text();
+    EXPECT_NE(told.find(" WARNING:  create_user_node: Can't use directory [" + dir / "spool/file]"),
               std::string::npos);
+    EXPECT_EQ(told.find("Duplicate"), std::string::npos);  // a second line for a directory is no fault
 }
 
 }  // namespace faxtray

@@ -60,7 +60,9 @@ TEST(Options, WrongOnesSetNothing)
     EXPECT_EQ(told({"-l", "-D"}), "10 60 faxtrayd: Missing arg for -p\n");
     EXPECT_EQ(told({"-l", "", "-M", "", "-d", ""}), "-1 60 ");
     EXPECT_EQ(told({"-d", "5s"}), "-1 5 ");
-    EXPECT_EQ(told({"-d", "99999999999"}), "-1 60 faxtrayd: Bad delay: [99999999999].\n");
+    EXPECT_EQ(told({"-d", "0", "-L"}), "-1 0 ");
+    EXPECT_EQ(told({"-d", "-5", "-d", "2147483648"}),
+              "-1 60 faxtrayd: Bad delay: [-5].\nfaxtrayd: Bad delay: [2147483648].\n");
 }
 
 }  // namespace faxtray

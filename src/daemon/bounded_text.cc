@@ -28,7 +28,7 @@ void bounded_text::append(const char *piece)
 
 void bounded_text::drop_last(char ch)
 {
-    if (end_ > 0 && end_ < size_ && text_[end_ - 1] == ch)
+    if (end_ > 0 && text_[end_ - 1] == ch)  // of a cut text that is the terminator
         text_[--end_] = '\0';
 }
 
