@@ -37,16 +37,11 @@ static std::string trouble_in_opening(const char *host = nullptr)
     return trouble();
 }
 
-// One attribute of a record, or the trouble.
-static std::string ask(regd_handle_t *slot, int list_kind = RG_USERS, const char *key = "Bea",
-                       const char *attr = "human_name")
+// Bea's name, or the trouble.
+static std::string ask(regd_handle_t *slot)
 {
-    const av_list_t *entry = regd_get_av_entry(slot, regd_credentials(), list_kind, 1, key);
-    if (!entry)
-        return trouble();
-    EXPECT_EQ(entry->next, nullptr);
-    const char *value = av_getv(entry, attr);
-    return value ? value : "(none)";
+    const av_list_t *entry = regd_get_av_entry(slot, regd_credentials(), RG_USERS, 1, "Bea");
+    return entry ? av_getv(entry, "human_name") : trouble();
 }
 
 TEST(Registry, StalledClientsHoldUpNobody)
@@ -83,21 +78,15 @@ TEST(RegdClient, HasSixteenHandlesThatChildrenDoNotInherit)
         EXPECT_EQ(regd_close(slot), 1);
 }
 
-TEST(RegdClient, TellsHowARegistryIsMissing)
+TEST(RegdClient, OutlivesItsRegistry)
 {
-    const std::string failed = "15 0: Can't connect to faxregd: RPC: ",
-                      lost = "15 0: rg_get_av_entry_1 failure: RPC: Unable to ";
-    EXPECT_EQ(trouble_in_opening(), failed + "Program not registered");
-    EXPECT_EQ(trouble_in_opening("no-such-host"), failed + "Unknown host");
-
+    EXPECT_EQ(trouble_in_opening("no-such-host"), "15 0: Can't connect to faxregd: RPC: Unknown host");
     const site files;
     const running_registry daemon(files);
     const handle slot;
     daemon.end(SIGKILL);
     for (int n = 0; n < 3; n++)  // no SIGPIPE ends us
-        EXPECT_EQ(ask(slot).substr(0, lost.size()), lost);
-    EXPECT_EQ(trouble_in_opening(), failed + "Remote system error - Connection refused");
-    EXPECT_EQ(daemon.start().status, 0);
+        EXPECT_EQ(ask(slot).find("15 0: rg_get_av_entry_1 failure: RPC: Unable to "), 0u);
 }
 
 // A reply's record to the call with that id: accepted and successful, then `result`.

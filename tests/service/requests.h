@@ -18,15 +18,10 @@ inline std::string part_of(const std::string &who, uint32_t faxid, uint32_t size
     return who + word(faxid) + word(size) + word(offset);
 }
 
-// The faxes of a user's inbox, or of an incoming inbox.
-inline std::vector<listed_fax_t> list(const std::string &who)
+// The ids of the faxes in a user's inbox.
+inline std::vector<uint32_t> list(const std::string &who)
 {
-    return call(2, who + whole_index).faxes();
-}
-
-inline std::vector<listed_fax_t> list(const std::string &who, const std::string &inbox)
-{
-    return call(13, who + text(inbox) + whole_index).faxes();
+    return call(2, who + whole_index).fax_ids();
 }
 
 }  // namespace faxtray

@@ -54,7 +54,7 @@ TEST(Wire, OutlivesClientsThatHangUp)
     site s;
     s.add_fax(s.inbox("alsmith"), "big", 1'000'000);
     running_daemon daemon(s);
-    std::string read = call_bytes(5, part_of(al, list(al)[0].id, 262144, 0));
+    std::string read = call_bytes(5, part_of(al, list(al)[0], 262144, 0));
 
     for (size_t n : {1u, 4u, 20u, 60u}) {  // amid mark, head and arguments
         connection c;
@@ -75,7 +75,7 @@ TEST(Wire, OutlivesClientsThatHangUp)
 // Asks for 25 MB of replies, more than any buffer on the way holds, and reads none.
 static void stall(const connection &c)
 {
-    std::string read = call_bytes(5, part_of(al, list(al)[0].id, 262144, 0)), reads;
+    std::string read = call_bytes(5, part_of(al, list(al)[0], 262144, 0)), reads;
     for (int n = 0; n < 100; n++)
         reads += read;
     ASSERT_TRUE(c.send(reads));
@@ -124,8 +124,8 @@ TEST(Wire, ServesOnBeyondTheDescriptorLimit)
     std::vector<connection> crowd(1100);
     for (const connection &c : crowd)
         ASSERT_TRUE(c.is_open());
-    EXPECT_EQ(crowd[0].call(2, al + whole_index).faxes().size(), 3u);
-    EXPECT_EQ(crowd[800].call(2, al + whole_index).faxes().size(), 3u);
+    EXPECT_EQ(crowd[0].call(2, al + whole_index).fax_ids().size(), 3u);
+    EXPECT_EQ(crowd[800].call(2, al + whole_index).fax_ids().size(), 3u);
     EXPECT_TRUE(daemon.is_idle()) << "spins while clients wait to be let in";
 
     ASSERT_TRUE(crowd.back().send(call_bytes(9, al)));

@@ -73,16 +73,17 @@ std::string reply_t::chunk() const
     return take_text(result, &offset);
 }
 
-std::vector<listed_fax_t> reply_t::faxes() const
+std::vector<uint32_t> reply_t::fax_ids() const
 {
-    std::vector<listed_fax_t> list;
+    std::vector<uint32_t> ids;
     size_t offset = 12;  // after the type, the list's boolean and its check value
-    auto number = [&] { return take_word(result, &offset); };
-    auto words = [&] { return take_text(result, &offset); };
-    while (code() == 0 && number() == 1)
-        list.push_back(
-            {words(), words(), words(), words(), number(), number(), number(), number(), number()});
-    return list;
+    while (code() == 0 && take_word(result, &offset) == 1) {
+        for (int text = 0; text < 4; text++)
+            take_text(result, &offset);
+        ids.push_back(word_at(result, offset + 8));  // after two numbers
+        offset += 20;
+    }
+    return ids;
 }
 
 // --- calls

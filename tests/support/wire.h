@@ -18,11 +18,6 @@ std::string bare_identity(const std::string &user, const std::string &password =
                           uint32_t check_value = 0);
 std::string identity(const std::string &user, const std::string &password = "", uint32_t check_value = 0);
 
-struct listed_fax_t {
-    std::string name, sender, subaddress, password;
-    uint32_t pages, is_fax, id, size, mtime;
-};
-
 // A reply, or what is known of one that did not come whole.
 struct reply_t {
     int accept_stat = -1;  // 0 SUCCESS, 3 PROC_UNAVAIL, 4 GARBAGE_ARGS; -1: none came
@@ -33,7 +28,7 @@ struct reply_t {
     int code() const { return res_type() == 18 ? static_cast<int>(at(1)) : 0; }  // of the error, or 0
     std::string message() const;                                                 // of the error
     std::string chunk() const;                                                   // of a read
-    std::vector<listed_fax_t> faxes() const;                                     // of a listing
+    std::vector<uint32_t> fax_ids() const;                                       // of a listing
 };
 
 unique_fd connect_to(uint16_t port);  // of this host; empty when nobody takes it
