@@ -87,6 +87,7 @@ TEST(RegdClient, OutlivesItsRegistry)
     daemon.end(SIGKILL);
     for (int n = 0; n < 3; n++)  // no SIGPIPE ends us
         EXPECT_EQ(ask(slot).find("15 0: rg_get_av_entry_1 failure: RPC: Unable to "), 0u);
+    EXPECT_EQ(daemon.start().status, 0);  // so that it unregisters
 }
 
 // A reply's record to the call with that id: accepted and successful, then `result`.
