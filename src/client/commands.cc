@@ -57,6 +57,7 @@ static exit_status report_failure(const inbox_client &client, const std::string 
     fprintf(stderr, "faxtray: %s%s", what.c_str(), printable_lines(why.message).c_str());
     if (why.kind == client_failure::SERVER)
         fprintf(stderr, " (code %d)", why.code);
+    // A cure gets a line of its own, so that the server's message stays as it is.
     std::string cure = cure_for(why);
     fprintf(stderr, "%s%s\n", cure.empty() ? "" : "\nfaxtray: ", cure.c_str());
     switch (why.kind) {
@@ -80,6 +81,8 @@ static nlohmann::json to_json(const std::vector<fax_entry> &faxes)
     return array;
 }
 
+// The whole inbox is read before anything is printed: a listing that breaks off prints nothing that a script
+// could take for all there is.
 exit_status list_command(session &s)
 {
     listing all;
@@ -167,6 +170,7 @@ exit_status inboxes_command(session &s)
         print_json(array);
         return EXIT_DONE;
     }
+    // Names come from the server's files and are printed like all strangers' text.
     printf("%-8s  %s\n", "HANDLE", "DESCRIPTION");
     for (const incoming_inbox &inbox : inboxes)
         printf("%-8s  %s\n", printable(inbox.handle).c_str(), printable(inbox.description).c_str());
@@ -256,6 +260,7 @@ exit_status get_command(session &s)
 
 // Commands that remove.
 
+// As with get, one fax that cannot be removed does not keep the others.
 exit_status rm_command(session &s)
 {
     exit_status worst = EXIT_DONE;
@@ -270,6 +275,7 @@ exit_status rm_command(session &s)
     return worst;
 }
 
+// Anything but "y" is no, the end of the input too.
 static bool confirmed(size_t faxes)
 {
     fprintf(stderr, "Remove %zu fax%s from the server? [y/N] ", faxes, faxes == 1 ? "" : "es");
@@ -313,6 +319,7 @@ static constexpr int delivery_timeout = 600;
 
 exit_status deliver_command(session &s)
 {
+    // Users' own inboxes hold faxes that have been delivered already.
     if (!s.inbox) {
         fprintf(stderr, "faxtray: deliver takes a fax from an incoming inbox: name it with --inbox\n");
         return EXIT_USAGE;
@@ -342,6 +349,7 @@ static bool find_password(const options &chosen, std::string *hash)
 
 exit_status passwd_command(const options &chosen)
 {
+    // The password is typed twice only where it cannot be seen.
     std::string password, again, hash;
     if (!chosen.password_file.empty()) {
         if (!read_password_file(chosen.password_file, &password))

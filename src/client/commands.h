@@ -18,6 +18,7 @@ enum exit_status : int {
     EXIT_NOTHING = 5,      // nothing to do, or not confirmed
 };
 
+// The command line, parsed; commands read what concerns them.
 struct options {
     std::string host = "localhost", user, password_file;
     std::string inbox;  // description or handle of an incoming inbox; "" for the user's own
@@ -39,6 +40,7 @@ struct session {
     inbox_ref inbox;
 };
 
+// One function for each command, named as in faxtray(1).
 exit_status list_command(session &s);
 exit_status count_command(session &s);
 exit_status info_command(session &s);

@@ -85,6 +85,7 @@ static void add_command(CLI::App &app, const command_row &row, options &chosen)
 {
     CLI::App *command = app.add_subcommand(row.name, row.help);
     if (row.ids != command_row::NO_ID) {
+        // 0 is no id: to the server it means the oldest fax, which is not what a typing error should remove.
         auto *ids = command->add_option("FAXID", chosen.ids, "Id of the fax, as list prints it")
                         ->check(CLI::Range(faxid_t{1}, faxid_t{0xFFFFFFFF}).description(""))
                         ->type_name("");
@@ -93,6 +94,7 @@ static void add_command(CLI::App &app, const command_row &row, options &chosen)
         if (row.ids != command_row::ONE_MAYBE)
             ids->required();
     }
+    // Options of single commands; the table has no room for them.
     if (row.run == get_command) {
         command
             ->add_option("-o,--output", chosen.output,

@@ -26,6 +26,7 @@ static char *lend(const std::string &text)
 inbox_client::inbox_client(login who, int timeout_seconds)
     : login_(std::move(who)), pw_{}, timeout_{timeout_seconds, 0}
 {
+    // The record that every request begins with. Its strings are only lent: nobody frees them.
     static const std::string none;
     pw_ = {lend(login_.user), lend(login_.password_hash), lend(none), 0, login_.check_value};
 }
@@ -50,6 +51,8 @@ std::string inbox_client::connect_problem() const
 {
     const auto error = rpc_createerr;
     const std::string cause = clnt_sperrno(error.cf_error.re_status);
+    // A port mapper that runs but knows no faxtrayd, and a faxtrayd that is registered but gone, are the two
+    // mistakes that people make; each gets its own words.
     const bool refused = error.cf_error.re_errno == ECONNREFUSED;
     switch (error.cf_stat) {
     case RPC_UNKNOWNHOST:
@@ -86,6 +89,7 @@ bool inbox_client::connect(const std::string &host)
 
 bool inbox_client::call_failed(clnt_stat status)
 {
+    // A busy server is the usual case: it serves one request at a time, and a delivery may take minutes.
     if (status == RPC_TIMEDOUT)
         return fail(client_failure::TRANSPORT, "faxtrayd at host " + host_ + " has not answered within " +
                                                    std::to_string(timeout_.tv_sec) +
@@ -107,6 +111,7 @@ static std::string text_of(const char *text)
     return text ? text : "";
 }
 
+// Messages of the server end in newlines; where they are printed decides about line ends here.
 static std::string without_line_end(std::string text)
 {
     while (!text.empty() && text.back() == '\n')
@@ -125,6 +130,7 @@ template <class Request, class Take> bool inbox_client::call(u_long procedure,
     failure_ = {};
 
     in_res_t result = {};
+    // The reply may be half decoded when the call fails; what it has allocated is freed in any case.
     const auto xdr_result = reinterpret_cast<xdrproc_t>(xdr_in_res_t);
     struct releaser {
         in_res_t *result;
@@ -168,6 +174,7 @@ bool inbox_client::null_call()
     if (!client_)
         return fail(client_failure::TRANSPORT, "not connected");
     failure_ = {};
+    // libtirpc's xdr_void takes no arguments, so it cannot be called through an xdrproc_t.
     const auto none = reinterpret_cast<xdrproc_t>(xdr_nothing);
     clnt_stat status = clnt_call(client_.get(), TRAYD_NULL, none, nullptr, none, nullptr, timeout_);
     return status == RPC_SUCCESS || call_failed(status);
@@ -181,6 +188,7 @@ bool inbox_client::trayd_rev(revision *rev)
     });
 }
 
+// The wire's record as C++ values; null texts become "".
 static fax_entry entry_of(const file_info_t &info)
 {
     return {info.faxid,
@@ -205,6 +213,7 @@ bool inbox_client::get_index(const inbox_ref &inbox, const index_slice &slice, l
             list->faxes.push_back(entry_of(*node));
         return true;
     };
+    // On the wire the id is signed here and unsigned everywhere else; the bits are the same.
     int start = static_cast<int>(slice.start);
     if (inbox) {
         df_index_req_t request = {&pw_, lend(*inbox), start, slice.how, slice.count, slice.check_value};
@@ -239,6 +248,8 @@ bool inbox_client::get_fax_info(const inbox_ref &inbox, std::optional<fax_entry>
 bool inbox_client::get_fax(const inbox_ref &inbox, faxid_t id, u_int size, u_int offset,
                            const byte_sink &sink)
 {
+    // The bytes go to the receiver straight from the reply, which is freed after that: one chunk in memory at
+    // a time.
     auto take = [&](in_res_t &result) {
         return sink(result.fax.bytes, result.fax.length) ||
                fail(client_failure::STOPPED, "stopped by the receiver");
@@ -269,6 +280,7 @@ bool inbox_client::deliver_fax(const std::string &inbox, faxid_t id, const std::
 
 bool inbox_client::get_ui(u_int check_value, recipient_list *list)
 {
+    // The server reads only the check value of this record.
     client_ui_req_t request = {&pw_, nullptr, 0, 0, nullptr, check_value};
     return call(GET_UI, xdr_client_ui_req_t, &request, RES_UI, [&](in_res_t &result) {
         *list = {result.ui.check_value, {}};
@@ -295,6 +307,7 @@ std::vector<std::string> comma_separated(const std::string &text)
     std::vector<std::string> names;
     for (size_t start = 0; start < text.size();) {
         size_t end = std::min(text.find(',', start), text.size());
+        // Only the ends are trimmed: a description may contain blanks.
         size_t first = text.find_first_not_of(" \t", start);
         if (first < end) {
             size_t last = text.find_last_not_of(" \t", end - 1);
@@ -325,6 +338,7 @@ bool inbox_client::get_df(std::vector<incoming_inbox> *inboxes)
                 handles = comma_separated(value);
         }
         inboxes->clear();
+        // The handles count: an inbox without a description can still be used.
         for (size_t i = 0; i < handles.size(); i++)
             inboxes->push_back({i < names.size() ? names[i] : "", handles[i]});
         return true;
@@ -350,6 +364,7 @@ bool inbox_client::trayd_shutdown()
 // starts at a fax, not after it.
 bool inbox_client::append_page(const inbox_ref &inbox, listing *all, bool *more)
 {
+    // An empty listing starts at the oldest fax, any other at the last one listed.
     faxid_t last = all->faxes.empty() ? 0 : all->faxes.back().id;
     listing page;
     if (!get_index(inbox, {last, 1, MAX_INDEX_COUNT, 0}, &page))
@@ -357,6 +372,7 @@ bool inbox_client::append_page(const inbox_ref &inbox, listing *all, bool *more)
     auto first = page.faxes.begin();
     if (last != 0 && first != page.faxes.end() && first->id == last)
         ++first;
+    // A page that is not full is the last one; so is one that brought nothing new.
     *more = page.faxes.size() >= static_cast<size_t>(MAX_INDEX_COUNT) && first != page.faxes.end();
     all->check_value = page.check_value;
     all->faxes.insert(all->faxes.end(), first, page.faxes.end());
@@ -386,6 +402,7 @@ bool inbox_client::find(const inbox_ref &inbox, faxid_t id, fax_entry *fax)
     listing one;
     if (!get_index(inbox, {id, 1, 1, 0}, &one))
         return false;
+    // The server answers with the fax asked for or with an error, but a file is going to be named after it.
     if (one.faxes.empty() || one.faxes[0].id != id) {
         failure_ = {client_failure::SERVER, IE_INVALID, 0, "no fax of that id"};
         return false;

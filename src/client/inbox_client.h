@@ -35,6 +35,7 @@ struct listing {
     std::vector<fax_entry> faxes;  // oldest first
 };
 
+// Which part of an index to list.
 struct index_slice {
     faxid_t start = 0;  // 0: the oldest fax
     int how = 1;        // 1 forward, 0 backward
@@ -42,6 +43,7 @@ struct index_slice {
     u_int check_value = 0;
 };
 
+// Who a fax can be delivered to: a user, or a group of users.
 struct recipient {
     std::string name, label;
     bool is_group = false;
@@ -52,6 +54,7 @@ struct recipient_list {
     std::vector<recipient> recipients;
 };
 
+// An inbox of unrouted faxes. People know the description; requests name the handle.
 struct incoming_inbox {
     std::string description, handle;
 };
@@ -63,12 +66,14 @@ struct revision {
 
 using settings_list = std::vector<std::pair<std::string, std::string>>;
 
+// Who asks. The password itself never leaves the client, but its hash serves as well to whoever overhears it.
 struct login {
     std::string user;
     std::string password_hash;  // from passwd(); empty for none
     u_int check_value = 0;      // of the user's entry as last seen; 0: no check
 };
 
+// Why the last call failed.
 struct client_failure {
     enum kind_t {
         NONE,
@@ -95,6 +100,7 @@ public:
     inbox_client(const inbox_client &) = delete;
     inbox_client &operator=(const inbox_client &) = delete;
 
+    // The user's password may become known only after connecting.
     void set_password_hash(const std::string &hash);
     void set_timeout(int seconds) { timeout_.tv_sec = seconds; }  // for the calls that follow
     // Asks the host's port mapper for faxtrayd and connects, all within the timeout.
@@ -102,19 +108,24 @@ public:
     const client_failure &failure() const { return failure_; }
 
     // The procedures, with the results of the server's records as C++ values.
-    bool null_call();
-    bool trayd_rev(revision *rev);
+    bool null_call();               // whether the server answers at all
+    bool trayd_rev(revision *rev);  // needs no valid login
+    // One page of the index; an error with code 13 if its check value is still that of the slice.
     bool get_index(const inbox_ref &inbox, const index_slice &slice, listing *list);
+    // Removes all faxes that have been listed since the server loaded the inbox, by any client.
     bool commit_index(const inbox_ref &inbox);
-    bool get_fax_info(const inbox_ref &inbox, std::optional<fax_entry> *oldest);  // none: empty inbox
+    // The oldest fax that can be read; none if there is no such fax.
+    bool get_fax_info(const inbox_ref &inbox, std::optional<fax_entry> *oldest);
+    // One chunk of a fax: up to `size` bytes (at most MAX_READ_SIZE) from byte `offset` on; none at the end.
     bool get_fax(const inbox_ref &inbox, faxid_t id, u_int size, u_int offset, const byte_sink &sink);
-    bool commit_fax(const inbox_ref &inbox, faxid_t id);
+    bool commit_fax(const inbox_ref &inbox, faxid_t id);  // removes one fax
+    // Delivers a fax of an incoming inbox to a user or group; returns when it has reached all members.
     bool deliver_fax(const std::string &inbox, faxid_t id, const std::string &recipient);
-    bool get_ui(u_int check_value, recipient_list *list);
+    bool get_ui(u_int check_value, recipient_list *list);  // who a forwarder can deliver to
     bool get_fax_count(const inbox_ref &inbox, u_int *count);
-    bool get_df(std::vector<incoming_inbox> *inboxes);
-    bool get_status(settings_list *status);  // empty if the server has nothing to say
-    bool trayd_shutdown();                   // the server only answers
+    bool get_df(std::vector<incoming_inbox> *inboxes);  // which the user forwards for
+    bool get_status(settings_list *status);             // empty if the server has nothing to say
+    bool trayd_shutdown();                              // the server only answers, and goes on
 
     // The whole inbox, page by page. Starts again if fax ids change meanwhile, up to three times.
     bool list(const inbox_ref &inbox, listing *all);

@@ -67,6 +67,7 @@ void print_fax(const fax_entry &fax)
     printf("fax file:   %s\n", fax.is_fax ? "yes" : "no");
 }
 
+// Field names are a promise to scripts; a field may be added, none renamed.
 nlohmann::json to_json(const fax_entry &fax)
 {
     return {{"faxid", fax.id},

@@ -48,6 +48,7 @@ bool read_password_file(const std::string &path, std::string *password)
         fprintf(stderr, "faxtray: can't read password file %s: %s\n", path.c_str(), strerror(errno));
         return false;
     }
+    // Only a warning: the file may be in a directory that keeps others out.
     struct stat status;
     if (fstat(fd.get(), &status) == 0 && S_ISREG(status.st_mode) && (status.st_mode & (S_IRGRP | S_IROTH)))
         fprintf(stderr, "faxtray: warning: others may read the password file: chmod 600 %s\n", path.c_str());
@@ -74,6 +75,7 @@ class interrupts_deferred {
 public:
     interrupts_deferred()
     {
+        // Handlers without SA_RESTART, so that a signal also ends the wait for input.
         interrupted_by = 0;
         sigset_t held;
         sigemptyset(&held);
@@ -106,6 +108,7 @@ private:
 bool ask_password(const std::string &prompt, std::string *password)
 {
     unique_fd tty(open("/dev/tty", O_RDWR | O_CLOEXEC | O_NOCTTY));
+    // The terminal itself, not standard input: that may be a pipe with something else in it.
     termios before;
     if (!tty || tcgetattr(tty.get(), &before) < 0) {
         fprintf(stderr, "faxtray: no terminal to ask for a password: %s\n", strerror(errno));

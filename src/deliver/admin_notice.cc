@@ -41,6 +41,7 @@ static av_list_ptr admin_record(int queue)
                  "elog_writef:  Could not open connection to info server.");
         return nullptr;
     }
+    // A copy: the reply is the handle's own, and the notice that follows asks the registry again.
     const av_list_t *entry = regd_get_ui_entry(handle, regd_credentials(), "admin");
     av_list_ptr admin(entry ? av_copy(entry) : nullptr);
     regd_close(handle);
@@ -72,11 +73,14 @@ static int daily_volume(const av_list_t *admin)
     const av_node_t *node = as_get_av_node(AS_ADMIN_EXCEPTION_VOLUME, admin);
     if (!node)
         return default_volume;
+    // Administrators write what they like here, so a huge or negative number is cut, not refused.
     char *end;
     const long volume = strtol(node->value, &end, 10);
     return end == node->value ? default_volume : static_cast<int>(std::clamp(volume, 0L, long{INT_MAX}));
 }
 
+// The note that says no more notices will come, and until when: the oldest one's place is the next to be
+// free.
 static std::string limit_note(int volume)
 {
     const time_t release = nhead();
@@ -88,6 +92,7 @@ static std::string limit_note(int volume)
     return note;
 }
 
+// Sends the notice of an entry, with the note if it is the last one within the limit.
 static void send_notice(const av_list_t *admin, const elog_entry_t &entry, int volume, bool limited)
 {
     std::string subject = "Ondrix: exception logged", message;
@@ -97,6 +102,7 @@ static void send_notice(const av_list_t *admin, const elog_entry_t &entry, int v
     } else {
         nenq(time(nullptr) + hold);
         message = std::string(entry.prefix) + entry.message;
+        // The subject shows the beginning of the message, as far as it fits on a line of a mailbox's list.
         subject += ": " + std::string(entry.message).substr(0, subject_characters);
         subject.resize(std::min(subject.find('\n'), subject.size()));
     }
@@ -105,6 +111,7 @@ static void send_notice(const av_list_t *admin, const elog_entry_t &entry, int v
     notify(admin, subject.c_str(), message.c_str(), IV_WHEN_TO_NOTIFY_FAX_EXCEPTION);
 }
 
+// Decides whether the administrator gets a notice of this entry, and sends it.
 static void notify_administrator(const elog_entry_t &entry)
 {
     const av_list_ptr admin = admin_record(entry.queue);
@@ -113,6 +120,7 @@ static void notify_administrator(const elog_entry_t &entry)
     // Notices of more than a day ago count no longer.
     for (const time_t now = time(nullptr); ncount() > 0 && nhead() <= now;)
         ndeq();
+
     int volume = daily_volume(admin.get());
     const bool limited = volume >= 1;
     if (!limited) {  // Kept: below 1 is no limit at all, though it looks like none a day.
@@ -123,6 +131,7 @@ static void notify_administrator(const elog_entry_t &entry)
         send_notice(admin.get(), entry, volume, limited);
 }
 
+// The exception log's callback. It is noexcept, because any code at all may have written the entry.
 static void handle_entry(const elog_entry_t &entry) noexcept
 try {
     if (*dvLog_callbacks) {

@@ -34,6 +34,7 @@ using command_t = char[3 * MAXPATHLEN];
 
 const char *get_tmp_ext(const char *name)
 {
+    // A dot, four digits, "tmp", and nothing after them.
     const char *dot = strrchr(last_component(name), '.');
     if (!dot)
         return nullptr;

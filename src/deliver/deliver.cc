@@ -48,11 +48,14 @@ static const char *user_of(const av_list_t *record)
     return record->key ? record->key : "";
 }
 
+// Whether the recipient's files get names of eight and three characters.
 static bool wants_dos_names(const av_list_t *record)
 {
     return as_get_value_handle_av(AS_DELIVERY_NAMING, record) == IV_DELIVERY_NAMING_8_3;
 }
 
+// Whether there is anything of that name; a dangling link counts, since creating the file would write through
+// it.
 static bool exists(const char *path)
 {
     struct stat st;
@@ -255,6 +258,7 @@ static int delivered(const delivery_t &d)
     return d.problem ? DELIVERED_PROBLEM : DELIVERED;
 }
 
+// The message of failures on our side, before any method was tried.
 static int fail_to_autoroute(delivery_t &d, int result)
 {
     return conclude(d, result, "Fax routing failure: Couldn't autoroute '%s'\nfor '%s'.\n", d.fax_path,
@@ -271,6 +275,7 @@ static void make_subject(const delivery_t &d, char *out, size_t size)
              sender_station, number);
 }
 
+// Mails the copy. An entry without an address is the administrator's mistake, and is reported as one.
 static int deliver_by_mail(delivery_t &d, const char *method)
 {
     tr_puts("deliver_fax:  deliver via email\n");
@@ -300,6 +305,7 @@ static int deliver_by_mail(delivery_t &d, const char *method)
                     user);
 }
 
+// Converts nothing itself: the copy is in the recipient's format by now.
 static int deliver_by_command(delivery_t &d)
 {
     const char *user = user_of(d.record);
@@ -397,6 +403,7 @@ static int deliver_to_recipient(delivery_t &d)
         return conclude(d, DELIVER_FAILED, "Fax Routing failure: Couldn't autoroute '%s'\nfor '%s'\n",
                         d.fax_path, user);
     }
+    // copy_new() replaces nothing, so a file that has appeared under that name since is safe.
     change_file_name(d.record, d.temporary);
     trprintf("deliver_fax: copy \"%s\" to \"%s\"\n", d.fax_path, d.temporary);
     d.own_temporary = d.temporary[0] && copy_new(d.fax_path, d.temporary);
@@ -406,6 +413,7 @@ static int deliver_to_recipient(delivery_t &d)
         return fail_to_autoroute(d, DELIVER_FAILED);
     }
 
+    // The keyword is cut out of a copy: exec_deliver needs the setting whole.
     c_string method_copy(strdup(method));
     if (!method_copy) {
         log_and_trace({ELOG_WARNING, elog_file_and_stderr}, "deliver_fax:  could not strdup(%s): %s\n",

@@ -44,6 +44,7 @@ static const char *or_default(const char *text, const char *otherwise)
     return is_empty(text) ? otherwise : text;
 }
 
+// Ends a function that ran out of memory. No exception may leave it: the RPC library below is C.
 static int no_memory(const char *function)
 {
     return log_and_trace({ELOG_ERROR, ELOG_FILE}, "%s: %s\n", function, strerror(ENOMEM));
@@ -76,6 +77,7 @@ try {
     // A copy of the static buffer: an entry logged below may send a notice, to another address.
     const std::string address = found;
 
+    // No "To:": the recipient may be a list or an alias, and is named to the agent alone.
     const std::string header = "From: " + header_value(mail_get_mail_from()) +
                                "\nSubject: " + header_value(or_default(subject, default_notice_subject)) +
                                "\n";
@@ -124,6 +126,7 @@ static int mail_plain(const char *address, const char *subject, const char *text
     if (!fax)
         return log_and_trace({ELOG_WARNING, ELOG_FILE}, "mail_fax_image: Can't open fax file [%s]: %s\n",
                              path, strerror(errno));
+    // The sender comes before the agent: asking the registry for it may take as long as a time-out.
     const std::string sender = header_value(mail_get_mail_from());
     mail_agent agent("mail_fax_image", address);
     FILE *out = agent.stream();
@@ -133,8 +136,11 @@ static int mail_plain(const char *address, const char *subject, const char *text
     fprintf(out, "To:   %s\nFrom: %s\nSubject: %s\n\n", header_value(address).c_str(), sender.c_str(),
             header_value(subject).c_str());
     fputs(text, out);
-    bool encoded = encoding == IV_BODY_ENCODING_BASE64 ? write_base64(fax.get(), out)
-                                                       : write_uuencode(fax.get(), last_component(path), out);
+    // If the fax cannot be read to its end the message is sent as far as it goes, without its last line: what
+    // has been written to the agent cannot be called back. The result still says that it failed.
+    const bool encoded = encoding == IV_BODY_ENCODING_BASE64
+                             ? write_base64(fax.get(), out)
+                             : write_uuencode(fax.get(), last_component(path), out);
     return encoded ? 1 : -1;
 }
 
@@ -200,6 +206,7 @@ try {
     subject = or_default(subject, default_fax_subject);
     text = or_default(text, default_fax_text);
 
+    // The forms without a conversion come first: they leave the fax as it is.
     if (is_mailto(url))
         return mime_mail_fax(address.c_str(), 0, subject, text, fax_path, mime_fax);
     if (is_mailtosun(url))

@@ -24,6 +24,7 @@ static constexpr char default_sender[] = "Ondrix_server";
 mail_agent::mail_agent(const char *function, const char *address)
     : function_(function), address_(address ? address : ""), command_(agent_command)
 {
+    // The shell and the agent have limits of their own; one below both makes the refusal ours, with a reason.
     command_ += " " + address_;
     if (command_.size() > longest_command)
         errno = E2BIG;
@@ -61,6 +62,7 @@ const char *mail_get_mail_from()
                       "mail:  Could not open connection to info server.\n");
         return sender;
     }
+    // The address is copied before the handle is closed, since the record is the handle's.
     const av_list_t *admin = regd_get_ui_entry(registry, regd_credentials(), "admin");
     const char *wanted = admin ? av_getv(admin, as_get_attr(AS_SERVER_MAIL_FROM)) : nullptr;
     // An address that does not fit is not used at all: cut short, it would be somebody else's.

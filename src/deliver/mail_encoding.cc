@@ -15,7 +15,8 @@ namespace faxtray {
 static constexpr size_t longest_line = 54;  // bytes; makes 72 characters
 static constexpr size_t lines_a_block = 512;
 
-// The two characters for each 12-bit value.
+// The two characters for each 12-bit value. Half the look-ups of a table of 64, and it still fits the first
+// cache.
 using pair_table = std::array<std::array<char, 2>, 4096>;
 
 static constexpr pair_table make_pairs(const char *alphabet)
@@ -47,6 +48,7 @@ static char *encode_groups(const pair_table &pairs, const unsigned char *in, siz
     return encode_groups(pairs, last, sizeof last, out);
 }
 
+// One line of base64: "=" replaces the characters that a short last group does not have.
 static char *base64_line(const unsigned char *in, size_t n, char *out)
 {
     char *end = encode_groups(base64_pairs, in, n, out);
@@ -57,6 +59,7 @@ static char *base64_line(const unsigned char *in, size_t n, char *out)
     return end;
 }
 
+// A line begins with its number of bytes, as a character; a last group is padded with zeros.
 static char *uuencode_line(const unsigned char *in, size_t n, char *out)
 {
     *out++ = static_cast<char>((n & 63) + 32);
@@ -70,6 +73,7 @@ static char *uuencode_line(const unsigned char *in, size_t n, char *out)
 static bool encode_lines(FILE *in, FILE *out, size_t line,
                          char *(*encode)(const unsigned char *in, size_t n, char *out))
 {
+    // Whole lines a block, so that no group of three bytes is split between two reads.
     unsigned char bytes[longest_line * lines_a_block];
     char text[(longest_line / 3 * 4 + 1) * lines_a_block];
     const size_t block = line * lines_a_block;

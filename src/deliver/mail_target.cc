@@ -15,6 +15,7 @@ static constexpr char scheme_end[] = "://";
 const char *get_mail_address(const char *target)
 {
     static char address[256];
+    // Any scheme will do: which form it asks for is for the caller to find out.
     const char *end = target ? strstr(target, scheme_end) : nullptr;
     if (!is_empty(target) && !end)
         return target;
@@ -48,6 +49,7 @@ int get_mail_param(const char *target, const char *attribute, char *value, size_
         fprintf(stderr, "get_mail_param: Null parameter attribute\n");
         return 0;
     }
+    // The "=" is part of what is searched for, so that "name" does not find "names".
     std::string mark = std::string(";") + attribute + "=";
     const char *found = strstr(target, mark.c_str());
     if (!found)

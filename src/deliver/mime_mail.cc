@@ -18,6 +18,7 @@ namespace faxtray {
 
 static constexpr char boundary[] = "Ondrix-MIME-FAX-Boundary";
 
+// The attachment. Its name is the file's own; the type says whether it is a fax or a TIFF.
 static void write_fax_part(FILE *out, file_ptr fax, const char *fax_path, const char *content_type)
 {
     fprintf(out, "\n--%s\nContent-Type: %s; name=\"%s\"\nContent-Transfer-Encoding: base64\n\n", boundary,
@@ -61,6 +62,7 @@ int mime_mail_fax(const char *address, int, const char *subject, const char *tex
             "To:   %s\nFrom: %s\nSubject: %s\nMime-Version: 1.0\nContent-Type: multipart/mixed;\n"
             "\tboundary=\"%s\"\n",
             header_value(address).c_str(), sender.c_str(), header_value(subject).c_str(), boundary);
+    // Mail programs show the text part and offer the fax for saving.
     if (!is_empty(text))
         fprintf(out, "\n--%s\nContent-Type: text/plain; charset=us-ascii\n\n%s\n\n", boundary, text);
     if (fax)

@@ -49,7 +49,7 @@ int notify(const av_list_t *record, const char *subject, const char *message, in
         printf("UI_NOTIFY_ON not in list for %s\n", record->key);
         return 1;
     }
-    char wanted[3072];
+    char wanted[3072];  // a longer setting is cut; its events at the end are then not wanted
     snprintf(wanted, sizeof wanted, "%s", setting);
     // Kept: a search in the text, not in a list: "never" beside other events still means never, and any
     // separator between events works.
@@ -57,6 +57,7 @@ int notify(const av_list_t *record, const char *subject, const char *message, in
         trprintf("notify:  '%s' does not want to be notified.\n", record->key);
         return 1;
     }
+    // The setting is searched for the event's name as users write it.
     const char *name = as_get_value_string(AS_WHEN_TO_NOTIFY, event);
     if (!name) {
         trprintf("notify:  Could not find '%d' in value table\n", event);
@@ -106,6 +107,7 @@ int notify_uname(const char *user_name, const char *subject, const char *message
                       "notify_uname:  Could not open connection to info server.\n");
         return 0;
     }
+
     int result = 0;
     if (const av_list_t *found = regd_get_ui_entry(registry, regd_credentials(), user_name)) {
         // A copy: mailing asks the registry for the sender, and the reply replaces this one.
@@ -121,6 +123,7 @@ int notify_uname(const char *user_name, const char *subject, const char *message
 
 int notify_cfile_user(const control_file_t *control_file, const char *subject, const char *message, int event)
 {
+    // The job's own address comes before its owner's wishes: whoever sent the job asked for the notice there.
     if (control_file->suppress == 1)
         return 1;
     const char *address = control_file->address;

@@ -34,6 +34,7 @@ struct length_t {
 
 }  // namespace
 
+// The mail-tool counts lines by their newlines, so a last line without one does not count.
 static length_t get_message_length(const char *text, size_t bytes)
 {
     return {static_cast<int>(std::count(text, text + bytes, '\n')), static_cast<int>(bytes)};
@@ -85,6 +86,7 @@ static bool encode(const char *fax_path, FILE *out)
     return true;
 }
 
+// The file is read twice after it has been written: to count it and to send it.
 static bool rewind_file(FILE *file)
 {
     if (fseek(file, 0, SEEK_SET) == 0)
@@ -93,6 +95,7 @@ static bool rewind_file(FILE *file)
     return false;
 }
 
+// Whether all reads of the encoded file have succeeded; if not, logs why.
 static bool is_sound(FILE *encoded, const char *address)
 {
     if (!ferror(encoded))
@@ -120,6 +123,8 @@ static void copy_all(FILE *in, FILE *out)
             return;
 }
 
+// The headers of the two parts, as the mail-tool writes them. Null, with an entry in the exception log, when
+// out of memory.
 static c_string text_header(length_t text)
 {
     char *header = nullptr;
@@ -165,11 +170,14 @@ int sun_mail_fax(const char *address, const char *subject, const char *text, con
     text = text ? text : "";
     fax_path = fax_path ? fax_path : "";
 
-    // The sizes of what follows are in the headers, so the fax is encoded first and counted.
+    // The sizes of all that follows are in the headers, so the fax is encoded first and counted.
     scratch_file scratch;
     file_ptr encoded = make_file(&scratch);
     if (!encoded || !encode(fax_path, encoded.get()) || !rewind_file(encoded.get()))
         return -1;
+
+    // Every header counts what follows it, and the message's header counts all of it, the other headers
+    // included.
     const length_t fax_length = count(encoded.get()), text_length = get_message_length(text);
     if (!is_sound(encoded.get(), address) || !rewind_file(encoded.get()))
         return -1;
@@ -181,6 +189,7 @@ int sun_mail_fax(const char *address, const char *subject, const char *text, con
     const length_t total = text_length + fax_length + get_message_length(before_text.get()) +
                            get_message_length(before_fax.get());
 
+    // Only now is the agent started: nothing that could still fail on our side leaves half a message.
     const std::string sender = header_value(mail_get_mail_from());
     mail_agent agent("sun_mail_fax", address);
     FILE *out = agent.stream();
