@@ -1,5 +1,5 @@
-// How a fuzzer reports that something which must always hold did not: libFuzzer then keeps the input, a test
-// fails.
+// How a fuzzer reports that something which must always hold
+// did not: libFuzzer then keeps the input, a test fails.
 #pragma once
 
 #include <stdexcept>

@@ -1,5 +1,5 @@
-// A fax file of any bytes: re-coding it keeps all lines or leaves it as it was, and no other file is left
-// beside it.
+// A fax file of any bytes: re-coding it keeps all lines or
+// leaves it as it was, and no other file is left beside it.
 #pragma once
 
 #include <unistd.h>

@@ -1,5 +1,5 @@
-// Runs a page through our decoders and encoders, whose callbacks have no context, and collects what comes
-// out.
+// Runs a page through our decoders and encoders, whose
+// callbacks have no context, and collects what comes out.
 #pragma once
 
 #include <cstdint>
@@ -31,8 +31,8 @@ inline const page_t *given;
 inline size_t next_line;
 inline std::string *coded;
 
-// What `decoder`, given callbacks, passes on. With a callback for runs the decoders leave every line to the
-// walk.
+// What `decoder`, given callbacks, passes on. With a callback
+// for runs the decoders leave every line to the walk.
 template <class Decoder> decoded_page_t gather(Decoder decoder, bool runs = false)
 {
     decoded_page_t page;

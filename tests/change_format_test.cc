@@ -17,7 +17,7 @@ namespace faxtray {
 
 struct change_t {
     int result;
-    std::string content, told;  // of the file; on standard error
+    std::string content, messages;  // of the file; on standard error
 };
 
 // Re-codes a file of that content while no file may grow beyond `room` bytes. No other is left beside it.
@@ -88,7 +88,7 @@ TEST(ChangeFormat, LeavesWhatItRefusesAsItWas)
         const change_t kept = change(row.file, row.target);
         EXPECT_EQ(kept.result, 0) << row.message;
         EXPECT_TRUE(kept.content == row.file) << row.message;
-        EXPECT_NE(kept.told.find(row.message), std::string::npos) << row.message << "\n" << kept.told;
+        EXPECT_NE(kept.messages.find(row.message), std::string::npos) << row.message << "\n" << kept.messages;
     }
 }
 
@@ -154,7 +154,7 @@ TEST(Faxconv, DoesWhatItSaysAndReportsHowItWent)
     const struct {
         const char *arguments;
         int status;
-        const char *told;  // a piece of what it prints
+        const char *printed;  // a piece of what it prints
     } rows[] = {
         {"--to mmr mr mmr", 0, ""},  // replaces
         {"--to mmr cut mh", 1, "t4dec_change_format: data_len="},
@@ -177,7 +177,7 @@ TEST(Faxconv, DoesWhatItSaysAndReportsHowItWent)
     for (const auto &row : rows) {
         const ended_t ended = run_shell("cd " + dir.path() + " && " FAXCONV " " + row.arguments);
         EXPECT_EQ(ended.status, row.status) << row.arguments << "\n" << ended.output;
-        EXPECT_NE(ended.output.find(row.told), std::string::npos) << row.arguments << "\n" << ended.output;
+        EXPECT_NE(ended.output.find(row.printed), std::string::npos) << row.arguments << "\n" << ended.output;
     }
     EXPECT_TRUE(read_file(dir / "mr") == mr);
     EXPECT_TRUE(read_file(dir / "mmr") == fax_file_of({encode(page, 3)}, 3, "#PAGES:1\nRESOLUTION:1\n"));

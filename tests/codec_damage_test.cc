@@ -60,13 +60,6 @@ TEST_P(CodecDamage, KeepsTheLinesBeforeACut)
         for (size_t n = GetParam() == 1; n < bytes.size(); n++)  // MR takes no empty page
             cut(bytes, whole, n);
     }
-    std::mt19937 random(7);
-    for (const sample_page &large : sample_pages(400)) {
-        const std::string bytes = encode(large.lines, GetParam());
-        const page_t whole = decode(bytes, GetParam()).lines;
-        for (int i = 0; i < 200 / 6; i++)
-            cut(bytes, whole, 1 + random() % (bytes.size() - 1));
-    }
 }
 
 TEST_P(CodecDamage, CostsFewLinesWhereLinesStandAlone)

@@ -111,8 +111,11 @@ TEST(T4Encoder, FailuresStick)
         asked = 0;
         EXPECT_EQ(encode_g3_fax(give_uneven, take, df, 0), 1);
     }
+    auto give_long = [](const unsigned char **, int *) { return 4000; };  // no run word holds its pixels
+    EXPECT_EQ(encode_g3_fax(give_long, take, 3, 0), 1);
     EXPECT_EQ(out.text(), "encode_g3_fax: Line size changed for encoding. Can't do that!\n"
-                          "enct4_MMR: Line size changed for MMR encoding. Can't do that!\n");
+                          "enct4_MMR: Line size changed for MMR encoding. Can't do that!\n"
+                          "enct4_MMR: Lines of 4000 bytes are too long\n");
 }
 
 }  // namespace faxtray

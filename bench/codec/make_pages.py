@@ -4,7 +4,7 @@
 usage: make_pages.py FOLDER
 
 Ghostscript draws them; what a scanner and a fax machine would add (a slightly turned sheet, ragged edges,
-specks, error diffusion) is put on here. The same call gives the same pages.
+specks, error diffusion) is added here. The same call makes the same pages.
 """
 import pathlib
 import random

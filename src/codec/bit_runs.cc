@@ -1,5 +1,5 @@
-// Works on whole bytes, with a mask at each end of a stretch; a search skips eight bytes of one colour at a
-// time.
+// Works on whole bytes, with a mask at each end of a stretch;
+// a search skips eight bytes of one colour at a time.
 #include "codec/bit_runs.h"
 
 #include <bit>

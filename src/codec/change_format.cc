@@ -43,8 +43,8 @@ namespace {
 
 using byte_ptr = std::unique_ptr<unsigned char, deleter<free>>;
 
-// The conversion under way. The decoder's and the encoder's callbacks have no argument that could point to
-// it.
+// The conversion under way. The decoder's and the encoder's
+// callbacks have no argument that could point to it.
 struct Oconv_st {
     byte_ptr lines;                     // decoded lines of the page, where bitmaps are collected
     size_t capacity = 0, used = 0;      // bytes of `lines`
@@ -120,8 +120,8 @@ static bool write_piece()
     return written;
 }
 
-// The low byte of each word comes first: decoders take bytes in file order, each from its least significant
-// bit on.
+// The low byte of each word comes first: decoders take bytes
+// in file order, each from its least significant bit on.
 int fp_putdataf(const uint16_t *words, int count)
 {
     for (int done = 0; done < count;) {
@@ -156,8 +156,8 @@ enum class outcome { done, skipped, failed };
 
 }  // namespace
 
-// Reads up to `n` bytes, as far as the file goes. A failure to read is a short read: there is one message for
-// both.
+// Reads up to `n` bytes, as many as the file has. A failure to
+// read is a short read: there is one message for both.
 static size_t read_bytes(input_t &in, void *bytes, size_t n)
 {
     const ssize_t got = std::max<ssize_t>(read_full(in.fd.get(), bytes, n), 0);
@@ -275,8 +275,8 @@ static bool recode_page(const unsigned char *data, size_t length, int from, int 
     return (by_bitmaps ? recode_lines : recode_changing_elements)(data, length, from, to, vr);
 }
 
-// Writes a page with its length before it. The length is known last, so its place is left out and written
-// afterwards.
+// Writes a page with its length before it. The length is known
+// last, so its place is left out and written afterwards.
 static bool write_page(const input_t &in, size_t length, int from, int to, int vr)
 {
     const off_t start = conversion.offset;
@@ -320,7 +320,7 @@ static bool recode_pages(input_t &in, int from, int to, int vr, void (*progress)
 namespace {
 
 // The re-coded fax. It is removed unless it has taken the place of the fax.
-struct output_t {
+struct recoded_file_t {
     unique_fd fd;
     scratch_file file;
 };
@@ -329,7 +329,7 @@ struct output_t {
 
 // Creates PATH.PID. It is noted before it exists, so that no crash leaves a file that nobody knows of, and
 // never opened through a link, which would overwrite the file of somebody else.
-static bool create_output(output_t &out, const char *path)
+static bool create_output(recoded_file_t &out, const char *path)
 {
     std::string beside = std::string(path) + "." + std::to_string(getpid());
     if (beside.size() < MAXPATHLEN) {
@@ -346,7 +346,7 @@ static bool create_output(output_t &out, const char *path)
 }
 
 // Moves the output over the fax: onto the disk first, so that no crash leaves less than the fax was.
-static bool move_output(output_t &out, const char *path)
+static bool move_output(recoded_file_t &out, const char *path)
 {
     const bool synced = fsync(out.fd.get()) == 0;
     if (close(out.fd.release()) != 0 || !synced) {
@@ -361,8 +361,8 @@ static bool move_output(output_t &out, const char *path)
     return true;
 }
 
-// Opens the file and reads its header. O_NONBLOCK: a pipe, which is no fax, must not make us wait for its
-// other end.
+// Opens the file and reads its header. O_NONBLOCK: a pipe,
+// which is no fax, must not make us wait for its other end.
 static bool open_input(input_t &in)
 {
     in.fd.reset(open(in.path, O_RDONLY | O_NONBLOCK | O_NOCTTY | O_CLOEXEC));
@@ -415,7 +415,7 @@ static int change_format(input_t &in, int to, void (*progress)())
 
     // Pages are written by offset, which leaves room for lengths that are not known yet.
     t4dec_set_pixel_width(line_width);
-    output_t out;
+    recoded_file_t out;
     if (!create_output(out, in.path) || set_compression_mode(in.header.get(), to) != 1 ||
         write_fax_header(out.fd.get(), in.header.get()) != 1)
         return 0;

@@ -12,8 +12,8 @@ namespace faxtray {
 // and our user as its owner.
 int t4dec_change_format(const char *path, int df, int ignored, void (*progress)());
 
-// The conversion's callbacks for decoder and encoder. They work on the conversion under way; nobody else
-// calls them.
+// The conversion's callbacks for decoder and encoder. They
+// work on the conversion under way; nobody else calls them.
 
 // Collects a decoded line; drops it without memory.
 void fp_found_line(const unsigned char *line, int bytes);

@@ -164,8 +164,8 @@ int line_reader_t::run(int colour)
 // only long runs, runs of 0 and what is no run are left to run().
 bool line_reader_t::one_dimensional(line_changes_t &line)
 {
-    // Most lines of most pages are white. The code for it has a make-up code, which the table below is too
-    // narrow for.
+    // Most lines of most pages are white. The code for it has a
+    // make-up code, which the table below is too narrow for.
     if (fill() && source.peek(static_cast<int>(white_line.length())) == white_line.bits()) {
         source.skip(white_line.length());
         line.end(0);
@@ -251,8 +251,8 @@ bool line_reader_t::horizontal(line_state_t &state, int16_t *out, const int16_t 
         const int first = run(colour), second = run(!colour);
         a1 = from + first;
         a2 = a1 + second;
-        // At the start of a line a0 is -1, not `from`, so that a first run of 0 passes: the line begins
-        // black.
+        // At the start of a line a0 is -1, not `from`, so that a first
+        // run of 0 passes: the line begins black.
         if (first < 0 || second < 0 || a1 == state.a0 || (a2 == a1 && a2 != width))
             return false;
     }
@@ -385,7 +385,7 @@ long fast_lines(fast_page_t &page)
             break;
         const bool same = times > 0 || (one_dimensional && line->count == 0 && above->count == 0);
 
-        // What lies beyond the data is zeros that the reader made up, so a line that needs them is not there.
+        // Beyond the data the reader makes up zeros. A line that needs them is incomplete.
         if ((has_eols && !reader.eol(has_tags ? &one_dimensional : nullptr)) ||
             reader.bit() > 8 * page.length)
             break;

@@ -55,9 +55,9 @@ void fast_encoder_t::hand_over()
     used %= 2;
 }
 
-// Codes the line's runs, a white and a black one at a time: their codes, of at most 26 bits each, fit into
-// the word together. With an odd number of changes the last black run ends at the width, which follows the
-// list.
+// Codes the line's runs, a white and a black one at a time: their codes,
+// of at most 26 bits each, fit into the word together. With an odd number
+// of changes the last black run ends at the width, which follows the list.
 void fast_encoder_t::one_dimensional()
 {
     const fast_tables_t &tables = fast_tables();
@@ -156,7 +156,7 @@ void fast_encoder_t::line(const line_changes_t &changes, bool same)
     code_line(same);
 }
 
-// The list is made in place of that of the line before the last, which nobody needs any more.
+// The new list replaces that of the line before the last, which is not needed any more.
 void fast_encoder_t::line(const unsigned char *bitmap, bool same)
 {
     if (!same) {

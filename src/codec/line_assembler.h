@@ -1,8 +1,8 @@
-// line_assembler: assembles the runs of one-dimensionally coded lines into bitmap lines, and conceals damaged
-// ones.
+// line_assembler: assembles the runs of one-dimensionally
+// coded lines into bitmap lines, and conceals damaged ones.
 //
-// A bitmap line is (width + 7) / 8 bytes, the leftmost pixel in the most significant bit of the first; 1 is
-// black.
+// A bitmap line is (width + 7) / 8 bytes, the leftmost pixel
+// in the most significant bit of the first; 1 is black.
 #pragma once
 
 #include <cstdint>

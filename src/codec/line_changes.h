@@ -15,9 +15,9 @@ inline constexpr int changes_bitmap_size = changes_line_bytes + 8;  // what draw
 struct line_changes_t {
     int count = 0;
 
-    // Strictly ascending; element 0 may be pixel 0. They are followed by enough copies of the width that a
-    // block of 8 can be loaded from any element, and preceded by -1. Coders may write up to a block past the
-    // end.
+    // Strictly ascending; element 0 may be pixel 0. They are followed by enough
+    // copies of the width that a block of 8 can be loaded from any element, and
+    // preceded by -1. Coders may write up to a block past the end.
     int16_t *at() { return room + 8; }
     const int16_t *at() const { return room + 8; }
 
@@ -48,8 +48,8 @@ private:
 // Makes the list of a bitmap line of changes_line_bytes bytes, at any address.
 void find_changes(const unsigned char *bitmap, line_changes_t &line);
 
-// Draws the bitmap line of a list. `bitmap` has changes_bitmap_size bytes; those after the line are undefined
-// afterwards.
+// Draws the bitmap line of a list. `bitmap` has changes_bitmap_size
+// bytes; those after the line are undefined afterwards.
 void draw_changes(const line_changes_t &line, unsigned char *bitmap);
 
 }  // namespace faxtray

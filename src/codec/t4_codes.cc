@@ -250,7 +250,7 @@ template <int Size> static constexpr void unfold(const seedling_t<Size> &from, t
     tree[zeros].next[0] = place + zeros;  // fill
 }
 
-// A leaf stands in for the next tree's root.
+// Makes a leaf double as the next tree's root.
 static constexpr void link_leaf(t4_node_t &leaf, const t4_node_t &next_root)
 {
     for (int bit : {0, 1})

@@ -24,7 +24,7 @@ static bool go_on_fast(fast_page_t &page, unsigned char *last_line)
     return lines > 0;
 }
 
-// Without lines taken fast there is nothing to resume: the walk just goes on.
+// If no line was taken fast, the walk continues where it is.
 static int decode_MH(fast_page_t &page, const t4_callbacks_t &callbacks)
 {
     unsigned char last_line[changes_bitmap_size];
@@ -143,7 +143,7 @@ int t4dec(const unsigned char *data, size_t length, int df, const t4_callbacks_t
 void t4dec_set_debug(const char *text)
 {
     while (text && *text) {
-        // `end` is `text` where there is no number; then nothing is set and the search for a comma goes on.
+        // `end` is `text` if there is no number: nothing is set, and what is there is skipped to the comma.
         char *end;
         const long number = strtol(text, &end, 10);
         if (end != text)

@@ -26,9 +26,9 @@ int t4dec_MMR(const unsigned char *data, size_t length, int width, const t4_call
 int t4dec_changes(const unsigned char *data, size_t length, int df, changes_callback found, void *user,
                   const t4_callbacks_t &walked);
 
-// Sets bits of the debug flags: `text` is a comma-separated list of bit numbers, taken modulo 32; what is no
-// number is skipped. None of our programs calls it; it is there for the fax system's others and for a
-// debugger.
+// Sets bits of the debug flags: `text` is a comma-separated list of bit
+// numbers, taken modulo 32; what is no number is skipped. None of our programs
+// calls it; it is there for the fax system's others and for a debugger.
 void t4dec_set_debug(const char *text);
 uint32_t t4dec_debug();                         // the flags set so far
 enum : uint32_t { T4_DEBUG_BITMAPS = 1 << 0 };  // t4dec_change_format decodes to bitmaps and encodes these

@@ -56,7 +56,7 @@ static void clear_packer()
     leftOverLen = 0;
 }
 
-// Hands over a partly filled word as it stands, its high bits 0.
+// Hands over a partly filled word, its high bits 0.
 static void put_left_over(output_t &output)
 {
     if (leftOverLen > 0)
@@ -200,8 +200,8 @@ static void code_two_dimensional(const unsigned char *line, const unsigned char 
 
 namespace {
 
-// How a page is coded: of every `k` lines the first one-dimensionally; none if k is 0. An EOL of 0 means
-// none.
+// How a page is coded: of every `k` lines the first
+// one-dimensionally; none if k is 0. An EOL of 0 means none.
 struct page_coding_t {
     const char *function;  // its name in messages
     int df;

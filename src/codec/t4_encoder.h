@@ -27,16 +27,16 @@ enum : uint16_t {
 // left; less than -1 on failure. The lines remain the callback's.
 using t4_get_lines = int (*)(const unsigned char **lines, int *count);
 
-// Receives `count` words of coded bits, the first bit in the least significant. Returns a negative value on
-// failure.
+// Receives `count` words of coded bits, the first bit in the
+// least significant. Returns a negative value on failure.
 using t4_put_words = int (*)(const uint16_t *words, int count);
 
-// Codes a page as `df` DF_MH, DF_MR (one line in K is one-dimensional: 4 for VR code 1, otherwise 2) or
-// DF_MMR. Returns 0; the first negative result of `put_words`; the result of `get_lines` if it failed; or 1
-// for another code, without memory, and for lines that are too long or change their size, the last three with
-// a message on standard output. A line of less than 1728 pixels is filled up with a white run where it is
-// coded one-dimensionally. After a failure of `put_words` it is not called again, but all lines are still
-// asked for.
+// Codes a page as `df` DF_MH, DF_MR (one line in K is one-dimensional: 4 for VR code 1,
+// otherwise 2) or DF_MMR. Returns 0; the first negative result of `put_words`; the result of
+// `get_lines` if it failed; or 1 for another code, without memory, and for lines that are
+// too long or change their size, the last three with a message on standard output. A line of
+// less than 1728 pixels is filled up with a white run where it is coded one-dimensionally.
+// After a failure of `put_words` it is not called again, but all lines are still asked for.
 int encode_g3_fax(t4_get_lines get_lines, t4_put_words put_words, int df, int vr);
 
 // encode_g3_fax for DF_MMR. For the fax system's other programs; none here calls it.

@@ -43,9 +43,9 @@ MH_walk::MH_walk(const unsigned char *data, size_t length, const t4_callbacks_t 
     t4_page_counts = {};
 }
 
-// Kept: a line is passed on at the EOL after it, so the EOL at the start of a page makes a white line and the
-// last line of a page that ends without an EOL is lost. faxconv warns of it; pages would change their lines
-// otherwise.
+// Kept: a line is passed on at the EOL after it, so the EOL at the start of a
+// page makes a white line and the last line of a page that ends without an
+// EOL is lost. faxconv warns of it; readers of re-coded faxes know these lines.
 bool MH_walk::next_line()
 {
     at_line_start_ = walk(at_, [this](int value) {
@@ -88,8 +88,8 @@ MR_MMR_walk::~MR_MMR_walk()
     dec2d_tag_node->value = T4_INNER;
 }
 
-// Where the data end within a line, it is passed on filled up white. A T.6 page without any line is a white
-// one.
+// Where the data end within a line, it is passed on filled up
+// white. A T.6 page without any line is a white one.
 bool MR_MMR_walk::next_line()
 {
     at_line_start_ = !ended_ && walk(at_, [this](int value) { return take(value); }) && !ended_;
@@ -164,7 +164,7 @@ bool MR_MMR_walk::take_mode(int mode)
     code_read_ = true;
     switch (mode) {
     case T4_PASS:
-        // To b2; the run goes on below it, so run_start_ stays.
+        // To b2. The current run continues past it, so run_start_ stays.
         a0_ = bit_next_trans(reference_, bit_find_b1(reference_, a0_, width_, black_), width_, !black_);
         return code_done();
     case T4_HORIZONTAL:

@@ -69,8 +69,8 @@ private:
     bool at_line_start_ = false;
 };
 
-// Two-dimensional coding. While a walk of T.6 exists there may be no other, of T.6 or T.4, because it changes
-// dec2d_tree.
+// Two-dimensional coding. While a walk of T.6 exists there may
+// be no other, of T.6 or T.4, because it changes dec2d_tree.
 class MR_MMR_walk {
 public:
     enum coding { MR, MMR };

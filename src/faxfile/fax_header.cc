@@ -126,8 +126,8 @@ int set_fax_header_av(fax_header_t *list, const char *name, const char *value)
 
 static void complain_bad_pair(const char *pair)
 {
-    // Kept: "set_fax_header_var", here and below, though no function has that name; scripts search logs for
-    // it.
+    // Kept: "set_fax_header_var", here and below, though no
+    // function has that name; scripts search logs for it.
     complain("set_fax_header_var: Bad attr-value pair: [%s]\n", pair);
 }
 
@@ -309,8 +309,8 @@ static size_t read_text_length(int fd)
     return length;
 }
 
-// True if the file is long enough for a text block of that length. Asked first, so that a false length
-// allocates nothing.
+// True if the file is long enough for a text block of that
+// length. Asked first, so that a false length allocates nothing.
 static bool holds_text(int fd, size_t length)
 {
     struct stat st;
@@ -380,8 +380,8 @@ static char *append(char *to, string_view text)
 
 int write_fax_header(int fd, const fax_header_t *list)
 {
-    // Counted first: the preamble says how long the text is, and a list that cannot be written leaves the
-    // file alone.
+    // Counted first: the preamble says how long the text is, and a
+    // list that cannot be written leaves the file alone.
     size_t length = 1;  // the terminator
     for (const fax_header_t *node = list; node; node = node->next)
         length += strlen(node->name) + strlen(node->value) + 2;

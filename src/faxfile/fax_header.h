@@ -22,9 +22,9 @@ struct fax_header_t {
     fax_header_t *next;
 };
 
-// Reads the header of a file, or returns null with a message on standard error and standard output. Starts at
-// offset 0 wherever the file is positioned, and leaves it at the first byte of page data. The caller frees
-// the list.
+// Reads the header of a file, or returns null with a message on standard error
+// and standard output. Starts at offset 0 wherever the file is positioned, and
+// leaves it at the first byte of page data. The caller frees the list.
 fax_header_t *read_fax_header(int fd);
 
 // Finds the values of `count` names in the first `n` bytes of a file, for scans that want a few values of
@@ -53,14 +53,14 @@ const char *get_fax_header_value(const fax_header_t *list, const char *name);
 // new_fax_header. Returns 1, or -1 with a message and the list as it was.
 int set_fax_header_av(fax_header_t *list, const char *name, const char *value);
 
-// The same from "name:value", split at the first colon. For the fax system's other programs; none here calls
-// it.
+// The same from "name:value", split at the first colon. For
+// the fax system's other programs; none here calls it.
 int set_fax_header_string(fax_header_t *list, const char *pair);
 
-// VR and DF codes (fax_params.h). For a value that is missing or cannot be decoded the getters return -1 with
-// a warning on standard output; a missing compression is DF_MH without one. The setters return 1, or -1 with
-// a message on standard output. set_vertical_resolution is for the fax system's other programs; none here
-// calls it.
+// VR and DF codes (fax_params.h). For a value that is missing or cannot be decoded
+// the getters return -1 with a warning on standard output; a missing compression is
+// DF_MH without one. The setters return 1, or -1 with a message on standard output.
+// set_vertical_resolution is for the fax system's other programs; none here calls it.
 int get_vertical_resolution(const fax_header_t *list);
 int set_vertical_resolution(fax_header_t *list, int code);
 int get_compression_mode(const fax_header_t *list);

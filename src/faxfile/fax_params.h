@@ -1,7 +1,7 @@
 // fax_params: the parameters of a fax call as the single characters that header attributes hold.
 //
-// Only VR and DF are used by our programs. The other six are for the fax system's other programs; none here
-// calls them.
+// Only VR and DF are used by our programs. The other six are
+// for the fax system's other programs; none here calls them.
 #pragma once
 
 namespace faxtray {

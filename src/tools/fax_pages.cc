@@ -1,5 +1,5 @@
-// A page is read only if the file holds all of it, so that a false length in a damaged file allocates no
-// memory.
+// A page is read only if the file holds all of it, so that a
+// false length in a damaged file allocates no memory.
 #include "tools/fax_pages.h"
 
 #include <fcntl.h>
@@ -133,8 +133,8 @@ bool print_fax_info(const std::string &path, bool json)
     if (!json)
         print_header(fax);
 
-    // A page that cannot be decoded does not keep the others from being printed; one that is cut off is the
-    // last.
+    // A page that cannot be decoded does not keep the others from
+    // being printed; one that is cut off is the last.
     bool whole = true, decoded = true;
     std::vector<unsigned char> data;
     while (fax.next <= fax.pages && (whole = read_fax_page(&fax, &data))) {

@@ -5,9 +5,9 @@
 
 namespace faxtray {
 
-// Writes each page of a fax file to "PREFIX-001.pbm" and so on, each whole or not at all; files of these
-// names are replaced. False with a message on standard error at the first failure; the pages written before
-// it stay.
+// Writes each page of a fax file to "PREFIX-001.pbm" and so on, each whole
+// or not at all; files of these names are replaced. False with a message on
+// standard error at the first failure; the pages written before it stay.
 bool write_pbm_pages(const std::string &path, const std::string &prefix);
 
 }  // namespace faxtray

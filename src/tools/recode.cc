@@ -67,7 +67,7 @@ static void warn_of_MH(const std::string &path, int df)
                 printable(path).c_str());
 }
 
-// Re-codes `path` and gives it `mode`. Meanwhile the new file is never more open to others than that.
+// Re-codes `path` and sets its mode to `mode`. Meanwhile the new file is never more open to others than that.
 static bool recode(const std::string &path, int df, mode_t mode)
 {
     // t4dec_change_format creates the new file with mode 0644 less the umask.
@@ -101,7 +101,7 @@ bool recode_to(const std::string &path, const std::string &to, int df)
     fax_pages_t fax;
     if (!open_fax_pages(path, &fax))
         return false;
-    // Renaming would replace a link or a device by a file; whoever named one meant something else.
+    // Renaming would replace the link or device itself, which is hardly what was meant.
     warn_of_MH(path, df);
     if (lstat(to.c_str(), &status) == 0 && !S_ISREG(status.st_mode))
         return complain(to, "can't replace", "it is no regular file");
