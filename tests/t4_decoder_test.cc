@@ -87,7 +87,7 @@ TEST(T4Decoder, EndsT6LinesWhereTheyAreFull)
                      {"H w4 b3 V0 V0 V0 V0 00 EOL EOL V0", bar + bar},
                      {"H w4 b3 V0 EOL V0 V0 V0 EOL EOL", bar + bar},
                      {"H w4 b12 V0", half + white, 0, 1},
-                     {"H w4 b3 V0 V0 V0 VR1 V0 V0 EOL EOL", bar + bar, 1},
+                     {"H w4 b3 V0 V0 V0 VR1 V0 V0 EOL V0 V0 V0 EOL EOL", bar + bar, 1},
                      {"H w4 b3 V0 H w4 000000001 V0 V0 EOL EOL V0", bar + white, 0, 1}});
 }
 

@@ -42,8 +42,8 @@ int encode_g3_fax(t4_get_lines get_lines, t4_put_words put_words, int df, int vr
 // encode_g3_fax for DF_MMR. For the fax system's other programs; none here calls it.
 int enct4_MMR(t4_get_lines get_lines, t4_put_words put_words);
 
-// As encode_g3_fax, but by way of code words for lines of any width; encode_g3_fax has a faster way for lines
-// of 1728 pixels, which must produce the same bits.
+// As encode_g3_fax, but always by way of code words; encode_g3_fax has a faster way for lines of 1728 pixels,
+// which must produce the same bits. Only tests call it.
 int encode_by_words(t4_get_lines get_lines, t4_put_words put_words, int df, int vr);
 
 // Packs the code words up to `end` and hands over the full output words; flush() also the partly filled one,
