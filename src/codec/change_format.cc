@@ -25,6 +25,7 @@
 #include "codec/t4_decoder.h"
 #include "codec/t4_encoder.h"
 #include "disk/files.h"
+#include "disk/flush.h"
 #include "disk/scratch_file.h"
 #include "disk/work_note.h"
 #include "faxfile/fax_header.h"
@@ -348,8 +349,7 @@ static bool create_output(recoded_file_t &out, const char *path)
 // Moves the output over the fax: onto the disk first, so that no crash leaves less than the fax was.
 static bool move_output(recoded_file_t &out, const char *path)
 {
-    const bool synced = fsync(out.fd.get()) == 0;
-    if (close(out.fd.release()) != 0 || !synced) {
+    if (!close_flushed(std::move(out.fd))) {
         fprintf(stderr, "t4dec_change_format: Failure writing %s: %s\n", out.file.path(), strerror(errno));
         return false;
     }
