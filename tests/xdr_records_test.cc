@@ -36,10 +36,10 @@ TEST(XdrRecords, ChunksOfEveryLengthComeBackWhole)
 TEST(XdrRecords, LengthsAreNotBelieved)
 {
     // Refused at once; a claim that would pass costs what came, not what was claimed.
-    for (u_int claim : {0xFFFFFFFFu, 0x80000000u, MAX_WIRE_LENGTH + 1, MAX_WIRE_LENGTH}) {
+    for (u_int claim : {0xFFFFFFFFu, 0x80000000u, max_wire_length + 1, max_wire_length}) {
         in_res_t result = {};
         EXPECT_FALSE(decode(xdr_in_res_t, &result, word(4) + word(claim) + "some"));
-        EXPECT_TRUE(claim == MAX_WIRE_LENGTH || result.fax.bytes == nullptr);
+        EXPECT_TRUE(claim == max_wire_length || result.fax.bytes == nullptr);
         EXPECT_LE(malloc_usable_size(result.fax.bytes), size_t{1100000});
         free_decoded(xdr_in_res_t, &result);
 

@@ -1,7 +1,7 @@
 // faxregd: a small registry daemon for hosts without the fax system's own: start-up and end.
 //
-// Ends with status 10 when it cannot start. It goes into the background only once it serves, so all that may
-// go wrong is told on the caller's standard error.
+// Exits with status 10 if it cannot start. It goes into the background only once it serves, so that whatever
+// goes wrong before is reported on the caller's standard error.
 #include <fcntl.h>
 #include <getopt.h>
 #include <rpc/rpc.h>
@@ -25,10 +25,10 @@
 
 namespace faxtray {
 
-static constexpr int Start_up_failure = 10;
-static constexpr u_long Registry = REGD_PROG_BASE + 1;
+static constexpr int start_up_failure = 10;  // exit status
+static constexpr u_long registry = REGD_PROG_BASE + 1;
 
-static int signals = -1;
+static int signals = -1;  // signalfd of the terminating ones
 
 static int usage(FILE *stream, int status)
 {
@@ -47,7 +47,8 @@ static bool fail(const char *what)
     return false;
 }
 
-// Nothing but the standard streams, and all of them: no socket may get one of their numbers.
+// Leaves open exactly the standard streams. Missing ones are opened, so that no socket gets one of their
+// numbers and receives messages meant for people.
 static bool settle_descriptors()
 {
     close_descriptors_from(STDERR_FILENO + 1);
@@ -61,20 +62,20 @@ static bool settle_descriptors()
     return true;
 }
 
-// The site's own registry goes first.
+// The site's own registry takes precedence: registering would take its place at the port mapper.
 static bool is_only_registry()
 {
     struct utsname host;
     if (uname(&host) < 0)
         return fail("Can't determine local host name");
-    if (!rpc_answers_on(host.nodename, Registry, REGD_VERS) &&
-        !rpc_answers_on("localhost", Registry, REGD_VERS))
+    if (!rpc_answers_on(host.nodename, registry, REGD_VERS) &&
+        !rpc_answers_on("localhost", registry, REGD_VERS))
         return true;
     fprintf(stderr, "%s: A registry daemon is already running on %s\n", Program, host.nodename);
     return false;
 }
 
-// Terminating signals arrive on a descriptor, which the service loop watches.
+// Terminating signals arrive on a descriptor that the service loop watches, so that none interrupts a reply.
 static bool watch_signals()
 {
     for (const int ignored : {SIGPIPE, SIGHUP})
@@ -91,7 +92,7 @@ static bool watch_signals()
 
 static bool no_signal_known()
 {
-    return false;  // they are seen when the loop asks for what is readable next
+    return false;  // select() reports signalfd as readable instead
 }
 
 static void end_on_signal()
@@ -99,14 +100,15 @@ static void end_on_signal()
     signalfd_siginfo info;
     if (read(signals, &info, sizeof info) != sizeof info)
         return;
-    svc_unregister(Registry, REGD_VERS);
+    // Otherwise the port mapper would send clients to a port that is closed or someone else's.
+    svc_unregister(registry, REGD_VERS);
     fprintf(stderr, "%s: Interrupted: signal [%d]\n", Program, static_cast<int>(info.ssi_signo));
     exit(0);
 }
 
 static bool go_into_background()
 {
-    fflush(nullptr);
+    fflush(nullptr);  // or the child would print it a second time
     const pid_t child = fork();
     if (child < 0)
         return fail("fork()");
@@ -114,7 +116,7 @@ static bool go_into_background()
         _exit(0);
     if (setsid() < 0)
         return fail("setsid()");
-    // Standard error stays where somebody keeps it, for what is said of damaged lists.
+    // Standard error is kept unless it is a terminal: damaged lists are reported there.
     const int nowhere = open("/dev/null", O_RDWR | O_CLOEXEC);
     for (const int fd : {STDIN_FILENO, STDOUT_FILENO, STDERR_FILENO})
         if (fd != STDERR_FILENO || isatty(fd))
@@ -123,24 +125,35 @@ static bool go_into_background()
     return true;
 }
 
+// Starts up and serves; returns only if something failed, with a message.
 static void run(bool foreground)
 {
+    // Descriptors first: the checks after it open sockets.
     if (!settle_descriptors() || !is_only_registry() || !watch_signals())
         return;
-    // One record of the lists takes at most a few of its 64 KiB.
-    const rpc_service_t service = {Registry, REGD_VERS, registry_1,      64 * 1024,    MAX_REGISTRY_REQUEST,
-                                   true,     signals,   no_signal_known, end_on_signal};
+    const rpc_service_t service = {
+        .program = registry,
+        .version = REGD_VERS,
+        .dispatch = registry_1,
+        .largest_reply = 64 * 1024,  // one record of the lists takes at most a few KiB
+        .largest_request = max_registry_request,
+        .local = true,  // the lists are private to this host
+        .wake_fd = signals,
+        .wake_pending = no_signal_known,
+        .wake = end_on_signal,
+    };
     if (!rpc_service_create(service)) {
         fail("Can't create service");
         return;
     }
+    // Registered already: when the starting process ends, the registry answers.
     if (!foreground && !go_into_background())
         return;
     rpc_service_run(service);
     fprintf(stderr, "%s: Service exited\n", Program);
 }
 
-// The whole program; the exit status.
+// The whole program; returns the exit status.
 static int faxregd(int argc, char *argv[])
 {
     if (argc > 0)
@@ -162,14 +175,14 @@ static int faxregd(int argc, char *argv[])
         case 'h':
             return usage(stdout, 0);
         default:
-            return usage(stderr, Start_up_failure);
+            return usage(stderr, start_up_failure);
         }
     }
     if (optind < argc)
-        return usage(stderr, Start_up_failure);
+        return usage(stderr, start_up_failure);
     set_registry_files(user_list, modem_list);
     run(foreground);
-    return Start_up_failure;
+    return start_up_failure;
 }
 
 }  // namespace faxtray

@@ -1,4 +1,5 @@
-// The calls that a host without the fax system's own registry needs.
+// The few calls that a host without the fax system's own registry needs. Results are static: they are encoded
+// before the next request is read.
 #include "companion/registry_procedures.h"
 
 #include <cerrno>
@@ -12,7 +13,7 @@
 
 namespace faxtray {
 
-// The text lives until the next error.
+// An error reply; its text is static, valid until the next one.
 static rg_res_t error_reply(int code, int sys_errno, const char *format, ...)
     __attribute__((format(printf, 3, 4)));
 static rg_res_t error_reply(int code, int sys_errno, const char *format, ...)
@@ -52,7 +53,7 @@ static const list_t lists[] = {
     {"forwarder", find_forwarder},
 };
 
-// Kept: the flag is not looked at. Who asks sends 1 for users and forwarders, 0 for modems.
+// Kept: the flag is ignored. Clients send 1 for users and forwarders, 0 for modems.
 static rg_res_t rg_get_av_entry_1_svc(const rg_av_req_t &request)
 {
     if (request.list_kind < 0 || request.list_kind >= static_cast<int>(std::size(lists)))
@@ -67,7 +68,8 @@ static rg_res_t rg_get_av_entry_1_svc(const rg_av_req_t &request)
     case table_answer::FOUND:
         break;
     }
-    static av_list_t alone;  // the entry without the chain behind it
+    // The entry is one of a table; without this copy the reply would carry all the entries after it.
+    static av_list_t alone;
     alone = *entry;
     alone.next = nullptr;
     rg_res_t result = {};
@@ -76,6 +78,7 @@ static rg_res_t rg_get_av_entry_1_svc(const rg_av_req_t &request)
     return result;
 }
 
+// Sends the reply, or an RPC error if it cannot be encoded; a connection that has died needs neither.
 static void answer(SVCXPRT *transport, rg_res_t result)
 {
     if (!svc_sendreply(transport, reinterpret_cast<xdrproc_t>(xdr_rg_res_t), &result) &&
@@ -83,6 +86,7 @@ static void answer(SVCXPRT *transport, rg_res_t result)
         svcerr_systemerr(transport);
 }
 
+// Decodes the request, answers it and frees it, also what was decoded of a damaged one.
 static void answer_av_entry(SVCXPRT *transport)
 {
     const auto xdr_request = reinterpret_cast<xdrproc_t>(xdr_rg_av_req_t);

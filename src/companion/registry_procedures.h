@@ -5,10 +5,11 @@
 
 namespace faxtray {
 
-inline constexpr u_int MAX_REGISTRY_REQUEST = 64 * 1024;  // bytes
+inline constexpr u_int max_registry_request = 64 * 1024;  // bytes
 
 // Answers one call: the null procedure, the revision and one record by key. Every other procedure of the
-// program gets an error that says it is not served here.
+// program is answered with an error record, not RPC's PROC_UNAVAIL, which clients of the registry could not
+// show.
 void registry_1(svc_req *request, SVCXPRT *transport) noexcept;
 
 }  // namespace faxtray

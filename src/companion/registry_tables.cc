@@ -7,6 +7,7 @@
 #include <new>
 
 #include "config/av_table.h"
+#include "config/info_file.h"
 #include "config/modem_list_file.h"
 #include "config/munged_name.h"
 #include "config/user_list_file.h"
@@ -25,7 +26,7 @@ void set_registry_files(const char *user_list, const char *modem_list)
     modem_list_path = modem_list;
 }
 
-// Takes over an entry as others may see it.
+// Takes over an entry, without what others may not see. Returns false if it cannot be stored.
 static bool store_user(av_table_t *table, av_list_ptr entry)
 {
     if (!entry)
@@ -34,7 +35,7 @@ static bool store_user(av_table_t *table, av_list_ptr entry)
     return table->update(std::move(entry));
 }
 
-// "admin" and "default" first, then every section that is neither, as the inbox server has them.
+// "admin" and "default" first, then every section that is neither in any spelling, as in the inbox server.
 static bool load_users(av_table_t *table)
 {
     for (const char *name : {"admin", "default"})
@@ -47,12 +48,14 @@ static bool load_users(av_table_t *table)
     return true;
 }
 
-// Whether the last call went well, or found no file: then the two built-in records stand.
+// Whether the last call succeeded or found no file, when the two built-in records serve.
 static bool ui_good()
 {
-    return ui_error() == 0 || ui_error() == 2;
+    return ui_error() == INFO_OK || ui_error() == INFO_NOT_OPEN;
 }
 
+// Loads the table again if the file has changed. A new table replaces the old one only when it is whole, so
+// that an edit in progress takes no user away. False if there is no table at all.
 static bool refresh_users()
 {
     if (users && !ui_stale(user_list_path))
@@ -85,6 +88,7 @@ table_answer find_forwarder(const char *name, const av_list_t **entry)
 
 table_answer find_modem(const char *name, const av_list_t **entry)
 {
+    // The file stays open between questions; mi_open of a file that has changed closes it first.
     static bool opened = false;
     if (!opened || mi_stale(modem_list_path))
         opened = mi_open(modem_list_path, stderr);
@@ -94,7 +98,8 @@ table_answer find_modem(const char *name, const av_list_t **entry)
     *entry = modem.get();
     if (modem)
         return table_answer::FOUND;
-    const bool good = is_empty(name) || mi_error() == 0 || mi_error() == 2;  // 2: there is no file
+    // Without a file no modem is known; only a file that cannot be read is a failure.
+    const bool good = is_empty(name) || mi_error() == INFO_OK || mi_error() == INFO_NOT_OPEN;
     return good ? table_answer::UNKNOWN : table_answer::NOT_LOADED;
 }
 

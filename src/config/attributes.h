@@ -1,4 +1,5 @@
-// attributes: numbers for the enumerated settings of user entries and for their values.
+// attributes: numbers for the enumerated settings of user entries and for their values, so that code can
+// switch on numbers instead of comparing strings.
 #pragma once
 
 #include "config/av_list.h"
@@ -57,22 +58,23 @@ enum : int {
 
 struct as_value_t {
     int attr;           // attribute handle
-    const char *value;  // as it stands in USER_LIST.info
+    const char *value;  // as written in USER_LIST.info
     int handle;
 };
 
 struct as_attr_t {
     int attr;
     const char *name;
-    int default_value;         // value handle, -1 for none
-    const as_value_t *values;  // first of its rows, sorted by value; null when it takes free text
+    int default_value;  // value handle, -1 for none. For the fax system's other programs; not read here
+    const as_value_t *values;  // the first of its rows, which are sorted by value; null for free text
 };
 
-// Sorts the tables at the first call; every look-up calls it. Always 1.
+// Returns 1. The tables need no preparation. For the fax system's other programs; none here calls it, nor
+// as_get_entry_by_string or as_get_attr_handle.
 int as_init_lookup();
 
-// Look-ups are exact, upper and lower case told apart. Not found: null, or -1 for a handle. Rows and
-// texts are the tables' own, for good.
+// Look-ups are exact and case-sensitive. They return null, or -1 for a handle, when nothing is found. Rows
+// and texts belong to the tables and are never freed.
 const as_attr_t *as_get_entry(int attr);
 const as_attr_t *as_get_entry_by_string(const char *name);
 int as_get_attr_handle(const char *name);

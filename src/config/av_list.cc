@@ -10,7 +10,7 @@
 
 namespace faxtray {
 
-static int av_errno = 0;
+static int av_errno = 0;  // see av_error()
 
 static void free_one_node(av_node_t *node)
 {
@@ -19,6 +19,7 @@ static void free_one_node(av_node_t *node)
     free(node);
 }
 
+// One entry of a table, without the entries after it.
 static void free_one_list(av_list_t *list)
 {
     free_av_node(list->nodes);
@@ -44,7 +45,7 @@ void av_free(av_list_t *list)
     }
 }
 
-// A list of that key, or null without memory; says nothing.
+// A list with that key, or null, without a message, when out of memory.
 static av_list_t *make_list(const char *key)
 {
     av_list_ptr list(static_cast<av_list_t *>(calloc(1, sizeof(av_list_t))));
@@ -53,6 +54,7 @@ static av_list_t *make_list(const char *key)
     return list.release();
 }
 
+// The same for a node; a null value becomes "".
 static av_node_t *make_node(const char *attr, const char *value)
 {
     av_node_ptr node(static_cast<av_node_t *>(calloc(1, sizeof(av_node_t))));
@@ -97,12 +99,13 @@ int add_av_node(av_node_t **chain, av_node_t *node)
     while (*chain && (order = strcmp((*chain)->attr, node->attr)) < 0)
         chain = &(*chain)->next;
 
-    av_node_t *behind = *chain;
-    if (behind && order == 0) {
-        behind = behind->next;
+    // `*chain` is now the link that will hold the node: the first greater name, the same name, or the end.
+    av_node_t *rest = *chain;
+    if (rest && order == 0) {
+        rest = rest->next;
         free_one_node(*chain);
     }
-    node->next = behind;
+    node->next = rest;
     *chain = node;
     return 1;
 }
@@ -116,12 +119,7 @@ int av_put(av_list_t *list, const char *attr, const char *value)
         fprintf(stderr, "av_put: Can't create new av node.\n");
         return 0;
     }
-    if (!add_av_node(&list->nodes, node)) {
-        fprintf(stderr, "av_put: Can't put new av node.\n");
-        free_av_node(node);
-        return 0;
-    }
-    return 1;
+    return add_av_node(&list->nodes, node);
 }
 
 av_node_t *av_get_node(const av_list_t *list, const char *attr)
@@ -156,7 +154,7 @@ av_list_t *av_get(av_list_t *table, key_compare cmp, const char *key)
 {
     av_errno = 0;
     if (is_empty(key)) {
-        fprintf(stderr, "av_get: Invalid search key: [%s].\n", key ? key : "(null)");
+        fprintf(stderr, "av_get: Invalid search key: [%s].\n", shown(key));
         av_errno = 1;
         return nullptr;
     }
@@ -165,9 +163,10 @@ av_list_t *av_get(av_list_t *table, key_compare cmp, const char *key)
     return table;
 }
 
-// The node and all behind it, or null without memory; says nothing.
+// A copy of the node and all after it, or null, without a message, when out of memory.
 static av_node_t *copy_nodes(const av_node_t *node)
 {
+    // `head` owns the copy from its first node on, so that a failure half-way frees what was made.
     av_node_ptr head;
     for (av_node_t *last = nullptr; node; node = node->next) {
         av_node_t *copy = make_node(node->attr, node->value);
@@ -200,6 +199,7 @@ av_list_t *copy_av_list(const av_list_t *list)
         fprintf(stderr, "copy_av_list: Bad av node.\n");
         return nullptr;
     }
+    // A list without attributes has a null chain, which is no failure.
     av_list_ptr copy(make_list(list->key));
     if (!copy || (list->nodes && !(copy->nodes = copy_nodes(list->nodes)))) {
         fprintf(stderr, "copy_av_list: Out of memory: %s.\n", strerror(errno));
@@ -258,6 +258,7 @@ int avl_update(av_list_t **table, key_compare cmp, const av_list_t *list)
         fprintf(stderr, "avl_update: av_copy failed.\n");
         return 0;
     }
+    // The copy takes the old entry's place in the chain, so that an update keeps the order of the others.
     while (*table && cmp(copy->key, (*table)->key) != 0)
         table = &(*table)->next;
     if (av_list_t *old = *table) {
@@ -287,6 +288,7 @@ int av_printf(FILE *stream, const av_list_t *list)
 {
     av_errno = 0;
     for (; list; list = list->next) {
+        // A full disk shows at the first line that cannot be written; the rest is not tried.
         int written = fprintf(stream, "key:         [%s]\n", list->key);
         for (const av_node_t *node = list->nodes; node && written >= 0; node = node->next)
             written = fprintf(stream, "    %s = [%s]\n", node->attr, node->value);

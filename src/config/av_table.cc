@@ -17,6 +17,7 @@ int av_table_t::update(av_list_ptr &&list) noexcept
     if (!list || !list->key || !*list->key)
         return avl_update(&head_, munged_strcmp, list.get());  // refuses with its messages
     if (!equals_itself(list->key)) {
+        // Equal to no name, not even its own: nothing to replace, and nobody will ask for it.
         append(list.release());
         return 1;
     }
@@ -26,7 +27,8 @@ int av_table_t::update(av_list_ptr &&list) noexcept
             append(list.release());
             return 1;
         }
-        // The old record stays where it is in the chain and takes the new content.
+        // The old record keeps its place in the chain and takes the new content: the index, and pointers into
+        // the chain, stay valid.
         av_list_t *old = place->second;
         std::swap(old->key, list->key);
         std::swap(old->check_value, list->check_value);
@@ -40,6 +42,7 @@ int av_table_t::update(av_list_ptr &&list) noexcept
 
 av_list_t *av_table_t::get(const char *name) const noexcept
 {
+    // A look-up in an empty table refuses a null or empty name with av_get's message and error number.
     if (!av_get(nullptr, munged_strcmp, name) && av_error() != 0)
         return nullptr;
     if (!equals_itself(name))
@@ -48,7 +51,7 @@ av_list_t *av_table_t::get(const char *name) const noexcept
         auto place = index_.find(munged_key(name));
         return place == index_.end() ? nullptr : place->second;
     } catch (const std::bad_alloc &) {
-        return av_get(head_, munged_strcmp, name);  // the long way needs no memory
+        return av_get(head_, munged_strcmp, name);  // slower, but needs no memory
     }
 }
 

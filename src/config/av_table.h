@@ -1,6 +1,6 @@
 // av_table: a table of av lists with an index by munged name beside the chain, so that loading and
-// looking up twenty thousand entries is not quadratic. What av_get and avl_update with munged_strcmp
-// would find, replace and append is found, replaced and appended here.
+// looking up twenty thousand entries is not quadratic. Finds, replaces and appends exactly as av_get and
+// avl_update with munged_strcmp would.
 #pragma once
 
 #include <map>
@@ -18,15 +18,15 @@ public:
     av_table_t &operator=(const av_table_t &) = delete;
     ~av_table_t() { clear(); }
 
-    av_list_t *head() const noexcept { return head_; }  // the chain, in order; the table's own
+    av_list_t *head() const noexcept { return head_; }  // the chain, in order; owned by the table
 
-    // Takes `list` over: in place of the entry of the same name, else at the end. Its `next` must be
-    // null. Returns 1, or 0 for an empty key or without memory, as avl_update says it; `list` then
-    // stays the caller's, who may print and must free it.
+    // Takes `list` over, in place of the entry of the same name or else at the end. Its `next` must be null.
+    // Returns 1, or 0 for an empty key or when out of memory, with avl_update's messages; the caller then
+    // still owns `list`.
     int update(av_list_ptr &&list) noexcept;
 
-    // The first entry of that name, or null; messages and av_error() as av_get. The table's own, valid
-    // until the next update.
+    // The first entry of that name, or null; messages and av_error() as av_get. It belongs to the table and
+    // is valid until the next update.
     av_list_t *get(const char *name) const noexcept;
 
     void clear() noexcept;
@@ -36,7 +36,7 @@ private:
 
     av_list_t *head_ = nullptr;
     av_list_t *last_ = nullptr;
-    // Only names that equal themselves: no other name is ever found again.
+    // Holds only names for which equals_itself() is true; the others can never be looked up.
     std::map<std::string, av_list_t *, munged_less> index_;
 };
 

@@ -7,7 +7,7 @@ namespace faxtray {
 
 void tr_av_printf(const av_list_t *list)
 {
-    if (!list || !tr_writing())
+    if (!list || !tr_writing())  // saves formatting a long list for nothing
         return;
     trprintf("key:         [%s]\n", list->key);
     trprintf("check_value: [%ld]\n", static_cast<long>(list->check_value));

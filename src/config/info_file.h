@@ -1,17 +1,7 @@
-// info_file: the format of USER_LIST.info and MODEMS.info: "[key]" sections of "attribute = value"
-// lines, with a "default" section merged under every other.
+// info_file: an open info file (see info_lines for the format): its "default" section merged under every
+// other, look-ups by key or section after section, staleness, and writing.
 //
-//   # a comment                      ignored, as are empty lines
-//   [Mary O'Neil]                    section line: the key, trimmed; what follows the "]" is ignored
-//   email_address = mary@localhost   a name of letters, digits and "_", at most 63; then "=", the value
-//   human_name = "  Mary "  ; note   quotes keep blanks; an unescaped ";" or "#" ends the value
-//   group                            no "=" or no value: the empty value
-//
-// Escapes: \\ \n \t \" \# \;. A value holds at most 511 characters. The values of a section whose key
-// begins with "__" are raw: neither escapes, nor quotes, nor comments. A line that is none of these is
-// reported and, kept so, ends its section: the lines up to the next section line are skipped.
-//
-// Line and section faults are told on standard error, all else on the stream given to info_open.
+// Failures are reported on the stream given to info_open.
 #pragma once
 
 #include <cstdio>
@@ -21,42 +11,49 @@
 
 namespace faxtray {
 
+// What info_error(), ui_error() and mi_error() return, unless it is a system error number.
+enum : int {
+    INFO_OK = 0,
+    INFO_FAILED = 1,
+    INFO_NOT_OPEN = 2,  // no open file; of the two lists also: file not found
+    INFO_NO_LIST = 3,   // info_write: null list
+    INFO_NO_KEY = 4,    // info_write: null or empty key
+};
+
 // Opens `path`, for writing too where that is allowed. Its "default" section, merged over `*defaults`,
-// replaces `*defaults` when there is one. `*mtime` gets the file's modification time, 0 on failure.
-// Messages go to `error_stream` from here to info_close (null: none). Null on failure.
+// replaces `*defaults` if there is one. `*mtime` is set to the file's modification time, 0 on failure.
+// Messages go to `error_stream` from here to info_close (null: none). Returns null on failure.
 FILE *info_open(const char *path, av_list_t **defaults, struct timespec *mtime, FILE *error_stream);
 
-// The section of that key, or with a null or empty key the next one, merged over `defaults` (may be
-// null). The caller frees. Null at the end, when there is none (info_error() as it was), or on failure
-// (info_error() not 0).
+// The section with that key, or with a null or empty key the next one, merged over `defaults` (may be null).
+// The caller frees it. Null at the end or if there is none (info_error() is left as it was), or on failure
+// (info_error() is not 0).
 av_list_t *info_get(FILE *file, const av_list_t *defaults, key_compare cmp, const char *key);
 
-// Both change `list` itself and return it; null on failure, `list` then still the caller's.
+// Both change `list` itself and return it, with a new check value. Null on failure; the caller then still
+// owns `list`.
 av_list_t *info_merge(av_list_t *list, const av_list_t *defaults);  // adds what `list` does not set
-av_list_t *info_strip(av_list_t *list, const av_list_t *defaults);  // drops what says the same
+av_list_t *info_strip(av_list_t *list, const av_list_t *defaults);  // removes what equals a default
 
-int info_write(FILE *file, const av_list_t *list);        // one section; 1 or 0
-int info_write_list(FILE *file, const av_list_t *table);  // every section, in order; 1 or 0
-int info_rewind(FILE *file);                              // 1 or 0
+// Write one section, or every section of a table in order. Return 1 or 0. For the fax system's other
+// programs; none here calls them.
+int info_write(FILE *file, const av_list_t *list);
+int info_write_list(FILE *file, const av_list_t *table);
 
-// 1 when the file was modified after `mtime`; 0 also when it cannot be asked (info_error() not 0).
+int info_rewind(FILE *file);  // to the first section; returns 1 or 0
+
+// 1 if the file was modified after `mtime`; 0 also if its status cannot be read (info_error() is then not 0).
 int info_stale(const struct timespec &mtime, const char *path);
 
-// Closes and frees all three (each may be null), sets them to null and forgets the error stream.
+// Closes the file and frees the lists (each may be null), sets all three to null and forgets the error
+// stream.
 void info_close(FILE **file, av_list_t **list_a, av_list_t **list_b);
 
-// 0, 1 failure, 2 null file, 3 null list, 4 null key, else a system error number. Opening, closing and
-// asking for staleness set it anew; the others only when they fail.
+// One of the numbers above or a system error number. info_open, info_close and info_stale reset it; the
+// others only set it when they fail.
 int info_error();
 
-// Stores the sum of all name and value characters as signed bytes.
+// Stores the sum of all characters of names and values, taken as signed bytes, as the check value.
 void info_set_check_value(av_list_t *list);
-
-// The next section as it stands in the file; null at the end or on failure (parse_error() not 0).
-av_list_t *get_row(FILE *file);
-int parse_error();
-
-const char *info_parse_value(const char *text);     // what a value means; static buffer of 512 bytes
-const char *info_unparse_value(const char *value);  // how a value is written; another one
 
 }  // namespace faxtray

@@ -1,5 +1,5 @@
 // modem_defaults: the built-in settings of a fax line, under the "default" section of MODEMS.info.
-// incoming_root is missing here: it is $ONDRIXHOME or the current directory, known at run time only.
+// incoming_root is missing: it is $ONDRIXHOME or the current directory, which are known only at run time.
 #pragma once
 
 namespace faxtray {

@@ -1,7 +1,7 @@
-// modem_list_file: MODEMS.info, the administrator's list of fax lines, a section a device. One open
-// file per process.
+// modem_list_file: MODEMS.info, the administrator's list of fax lines, one section per device. One open file
+// per process.
 //
-// Every entry handed out has an absolute, canonical incoming_dir and the check value of what it holds.
+// Every entry returned has an absolute, canonical incoming_dir and a check value of its content.
 #pragma once
 
 #include <cstdio>
@@ -12,27 +12,29 @@
 namespace faxtray {
 
 // Opens `path`, or with null or "" the file that find_file finds, after closing what was open. Messages
-// go to `error_stream` until mi_close (null: none). 1, also without a file (mi_error() then is not 0);
-// 0 when the defaults cannot be built.
+// go to `error_stream` until mi_close (null: none). Returns 1, also if there is no file (mi_error() is then
+// not 0), or 0 if the defaults cannot be built.
 int mi_open(const char *path, FILE *error_stream);
 
-// A device's settings over the defaults, its name matched exactly; "default" gives the defaults; null
-// gives the next section, passing over those whose incoming directory cannot be made out. The caller
-// frees. Null at the end, when there is none (mi_error() 0) or on failure.
+// A device's settings over the defaults; the name is matched exactly. "default" returns the defaults; null
+// returns the next section, skipping those whose incoming directory cannot be determined. The caller frees
+// the list. Null at the end or if there is none (mi_error() is 0), or on failure.
 av_list_t *mi_get(const char *name);
 
-// The same without the defaults; "default" gives what differs from the built-in ones.
+// The same without the defaults; "default" returns what differs from the built-in ones.
 av_list_t *mi_get_no_defaults(const char *name);
 
-int mi_rewind();  // to the first section; 1 or 0
+int mi_rewind();  // to the first section; returns 1 or 0
 
-// 1 when the file was modified after it was opened last, or is there and could not be opened last.
+// 1 if the file was modified after it was last opened, or exists and could not be opened then; else 0.
 int mi_stale(const char *path);
-time_t mi_last_update(const char *path);  // when the file was modified; 0 on failure
+time_t mi_last_update(const char *path);  // the file's modification time; 0 on failure
 
 void mi_close();
-int mi_error();  // of the last call: 0, 1 failure, 2 not found or not open, else a system error number
-
+int mi_error();           // of the last call; INFO_NOT_OPEN also if the file was not found (see info_file)
 FILE *mi_error_stream();  // as given to mi_open; null when closed
+
+// mi_get_no_defaults, mi_rewind and mi_last_update are for the fax system's other programs; none here calls
+// them.
 
 }  // namespace faxtray

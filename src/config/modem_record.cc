@@ -1,4 +1,4 @@
-// The typed modem record: tables of what the settings may say, and the steps that fill the record.
+// Tables of the values that settings may have, and the steps that fill the record.
 #include "config/modem_record.h"
 
 #include <strings.h>
@@ -46,7 +46,7 @@ static constexpr code_t line_speeds[] = {
 
 static constexpr code_t compressions[] = {{"MH", COMPRESSION_MH}, {"MR", COMPRESSION_MR}};
 
-// Those with a built-in value are required.
+// Command strings, copied unchanged. Those with a built-in value are required.
 static constexpr text_setting_t text_settings[] = {
     {"common_config_string", &modem_record_t::common_config},
     {"user_modem_config", &modem_record_t::user_config},
@@ -63,6 +63,7 @@ static constexpr text_setting_t text_settings[] = {
     {"tattle_tale_register", &modem_record_t::tattle_tale_register},
 };
 
+// Of the channel board; none is required.
 static constexpr text_setting_t channel_settings[] = {
     {"mchannel_type", &modem_record_t::channel_type},
     {"mchannel_remote_type", &modem_record_t::remote_type},
@@ -74,6 +75,7 @@ static bool is_digit(char ch)
     return ch >= '0' && ch <= '9';
 }
 
+// The built-in value of a setting, or null.
 static const char *builtin(const char *attr)
 {
     for (const modem_setting_t &row : modem_defaults)
@@ -90,7 +92,7 @@ template <size_t N> static int find_code(const code_t (&table)[N], const char *t
     return -1;
 }
 
-// True when the whole of `text` is a decimal number, then in `*number`.
+// Stores the number that the whole of `text` is. False, with `*number` unchanged, if it is none.
 static bool scan_number(const char *text, int *number)
 {
     char *end;
@@ -124,10 +126,10 @@ int mi_reservation(const char *usage)
 int mi_is_fclass(char *list_text, const char *fclass)
 {
     if (!list_text || !fclass) {
-        trprintf("mi_is_fclass:  bad arg, fclass_string=%s, fclass=%s.\n", list_text ? list_text : "(null)",
-                 fclass ? fclass : "(null)");
+        trprintf("mi_is_fclass:  bad arg, fclass_string=%s, fclass=%s.\n", shown(list_text), shown(fclass));
         return 0;
     }
+    // Administrators write "1,2,2.0 " or "(1,2)": what surrounds the digits does not matter.
     size_t n = strlen(list_text);
     while (n > 0 && !is_digit(list_text[n - 1]))
         list_text[--n] = '\0';
@@ -145,11 +147,12 @@ int mi_is_fclass(char *list_text, const char *fclass)
     return found;
 }
 
-// The steps of mi_init_modem_info; those that can fail the record return false.
+// The steps of mi_init_modem_info, in its order; those that return false reject the record.
 
 static bool set_device(modem_record_t *record, const av_list_t *entry)
 {
     const char *name = entry->key;
+    // A name that is a path already needs no directory before it. Kept: a backslash counts as well.
     const char *root = av_getv(entry, "dev_root");
     int n;
     if (*name == '/' || *name == '\\')
@@ -166,6 +169,7 @@ static bool set_device(modem_record_t *record, const av_list_t *entry)
     return true;
 }
 
+// Before the other steps: directory and line speed depend on the reservation.
 static bool set_reservation(modem_record_t *record, const av_list_t *entry)
 {
     const char *usage = av_getv(entry, "usage");
@@ -175,6 +179,7 @@ static bool set_reservation(modem_record_t *record, const av_list_t *entry)
     return record->reservation >= 0;
 }
 
+// Messages that begin with "Dialerd" are those of the send and receive daemon, which shares this file.
 static void set_queue(modem_record_t *record, const av_list_t *entry)
 {
     record->out_queue = 1;
@@ -188,7 +193,7 @@ static void set_fclass(modem_record_t *record, const av_list_t *entry)
     const char *classes = av_getv(entry, "class");
     if (!classes)
         return;
-    modem_text_t text;
+    modem_text_t text;  // mi_is_fclass changes what it is given
     snprintf(text.data(), text.size(), "%s", classes);
     if (mi_is_fclass(text.data(), "2"))
         record->fclass = FCLASS_2;
@@ -198,6 +203,7 @@ static void set_fclass(modem_record_t *record, const av_list_t *entry)
         report_to(mi_error_stream(), "init_modem_info: Ignoring invalid class: [%s].\n", classes);
 }
 
+// Kept: voice lines have no incoming directory; their script takes its place in the record.
 static bool set_directory(modem_record_t *record, const av_list_t *entry)
 {
     bool voice = record->reservation == RESERVED_VOICE || record->reservation == RESERVED_VOICE_OUTGOING;
@@ -230,7 +236,8 @@ static void set_permissions(modem_record_t *record, const av_list_t *entry)
         record->permissions = permissions;
 }
 
-// Takes the code of the setting into `*code`. The setting's text when it is there and has none, else null.
+// Stores the setting's code in `*code`. Returns the text if it is set but unknown, for the message; else
+// null.
 template <size_t N>
 static const char *take_code(const av_list_t *entry, const char *attr, const code_t (&table)[N], int *code)
 {
@@ -243,6 +250,8 @@ static const char *take_code(const av_list_t *entry, const char *attr, const cod
 
 static void set_rates(modem_record_t *record, const av_list_t *entry)
 {
+    // Kept: these are not the built-in defaults of MODEMS.info, which an entry has already. They hold for an
+    // entry read without defaults, and for invalid values.
     record->max_receive_rate = RATE_9600;
     record->max_send_rate = RATE_14400;
     record->min_send_rate = RATE_2400;
@@ -257,6 +266,7 @@ static void set_rates(modem_record_t *record, const av_list_t *entry)
         report_to(mi_error_stream(), "\nDialerd: Ignoring invalid tty_baud_rate value: [%s].\n", bad);
 }
 
+// Kept: only these two spellings are off; "no" or "0" is on.
 static bool flag(const av_list_t *entry, const char *attr)
 {
     const char *text = av_getv(entry, attr);
@@ -295,12 +305,14 @@ static void set_texts(modem_record_t *record, const av_list_t *entry)
 {
     for (const text_setting_t &row : text_settings) {
         const char *value = av_getv(entry, row.attr);
+        // A setting with a built-in value is required; the others may be left out without a message.
         if (!value && (value = builtin(row.attr)))
             report_to(mi_error_stream(), "init_modem_info: Null %s value.\n", row.attr);
         set_text(&(record->*row.field), value);
     }
 }
 
+// The setting in seconds; its built-in value if it is absent or no number.
 static int timeout(const av_list_t *entry, const char *attr)
 {
     int seconds = 0;
@@ -311,7 +323,7 @@ static int timeout(const av_list_t *entry, const char *attr)
     return seconds;
 }
 
-// The number of the setting, or of the first run of digits in the device name when it is absent.
+// The number in the setting, or if that is absent the first run of digits in the device name; -1 for none.
 static int channel(const av_list_t *entry, const char *attr)
 {
     int number = -1;
@@ -374,6 +386,7 @@ struct speaker_t {
 static constexpr speaker_t speaker_modes[] = {{"always", "M2"}, {"until_connect", "M1"}, {"never", "M0"}};
 static constexpr speaker_t speaker_volumes[] = {{"low", "L0"}, {"medium", "L1"}, {"high", "L2"}};
 
+// Compared without regard to case, unlike every other setting.
 static const char *speaker_command(const speaker_t (&table)[3], const char *value)
 {
     for (const speaker_t &row : table)
@@ -397,6 +410,7 @@ const char *build_speaker_string(const av_list_t *entry)
         trprintf("build_speaker_string: Invalid %s value: [%s].\n", "speaker_on", on);
         return text;
     }
+    // From here on the mode alone is a sound command; a speaker that is off needs no volume.
     snprintf(text, sizeof text, "%s", mode);
     if (strcasecmp(on, "never") == 0)
         return text;

@@ -1,4 +1,6 @@
 // modem_record: a fax line's entry of MODEMS.info as a typed record, each value checked.
+//
+// For the fax system's other programs (the dialler above all); none here calls it.
 #pragma once
 
 #include <sys/param.h>
@@ -28,7 +30,7 @@ enum : int { LINE_2400 = 11, LINE_4800, LINE_9600, LINE_19200, LINE_38400 };
 enum : int { COMPRESSION_MH = 0, COMPRESSION_MR = 1 };
 enum : int { FCLASS_NONE = 0, FCLASS_2, FCLASS_2_0 };
 
-// A setting taken as text; one longer than any that an info file can hold is cut.
+// A setting taken as text; one longer than an info file can hold is cut.
 using modem_text_t = std::array<char, 512>;
 
 struct modem_record_t {
@@ -57,13 +59,14 @@ struct modem_record_t {
     int local_channel, remote_channel;  // -1 for none
 };
 
-// Clears `record` and fills it from a device's entry, which owes nothing to the record. Returns 1, or 0
-// for a null argument, an empty device name, an unknown usage, a voice line without script or too long
-// a path. What is merely invalid is reported and keeps its default. Messages go to mi_error_stream().
+// Clears `record` and fills it from a device's entry; the record keeps no pointers into the entry. Returns 1,
+// or 0 for a null argument, an empty device name, an unknown usage, a voice line without script or a path
+// that is too long. Any other invalid value is reported and keeps its default. Messages go to
+// mi_error_stream().
 int mi_init_modem_info(modem_record_t *record, const av_list_t *entry);
 
-// Whether a comma-separated list of fax classes holds `fclass`, exactly. Cuts what is no digit off the
-// end of `list_text`, in place.
+// 1 if a comma-separated list of fax classes contains exactly `fclass`, else 0. Kept: trailing characters
+// that are not digits are cut off `list_text` itself.
 int mi_is_fclass(char *list_text, const char *fclass);
 
 // The codes of the texts above; -1 for any other text.
@@ -71,8 +74,8 @@ int mi_fax_rate(const char *text);
 int mi_line_speed(const char *text);
 int mi_reservation(const char *usage);  // null or "" is general
 
-// The modem command for an entry's speaker_on and speaker_volume, "M1L0" and the like, in a static
-// buffer; what could not be made out is traced and missing from it.
+// The modem command for an entry's speaker_on and speaker_volume, such as "M1L0", in a static buffer. A
+// setting that is missing or invalid is traced and left out.
 const char *build_speaker_string(const av_list_t *entry);
 
 }  // namespace faxtray

@@ -1,4 +1,4 @@
-// The loose comparison of names, and the key that puts an ordered index in its place.
+// The loose comparison of names, and a key by which an ordered index can replace it.
 #include "config/munged_name.h"
 
 #include <algorithm>
@@ -25,7 +25,7 @@ static int difference(char a, char b)
 
 int munged_strcmp(const char *a, const char *b)
 {
-    // Kept: the walk stops as soon as one name ends, whatever stands in the other.
+    // Kept: the walk stops as soon as one name ends, whatever is left of the other. Log-ins depend on it.
     while (*a && *b) {
         if (is_skipped(*a)) {
             a++;
@@ -52,8 +52,8 @@ std::string munged_key(const char *name)
     for (const char *p = name; *p; p++)
         if (!is_skipped(*p))
             key.push_back(static_cast<char>(folded(*p)));
-    // The walk finds the other name at its end while this one still holds something: right behind the
-    // same letters, before any more.
+    // munged_strcmp stops when the other name ends, even if skipped characters remain here; such a name sorts
+    // right after its letters and before any longer name.
     if (!equals_itself(name))
         key.push_back('\0');
     return key;

@@ -1,29 +1,21 @@
-// USER_LIST.info: the built-in records, the open file, and where a user's inbox is.
+// The built-in records, look-ups, and where a user's inbox is.
 #include "config/user_list_file.h"
-
-#include <sys/stat.h>
 
 #include <cerrno>
 #include <cstring>
+#include <utility>
 
 #include "config/attributes.h"
 #include "config/error_stream.h"
-#include "config/info_file.h"
+#include "config/info_source.h"
 #include "config/munged_name.h"
 #include "util/paths.h"
 #include "util/text.h"
 
 namespace faxtray {
 
-static constexpr char file_name[] = "USER_LIST.info";
-
-static FILE *fp = nullptr;
-static FILE *Error_fp = nullptr;            // where failures are told; null: nowhere
-static av_list_t *init_defaults = nullptr;  // the built-in defaults
-static av_list_t *defaults = nullptr;       // the file's "default" section over them
-static av_list_t *admin = nullptr;          // the file's "admin" section over the built-in one
-static int ui_errno = 0;
-static struct timespec last_open = {};  // the file's mtime at the last open, 0 when that found no file
+static info_source_t source = {"USER_LIST.info", "ui", "user", "User"};
+static av_list_t *admin = nullptr;  // the file's "admin" section over the built-in one
 
 namespace {
 struct setting_t {
@@ -33,6 +25,7 @@ struct setting_t {
 };
 }  // namespace
 
+// Under every user's section.
 static const setting_t default_settings[] = {
     {"access_history", "owner"},
     {"access_queue", "owner"},
@@ -57,6 +50,7 @@ static const setting_t default_settings[] = {
     {"xmit_queue_list_gui", "Server Outbox"},
 };
 
+// Under the section "admin". Kept: notices are off until an administrator asks for them.
 static const setting_t admin_settings[] = {
     {"when_to_notify", "never"},
     {"admin_notify_level", "none"},
@@ -64,156 +58,90 @@ static const setting_t admin_settings[] = {
     {"server_mail_from", "Ondrix_server"},
 };
 
-// What every record passes before it is handed out: its check value is of what it holds.
-static int _ui_fix(av_list_t *entry)
-{
-    if (!entry || !entry->key)
-        return 0;
-    info_set_check_value(entry);
-    return 1;
-}
-
+// A list of the settings. Returns null with a message when out of memory.
 template <size_t N> static av_list_t *build_list(const char *key, const setting_t (&settings)[N])
 {
     av_list_ptr list(av_new(key));
     if (!list) {
-        report_to(Error_fp, "ui_open: av_new failed.\n");
+        report_to(source.Error_fp, "ui_open: av_new failed.\n");
         return nullptr;
     }
     for (const setting_t &row : settings)
         if (!av_put(list.get(), row.name ? row.name : as_get_attr(row.attr), row.value)) {
-            report_to(Error_fp, "ui_open: av_put failed.\n");
+            report_to(source.Error_fp, "ui_open: av_put failed.\n");
             return nullptr;
         }
-    if (!_ui_fix(list.get())) {
-        report_to(Error_fp, "%s: Internal failure: _ui_fix.\n", "ui_open");
-        return nullptr;
-    }
+    info_set_check_value(list.get());
     return list.release();
 }
 
-static bool build_lists()
+static av_list_t *build_defaults()
 {
-    init_defaults = build_list("default", default_settings);
-    if (!init_defaults)
-        return false;
-    defaults = av_copy(init_defaults);
-    if (!defaults) {
-        report_to(Error_fp, "%s: av_copy failed.\n", "ui_open");
-        return false;
-    }
-    admin = build_list("admin", admin_settings);
-    return admin != nullptr;
+    return build_list("default", default_settings);
 }
 
 // Puts the file's "admin" section over the built-in one.
 static void load_admin()
 {
-    av_list_t *merged = info_get(fp, admin, strcmp, "admin");
+    av_list_t *merged = info_get(source.fp, admin, strcmp, "admin");
     if (merged) {
         av_free(admin);
         admin = merged;
-    } else if (info_error() != 0) {
-        report_to(Error_fp, "ui_open: av_put failed.\n");  // Kept: the text of a failure to build.
-        ui_errno = 1;
+    } else if (info_error() != INFO_OK) {
+        // Kept: the text of a failure to build the lists, which is what administrators search the log for.
+        report_to(source.Error_fp, "ui_open: av_put failed.\n");
+        source.error = INFO_FAILED;
     }
-}
-
-// The list's path: the one given, or the file found. Null, with ui_errno 2, when there is none.
-static const char *locate(const char *path, c_string *found)
-{
-    path = path_or_found(path, file_name, found);
-    ui_errno = path ? 0 : 2;
-    return path;
 }
 
 int ui_open(const char *path, FILE *error_stream)
 {
-    ui_close();
-    Error_fp = error_stream;
-    ui_errno = 0;
-    last_open = {};
-    if (!build_lists()) {
+    av_free(std::exchange(admin, nullptr));
+    if (!source_reset(source, error_stream, build_defaults))
+        return 0;
+    admin = build_list("admin", admin_settings);
+    if (!admin) {
         ui_close();
-        ui_errno = 1;
+        source.error = INFO_FAILED;
         return 0;
     }
-    c_string found;
-    path = locate(path, &found);
-    if (!path) {
-        report_to(Error_fp, "ui_open: Can't find default file: [%s].\n", file_name);
-        return 1;
+    // Without a file the built-in records serve, so that the daemon runs on a host that has no list yet.
+    if (source_open_file(source, path)) {
+        load_admin();
+        ui_rewind();
     }
-    fp = info_open(path, &defaults, &last_open, Error_fp);
-    if (!fp) {
-        report_to(Error_fp, "ui_open: info_open failed.\n");
-        ui_errno = 1;
-        return 1;
-    }
-    load_admin();
-    ui_rewind();
     return 1;
 }
 
 static av_list_t *get_admin(bool with_defaults)
 {
     av_list_ptr entry(av_copy(admin));
-    if (!entry) {
-        report_to(Error_fp, "%s: Can't copy user info admin.\n", "_ui_get");
-        return nullptr;
-    }
-    if (with_defaults && !info_merge(entry.get(), defaults)) {
-        report_to(Error_fp, "%s: Can't merge defaults with admin.\n", "_ui_get");
-        return nullptr;
-    }
-    return entry.release();
+    if (!entry)
+        report_to(source.Error_fp, "%s: Can't copy user info admin.\n", "_ui_get");
+    else if (!with_defaults || info_merge(entry.get(), source.defaults))
+        return entry.release();
+    else
+        report_to(source.Error_fp, "%s: Can't merge defaults with admin.\n", "_ui_get");
+    source.error = INFO_FAILED;
+    return nullptr;
 }
 
-static av_list_t *get_defaults(bool with_defaults)
-{
-    av_list_ptr entry(av_copy(defaults));
-    if (!entry || (!with_defaults && !info_strip(entry.get(), init_defaults))) {
-        report_to(Error_fp, "%s: Can't copy user info defaults.\n", "_ui_get");
-        return nullptr;
-    }
-    return entry.release();
-}
-
-// The section of that name, or the next one; null also at the end, ui_errno then as it was.
-static av_list_t *get_section(const char *name, bool with_defaults)
-{
-    if (!fp) {
-        report_to(Error_fp, "%s: User info file not open.\n", "_ui_get");
-        ui_errno = 2;
-        return nullptr;
-    }
-    av_list_t *entry = info_get(fp, with_defaults ? defaults : nullptr, munged_strcmp, name);
-    if (!entry && info_error() != 0) {
-        report_to(Error_fp, "ui_get: info_get failure.\n");
-        ui_errno = 1;
-    }
-    return entry;
-}
-
+// The record or section of that name. Only the exact names "admin" and "default" mean the special records; a
+// section in another spelling, such as "Admin", is found as a user's.
 static av_list_t *_ui_get(const char *name, bool with_defaults)
 {
-    ui_errno = 0;
-    bool is_admin = name && strcmp(name, "admin") == 0;
-    bool is_default = name && strcmp(name, "default") == 0;
-    av_list_ptr entry(is_admin     ? get_admin(with_defaults)
-                      : is_default ? get_defaults(with_defaults)
-                                   : get_section(name, with_defaults));
-    if (!entry) {
-        if (is_admin || is_default)
-            ui_errno = 1;
-        return nullptr;
-    }
-    if (!_ui_fix(entry.get())) {
-        report_to(Error_fp, "%s: Internal failure: _ui_fix.\n", "_ui_get");
-        ui_errno = 1;
-        return nullptr;
-    }
-    return entry.release();
+    source.error = INFO_OK;
+    av_list_t *entry;
+    if (name && strcmp(name, "admin") == 0)
+        entry = get_admin(with_defaults);
+    else if (name && strcmp(name, "default") == 0)
+        entry = source_get_defaults(source, !with_defaults);
+    else
+        entry = source_get_section(source, with_defaults, munged_strcmp, name);
+    // The check value is of what is returned, which clients compare with what they hold.
+    if (entry)
+        info_set_check_value(entry);
+    return entry;
 }
 
 av_list_t *ui_get(const char *name)
@@ -228,68 +156,43 @@ av_list_t *ui_get_no_defaults(const char *name)
 
 int ui_rewind()
 {
-    if (info_rewind(fp))
-        return 1;
-    report_to(Error_fp, "ui_rewind: info_rewind failure.\n");
-    ui_errno = info_error();
-    return 0;
+    return source_rewind(source);
 }
 
 int ui_stale(const char *path)
 {
-    c_string found;
-    path = locate(path, &found);
-    if (!path)
-        return 0;
-    if (info_stale(last_open, path))
-        return 1;
-    if (info_error() != 0) {
-        report_to(Error_fp, "ui_stale: info_stale(\"%s\") failed.\n", path);
-        ui_errno = 1;
-    }
-    return 0;
+    return source_stale(source, path);
 }
 
 time_t ui_last_update(const char *path)
 {
-    c_string found;
-    path = locate(path, &found);
-    if (!path)
-        return 0;
-    struct stat st;
-    if (stat(path, &st) != 0) {
-        ui_errno = errno;
-        report_to(Error_fp, "ui_last_update: stat: %s\n", strerror(ui_errno));
-        return 0;
-    }
-    return st.st_mtime;
+    return source_last_update(source, path);
 }
 
 void ui_close()
 {
-    av_free(admin);
-    admin = nullptr;
-    info_close(&fp, &defaults, &init_defaults);
-    Error_fp = nullptr;
+    av_free(std::exchange(admin, nullptr));
+    source_close(source);
 }
 
 int ui_error()
 {
-    return ui_errno;
+    return source.error;
 }
 
 char *ui_map_name(const char *name)
 {
-    ui_errno = 1;
+    source.error = INFO_FAILED;
     if (!name) {
-        report_to(Error_fp, "ui_map_name: Can't map null name.\n");
+        report_to(source.Error_fp, "ui_map_name: Can't map null name.\n");
         return nullptr;
     }
     char *mapped = static_cast<char *>(malloc(strlen(name) + 1));
     if (!mapped) {
-        report_to(Error_fp, "ui_map_name: Out of memory: %s.\n", strerror(errno));
+        report_to(source.Error_fp, "ui_map_name: Out of memory: %s.\n", strerror(errno));
         return nullptr;
     }
+    // The result never exceeds the name. All but ASCII is dropped, so that it is safe in any locale.
     char *out = mapped;
     for (; *name; name++) {
         char ch = *name;
@@ -299,17 +202,18 @@ char *ui_map_name(const char *name)
             *out++ = ch;
     }
     *out = '\0';
-    ui_errno = 0;
+    source.error = INFO_OK;
     return mapped;
 }
 
-// "root/dir", or null without memory.
+// "root/dir", or null with a message when out of memory.
 static char *new_inbox_path(const char *root, const char *dir)
 {
     size_t size = strlen(root) + strlen(dir) + 2;
     char *path = static_cast<char *>(malloc(size));
     if (!path) {
-        report_to(Error_fp, "new_inbox_path: malloc(%d): %s\n", static_cast<int>(size), strerror(errno));
+        report_to(source.Error_fp, "new_inbox_path: malloc(%d): %s\n", static_cast<int>(size),
+                  strerror(errno));
         return nullptr;
     }
     snprintf(path, size, "%s/%s", root, dir);
@@ -321,29 +225,30 @@ char *ui_inbox_path(const av_list_t *entry)
     c_string mapped, joined;
     const char *dir = av_getv(entry, as_get_attr(AS_DELIVERY_DIR));
     const char *root = av_getv(entry, as_get_attr(AS_DELIVERY_DIR_ROOT));
+    // The user's own directory, or one named after the user.
     if (is_empty(dir)) {
         const char *name = entry ? entry->key : nullptr;
         mapped.reset(ui_map_name(name));
         if (!mapped) {
-            report_to(Error_fp, "ui_inbox_path: ui_map_name(\"%s\") failed.\n", name ? name : "(null)");
+            report_to(source.Error_fp, "ui_inbox_path: ui_map_name(\"%s\") failed.\n", shown(name));
             return nullptr;
         }
         dir = mapped.get();
     }
-    ui_errno = 1;
+    source.error = INFO_FAILED;  // unless all goes well
     if (!is_full_path(dir) && !is_empty(root)) {
         joined.reset(new_inbox_path(root, dir));
         if (!joined)
             return nullptr;
         dir = joined.get();
     }
-    errno = EINVAL;  // what stands when the path itself is refused
+    errno = EINVAL;  // for the message: mkpath sets none when it refuses the path
     char *path = mkpath(dir).release();
     if (!path) {
-        report_to(Error_fp, "ui_inbox_path: strdup(\"%s\"): %s\n", dir, strerror(errno));
+        report_to(source.Error_fp, "ui_inbox_path: strdup(\"%s\"): %s\n", dir, strerror(errno));
         return nullptr;
     }
-    ui_errno = 0;
+    source.error = INFO_OK;
     return path;
 }
 

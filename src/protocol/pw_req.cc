@@ -1,4 +1,4 @@
-// The caller's identity: three strings of its own and two numbers, copied whole or not at all.
+// Copying is all or nothing: a record with a missing string would fail only later, in the XDR routines.
 #include "protocol/pw_req.h"
 
 #include <cerrno>
@@ -10,7 +10,7 @@ namespace faxtray {
 
 static char no_text[] = "";
 
-// Puts a copy of `text` into `field`; false with a message when memory is out.
+// Stores a copy of `text` in `field`. False with a message when out of memory.
 static bool dup_field(char *&field, const char *text)
 {
     field = strdup(text);

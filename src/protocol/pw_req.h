@@ -8,11 +8,12 @@
 
 namespace faxtray {
 
-// A copy with its own strings, or null with a message on standard error. Kept: null strings of the
-// source become empty strings in the source itself; those are constants, not to be freed.
+// A copy with its own strings, or null with a message on standard error. Kept: null strings of the source
+// become empty strings in the source itself, since callers go on to use them; those are constants and must
+// not be freed.
 pw_req_t *copy_pw(pw_req_t *source);
 
-// A new record of the five values, a null string becoming an empty one; null as with copy_pw.
+// A new record with copies of the five values; a null string becomes an empty one. Null as with copy_pw.
 pw_req_t *new_pw(const char *user, const char *password, const char *reserved_str, int reserved_int,
                  u_int check_value);
 

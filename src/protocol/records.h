@@ -1,5 +1,5 @@
 // records: what crosses the wire between inbox clients and the daemon (ONC RPC program 351229,
-// version 1, TCP). Fields stand in wire order; xdr_records encodes them.
+// version 1, TCP). Fields are in wire order; xdr_records encodes them.
 //
 // All strings are malloc'd, since the XDR routines free them with free().
 #pragma once
@@ -16,7 +16,7 @@ namespace faxtray {
 inline constexpr u_long IN_PROG = 351229;  // 0x55BFD
 inline constexpr u_long IN_VERS = 1;
 inline constexpr u_int MAX_READ_SIZE = 262144;  // bytes a read request may ask for
-inline constexpr int MAX_INDEX_COUNT = 100;     // faxes a listing holds at most
+inline constexpr int MAX_INDEX_COUNT = 100;     // faxes in a listing, at most
 
 // Procedure numbers.
 enum : u_long {
@@ -44,24 +44,24 @@ enum : u_long {
 // Codes of err_t.
 enum : int {
     IE_BAD_HOW = 3,
-    IE_BAD_RECIPIENT = 5,
+    IE_BAD_RECIPIENT = 5,  // unknown inbox or recipient
     IE_BAD_PASSWORD = 8,
     IE_SEND_FAILED = 9,
     IE_GROUP_SEND_FAILED = 10,
-    IE_INVALID = 11,
-    IE_NOT_DF = 12,
-    IE_UNCHANGED = 13,
-    IE_STALE = 18,
-    IE_SYSTEM = 19,
-    IE_STATE = 21,
+    IE_INVALID = 11,    // unknown name or fax id
+    IE_NOT_DF = 12,     // the caller is not the inbox's designated forwarder
+    IE_UNCHANGED = 13,  // since the check value the client sent
+    IE_STALE = 18,      // the user's entry has changed since the client saw it
+    IE_SYSTEM = 19,     // with sys_errno
+    IE_STATE = 21,      // the lists could not be loaded or brought up to date
 };
 
 using faxid_t = u_int;
 
-struct pw_req_t {  // who asks
-    char *user;
+struct pw_req_t {  // the caller's identity
+    char *user;    // of a forwarder's request, the forwarder
     char *password;
-    char *reserved_str;
+    char *reserved_str;  // this and the next are carried along and never read
     int reserved_int;
     u_int check_value;  // of the user's entry as last seen; 0: no check
 };
@@ -74,7 +74,7 @@ struct index_req_t {
     u_int check_value;  // of the index as last seen; 0: always answer
 };
 
-struct df_index_req_t {
+struct df_index_req_t {  // as index_req_t, for an incoming inbox
     pw_req_t *pw;
     char *inbox;
     int faxid;
@@ -85,7 +85,7 @@ struct df_index_req_t {
 
 struct df_info_req_t {
     pw_req_t *pw;
-    char *inbox;
+    char *inbox;  // handle of an incoming inbox, here and below
 };
 
 struct client_fax_req_t {
@@ -118,12 +118,12 @@ struct client_deliver_req_t {
     pw_req_t *pw;
     char *inbox;
     faxid_t faxid;
-    char *recipients;
+    char *recipients;  // names, separated by commas
 };
 
 struct client_ui_req_t {
     pw_req_t *pw;
-    char *ui_str1;
+    char *ui_str1;  // this and the next three are carried along and never read
     int ui_int1;
     int ui_int2;
     char *ui_str2;

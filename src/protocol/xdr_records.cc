@@ -10,19 +10,21 @@
 
 namespace faxtray {
 
-// Bytes allocated on the word of a length alone; a multiple of 4, so that only the last piece of a
-// string has padding behind it. A fax chunk (256 KiB) comes in one piece.
-static constexpr u_int FIRST_PIECE = 1024 * 1024;
+// How many bytes we allocate on the strength of a claimed length. A multiple of 4, so that only the last
+// piece of a string is followed by padding. A fax chunk (256 KiB) is read in one piece.
+static constexpr u_int first_piece = 1024 * 1024;
 
-// Reads `length` bytes and their padding into a block of its own, a null byte behind them. What has
-// been read stays in `*bytes` when the stream ends early.
+// Reads `length` bytes and their padding into a block of their own, followed by a null byte. If the stream
+// ends early, `*bytes` keeps what has been read, for the caller's XDR_FREE.
 static bool_t decode_bytes(XDR *xdrs, char **bytes, u_int length) noexcept
 {
-    if (length > MAX_WIRE_LENGTH)
+    if (length > max_wire_length)
         return FALSE;
+    // Each piece is at most as long as what has already arrived: a stranger must send half of what we
+    // allocate.
     u_int have = 0;
     do {
-        u_int next = have ? std::min(have, length - have) : std::min(FIRST_PIECE, length);
+        u_int next = have ? std::min(have, length - have) : std::min(first_piece, length);
         auto *block = static_cast<char *>(realloc(*bytes, size_t{have} + next + 1));
         if (!block)
             return FALSE;
@@ -40,7 +42,7 @@ static bool_t xdr_counted(XDR *xdrs, char **bytes, u_int *length) noexcept
 {
     switch (xdrs->x_op) {
     case XDR_ENCODE:
-        return *length <= MAX_WIRE_LENGTH && xdr_u_int(xdrs, length) && xdr_opaque(xdrs, *bytes, *length);
+        return *length <= max_wire_length && xdr_u_int(xdrs, length) && xdr_opaque(xdrs, *bytes, *length);
     case XDR_DECODE:
         *bytes = nullptr;
         return xdr_u_int(xdrs, length) && decode_bytes(xdrs, bytes, *length);
@@ -61,15 +63,16 @@ bool_t xdr_text(XDR *xdrs, char **text) noexcept
     }
     static char no_text[] = "";
     char *shown = *text ? *text : no_text;
-    u_int length = static_cast<u_int>(std::min(strlen(shown), size_t{MAX_WIRE_LENGTH} + 1));
+    u_int length = static_cast<u_int>(std::min(strlen(shown), size_t{max_wire_length} + 1));
     return xdr_counted(xdrs, &shown, &length);
 }
 
-// A chain: each record behind a boolean 1, a 0 at the end (RFC 4506 section 4.19).
+// A chain: each record is preceded by a boolean 1, and a 0 marks the end (RFC 4506 section 4.19).
 template <class Record>
 static bool_t xdr_chain(XDR *xdrs, Record **head, bool_t (*fields)(XDR *, Record *) noexcept) noexcept
 {
     if (xdrs->x_op == XDR_FREE) {
+        // Every exit leaves `*head` at the first record not yet freed.
         while (Record *record = *head) {
             fields(xdrs, record);
             *head = record->next;
@@ -77,6 +80,8 @@ static bool_t xdr_chain(XDR *xdrs, Record **head, bool_t (*fields)(XDR *, Record
         }
         return TRUE;
     }
+    // Decoding links each record into the chain before reading its fields, so that the caller can free all
+    // that was made if a later field fails.
     for (Record **link = head;; link = &(*link)->next) {
         if (xdrs->x_op == XDR_DECODE)
             *link = nullptr;
@@ -107,7 +112,7 @@ bool_t xdr_faxid_t(XDR *xdrs, faxid_t *id) noexcept
     return xdr_u_int(xdrs, id);
 }
 
-// What follows the user name and the password.
+// The fields after the user name and the password.
 static bool_t xdr_pw_tail(XDR *xdrs, pw_req_t *pw) noexcept
 {
     return xdr_text(xdrs, &pw->reserved_str) && xdr_int(xdrs, &pw->reserved_int) &&
@@ -176,7 +181,7 @@ bool_t xdr_client_ui_req_t(XDR *xdrs, client_ui_req_t *req) noexcept
            xdr_u_int(xdrs, &req->check_value);
 }
 
-// Results.
+// Results. The *_fields routines do one record without its chain, for xdr_chain.
 
 static bool_t ui_entry_fields(XDR *xdrs, ui_entry_t *entry) noexcept
 {
@@ -195,6 +200,7 @@ bool_t xdr_ui_list_t(XDR *xdrs, ui_list_t *list) noexcept
 
 bool_t xdr_file_info_t(XDR *xdrs, file_info_t *info) noexcept
 {
+    // Unsigned on the wire, so that times after 2038 survive.
     auto mtime = static_cast<u_int>(info->mtime);
     if (!xdr_text(xdrs, &info->name) || !xdr_text(xdrs, &info->sender_fax) ||
         !xdr_text(xdrs, &info->subaddress) || !xdr_text(xdrs, &info->pwd_frame) ||
@@ -258,6 +264,7 @@ bool_t xdr_err_t(XDR *xdrs, err_t *err) noexcept
 
 bool_t xdr_res_type_t(XDR *xdrs, res_type_t *type) noexcept
 {
+    // By way of an integer: a stranger's number need not be one of the enumeration's.
     enum_t number = *type;
     if (!xdr_enum(xdrs, &number))
         return FALSE;
@@ -265,6 +272,7 @@ bool_t xdr_res_type_t(XDR *xdrs, res_type_t *type) noexcept
     return TRUE;
 }
 
+// The numbers that share an arm are those of a user's inbox and of an incoming one.
 bool_t xdr_in_res_t(XDR *xdrs, in_res_t *res) noexcept
 {
     if (!xdr_res_type_t(xdrs, &res->res_type))
@@ -302,13 +310,15 @@ bool_t xdr_in_res_t(XDR *xdrs, in_res_t *res) noexcept
     return xdr_err_t(xdrs, &res->err);
 }
 
-// Optional records that may also stand bare.
+// Optional records that may also come bare, without the boolean.
 
-// Reads an optional record that begins with a text, in either form, as far as that text; null when it is
-// absent. Behind an empty text in line the next word is read already: `*ahead` holds it then.
+// Reads an optional record that begins with a text, in either form, up to the end of that text; null if it is
+// absent. For a bare record with an empty text the next word has been consumed; *ahead then holds it.
 template <class Record> static bool_t decode_head(XDR *xdrs, Record **record, char *Record::*text,
                                                   std::optional<u_int> *ahead) noexcept
 {
+    // The first word is the boolean or the length of a bare record's text; for 0 and 1 the second word
+    // decides.
     u_int first = 0, second = 0;
     if (!xdr_u_int(xdrs, &first))
         return FALSE;
@@ -322,21 +332,22 @@ template <class Record> static bool_t decode_head(XDR *xdrs, Record **record, ch
     if (!*record)
         return FALSE;
     char **field = &((*record)->*text);
-    if (first > 1)  // in line: the length of the text
+    if (first > 1)  // bare: the length of the text
         return decode_bytes(xdrs, field, first);
     if (first == 1 && (second == 0 || (second & 0xFFFFFF) != 0))  // the boolean, then that length
         return decode_bytes(xdrs, field, second);
 
-    if (first == 1) {  // in line: a text of one character, its padding behind it
+    if (first == 1) {  // bare: a text of one character and its padding
         const char character[] = {static_cast<char>(second >> 24), '\0'};
         *field = strdup(character);
-    } else {  // in line: an empty text
+    } else {  // bare: an empty text
         *ahead = second;
         *field = strdup("");
     }
     return *field != nullptr;
 }
 
+// The bare and the optional form differ only before the end of the user name.
 static bool_t decode_identity(XDR *xdrs, pw_req_t **pw) noexcept
 {
     std::optional<u_int> password_length;
@@ -364,6 +375,7 @@ static bool_t decode_av_entry(XDR *xdrs, av_list_t **list) noexcept
         return FALSE;
     if (!*list)
         return TRUE;
+    // The check value may already have been consumed.
     u_int value = check_value.value_or(0);
     if (!check_value && !xdr_u_int(xdrs, &value))
         return FALSE;

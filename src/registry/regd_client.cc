@@ -1,4 +1,4 @@
-// The handles, the error record, the table of calls and the one way through which every call goes.
+// The handles, the error record, the table of calls, and call(), through which every one of them goes.
 #include "registry/regd_client.h"
 
 #include <rpc/rpc.h>
@@ -8,7 +8,6 @@
 #include <cstring>
 #include <memory>
 
-#include "faxfile/fax_header.h"
 #include "protocol/xdr_records.h"
 #include "registry/xdr_regd.h"
 #include "rpc/timed_client.h"
@@ -16,12 +15,16 @@
 namespace faxtray {
 
 struct regd_handle_t {
-    rg_res_t *reply;  // `room`, or null without a reply
+    rg_res_t *reply;  // `room`, or null if it holds no reply
     CLIENT *client;   // null: the slot is free
     rg_res_t room;
 };
 
-static constexpr int Client_failure = 15;  // the code of our own errors
+static constexpr int client_failure = 15;  // the code of our own errors
+
+// By this check value the registry knows the fax system's own daemons: the magic number of fax files
+// (FAX_MAGIC). Written again here, because the registry client needs nothing else of the fax file format.
+static constexpr u_int daemon_check_value = 0xBADBAD16;
 
 static void free_error(err_t *error)
 {
@@ -35,7 +38,7 @@ using error_ptr = std::unique_ptr<err_t, deleter<free_error>>;
 
 static regd_handle_t handles[16];
 static error_ptr Error;      // of the last call
-static error_ptr timed_out;  // of the time-out that is remembered
+static error_ptr timed_out;  // of the first time-out since regd_forget_timeout()
 static timeval time_limit = {25, 0};
 
 // The error record
@@ -67,14 +70,15 @@ int set_regd_error(const err_t *source)
     return !source || Error;
 }
 
-// A failure of our own.
+// Records a failure of our own.
 static void set_failure(const char *message)
 {
-    const err_t failure = {Client_failure, 0, const_cast<char *>(message)};
+    const err_t failure = {client_failure, 0, const_cast<char *>(message)};
     set_regd_error(&failure);
 }
 
-// The same of an RPC operation, remembered when it was a time-out.
+// Records a failure of the RPC library. A time-out is remembered: a registry that hangs would otherwise cost
+// another 25 seconds at every call of a request, and there is one for each recipient.
 static void set_rpc_failure(clnt_stat status, const char *message)
 {
     set_failure(message);
@@ -95,7 +99,7 @@ void regd_set_timeout(const timeval &limit)
 pw_req_t *regd_credentials()
 {
     static char none[] = "";
-    static pw_req_t credentials = {none, none, none, 0, FAX_MAGIC};
+    static pw_req_t credentials = {none, none, none, 0, daemon_check_value};
     return &credentials;
 }
 
@@ -112,6 +116,7 @@ static regd_handle_t *free_slot()
 regd_handle_t *regd_open(const char *host, int queue)
 {
     set_regd_error(nullptr);
+    // Out of handles first: that is our own leak, which a time-out must not hide.
     regd_handle_t *slot = free_slot();
     if (!slot) {
         set_failure("Out of faxregd handles");
@@ -127,7 +132,7 @@ regd_handle_t *regd_open(const char *host, int queue)
         slot->reply = nullptr;
         return slot;
     }
-    const clnt_stat status = rpc_createerr.cf_stat;
+    const clnt_stat status = rpc_createerr.cf_stat;  // before anything else can change it
     if (const char *text = clnt_spcreateerror("Can't connect to faxregd"))
         set_rpc_failure(status, text);
     else
@@ -146,6 +151,7 @@ void regd_free(regd_handle_t *handle)
 
 int regd_close(regd_handle_t *handle)
 {
+    // The reply is freed first: it may be decoded in part only, and belongs to the slot, not the client.
     regd_free(handle);
     if (!handle || !handle->client)
         return 0;
@@ -160,22 +166,24 @@ namespace {
 
 struct request_kind_t {
     xdrproc_t xdr;
-    const char *maker;        // its function, for messages; null: the request is lent
-    void (*release)(void *);  // what the maker made
+    const char *maker;        // the function that made it, for messages; null if the caller only lends it
+    void (*release)(void *);  // frees what the maker made
 };
 
 struct call_t {
     const char *name;  // ours, for messages
-    const char *stub;  // the remote procedure's, for messages
+    const char *stub;  // the remote procedure, for messages
     rg_tag_t tag;      // of success; the procedure's number is one more
     request_kind_t request;
 };
 
+// A request that belongs to the caller, such as its credentials.
 template <class Request> request_kind_t lent(bool_t (*xdr)(XDR *, Request *) noexcept)
 {
     return {reinterpret_cast<xdrproc_t>(xdr), nullptr, nullptr};
 }
 
+// A request from a new_*_req function, which is freed after the call.
 template <class Request, void (*Free)(Request *)>
 request_kind_t made(const char *maker, bool_t (*xdr)(XDR *, Request *) noexcept)
 {
@@ -196,6 +204,7 @@ static bool_t xdr_list_kind(XDR *xdrs, int *list_kind) noexcept
 }
 
 // clang-format off
+// Kinds of requests.
 static const request_kind_t
     no_request        = lent(xdr_no_request),
     credentials_alone = lent(xdr_identity),
@@ -215,35 +224,36 @@ static const request_kind_t
     commit            = made<rg_list_req_t, free_rg_commit_av_list_req>("new_rg_commit_av_list_req", xdr_rg_list_req_t),
     rollback          = made<rg_list_req_t, free_rg_rollback_av_list_req>("new_rg_rollback_av_list_req", xdr_rg_list_req_t);
 
+// The names in messages, and the tag of success, as the registry protocol has them.
 static const call_t
-    Rev              = {"regd_rev",                  "rg_rev_1",                  RG_REV,              no_request},
-    Stats            = {"regd_get_stats",            "rg_stats_1",                RG_STATS,            credentials_alone},
-    Update           = {"regd_update",               "rg_update_1",               RG_UPDATE,           q_update},
-    Shutdown         = {"regd_shutdown",             "rg_shutdown_1",             RG_SHUTDOWN,         credentials_alone},
-    New_faxid        = {"regd_new_faxid",            "rg_new_faxid_1",            RG_NEW_FAXID,        no_request},
-    Q_status         = {"regd_get_q_status",         "rg_get_q_stat_1",           RG_Q_STAT,           credentials_alone},
-    Job_info         = {"regd_get_job_info",         "rg_get_job_info_1",         RG_JOB_INFO,         job_info},
-    Set_job_info     = {"regd_set_job_info",         "rg_set_job_info_1",         RG_SET_JOB_INFO,     job_update},
-    Delete_job       = {"regd_delete_job",           "rg_delete_job_1",           RG_DELETE_JOB,       job_delete},
-    Validate_pn      = {"regd_validate_pn",          "rg_valid_pn_1",             RG_VALID_PN,         text_alone},
-    History          = {"regd_get_history",          "rg_history_info_1",         RG_HISTORY,          job_info},
-    Time             = {"regd_get_time",             "rg_get_time_1",             RG_TIME,             no_request},
-    Av_entry         = {"regd_get_av_entry",         "rg_get_av_entry_1",         RG_AV_ENTRY,         av},
-    Av_list          = {"regd_get_av_list",          "rg_get_av_list_1",          RG_AV_LIST,          av_list},
-    H_status         = {"regd_get_h_status",         "rg_get_h_stat_1",           RG_H_STAT,           credentials_alone},
-    Suspend_job      = {"regd_suspend_job",          "rg_suspend_job_1",          RG_SUSPEND_JOB,      job_suspend},
-    Df_by_dir        = {"regd_get_df_by_dir",        "rg_get_df_by_dir_1",        RG_DF_BY_DIR,        df_by_dir},
-    List_update_time = {"regd_get_list_update_time", "rg_get_list_update_time_1", RG_LIST_UPDATE_TIME, list_kind_alone},
-    Lock_list        = {"regd_lock_list",            "rg_lock_av_list_1",         RG_LOCK_LIST,        lock},
-    Update_entry     = {"regd_update_list_entry",    "rg_update_av_entry_1",      RG_UPDATE_ENTRY,     update_entry},
-    Delete_entry     = {"regd_delete_list_entry",    "rg_delete_av_entry_1",      RG_DELETE_ENTRY,     delete_entry},
-    Commit_list      = {"regd_commit_list",          "rg_commit_av_list_1",       RG_COMMIT_LIST,      commit},
-    Rollback_list    = {"regd_rollback_list",        "rg_rollback_av_list_1",     RG_ROLLBACK_LIST,    rollback};
+    rev_call              = {"regd_rev",                  "rg_rev_1",                  RG_REV,              no_request},
+    stats_call            = {"regd_get_stats",            "rg_stats_1",                RG_STATS,            credentials_alone},
+    update_call           = {"regd_update",               "rg_update_1",               RG_UPDATE,           q_update},
+    shutdown_call         = {"regd_shutdown",             "rg_shutdown_1",             RG_SHUTDOWN,         credentials_alone},
+    new_faxid_call        = {"regd_new_faxid",            "rg_new_faxid_1",            RG_NEW_FAXID,        no_request},
+    q_status_call         = {"regd_get_q_status",         "rg_get_q_stat_1",           RG_Q_STAT,           credentials_alone},
+    job_info_call         = {"regd_get_job_info",         "rg_get_job_info_1",         RG_JOB_INFO,         job_info},
+    set_job_info_call     = {"regd_set_job_info",         "rg_set_job_info_1",         RG_SET_JOB_INFO,     job_update},
+    delete_job_call       = {"regd_delete_job",           "rg_delete_job_1",           RG_DELETE_JOB,       job_delete},
+    validate_pn_call      = {"regd_validate_pn",          "rg_valid_pn_1",             RG_VALID_PN,         text_alone},
+    history_call          = {"regd_get_history",          "rg_history_info_1",         RG_HISTORY,          job_info},
+    time_call             = {"regd_get_time",             "rg_get_time_1",             RG_TIME,             no_request},
+    av_entry_call         = {"regd_get_av_entry",         "rg_get_av_entry_1",         RG_AV_ENTRY,         av},
+    av_list_call          = {"regd_get_av_list",          "rg_get_av_list_1",          RG_AV_LIST,          av_list},
+    h_status_call         = {"regd_get_h_status",         "rg_get_h_stat_1",           RG_H_STAT,           credentials_alone},
+    suspend_job_call      = {"regd_suspend_job",          "rg_suspend_job_1",          RG_SUSPEND_JOB,      job_suspend},
+    df_by_dir_call        = {"regd_get_df_by_dir",        "rg_get_df_by_dir_1",        RG_DF_BY_DIR,        df_by_dir},
+    list_update_time_call = {"regd_get_list_update_time", "rg_get_list_update_time_1", RG_LIST_UPDATE_TIME, list_kind_alone},
+    lock_list_call        = {"regd_lock_list",            "rg_lock_av_list_1",         RG_LOCK_LIST,        lock},
+    update_entry_call     = {"regd_update_list_entry",    "rg_update_av_entry_1",      RG_UPDATE_ENTRY,     update_entry},
+    delete_entry_call     = {"regd_delete_list_entry",    "rg_delete_av_entry_1",      RG_DELETE_ENTRY,     delete_entry},
+    commit_list_call      = {"regd_commit_list",          "rg_commit_av_list_1",       RG_COMMIT_LIST,      commit},
+    rollback_list_call    = {"regd_rollback_list",        "rg_rollback_av_list_1",     RG_ROLLBACK_LIST,    rollback};
 // clang-format on
 
 // A call
 
-// A failure that shows only in what came back.
+// Records a failure that is not the RPC library's.
 static void set_reply_failure(const call_t &row, const char *reason)
 {
     char text[128];
@@ -251,6 +261,7 @@ static void set_reply_failure(const call_t &row, const char *reason)
     set_failure(text);
 }
 
+// Makes the call. False with an error record if there is no reply.
 static bool send_call(regd_handle_t *handle, const call_t &row, void *request)
 {
     if (!handle || !handle->client) {
@@ -261,10 +272,11 @@ static bool send_call(regd_handle_t *handle, const call_t &row, void *request)
         set_regd_error(timed_out.get());
         return false;
     }
+    // The whole union is zeroed, since the XDR routines decode into, and free, whichever arm the tag selects.
     handle->room = {};
     const clnt_stat status = clnt_call(handle->client, rg_procedure(row.tag), row.request.xdr, request,
                                        reinterpret_cast<xdrproc_t>(xdr_rg_res_t), &handle->room, time_limit);
-    handle->reply = &handle->room;  // in part at least, to be freed
+    handle->reply = &handle->room;  // even after a failure: what was decoded before it must be freed
     if (status == RPC_SUCCESS)
         return true;
     char prefix[64];
@@ -276,8 +288,8 @@ static bool send_call(regd_handle_t *handle, const call_t &row, void *request)
     return false;
 }
 
-// The reply to one call, the handle's own; null with an error record. A request that has a maker is taken
-// over, and null when that has failed.
+// Makes one call and returns the reply, which belongs to the handle, or null with an error record. Takes over
+// a request that has a maker; such a request is null if its maker failed.
 static rg_res_t *call(regd_handle_t *handle, const call_t &row, void *request)
 {
     regd_free(handle);
@@ -293,12 +305,15 @@ static rg_res_t *call(regd_handle_t *handle, const call_t &row, void *request)
     rg_res_t *reply = handle->reply;
     if (reply->tag == row.tag)
         return reply;
+    // Any other tag is an error, unless it is another call's: then the stream is out of step.
     if (rg_arm(reply->tag) == rg_arm_t::ERROR)
         set_regd_error(&reply->err);
     else
         set_reply_failure(row, "reply to another call");
     return nullptr;
 }
+
+// The three kinds of results: null, -1 and -1 with an error record.
 
 static av_list_t *records(regd_handle_t *handle, const call_t &row, void *request)
 {
@@ -312,7 +327,7 @@ static int64_t number(regd_handle_t *handle, const call_t &row, void *request)
     return reply ? int64_t{reply->number} : -1;
 }
 
-static int deed(regd_handle_t *handle, const call_t &row, void *request)
+static int operation(regd_handle_t *handle, const call_t &row, void *request)
 {
     return call(handle, row, request) ? 1 : -1;
 }
@@ -322,9 +337,10 @@ static int deed(regd_handle_t *handle, const call_t &row, void *request)
 av_list_t *regd_get_av_entry(regd_handle_t *handle, pw_req_t *credentials, int list_kind, int flag,
                              const char *key)
 {
-    av_list_t *entry = records(handle, Av_entry, new_av_req(credentials, list_kind, key, flag));
+    // Unlike a list, one record cannot be empty: without this the caller would find no reason for the null.
+    av_list_t *entry = records(handle, av_entry_call, new_av_req(credentials, list_kind, key, flag));
     if (!entry && !Error)
-        set_reply_failure(Av_entry, "no record");
+        set_reply_failure(av_entry_call, "no record");
     return entry;
 }
 
@@ -345,7 +361,7 @@ av_list_t *regd_get_df_entry(regd_handle_t *handle, pw_req_t *credentials, const
 
 av_list_t *regd_get_av_list(regd_handle_t *handle, pw_req_t *credentials, int list_kind, int flag)
 {
-    return records(handle, Av_list, new_av_list_req(credentials, list_kind, flag));
+    return records(handle, av_list_call, new_av_list_req(credentials, list_kind, flag));
 }
 
 av_list_t *regd_get_ui_list(regd_handle_t *handle, pw_req_t *credentials)
@@ -370,110 +386,110 @@ av_list_t *regd_get_conf_list(regd_handle_t *handle, pw_req_t *credentials)
 
 av_list_t *regd_get_df_by_dir(regd_handle_t *handle, pw_req_t *credentials, const char *directory)
 {
-    return records(handle, Df_by_dir, new_get_df_by_dir_req(credentials, directory));
+    return records(handle, df_by_dir_call, new_get_df_by_dir_req(credentials, directory));
 }
 
 av_list_t *regd_get_stats(regd_handle_t *handle, pw_req_t *credentials)
 {
-    return records(handle, Stats, &credentials);
+    return records(handle, stats_call, &credentials);
 }
 
 av_list_t *regd_get_q_status(regd_handle_t *handle, pw_req_t *credentials)
 {
-    return records(handle, Q_status, &credentials);
+    return records(handle, q_status_call, &credentials);
 }
 
 av_list_t *regd_get_h_status(regd_handle_t *handle, pw_req_t *credentials)
 {
-    return records(handle, H_status, &credentials);
+    return records(handle, h_status_call, &credentials);
 }
 
 av_list_t *regd_get_job_info(regd_handle_t *handle, pw_req_t *credentials, faxid_t faxid)
 {
-    return records(handle, Job_info, new_job_info_req(credentials, faxid));
+    return records(handle, job_info_call, new_job_info_req(credentials, faxid));
 }
 
 av_list_t *regd_get_history(regd_handle_t *handle, pw_req_t *credentials, faxid_t faxid)
 {
-    return records(handle, History, new_job_info_req(credentials, faxid));
+    return records(handle, history_call, new_job_info_req(credentials, faxid));
 }
 
 const rev_t *regd_rev(regd_handle_t *handle)
 {
-    const rg_res_t *reply = call(handle, Rev, nullptr);
+    const rg_res_t *reply = call(handle, rev_call, nullptr);
     return reply ? &reply->rev : nullptr;
 }
 
 int64_t regd_new_faxid(regd_handle_t *handle)
 {
-    return number(handle, New_faxid, nullptr);
+    return number(handle, new_faxid_call, nullptr);
 }
 
 int64_t regd_validate_pn(regd_handle_t *handle, const char *phone_number)
 {
     char *lent = const_cast<char *>(phone_number);  // encoding only reads it
-    return number(handle, Validate_pn, &lent);
+    return number(handle, validate_pn_call, &lent);
 }
 
 int64_t regd_get_time(regd_handle_t *handle)
 {
-    return number(handle, Time, nullptr);
+    return number(handle, time_call, nullptr);
 }
 
 int64_t regd_get_list_update_time(regd_handle_t *handle, int list_kind)
 {
-    return number(handle, List_update_time, &list_kind);
+    return number(handle, list_update_time_call, &list_kind);
 }
 
 int regd_update(regd_handle_t *handle, pw_req_t *credentials, const av_list_t *settings)
 {
-    return deed(handle, Update, new_q_update_req(credentials, settings));
+    return operation(handle, update_call, new_q_update_req(credentials, settings));
 }
 
 int regd_shutdown(regd_handle_t *handle, pw_req_t *credentials)
 {
-    return deed(handle, Shutdown, &credentials);
+    return operation(handle, shutdown_call, &credentials);
 }
 
 int regd_set_job_info(regd_handle_t *handle, pw_req_t *credentials, faxid_t faxid, const av_list_t *settings)
 {
-    return deed(handle, Set_job_info, new_job_update_req(credentials, faxid, settings));
+    return operation(handle, set_job_info_call, new_job_update_req(credentials, faxid, settings));
 }
 
 int regd_delete_job(regd_handle_t *handle, pw_req_t *credentials, faxid_t faxid)
 {
-    return deed(handle, Delete_job, new_job_delete_req(credentials, faxid));
+    return operation(handle, delete_job_call, new_job_delete_req(credentials, faxid));
 }
 
 int regd_suspend_job(regd_handle_t *handle, pw_req_t *credentials, faxid_t faxid, int suspend)
 {
-    return deed(handle, Suspend_job, new_job_suspend_req(credentials, faxid, suspend));
+    return operation(handle, suspend_job_call, new_job_suspend_req(credentials, faxid, suspend));
 }
 
 int regd_lock_list(regd_handle_t *handle, pw_req_t *credentials, int list_kind)
 {
-    return deed(handle, Lock_list, new_rg_lock_av_list_req(credentials, list_kind));
+    return operation(handle, lock_list_call, new_rg_lock_av_list_req(credentials, list_kind));
 }
 
 int regd_update_list_entry(regd_handle_t *handle, pw_req_t *credentials, int list_kind,
                            const av_list_t *entry)
 {
-    return deed(handle, Update_entry, new_rg_update_av_entry_req(credentials, list_kind, entry));
+    return operation(handle, update_entry_call, new_rg_update_av_entry_req(credentials, list_kind, entry));
 }
 
 int regd_delete_list_entry(regd_handle_t *handle, pw_req_t *credentials, int list_kind, const char *key)
 {
-    return deed(handle, Delete_entry, new_rg_delete_av_entry_req(credentials, list_kind, key));
+    return operation(handle, delete_entry_call, new_rg_delete_av_entry_req(credentials, list_kind, key));
 }
 
 int regd_commit_list(regd_handle_t *handle, pw_req_t *credentials, int list_kind)
 {
-    return deed(handle, Commit_list, new_rg_commit_av_list_req(credentials, list_kind));
+    return operation(handle, commit_list_call, new_rg_commit_av_list_req(credentials, list_kind));
 }
 
 int regd_rollback_list(regd_handle_t *handle, pw_req_t *credentials, int list_kind)
 {
-    return deed(handle, Rollback_list, new_rg_rollback_av_list_req(credentials, list_kind));
+    return operation(handle, rollback_list_call, new_rg_rollback_av_list_req(credentials, list_kind));
 }
 
 }  // namespace faxtray

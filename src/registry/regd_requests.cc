@@ -1,4 +1,4 @@
-// The makers of requests: a zeroed record, filled field by field, whole or not at all.
+// Requests are made whole or not at all: a zeroed record, filled field by field.
 #include "registry/regd_requests.h"
 
 #include <cerrno>
@@ -10,7 +10,8 @@
 
 namespace faxtray {
 
-// What XDR decodes it also frees, which serves requests of our own making as well.
+// The XDR routines free what they decode, and our own requests have the same shape: so no second list of
+// fields can fall behind the first.
 template <class Request>
 static void free_request(bool_t (*fields)(XDR *, Request *) noexcept, Request *request)
 {
@@ -87,7 +88,8 @@ void free_rg_rollback_av_list_req(rg_list_req_t *request)
     free_request(xdr_rg_list_req_t, request);
 }
 
-// Makers. The steps take the maker's name for their messages; after a failure the owner frees what was made.
+// Makers. The steps take the maker's name for their messages. After a failure the owner frees what was made
+// so far; fields that are still null are allowed.
 
 namespace {
 template <class Request, bool_t (*Fields)(XDR *, Request *) noexcept> struct request_deleter {
@@ -95,7 +97,7 @@ template <class Request, bool_t (*Fields)(XDR *, Request *) noexcept> struct req
 };
 }  // namespace
 
-// A zeroed request with a copy of the credentials, or null.
+// A zeroed request with a copy of the credentials, or null with a message.
 template <class Request, bool_t (*Fields)(XDR *, Request *) noexcept>
 static std::unique_ptr<Request, request_deleter<Request, Fields>> new_request(const char *maker, pw_req_t *pw)
 {
@@ -112,6 +114,7 @@ static std::unique_ptr<Request, request_deleter<Request, Fields>> new_request(co
     return request;
 }
 
+// Stores a copy of `text`, null counting as "". False with a message when out of memory.
 static bool copy_text(const char *maker, char **field, const char *text)
 {
     text = text ? text : "";
@@ -121,6 +124,7 @@ static bool copy_text(const char *maker, char **field, const char *text)
     return *field != nullptr;
 }
 
+// Stores a copy of one list, or null. False with a message when out of memory.
 static bool copy_list(const char *maker, av_list_t **field, const av_list_t *list)
 {
     *field = list ? copy_av_list(list) : nullptr;
@@ -201,6 +205,7 @@ rg_get_df_by_dir_req_t *new_get_df_by_dir_req(pw_req_t *pw, const char *director
     return request.release();
 }
 
+// Locking, committing and rolling back differ only in the maker's name, which messages show.
 static rg_list_req_t *new_list_req(const char *maker, pw_req_t *pw, int list_kind)
 {
     auto request = new_request<rg_list_req_t, xdr_rg_list_req_t>(maker, pw);

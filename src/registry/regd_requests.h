@@ -1,10 +1,12 @@
 // regd_requests: what crosses the wire between the registry daemon and its clients (ONC RPC over TCP,
-// program REGD_PROG_BASE plus the queue number, version 1), and the making of requests. Fields stand in
+// program REGD_PROG_BASE plus the queue number, version 1), and functions that make requests. Fields are in
 // wire order; xdr_regd encodes them.
 //
-// A request owns all it holds, in malloc'd memory. new_*_req copies what it is given: absent credentials
-// stay absent, a null text becomes "", a null list stays absent. It returns null without memory, with
-// messages on standard error that begin with its own name. free_*_req frees all; null is allowed.
+// A request owns all it holds, in malloc'd memory. new_*_req copies what it is given: absent credentials stay
+// absent, a null text becomes "", a null list stays absent. When out of memory it returns null, with messages
+// on standard error that begin with its own name. free_*_req frees all; null is allowed.
+//
+// All makers but new_av_req serve calls that no program here makes (see regd_client).
 #pragma once
 
 #include "protocol/pw_req.h"
@@ -15,8 +17,8 @@ namespace faxtray {
 inline constexpr u_long REGD_PROG_BASE = 0x55BBC;  // plus the queue number, which is at least 1
 inline constexpr u_long REGD_VERS = 1;
 
-// The tag of a reply: one of these for success, any other for an error. The procedure that answers with it
-// has the next number.
+// The tag of a reply: the call's own of these for success, any other for an error. The number of the
+// procedure is one more than its tag.
 enum rg_tag_t : int {
     RG_REV = 0,
     RG_STATS = 1,
@@ -41,7 +43,7 @@ enum rg_tag_t : int {
     RG_DELETE_ENTRY = 22,
     RG_COMMIT_LIST = 23,
     RG_ROLLBACK_LIST = 24,
-    RG_ERROR = 25,  // the error tag that faxregd sends
+    RG_ERROR = 25,  // the error tag that our faxregd sends
 };
 
 inline constexpr u_long rg_procedure(rg_tag_t tag)
@@ -51,17 +53,17 @@ inline constexpr u_long rg_procedure(rg_tag_t tag)
 
 enum rg_list_kind_t : int { RG_USERS = 0, RG_MODEMS = 1, RG_FORWARDERS = 2, RG_CONF = 3 };
 
-// What a reply carries.
+// What a reply with a given tag carries.
 enum class rg_arm_t {
     NOTHING,
     NUMBER,   // u_int
     REV,      // rev_t
-    RECORDS,  // optional av_list_t, one entry or a table
+    RECORDS,  // optional av_list_t: one entry or a table
     ERROR,    // err_t
 };
 
-struct rg_res_t {
-    int tag;
+struct rg_res_t {  // every procedure's result
+    int tag;       // selects the arm, see rg_arm()
     union {
         u_int number;
         rev_t rev;
@@ -92,14 +94,14 @@ struct rg_job_suspend_req_t {
     int suspend;  // 1 suspend, 0 resume
 };
 
-struct rg_av_req_t {
+struct rg_av_req_t {  // one record by key
     pw_req_t *pw;
     int list_kind;
     char *key;
-    int flag;  // 1 for users and forwarders, 0 for modems; the registry daemon knows what for
+    int flag;  // 1 for users and forwarders, 0 for modems; its meaning is the registry daemon's
 };
 
-struct rg_av_list_req_t {
+struct rg_av_list_req_t {  // a whole list
     pw_req_t *pw;
     int list_kind;
     int flag;
@@ -107,7 +109,7 @@ struct rg_av_list_req_t {
 
 struct rg_get_df_by_dir_req_t {
     pw_req_t *pw;
-    char *directory;  // incoming
+    char *directory;  // an incoming one, absolute
 };
 
 struct rg_list_req_t {  // lock, commit, roll back

@@ -1,4 +1,5 @@
-// The registry protocol's records in XDR form, put together of those of the inbox protocol.
+// The registry protocol's records in XDR form, composed of those of the inbox protocol. Every request begins
+// with the caller's identity as optional data.
 #include "registry/xdr_regd.h"
 
 #include "protocol/xdr_records.h"
@@ -59,6 +60,7 @@ bool_t xdr_rg_delete_av_entry_req_t(XDR *xdrs, rg_delete_av_entry_req_t *request
     return xdr_pw(xdrs, &request->pw) && xdr_int(xdrs, &request->list_kind) && xdr_text(xdrs, &request->key);
 }
 
+// Tags 16 and 17 are not in use, and so count as errors like every unknown one.
 rg_arm_t rg_arm(int tag)
 {
     switch (tag) {

@@ -1,4 +1,4 @@
-// xdr_regd: the XDR form (RFC 4506) of the registry protocol's records; all as in xdr_records.
+// xdr_regd: the XDR form (RFC 4506) of the registry protocol's records. The rules are those of xdr_records.
 #pragma once
 
 #include <rpc/rpc.h>
@@ -20,8 +20,8 @@ bool_t xdr_rg_delete_av_entry_req_t(XDR *xdrs, rg_delete_av_entry_req_t *request
 
 rg_arm_t rg_arm(int tag);  // what a reply of that tag carries
 
-// The arm goes by the tag. A list of records is encoded as optional data; decoded are that and a list in
-// line (see xdr_av_entry).
+// The tag selects the arm. A list of records is encoded as optional data; on decoding, both this form and a
+// bare list are accepted (see xdr_av_entry).
 bool_t xdr_rg_res_t(XDR *xdrs, rg_res_t *result) noexcept;
 
 }  // namespace faxtray

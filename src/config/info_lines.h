@@ -1,0 +1,40 @@
+// info_lines: the format of USER_LIST.info and MODEMS.info: "[key]" sections of "attribute = value" lines.
+//
+//   # a comment                      ignored, as are empty lines
+//   [Mary O'Neil]                    section line: the key, trimmed; what follows the "]" is ignored
+//   email_address = mary@localhost   a name of letters, digits and "_", at most 63; then "=", the value
+//   human_name = "  Mary "  ; note   quotes keep blanks; an unescaped ";" or "#" ends the value
+//   group                            no "=" or no value: the empty value
+//
+// Escapes: \\ \n \t \" \# \;. A value holds at most 511 characters. The values of a section whose key
+// begins with "__" are raw: neither escapes, nor quotes, nor comments. Kept: a line that is none of these is
+// reported and ends its section; administrators lose the lines up to the next section line.
+//
+// Faults of lines and sections are reported on standard error, values that are too long on the stream set
+// here.
+#pragma once
+
+#include <cstdio>
+
+#include "config/av_list.h"
+
+namespace faxtray {
+
+// Reads the next section, attributes sorted by name; the caller frees it. Null at the end of the file, or on
+// failure (parse_error() is then 1).
+av_list_t *get_row(FILE *file);
+int parse_error();  // 0 or 1, of the last get_row
+
+// The value that `text`, the part of a line after "=", denotes; static buffer, valid until the next call.
+const char *info_parse_value(const char *text);
+
+// How `value` is written in a line; another static buffer.
+const char *info_unparse_value(const char *value);
+
+bool info_is_raw(const char *key);  // whether the values of that section are raw
+
+// Where this module and info_file report failures; null: nowhere.
+void info_set_error_stream(FILE *stream);
+FILE *info_error_stream();
+
+}  // namespace faxtray
