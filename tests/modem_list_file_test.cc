@@ -33,12 +33,23 @@ TEST(ModemListFile, TakesTheHomeAsRootAndSaysWhatItMisses)
     EXPECT_EQ(1, mi_error());
     set_mtime(path, 1001);
     EXPECT_EQ(1, mi_stale(path.c_str()));
+
+    // The limit is on the root and "./incoming", without the "/" between; a longer path then fails by itself.
+    for (size_t root : {4085, 4086}) {
+        scoped_env home("ONDRIXHOME", ("/" + std::string(root, 'r')).c_str());
+        EXPECT_EQ(0, mi_open(path.c_str(), stderr));
+        EXPECT_EQ(1, mi_error());
+    }
     mi_close();
     EXPECT_EQ("mi_open: Can't find default file: [MODEMS.info].\n"
               "_mi_get: Modem info file not open.\n"
               "_mi_fix: Warning: null or missing usage value.\n"
               "_mi_fix: Can't create full path to incoming directory for device [ttyD].\n"
-              "_mi_get: Internal failure: _mi_fix.\n",
+              "_mi_get: Internal failure: _mi_fix.\n"
+              "_mi_fix: Can't create full path to incoming directory for device [default].\n"
+              "mi_open: Internal failure: _mi_fix.\n"
+              "_mi_fix: Path length exceeds MAXPATHLEN of 4096 for device [default].\n"
+              "mi_open: Internal failure: _mi_fix.\n",
               err.text());
 }
 

@@ -8,6 +8,7 @@
 #include <memory>
 #include <sstream>
 
+#include "config/attributes.h"
 #include "config/info_file.h"
 #include "config/modem_list_file.h"
 #include "config/modem_record.h"
@@ -61,6 +62,13 @@ static std::string munged_order(const char *a, const char *b)
     return order < 0 ? "<" : order > 0 ? ">" : "=";
 }
 
+// The handle of a value, and what that handle leads back to.
+static std::string value_of(int attr, const char *value)
+{
+    const int handle = as_get_value_handle(attr, value);
+    return std::to_string(handle) + " " + bracketed(as_get_value_string(attr, handle));
+}
+
 static std::string version_of(const char *id)
 {
     char info[64];
@@ -69,7 +77,7 @@ static std::string version_of(const char *id)
            bracketed(rev_branch(nullptr)) + " time " + bracketed(rev_delta_time(nullptr));
 }
 
-// A call a line: its name and up to three arguments, behind a tab each, with \t and \n for those two.
+// One call per line: its name and up to three arguments, each after a tab; \t and \n stand for those two.
 static const struct {
     const char *name;
     std::string (*run)(char *a, char *b, char *c);
@@ -87,6 +95,8 @@ static const struct {
     {"passwd", [](char *a, char *, char *) { return bracketed(passwd(a)); }},
     {"version", [](char *a, char *, char *) { return version_of(a); }},
     {"munged_strcmp", [](char *a, char *b, char *) { return munged_order(a, b); }},
+    {"attribute", [](char *a, char *, char *) { return std::to_string(as_get_attr_handle(a)); }},
+    {"value", [](char *a, char *b, char *) { return value_of(as_get_attr_handle(a), b); }},
     {"inbox_path", [](char *a, char *b, char *c) { return inbox_of(a, b, c); }},
     {"mi_reservation", [](char *a, char *, char *) { return std::to_string(mi_reservation(a)); }},
     {"mi_is_fclass", [](char *a, char *b, char *) { return std::to_string(mi_is_fclass(a, b)); }},
@@ -146,10 +156,18 @@ static void print_entry(const av_list_ptr &entry, av_list_t *(*get_no_defaults)(
     av_printf(stderr, av_list_ptr(get_no_defaults(entry->key)).get());
 }
 
+// What the file sets itself; the built-in defaults where it sets none but the directory that every line gets.
+static void print_defaults(av_list_t *(*get)(const char *), av_list_t *(*get_no_defaults)(const char *))
+{
+    const av_list_ptr own(get_no_defaults("default"));
+    const bool sets = own->nodes && (own->nodes->next || strcmp(own->nodes->attr, "incoming_dir") != 0);
+    av_printf(stderr, sets ? own.get() : av_list_ptr(get("default")).get());
+}
+
 static void print_users(const std::string &path)
 {
     EXPECT_EQ(ui_open(path.c_str(), stderr), 1);
-    av_printf(stderr, av_list_ptr(ui_get("default")).get());
+    print_defaults(ui_get, ui_get_no_defaults);
     print_entry(av_list_ptr(ui_get("admin")), ui_get_no_defaults);
     ui_rewind();
     while (av_list_ptr entry{ui_get(nullptr)}) {
@@ -184,7 +202,7 @@ static void print_modems(const std::string &path)
 {
     trace_on trace;
     EXPECT_EQ(mi_open(path.c_str(), stderr), 1);
-    av_printf(stderr, av_list_ptr(mi_get("default")).get());
+    print_defaults(mi_get, mi_get_no_defaults);
     mi_rewind();
     while (av_list_ptr entry{mi_get(nullptr)}) {
         print_entry(entry, mi_get_no_defaults);
@@ -197,7 +215,7 @@ static void print_modems(const std::string &path)
 TEST(Reference, EveryFileGivesWhatItsRefSays)
 {
     scoped_env home("ONDRIXHOME", "/opt/fax");
-    char here[MAXPATHLEN];  // told as HERE
+    char here[MAXPATHLEN];  // shown as HERE
     ASSERT_TRUE(cv_getcwd(here, sizeof here));
     for (auto [folder, print] : {std::pair("calls", &run_calls),
                                  {"info", print_info},

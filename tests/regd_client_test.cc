@@ -1,5 +1,5 @@
-// What the registry client sends and understands, and what it reports without a registry. The calls themselves are
-// in service/registry_calls_test.cc.
+// What the registry client understands, and what it reports without a registry. The calls themselves are in
+// service/registry_calls_test.cc.
 #include "registry/regd_client.h"
 
 #include <gtest/gtest.h>
@@ -10,48 +10,6 @@
 #include "support/xdr_memory.h"
 
 namespace faxtray {
-
-// Expects the request that `make` makes of credentials and `rest` to be sent as `bytes`, after the caller's identity
-// or its absence, and to be decoded and freed whole.
-template <class Request, class... Made, class... Rest>
-static void sends(const std::string &bytes, bool_t (*routine)(XDR *, Request *) noexcept,
-                  Request *(*make)(pw_req_t *, Made...), void (*free_made)(Request *), Rest... rest)
-{
-    std::string name;
-    pw_req_t pw = {nullptr, nullptr, nullptr, 3, 7};
-    for (pw_req_t *credentials : {&pw, static_cast<pw_req_t *>(nullptr)}) {
-        name = "anna";
-        pw.user = name.data();
-        const std::string sent = word(1) + text("anna") + text("") + text("") + word(3) + word(7);
-        Request *request = make(credentials, rest...);
-        ASSERT_TRUE(request);
-        name = "gone";  // the copy keeps the old one
-        EXPECT_STREQ(pw.password, credentials ? "" : pw.password);
-        const std::string wire = (credentials ? sent : word(0)) + bytes;
-        EXPECT_EQ(encode(routine, request), wire);
-        free_made(request);
-
-        Request decoded = {};
-        EXPECT_TRUE(decode(routine, &decoded, wire));
-        EXPECT_EQ(encode(routine, &decoded), wire);
-        free_decoded(routine, &decoded);
-        refuse_cut(routine, wire);
-    }
-}
-
-TEST(RegdRequests, GoOutWholeAndOwnWhatTheyHold)
-{
-    const av_list_ptr settings(av_new("k"));
-    ASSERT_TRUE(av_put(settings.get(), "attr", "value"));
-    settings->check_value = -1;
-    const std::string list =
-        word(1) + text("k") + word(0xFFFFFFFF) + word(1) + text("attr") + text("value") + word(0) + word(0);
-    const av_list_t *k = settings.get(), *none = nullptr;
-
-    sends(word(2) + text("") + word(0), xdr_rg_av_req_t, new_av_req, free_av_req, RG_FORWARDERS, nullptr, 0);
-    sends(list, xdr_rg_q_update_req_t, new_q_update_req, free_q_update_req, k);
-    sends(word(5) + word(0), xdr_rg_job_update_req_t, new_job_update_req, free_job_update_req, 5, none);
-}
 
 TEST(RegdReplies, CarryTheArmOfTheirTag)
 {
