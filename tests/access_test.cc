@@ -45,6 +45,12 @@ TEST(Access, TheBitsOfOneClassDecide)
         EXPECT_EQ(check_access_stat(st, S_IFREG, perms), granted)
             << std::oct << mode << " " << uid << " " << gid << " " << perms;
     }
+    temp_dir dir;
+    const std::string file = dir.write("file", "");
+    for (auto [mode, granted] : {std::pair(0500, 3), {0400, 2}, {0100, 0}}) {
+        chmod(file.c_str(), static_cast<mode_t>(mode));
+        EXPECT_EQ(is_readable_file(file.c_str()) * 2 + is_executable_file(file.c_str()), granted) << mode;
+    }
     become(0, 0);
 }
 

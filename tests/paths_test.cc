@@ -5,7 +5,11 @@
 #include <random>
 #include <string>
 
+#include "support/temp_dir.h"
+
 namespace faxtray {
+
+static const std::string too_long(MAXPATHLEN, 'x');
 
 TEST(Paths, CanonicalPathsAreExactlyThoseThatMkpathLeavesAlone)
 {
@@ -22,6 +26,15 @@ TEST(Paths, CanonicalPathsAreExactlyThoseThatMkpathLeavesAlone)
         canonical += unchanged;
     }
     EXPECT_GT(canonical, 1000);
+}
+
+TEST(Paths, TheTemporaryDirectoryIsTmpUnlessOneThatFitsIsSet)
+{
+    for (auto [set, used] :
+         {std::pair("/var/tmp", "/var/tmp"), {nullptr, "/tmp"}, {too_long.c_str(), "/tmp"}}) {
+        scoped_env env("ONDRIXTMP", set);
+        EXPECT_STREQ(get_temp_dir(), used);
+    }
 }
 
 }  // namespace faxtray

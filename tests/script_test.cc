@@ -8,6 +8,7 @@
 // "{n*20}" is a text twenty times, "\s", "\n" and "\x80" are a blank, a line feed and the byte of that
 // number, MONDD is the month and day of short names, OURPID the process. Steps between "process" and "end"
 // run in a child, which ends without cleaning up.
+#include <fcntl.h>
 #include <gtest/gtest.h>
 #include <signal.h>
 #include <sys/param.h>
@@ -121,12 +122,15 @@ static void edit_notes(const char *pattern, const char *replacement)
     }
 }
 
-static const std::map<std::string, std::pair<unsigned, unsigned>> refusals = {
-    {"renameat2", {SYS_renameat2, EINVAL}},
-    {"link", {SYS_link, EPERM}},
-    {"fsync", {SYS_fsync, EIO}},
-    {"getrandom", {SYS_getrandom, ENOSYS}},
-    {"unlink", {SYS_unlink, EIO}}};
+static const std::map<std::string, void (*)()> refusals = {
+    {"renameat2", [] { refuse_call(SYS_renameat2, EINVAL); }},
+    {"link", [] { refuse_call(SYS_link, EPERM); }},
+    {"unlink", [] { refuse_call(SYS_unlink, EIO); }},
+    {"fsync", [] { refuse_call(SYS_fsync, EIO); }},
+    {"getrandom", [] { refuse_call(SYS_getrandom, ENOSYS); }},
+    {"broken_directories", [] { refuse_call(SYS_openat, EIO, O_DIRECTORY); }},
+    {"drop_boxes", [] { refuse_call(SYS_openat, EACCES, O_DIRECTORY); }},
+};
 
 // Cuts the one note there is at every length, appends `after`, and says with what lengths recovery removes
 // `file`.
@@ -181,7 +185,7 @@ static const std::map<std::string, void (*)(const char *a, const char *b, const 
     {"setenv", [](auto a, auto b, auto) { setenv(a, b, 1); }},
     {"disk_full", [](auto, auto, auto) { full = true; }},
     {"edit_notes", [](auto a, auto b, auto) { edit_notes(a, b); }},
-    {"refuse", [](auto a, auto, auto) { refuse_call(refusals.at(a).first, refusals.at(a).second); }},
+    {"refuse", [](auto a, auto, auto) { refusals.at(a)(); }},
     {"list", [](auto, auto, auto) { list_files("."); }},
     {"tr_puts", [](auto a, auto, auto) { tr_puts(a); }},
     {"trace_print_date", [](auto, auto, auto) { trace_print_date(); }},
