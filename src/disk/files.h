@@ -32,8 +32,7 @@ bool put_in_place(unique_fd fd, const char *staged, const char *dst, bool replac
 
 // Copies a regular file to `dst`, or into it when it is a directory. A new target gets the source's
 // permissions less the umask; an existing one is overwritten and gets its permissions. The source itself and
-// anything but a regular file are refused as the target. For the fax system's other programs; none here calls
-// it.
+// anything but a regular file are refused as the target.
 int copy(const char *src, const char *dst);
 
 // Moves a regular file to `dst`, replacing a regular file there, or into a directory: by rename or, to
@@ -55,7 +54,8 @@ int copy_new(const char *src, const char *dst);
 // descriptor for reading and writing, the caller's to close, or -1 with errno.
 int unique_file(const char *prefix, char *path);
 
-// ftruncate(2) with a trace line on failure; 0, or -1 with errno.
+// ftruncate(2) with a trace line on failure; 0, or -1 with errno. For the fax system's other programs; none
+// here calls it.
 int cv_ftruncate(int fd, off_t length);
 
 }  // namespace faxtray
