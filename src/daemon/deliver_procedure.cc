@@ -116,6 +116,7 @@ struct send_t {
 
 }  // namespace
 
+// Any entry with the attribute is a group, whatever else it says.
 static send_t choose_send(const av_list_t *entry, const char *recipients)
 {
     if (const av_node_t *group = as_get_av_node(AS_GROUP, entry)) {
@@ -183,6 +184,7 @@ static void finish_message(bounded_text &message, bool single)
     message.append(account);
 }
 
+// Delivers to all names. What has been delivered stays delivered if another name fails.
 static in_res_t *deliver(const send_t &send, const char *path, in_res_t &result)
 {
     char **names = nullptr;

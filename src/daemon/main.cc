@@ -43,6 +43,7 @@ static void cleanup()
     dump_list(&incoming);
 }
 
+// Kept: exit status 0 even if the revision cannot be read; installers ask for the text only.
 static int print_revision()
 {
     char text[256];
@@ -112,6 +113,7 @@ static void start_tracing()
         fprintf(stderr, "%s: Warning: Problem opening trace file.\n", Program);
 }
 
+// From here on entries reach the file, and the administrator.
 static void start_exception_log()
 {
     char path[sizeof dvWork_dir + sizeof "/exception_log"];
@@ -149,6 +151,7 @@ static bool go_into_background()
     return true;
 }
 
+// A session of its own: the daemon outlives the terminal that started it.
 static bool leave_terminal()
 {
     if (setsid() >= 0)
@@ -180,6 +183,7 @@ static bool start_service()
     return false;
 }
 
+// Serves until select() fails with EBADF, which means that our descriptors are in disorder.
 static void cv_svc_run()
 {
     rpc_service_run(inbox_service());

@@ -120,6 +120,7 @@ in_res_t *get_df_index_1_svc(df_index_req_t *request, svc_req *) noexcept
 
 // Counting
 
+// Counts after a scan, so that clients may poll for new faxes by the number alone.
 static in_res_t *count_faxes(user_node_t *node, res_type_t type, in_res_t &result)
 {
     if (!scan_inbox(node, result))
@@ -351,6 +352,7 @@ in_res_t *commit_df_fax_1_svc(df_commit_req_t *request, svc_req *) noexcept
 
 // Removing what was shown
 
+// Always succeeds once the checks have passed; what could not be removed is in the log.
 static in_res_t *commit_shown(user_node_t *node, res_type_t type, in_res_t &result)
 {
     // Nothing was shown yet: there is nothing to remove, and no reason to load the inbox.

@@ -67,6 +67,7 @@ void exit_proc(int sig)
     wake_loop();
 }
 
+// Reaping is left to the loop: a request that awaits its own child must find it there.
 void sa_child(int)
 {
     child_signalled = 1;

@@ -52,6 +52,7 @@ file_node_t *new_file_node(const char *name, const char *sender_fax, const char 
                                 faxid,
                                 size,
                                 mtime};
+    // build_node prints nothing, since the two modules that use it word their messages differently.
     const char *refused;
     file_node_t *node = build_node(source, &refused);
     if (node)
@@ -129,6 +130,7 @@ faxid_t newid()
 
 // The chain
 
+// A name's share of the check value. Kept: signed bytes, as clients compute it too.
 static u_int sum_of(const char *name)
 {
     u_int sum = 0;

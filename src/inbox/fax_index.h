@@ -60,7 +60,8 @@ struct fax_index_t : file_list_t {
 fax_index_t *create_new_list();       // empty, to be freed by free_index(); null without memory
 void free_index(fax_index_t *index);  // with its chain; null is allowed
 
-// Inserts by mtime, after equal ones. Returns 1, the list then owning the node, or 0 without memory.
+// Inserts by mtime, after equal ones. Returns 1, the list then owning the node, or 0 without memory. For the
+// fax system's other programs; none here calls it, because scans add many at once.
 int add_file_node(fax_index_t *index, file_node_t *node);
 
 // Inserts many, which must be sorted by mtime, in one walk along the chain at most. Throws std::bad_alloc

@@ -98,6 +98,7 @@ static const user_node_t *find_incoming(const inbox_list_t *incoming, const char
     return nullptr;
 }
 
+// Appends a name to a comma-separated list.
 static void append(std::string *list, const char *name)
 {
     if (!list->empty())
@@ -185,6 +186,7 @@ int update_forwarder(av_list_t *user, av_table_t *forwarders, const inbox_list_t
     return 1;
 }
 
+// Also true for "", which then matches no handle.
 static bool is_hexadecimal(const char *text)
 {
     return text[strspn(text, "0123456789abcdefABCDEF")] == '\0';

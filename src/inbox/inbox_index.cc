@@ -98,7 +98,7 @@ file_list_t *get_index(user_node_t *user, u_int check_value, int faxid, int how,
         return &result;
 
     const file_node_t *start = index->head;
-    if (faxid == 0) {
+    if (faxid == 0) {  // Kept: from the oldest on, and forwards, whatever `how` says
         how = 1;
     } else {
         start = get_file_node(index, static_cast<faxid_t>(faxid));

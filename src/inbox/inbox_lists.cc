@@ -186,6 +186,7 @@ int load_user_list(user_list_t *user_list, const char *path)
         fprintf(stderr, "load_user_list: Can't open user list file [%s].\n", shown(path));
         return 0;
     }
+    // The old list goes only once there is a file to replace it.
     user_list->users.clear();
     user_list->metausers.clear();
     free_recipients(&user_list->recipients);
@@ -245,6 +246,7 @@ static const char *incoming_path(const av_list_t *tty)
     return path;
 }
 
+// Only directories that exist: unlike users' inboxes, these are created by the fax system.
 static bool is_usable_directory(const char *path, const char *tty)
 {
     if (!check_dir_access(path, "")) {
@@ -294,6 +296,7 @@ static void describe(user_node_t *node, const char *description)
 // Adds the inbox of one tty, unless another tty's entry has added it already.
 static void add_incoming(inbox_list_t *list, const av_list_t *tty)
 {
+    // A shared directory was checked with the first tty that has it.
     const char *path = incoming_path(tty);
     user_node_t *shared = path ? find_by_path(list, path) : nullptr;
     if (shared) {
@@ -314,6 +317,7 @@ static void add_incoming(inbox_list_t *list, const av_list_t *tty)
     trprintf("load_incoming_list: Can't create entry for MODEMS.info entry for tty [%s].\n", tty->key);
 }
 
+// What MODEMS.info came to; administrators compare it with what they meant.
 static void trace_incoming(const inbox_list_t *list)
 {
     trprintf("load_incoming_list: New unrouted inbox DF list:\n");
@@ -370,6 +374,7 @@ static void create_inbox(inbox_list_t *list, const av_list_t *user)
         refresh_failure(__LINE__, "%s: Can't update user list\n", refresh);
 }
 
+// Takes the inbox out of the list and frees it; its files stay.
 static bool remove_inbox(inbox_list_t *list, user_node_t *node)
 {
     user_node_ptr gone(delete_user_node(list, node));

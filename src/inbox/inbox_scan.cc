@@ -41,6 +41,7 @@ enum : int { PAGES, SENDER_FAX, SUB_FRAME, PWD_FRAME, SHOWN_ATTRS };
 static constexpr const char *shown_attrs[SHOWN_ATTRS] = {"#PAGES", "SENDER_FAX#", "T30_SUB_FRAME",
                                                          "T30_PWD_FRAME"};
 
+// A shorter file is no fax, whatever it holds.
 static bool has_fax_magic(const char *bytes, ssize_t n)
 {
     uint32_t word;
@@ -108,7 +109,7 @@ static file_node_t *create_node_at(int directory, const char *at, const char *pa
     }
     char block[4096];
     ssize_t n = read(fd.get(), block, sizeof block);
-    if (n < 0) {
+    if (n < 0) {  // an I/O error, or a directory
         report("create_file_node: read(\"%s\"): %s\n", path, strerror(errno));
         return nullptr;
     }
@@ -345,6 +346,7 @@ static const char *skip_reason(const scan_t &scan, const char *name, const struc
     return nullptr;
 }
 
+// Every file left out is traced with the reason: it answers "why is my fax not listed?".
 static void trace_skip(const char *name, const char *reason)
 {
     trprintf("update_index: Ignoring file: [%s]: %s.\n", name, reason);

@@ -66,6 +66,7 @@ user_node_t *get_user_node(const inbox_list_t *list, const char *name)
     return list ? list->find(name) : nullptr;
 }
 
+// Kept: called also for inboxes whose directory has gone; ENOENT is no failure.
 int dump_user_node(user_node_t *node)
 {
     if (node->index)  // loaded: the marker says when
@@ -87,6 +88,7 @@ void free_user_list(inbox_list_t *list)
     }
 }
 
+// Nodes are all asked before any is freed: a failure is reported and stops nothing.
 void dump_list(inbox_list_t *list)
 {
     for (user_node_t *node = list->head; node; node = node->next)
