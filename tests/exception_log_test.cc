@@ -44,10 +44,12 @@ TEST(ExceptionLog, FallsBackToStandardErrorWhenTheFileCannotBeWritten)
     capture_stderr err;
     errno = ENOTTY;
     EXPECT_EQ(elog_writef(version, "x.cc", 1, ELOG_ERROR, ELOG_FILE, "said"), 0);
+    EXPECT_EQ(elog_writef(version, "x.cc", 1, ELOG_ERROR, elog_file_and_stderr, "again"), 0);
     EXPECT_EQ(errno, ENOTTY) << "not that of the file that could not be opened";
-    EXPECT_EQ(timeless(err.text()), "elog_writef:  failed to fopen(\"/dev/null/log\"),errno=20," +
-                                        std::string(version) +
-                                        ",x.cc,1\nTIME   ERROR:  said  //faxtrayd [x.cc:1] 9.2.3.4\n");
+    const std::string failed =
+        "elog_writef:  failed to fopen(\"/dev/null/log\"),errno=20," + std::string(version) + ",x.cc,1\n";
+    EXPECT_EQ(timeless(err.text()), failed + "TIME   ERROR:  said  //faxtrayd [x.cc:1] 9.2.3.4\n" + failed +
+                                        "TIME   ERROR:  again\n");
 }
 
 static std::string told;

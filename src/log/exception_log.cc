@@ -133,6 +133,14 @@ static file_ptr open_log(const char *version_id, const char *source_file, int li
     return log;
 }
 
+// The part of the format that counts. The line ends after the trailer, not within the message.
+static void cut_format(char (&out)[template_size + 1], const char *format)
+{
+    snprintf(out, sizeof out, "%s", format ? format : "");
+    for (size_t n = strlen(out); n > 0 && out[n - 1] == '\n'; n--)
+        out[n - 1] = '\0';
+}
+
 int elog_writef(const char *version_id, const char *source_file, int line, int level, int destinations,
                 const char *format, ...)
 {
@@ -147,31 +155,20 @@ int elog_vwritef(const char *version_id, const char *source_file, int line, int 
                  const char *format, va_list args)
 {
     int saved_errno = errno;
-    int result = 1;
 
     // Without the file the entry is not lost: it goes to standard error, unless that gets it anyway. Kept: a
     // mask of 0 opens a stream that nothing is written to.
-    file_ptr log;
-    FILE *log_stream = nullptr;
-    if (destinations == 0 || (destinations & ELOG_FILE)) {
-        log = open_log(version_id, source_file, line, destinations);
-        log_stream = log.get();
-        if (!log_stream) {
-            result = 0;
-            if (!(destinations & ELOG_STDERR))
-                log_stream = stderr;
-        }
-    }
+    const bool wants_file = destinations == 0 || (destinations & ELOG_FILE);
+    file_ptr log = wants_file ? open_log(version_id, source_file, line, destinations) : nullptr;
+    FILE *stream = log || (destinations & ELOG_STDERR) ? log.get() : stderr;
+    int result = wants_file && !log ? 0 : 1;
 
     char prefix[64], trailer[3 * 4096];
     make_prefix(prefix, sizeof prefix, level);
     make_trailer(trailer, sizeof trailer, version_id, source_file, line);
 
-    // The line ends after the trailer, not within the message.
     char message_template[template_size + 1];
-    snprintf(message_template, sizeof message_template, "%s", format ? format : "");
-    for (size_t n = strlen(message_template); n > 0 && message_template[n - 1] == '\n'; n--)
-        message_template[n - 1] = '\0';
+    cut_format(message_template, format);
 #pragma GCC diagnostic push
 #pragma GCC diagnostic ignored "-Wformat-nonliteral"  // the caller's literal, cut
     const formatted_text message(message_template, args);
@@ -179,8 +176,8 @@ int elog_vwritef(const char *version_id, const char *source_file, int line, int 
 
     // Only the log file's copy says where in the code; people at a terminal need not know.
     int written = 0;
-    if ((destinations & ELOG_FILE) && log_stream) {
-        written = write_line(log_stream, prefix, message.text(), trailer);
+    if ((destinations & ELOG_FILE) && stream) {
+        written = write_line(stream, prefix, message.text(), trailer);
         if (written < 0)
             result = 0;
     }
