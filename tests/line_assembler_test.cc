@@ -50,7 +50,6 @@ TEST_F(LineAssembler, DrawsRunsAndFillsUpWhite)
 {
     EXPECT_EQ(put({3, -2, 7, T4_EOL}), "3 -2 7 ...##.......|");
     EXPECT_EQ(put({0, -12, T4_EOL, T4_EOL}), "0 -12 ############|12 ............|");
-    EXPECT_EQ(put({1, -2, T4_EOL}), "1 -2 9 .##.........|");
     t4dec_set_pixel_width(70);
     EXPECT_EQ(put({0, -64, 0, 6, T4_EOL}), "0 -64 6 " + std::string(64, '#') + "......|");
 }
