@@ -1,5 +1,5 @@
 // scenario_tests [--update] NAME...: runs scenarios, each on a private host of its own, and compares what
-// happened with the references. tests/README.md tells how to write one.
+// happened with the references, or makes it the references. tests/README.md says how to write one.
 #include <sys/mount.h>
 
 #include <cstdio>
@@ -24,7 +24,7 @@ static void hide_tmp()
         perror("overlay /tmp");
 }
 
-// 0 when all was as the reference says; otherwise the differences are printed.
+// 0 when all was as the reference says, or is from now on; differences are printed.
 static int run(const std::string &name, bool update)
 {
     const temp_dir dir;
@@ -37,11 +37,11 @@ static int run(const std::string &name, bool update)
     });
     if (status != 0)
         return status;
+    const ended_t difference = run_shell("diff -uN " + path + ".ref " + found);
+    fputs(difference.output.c_str(), stdout);
     if (update)
         std::filesystem::copy(found, path + ".ref", std::filesystem::copy_options::overwrite_existing);
-    const ended_t difference = run_shell("diff -u " + path + ".ref " + found);
-    fputs(difference.output.c_str(), stdout);
-    return difference.status == 0 ? 0 : 1;
+    return difference.status == 0 || update ? 0 : 1;
 }
 
 }  // namespace faxtray

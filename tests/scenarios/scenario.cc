@@ -465,8 +465,11 @@ static void make_site()
         fs::create_directories(site_path + dir);
     for (const char *list : {"USER_LIST.info", "MODEMS.info", "TRACES"})
         add_file(list, read_file(std::string(SCENARIOS "/site/") + list));
+    for (const auto &[name, value] :
+         {std::pair("TZ", "UTC"), {"LC_ALL", "C"}, {"ONDRIXTMP", "/run/site/tmp"}})
+        setenv(name, value, 1);
+    tzset();
     unsetenv("ONDRIXHOME");
-    setenv("ONDRIXTMP", (site_path + "tmp").c_str(), 1);
     setenv("PATH", (BINARIES ":" + site_path + ":" + getenv("PATH")).c_str(), 1);
     umask(022);
     fs::current_path(site_path);
