@@ -18,38 +18,40 @@ static constexpr std::array<Row, N> sorted(std::array<Row, N> rows, Before befor
     return rows;
 }
 
-static constexpr auto values = sorted(
-    std::to_array<as_value_t>({
-        {AS_ADMIN_NOTIFY_LEVEL, "error", IV_NOTIFY_LEVEL_ERROR},
-        {AS_ADMIN_NOTIFY_LEVEL, "fatal", IV_NOTIFY_LEVEL_FATAL},
-        {AS_ADMIN_NOTIFY_LEVEL, "none", IV_NOTIFY_LEVEL_NONE},
-        {AS_ADMIN_NOTIFY_LEVEL, "notice", IV_NOTIFY_LEVEL_NOTICE},
-        {AS_ADMIN_NOTIFY_LEVEL, "warning", IV_NOTIFY_LEVEL_WARNING},
-        {AS_DELIVERY_BODY_ENCODING, "base64", IV_BODY_ENCODING_BASE64},
-        {AS_DELIVERY_BODY_ENCODING, "uuencode", IV_BODY_ENCODING_UUENCODE},
-        {AS_DELIVERY_FILE_FORMAT, "g3", IV_FILE_FORMAT_G3},
-        {AS_DELIVERY_FILE_FORMAT, "g3mh", IV_FILE_FORMAT_G3MH},
-        {AS_DELIVERY_FILE_FORMAT, "g3mr", IV_FILE_FORMAT_G3MR},
-        {AS_DELIVERY_FILE_FORMAT, "g4", IV_FILE_FORMAT_G4},
-        {AS_DELIVERY_FILE_FORMAT, "tiff_f", IV_FILE_FORMAT_TIFF_F},
-        {AS_DELIVERY_FILE_FORMAT, "pdf", IV_FILE_FORMAT_PDF},
-        {AS_DELIVERY_METHOD, "email_body", IV_DELIVERY_METHOD_EMAIL_BODY},
-        {AS_DELIVERY_METHOD, "exec", IV_DELIVERY_METHOD_EXEC},
-        {AS_DELIVERY_METHOD, "faxtray", IV_DELIVERY_METHOD_FAXTRAY},
-        {AS_DELIVERY_METHOD, "mimemail_attach", IV_DELIVERY_METHOD_MIMEMAIL_ATTACH},
-        {AS_DELIVERY_METHOD, "sunmail_attach", IV_DELIVERY_METHOD_SUNMAIL_ATTACH},
-        {AS_DELIVERY_NAMING, "8.3", IV_DELIVERY_NAMING_8_3},
-        {AS_DELIVERY_NAMING, "posix", IV_DELIVERY_NAMING_POSIX},
-        {AS_HOW_TO_NOTIFY, "email", IV_HOW_TO_NOTIFY_EMAIL},
-        {AS_HOW_TO_NOTIFY, "exec", IV_HOW_TO_NOTIFY_EXEC},
-        {AS_WHEN_TO_NOTIFY, "never", IV_WHEN_TO_NOTIFY_NEVER},
-        {AS_WHEN_TO_NOTIFY, "fax_exception", IV_WHEN_TO_NOTIFY_FAX_EXCEPTION},
-        {AS_WHEN_TO_NOTIFY, "fax_failures", IV_WHEN_TO_NOTIFY_FAX_FAILURES},
-        {AS_WHEN_TO_NOTIFY, "incoming_failures_only", IV_WHEN_TO_NOTIFY_INCOMING_FAILURES_ONLY},
-        {AS_WHEN_TO_NOTIFY, "fax_incoming", IV_WHEN_TO_NOTIFY_FAX_INCOMING},
-        {AS_WHEN_TO_NOTIFY, "fax_outgoing", IV_WHEN_TO_NOTIFY_FAX_OUTGOING},
-    }),
-    [](const as_value_t &a, const as_value_t &b) {
+static constexpr as_value_t value_rows[] = {
+    {AS_ADMIN_NOTIFY_LEVEL, "error", IV_NOTIFY_LEVEL_ERROR},
+    {AS_ADMIN_NOTIFY_LEVEL, "fatal", IV_NOTIFY_LEVEL_FATAL},
+    {AS_ADMIN_NOTIFY_LEVEL, "none", IV_NOTIFY_LEVEL_NONE},
+    {AS_ADMIN_NOTIFY_LEVEL, "notice", IV_NOTIFY_LEVEL_NOTICE},
+    {AS_ADMIN_NOTIFY_LEVEL, "warning", IV_NOTIFY_LEVEL_WARNING},
+    {AS_DELIVERY_BODY_ENCODING, "base64", IV_BODY_ENCODING_BASE64},
+    {AS_DELIVERY_BODY_ENCODING, "uuencode", IV_BODY_ENCODING_UUENCODE},
+    {AS_DELIVERY_FILE_FORMAT, "g3", IV_FILE_FORMAT_G3},
+    {AS_DELIVERY_FILE_FORMAT, "g3mh", IV_FILE_FORMAT_G3MH},
+    {AS_DELIVERY_FILE_FORMAT, "g3mr", IV_FILE_FORMAT_G3MR},
+    {AS_DELIVERY_FILE_FORMAT, "g4", IV_FILE_FORMAT_G4},
+    {AS_DELIVERY_FILE_FORMAT, "tiff_f", IV_FILE_FORMAT_TIFF_F},
+    {AS_DELIVERY_FILE_FORMAT, "pdf", IV_FILE_FORMAT_PDF},
+    {AS_DELIVERY_METHOD, "email_body", IV_DELIVERY_METHOD_EMAIL_BODY},
+    {AS_DELIVERY_METHOD, "exec", IV_DELIVERY_METHOD_EXEC},
+    {AS_DELIVERY_METHOD, "faxtray", IV_DELIVERY_METHOD_FAXTRAY},
+    {AS_DELIVERY_METHOD, "mimemail_attach", IV_DELIVERY_METHOD_MIMEMAIL_ATTACH},
+    {AS_DELIVERY_METHOD, "sunmail_attach", IV_DELIVERY_METHOD_SUNMAIL_ATTACH},
+    {AS_DELIVERY_NAMING, "8.3", IV_DELIVERY_NAMING_8_3},
+    {AS_DELIVERY_NAMING, "posix", IV_DELIVERY_NAMING_POSIX},
+    {AS_HOW_TO_NOTIFY, "email", IV_HOW_TO_NOTIFY_EMAIL},
+    {AS_HOW_TO_NOTIFY, "exec", IV_HOW_TO_NOTIFY_EXEC},
+    {AS_WHEN_TO_NOTIFY, "never", IV_WHEN_TO_NOTIFY_NEVER},
+    {AS_WHEN_TO_NOTIFY, "fax_exception", IV_WHEN_TO_NOTIFY_FAX_EXCEPTION},
+    {AS_WHEN_TO_NOTIFY, "fax_failures", IV_WHEN_TO_NOTIFY_FAX_FAILURES},
+    {AS_WHEN_TO_NOTIFY, "incoming_failures_only", IV_WHEN_TO_NOTIFY_INCOMING_FAILURES_ONLY},
+    {AS_WHEN_TO_NOTIFY, "fax_incoming", IV_WHEN_TO_NOTIFY_FAX_INCOMING},
+    {AS_WHEN_TO_NOTIFY, "fax_outgoing", IV_WHEN_TO_NOTIFY_FAX_OUTGOING},
+};
+
+// The same rows, those of one attribute together and by value.
+static constexpr auto values =
+    sorted(std::to_array(value_rows), [](const as_value_t &a, const as_value_t &b) {
         return a.attr != b.attr ? a.attr < b.attr : std::string_view(a.value) < std::string_view(b.value);
     });
 

@@ -48,6 +48,7 @@ av_list_t *info_merge(av_list_t *list, const av_list_t *defaults)
             link = &(*link)->next;
         if (*link && order == 0)
             continue;
+        // The section does not set it: a copy of the default goes in before the first greater name.
         av_node_t *copy = new_av_node(node->attr, node->value);
         if (!copy) {
             report_to(info_error_stream(), "%s: Can't copy info defaults.\n", "info_merge");
@@ -117,6 +118,7 @@ int info_write(FILE *file, const av_list_t *list)
         info_errno = INFO_NO_KEY;
         return 0;
     }
+    // Blank line, section line, attributes: as administrators write them.
     bool raw = info_is_raw(list->key);
     int written = fprintf(file, "\n[%s]\n", list->key);
     for (const av_node_t *node = list->nodes; node && written >= 0; node = node->next) {
@@ -222,6 +224,7 @@ av_list_t *info_get(FILE *file, const av_list_t *defaults, key_compare cmp, cons
         report_to(info_error_stream(), "info_get: Can't set file position: %s.\n", strerror(info_errno));
         return nullptr;
     }
+    // Sections are read one at a time and dropped until the wanted one: a list may have twenty thousand.
     while (av_list_ptr list{get_row(file)}) {
         if (!any && cmp(key, list->key) != 0)
             continue;

@@ -60,6 +60,7 @@ static char unescaped(char ch)
 const char *info_parse_value(const char *text)
 {
     static char value[max_value + 1];
+    // Leading blanks never count; those after an opening quote do.
     const char *p = text ? text : "";
     while (is_space(*p))
         p++;
@@ -90,7 +91,7 @@ const char *info_parse_value(const char *text)
     }
     bool cut = n == max_value && *p;
 
-    // The closing quote goes only now: the blanks inside the quotes must not be trimmed.
+    // The closing quote is removed only now, since it protected the blanks before it from being trimmed.
     n = solid;
     if (quoted && n > 0 && value[n - 1] == '"')
         n--;
@@ -203,6 +204,7 @@ static av_node_t *parse_attribute(char *text, size_t n, bool raw)
     if (strlen(value) > max_raw)
         value[max_raw] = '\0';
 
+    // A longer name is cut, not refused: two that agree so far are one attribute.
     char name[max_name + 1] = "";
     memcpy(name, text, std::min(n, max_name));
     return new_av_node(name, raw ? value : info_parse_value(value));
@@ -310,6 +312,7 @@ av_list_t *get_row(FILE *file)
         parse_errno = 0;
         return nullptr;
     }
+    // The key points into the line buffer, so it is copied before the next line is read.
     av_list_ptr list(av_new(key));
     if (!list) {
         fprintf(stderr, "get_row: Out of memory.\n");

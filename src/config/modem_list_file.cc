@@ -53,6 +53,8 @@ static char *incoming_path(const av_list_t *entry)
                   "incoming_dir", entry->key);
         return nullptr;
     }
+    // A relative directory is under the root. The root may come from another list than the directory: see
+    // CAVEATS in MODEMS.info(5).
     char joined[MAXPATHLEN + 2];
     if (!is_full_path(dir)) {
         const char *root = choose(entry, "incoming_root", is_valid_root);
@@ -88,6 +90,8 @@ static int _mi_fix(av_list_t *entry)
     if (!path || !av_put(entry, "incoming_dir", path.get()))
         return 0;
 
+    // Kept: an entry without usage keeps it empty as long as the defaults have one, as with
+    // mi_get_no_defaults.
     if (is_empty(av_getv(entry, "usage")) && is_empty(av_getv(source.defaults, "usage"))) {
         report_to(source.Error_fp, "%s: Warning: null or missing %s value.\n", "_mi_fix", "usage");
         if (!av_put(entry, "usage", "ondrix"))

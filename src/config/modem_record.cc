@@ -137,6 +137,7 @@ int mi_is_fclass(char *list_text, const char *fclass)
     while (*first && !is_digit(*first))
         first++;
 
+    // The pieces are compared as text: "2.0" is not "2".
     char **pieces = nullptr;
     if (split(first, ',', &pieces) < 0)
         return 0;
@@ -225,7 +226,7 @@ static bool set_directory(modem_record_t *record, const av_list_t *entry)
 
 static void set_permissions(modem_record_t *record, const av_list_t *entry)
 {
-    record->permissions = 0777;
+    record->permissions = 0777;  // unless a valid value is set
     const char *text = av_getv(entry, "incoming_perms");
     if (!text)
         return;
@@ -284,6 +285,7 @@ static void set_flags(modem_record_t *record, const av_list_t *entry)
 
 static void set_compression(modem_record_t *record, const av_list_t *entry)
 {
+    // Every modem can do MH, so it is what is assumed of what arrives.
     record->receive_compression = COMPRESSION_MH;
     record->send_compression = COMPRESSION_MR;
     if (!av_getv(entry, "receive_compression"))

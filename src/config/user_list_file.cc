@@ -88,7 +88,7 @@ static void load_admin()
         av_free(admin);
         admin = merged;
     } else if (info_error() != INFO_OK) {
-        // Kept: the text of a failure to build the lists, which is what administrators search the log for.
+        // Kept: the message of a failure to build the lists; the log shows no other for this one.
         report_to(source.Error_fp, "ui_open: av_put failed.\n");
         source.error = INFO_FAILED;
     }
@@ -222,6 +222,7 @@ static char *new_inbox_path(const char *root, const char *dir)
 
 char *ui_inbox_path(const av_list_t *entry)
 {
+    // Owners of what `dir` may come to point to.
     c_string mapped, joined;
     const char *dir = av_getv(entry, as_get_attr(AS_DELIVERY_DIR));
     const char *root = av_getv(entry, as_get_attr(AS_DELIVERY_DIR_ROOT));

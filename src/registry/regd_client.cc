@@ -1,4 +1,4 @@
-// The handles, the error record, the table of calls, and call(), through which every one of them goes.
+// The handles, the error record, the table of calls, and call(), which makes every one of them.
 #include "registry/regd_client.h"
 
 #include <rpc/rpc.h>
@@ -45,6 +45,7 @@ static timeval time_limit = {25, 0};
 
 static error_ptr copy_error(const err_t &source)
 {
+    // Without memory for the record the caller still fails, but nobody can be told why except here.
     error_ptr copy(static_cast<err_t *>(calloc(1, sizeof(err_t))));
     if (!copy) {
         fprintf(stderr, "set_regd_error: malloc(%d): %s\n", static_cast<int>(sizeof(err_t)), strerror(errno));
@@ -268,6 +269,7 @@ static bool send_call(regd_handle_t *handle, const call_t &row, void *request)
         set_reply_failure(row, "no open handle");
         return false;
     }
+    // The registry has hung once in this request: it is not waited for again.
     if (timed_out) {
         set_regd_error(timed_out.get());
         return false;

@@ -147,21 +147,4 @@ TEST(RegdClient, IsNotHeldUpByWhatIsNoRegistry)
     }
 }
 
-TEST(RegdClient, WaitsForAHungRegistryOnceARequest)
-{
-    {
-        const false_registry peer;  // never lets anybody in, but the kernel does
-        const handle slot, other;
-        regd_set_timeout({0, 200000});
-        EXPECT_EQ(ask(slot), timeout);
-        EXPECT_EQ(ask(other), timeout);
-        regd_set_timeout({25, 0});
-    }
-    const site files;
-    const running_registry daemon(files);  // a sound one makes no difference until the request has ended
-    EXPECT_EQ(trouble_in_opening(), timeout);
-    regd_forget_timeout();
-    EXPECT_EQ(ask(handle()), "Beatrice");
-}
-
 }  // namespace faxtray
