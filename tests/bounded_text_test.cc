@@ -16,9 +16,9 @@ TEST(BoundedText, EndsInDotsOnceAPieceDoesNotFit)
         {{}, "", ""},
         {{"Al", ","}, "Al,", "Al"},
         {{"Al,Bea,,"}, "Al,Bea,,", "Al,Bea,"},
-        {{"Al,Bea,C", "ara"}, "Al,Bea,Cara", "Al,Bea,Cara"},   // eleven characters and the terminator
+        {{"Al,Bea,C", "ara"}, "Al,Bea,Cara", "Al,Bea,Cara"},  // eleven characters and the terminator
         {{"Al,Bea,Car", ","}, "Al,Bea,Car,", "Al,Bea,Car"},
-        {{"Al,Bea,Cara", ","}, "Al,Bea,C...", "Al,Bea,C..."},  // one more
+        {{"Al,Bea,Cara", ","}, "Al,Bea,C...", "Al,Bea,C..."},             // one more
         {{"Al,", "Beatrice Smith", "Cy"}, "Al,Beatr...", "Al,Beatr..."},  // nothing after the dots
         {{"Al,Bea,Cara", "", "Dee", ""}, "Al,Bea,C...", "Al,Bea,C..."},
     };

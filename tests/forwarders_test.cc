@@ -5,7 +5,6 @@
 #include <initializer_list>
 #include <utility>
 
-#include "support/capture.h"
 
 namespace faxtray {
 
@@ -61,41 +60,6 @@ TEST_F(Forwarders, FirstToClaimGetsTheInboxAndOnlyTheFirstSeveral)
     EXPECT_EQ(claim("three", "none,gamma"), "-");  // later ones: at most the first of their list
     EXPECT_EQ(claim("four", "gamma,alpha"), "gamma:c3");
     EXPECT_EQ(claim("five", "Gam ma"), "-");
-}
-
-TEST_F(Forwarders, RightsAreCheckedByHandle)
-{
-    ASSERT_EQ(claim("zoe", "Alpha,Gamma"), "Alpha,Gamma:a1,c3");
-    auto answer = [&](const char *user, const char *inbox) {
-        err_t error = {};
-        bool refused = !is_forwarder(&table, user, inbox, &error);
-        return refused ? std::to_string(error.code) + ": " + error.message : "";
-    };
-    EXPECT_EQ(answer("zoe", nullptr), "");
-    EXPECT_EQ(answer("Z.o e", "c3"), "");
-    EXPECT_EQ(answer("zoe", "b2"), "12: Trayd: User \"zoe\" is not DF for inbox: [b2].");
-    EXPECT_EQ(answer("zoe", "A1"), "12: Trayd: User \"zoe\" is not DF for inbox: [A1].");
-    EXPECT_EQ(answer("zoe", "a1,c3"), "5: Trayd: Invalid inbox: [a1,c3].");
-    EXPECT_EQ(answer(nullptr, "a1"), "12: Trayd: User \"(null)\" is not designated forwarder.");
-}
-
-TEST(Recipients, AreThoseWhoTakeForwardedFaxes)
-{
-    recipients_t recipients;
-    capture_stderr printed;
-    for (const auto &user :
-         {entry("walter", {{"fax_forwarding", "true"}, {"human_name", "Walter W."}}),
-          entry("Ann", {{"fax_forwarding", "y"}}), entry("one", {{"fax_forwarding", "1"}}),
-          entry("sales", {{"fax_forwarding", "Yes"}, {"group", ""}, {"group_gui", "Sales"}}),
-          entry("absent", {}), entry("Admin", {{"fax_forwarding", "T"}}),
-          entry("w.alter", {{"fax_forwarding", "T"}, {"human_name", "late"}})})
-        EXPECT_EQ(recips_list_update(&recipients, user.get()), 1) << user->key;
-    std::string all;
-    for (const ui_entry_t *e = recipients.head; e; e = e->next)
-        all.append(e->name).append("=").append(e->label).append(e->flag ? "! " : " ");
-    EXPECT_EQ(all, "Ann= sales=Sales! walter=Walter W. ");
-    EXPECT_EQ(printed.text(), "recips_list_update: Ignoring duplicate key: [w.alter].\n");
-    free_recipients(&recipients);
 }
 
 }  // namespace faxtray

@@ -70,20 +70,6 @@ struct InboxLists : testing::Test {
 
 }  // namespace
 
-TEST_F(InboxLists, FirstLoadMakesWhatIsMissing)
-{
-    capture_stderr quiet;
-    write_users("[Zoe]\npassword = 5f3a\n[ann]\ndelivery_method = email\n"
-                "[Max Muster]\ndelivery_dir = mm\n[def ault]\n[ADMIN]\n");
-    ASSERT_EQ(update(), 1);
-    EXPECT_EQ(inboxes(), "admin/admin Max Muster/mm Zoe/zoe in1=First ");
-    EXPECT_STREQ(node("zoe")->identity->password, "5f3a");
-    EXPECT_EQ(access((dir / "spool/mm").c_str(), W_OK), 0);
-
-    EXPECT_STREQ(av_getv(list.metausers.get("admin"), "when_to_notify"), "never");
-    EXPECT_STREQ(inbox_name(lines.head), passwd((dir / "in1").c_str()));
-}
-
 TEST_F(InboxLists, ReloadRenewsOnlyChangedUsers)
 {
     write_users("[same]\n[changed]\n[moved]\n[gone]\n");
@@ -116,21 +102,6 @@ TEST_F(InboxLists, ReloadRenewsOnlyChangedUsers)
     write_users("[team]\nfax_forwarding = y\ngroup = a\n");
     ASSERT_EQ(update(), 1);
     EXPECT_NE(list.check_value, before);
-}
-
-TEST_F(InboxLists, SharedDirectoriesServeOnceAndUnusableOnesNotAtAll)
-{
-    dir.write("spool/file", "");
-    write_users("[file]\n[deep]\ndelivery_dir = no/such\n[good]\n");
-    write_modems("[b]\nincoming_dir = nowhere\n[c]\nincoming_dir = in1/../in2/.\nincoming_gui = Two\n"
-                 "[d]\nincoming_dir = in2\nincoming_gui = Late\n");
-    capture_stderr printed;
-    ASSERT_EQ(update(), 1);
-    EXPECT_EQ(inboxes(), "admin/admin good/good in2=Two ");
-    const std::string told = printed.text();
-    EXPECT_NE(told.find(" WARNING:  create_user_node: Can't use directory [" + dir / "spool/file]"),
-              std::string::npos);
-    EXPECT_EQ(told.find("Duplicate"), std::string::npos);  // a second line for a directory is no fault
 }
 
 }  // namespace faxtray
