@@ -63,20 +63,6 @@ void site::add_faxes(const std::string &directory, int count) const
     }
 }
 
-void site::add_script(const std::string &name, const std::string &text) const
-{
-    const std::filesystem::path path = *this / name.c_str();
-    add(path.parent_path(), path.filename(), "#!/bin/sh\n" + text);
-    std::filesystem::permissions(path, std::filesystem::perms::owner_all);
-}
-
-void site::add_converters() const
-{
-    add_script("utils/tiffconv", "test $1 = -m && (printf TIFF; cat $2) >$3\n");
-    add_script("rasterps2", "test $1 = -f && (printf PS; cat $3) >$2\n");
-    add_script("distill", "read n && test $n = 1 && (printf PDF; cat $1) >${1%.ps}.pdf\n");
-}
-
 std::string fax_bytes(const std::string &lines, const std::string &pages)
 {
     return "\xBA\xDB\xAD\x16" + word(static_cast<uint32_t>(lines.size()) + 1) + lines + '\x1D' + pages;

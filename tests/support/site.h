@@ -31,11 +31,6 @@ public:
     std::string add_fax(const std::string &directory, const std::string &name, size_t size = 1000) const;
     void add_faxes(const std::string &directory, int count) const;  // f000, f001, ...
 
-    // An executable shell script of that name in the site's directory.
-    void add_script(const std::string &name, const std::string &text) const;
-    // Those that convert: what they give is "TIFF", "PS" or "PDF" and what they were given.
-    void add_converters() const;
-
 private:
     temp_dir dir_;
     mutable time_t clock_ = 1'700'000'000;
