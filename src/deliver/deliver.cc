@@ -265,14 +265,22 @@ static int fail_to_autoroute(delivery_t &d, int result)
                     user_of(d.record));
 }
 
-// "Incoming problem fax from STATION, DID/DNIS=NUMBER", less what does not apply.
+// The subject of a fax sent by mail. The six texts are written out, so that each can be searched for.
 static void make_subject(const delivery_t &d, char *out, size_t size)
 {
-    char number[32] = "";
-    if (d.did)
-        snprintf(number, sizeof number, ", DID/DNIS=%d", d.did);
-    snprintf(out, size, "Incoming %sfax%s%s%s", d.problem ? "problem " : "", *sender_station ? " from " : "",
-             sender_station, number);
+    const char *from = sender_station;
+    if (d.did && *from)
+        snprintf(out, size,
+                 d.problem ? "Incoming problem fax from %s, DID/DNIS=%d"
+                           : "Incoming fax from %s, DID/DNIS=%d",
+                 from, d.did);
+    else if (d.did)
+        snprintf(out, size, d.problem ? "Incoming problem fax, DID/DNIS=%d" : "Incoming fax, DID/DNIS=%d",
+                 d.did);
+    else if (*from)
+        snprintf(out, size, d.problem ? "Incoming problem fax from %s" : "Incoming fax from %s", from);
+    else
+        snprintf(out, size, d.problem ? "Incoming problem fax" : "Incoming fax");
 }
 
 // Mails the copy. An entry without an address is the administrator's mistake, and is reported as one.
