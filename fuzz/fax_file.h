@@ -31,6 +31,7 @@ inline std::vector<page_t> pages_of(const std::string &path)
 inline void fuzz_fax_file(const uint8_t *bytes, size_t n)
 {
     static constexpr int dfs[4] = {DF_MH, DF_MR, DF_MMR, DF_UMMR};
+    static const std::string white_line(216, '\0');
     if (n < 1 || n > 8192)
         return;
     namespace fs = std::filesystem;
@@ -53,7 +54,7 @@ inline void fuzz_fax_file(const uint8_t *bytes, size_t n)
             // MH gains a white line at its end too, but the reader loses the last one, which no EOL follows.
             // T.6 has no page without lines.
             if (to == DF_MH || (to == DF_MMR && page.empty()))
-                page.insert(page.begin(), std::string(216, '\0'));
+                page.insert(page.begin(), white_line);
         }
         check(open_fax_pages(path, &fax) && fax.df == to && pages_of(path) == lines);
         print_fax_info(path, true);

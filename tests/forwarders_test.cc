@@ -5,7 +5,6 @@
 #include <initializer_list>
 #include <utility>
 
-
 namespace faxtray {
 
 using attrs_t = std::initializer_list<std::pair<const char *, const char *>>;

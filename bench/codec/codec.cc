@@ -1,5 +1,5 @@
-// How fast are our fax codecs, compared with libtiff's, in memory, on the same pages? usage: bench_codec FOLDER
-// [SECONDS]
+// How fast are our fax codecs, compared with libtiff's, in memory, on the same pages?
+// usage: bench_codec FOLDER [SECONDS]
 //
 // FOLDER holds PBM pages of 1728 pixels a line (make_pages.py). libtiff codes each page (FillOrder 2, as fax
 // files have it); both decode that, and both encode the bitmap. They take turns in one run, each for SECONDS

@@ -31,7 +31,9 @@ static c_string find_at_home(const char *name, int (*usable)(const char *))
 {
     const char *home = getenv("ONDRIXHOME");
     c_string found = home ? find_in(home, name, usable) : nullptr;
-    return found ? std::move(found) : find_in(".", name, usable);
+    if (!found)
+        found = find_in(".", name, usable);
+    return found;
 }
 
 c_string find_file(const char *name)
@@ -81,11 +83,10 @@ char *cv_getcwd(char *buffer, size_t size)
 // "dir/path", or null with errno.
 static c_string join(const char *dir, std::string_view path)
 {
-    const size_t size = strlen(dir) + 1 + path.size() + 1;
-    c_string joined(static_cast<char *>(malloc(size)));
-    if (joined)
-        snprintf(joined.get(), size, "%s/%.*s", dir, static_cast<int>(path.size()), path.data());
-    return joined;
+    char *joined = nullptr;
+    if (asprintf(&joined, "%s/%.*s", dir, static_cast<int>(path.size()), path.data()) < 0)
+        return nullptr;
+    return c_string(joined);
 }
 
 c_string fix_path(const char *path)
