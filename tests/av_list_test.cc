@@ -40,6 +40,15 @@ TEST(AvList, KeepsAttributesSortedAndEachNameOnce)
               trace.text());
 }
 
+TEST(AvList, PrintingToAFullDiskFails)
+{
+    capture_stderr quiet;
+    file_ptr full(fopen("/dev/full", "w"));
+    setbuf(full.get(), nullptr);
+    EXPECT_EQ(0, av_printf(full.get(), entry("k", "v").get()));
+    EXPECT_EQ(1, av_error());
+}
+
 TEST(AvList, TablesKeepTheirOrder)
 {
     av_list_t *table = nullptr;
@@ -77,6 +86,7 @@ TEST(AvTable, DoesWhatThePlainChainDoes)
         for (int i = 0; i < 60; i++) {
             const char *name = names[random() % std::size(names)];
             av_list_ptr fresh = entry(name, std::to_string(i).c_str());
+            fresh->check_value = i;
             int expected = avl_update(&chain, munged_strcmp, fresh.get());
             ASSERT_EQ(expected, table.update(std::move(fresh))) << name;
             ASSERT_EQ(expected == 0, fresh != nullptr);  // refused: still the caller's
@@ -84,6 +94,8 @@ TEST(AvTable, DoesWhatThePlainChainDoes)
                 const av_list_t *a = av_get(chain, munged_strcmp, wanted), *b = table.get(wanted);
                 ASSERT_EQ(a == nullptr, b == nullptr) << wanted;
                 ASSERT_TRUE(!a || strcmp(av_getv(a, "x"), av_getv(b, "x")) == 0) << wanted;
+                ASSERT_TRUE(!a || a->check_value == std::stoi(av_getv(a, "x"))) << wanted;
+                ASSERT_TRUE(!a || a->check_value == b->check_value) << wanted;
             }
         }
         ASSERT_EQ(printed(chain), printed(table.head()));

@@ -96,6 +96,7 @@ static const struct {
     {"version", [](char *a, char *, char *) { return version_of(a); }},
     {"munged_strcmp", [](char *a, char *b, char *) { return munged_order(a, b); }},
     {"attribute", [](char *a, char *, char *) { return std::to_string(as_get_attr_handle(a)); }},
+    {"name", [](char *a, char *, char *) { return bracketed(as_get_attr(std::stoi(a))); }},
     {"value", [](char *a, char *b, char *) { return value_of(as_get_attr_handle(a), b); }},
     {"inbox_path", [](char *a, char *b, char *c) { return inbox_of(a, b, c); }},
     {"mi_reservation", [](char *a, char *, char *) { return std::to_string(mi_reservation(a)); }},
