@@ -69,6 +69,10 @@ TEST(GeneratedProtocol, ResultsHaveTheSameBytes)
     for (const auto &row : rows)
         for (int type : row.types)
             compare(xdr_in_res_t, ::xdr_in_res_t, word(static_cast<uint32_t>(type)) + row.arm);
+    file_info_t info = {};
+    EXPECT_TRUE(decode(xdr_file_info_t, &info, fax));
+    EXPECT_EQ(info.mtime, 0x90ABCDEF);
+    free_decoded(xdr_file_info_t, &info);
 }
 
 }  // namespace faxtray

@@ -82,6 +82,7 @@ TEST(InfoFile, SurvivesDamage)
     const std::string line(8318, 'v');
     const std::pair<std::string, std::string> rows[] = {
         {"[a]\r\n\tx = 1\r\n\ty = \"2\"\r\n", "a: x=1 y=2"},
+        {"[a]\n\tx = 1\rtail\n", "a: x=1"},
         {"[a]\n\tx = 1\0tail\n\ty = 2\n"s, "a: x=1 y=2"},
         {"\0[a]\n[b]\nx = 1"s, "b: x=1"},
         {"[__a]\nx = "s + line + "\ny = 2\n", "__a: vvvv= x="s + line.substr(0, 8191) + " y=2"},

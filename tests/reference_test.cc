@@ -170,7 +170,6 @@ static void print_users(const std::string &path)
     EXPECT_EQ(ui_open(path.c_str(), stderr), 1);
     print_defaults(ui_get, ui_get_no_defaults);
     print_entry(av_list_ptr(ui_get("admin")), ui_get_no_defaults);
-    ui_rewind();
     while (av_list_ptr entry{ui_get(nullptr)}) {
         print_entry(entry, ui_get_no_defaults);
         fprintf(stderr, "inbox: %s\n", owned(ui_inbox_path(entry.get())).c_str());

@@ -30,7 +30,7 @@ TEST(RegdReplies, CarryTheArmOfTheirTag)
 TEST(RegdReplies, RecordsComeInEitherForm)
 {
     for (const std::string &key :
-         {std::string("anna"), std::string("a"), std::string("\xE9"), std::string(300, 'x')}) {
+         {std::string("anna"), std::string("a"), std::string("\xE9"), std::string(300, 'x'), std::string()}) {
         const std::string list = text(key) + word(0xFFFFFFFE) + word(1) + text("a") + text("v") + word(0) +
                                  word(1) + text("next") + word(0) + word(0) + word(0);
         for (const std::string &arm : {word(1) + list, list}) {
@@ -41,7 +41,8 @@ TEST(RegdReplies, RecordsComeInEitherForm)
             EXPECT_STREQ(reply.records->next->key, "next");
             EXPECT_EQ(encode(xdr_rg_res_t, &reply), word(12) + word(1) + list);
             free_decoded(xdr_rg_res_t, &reply);
-            refuse_cut(xdr_rg_res_t, word(12) + arm);
+            if (!key.empty())  // four zero bytes alone are an absent record
+                refuse_cut(xdr_rg_res_t, word(12) + arm);
         }
     }
     rg_res_t absent = {};
