@@ -29,11 +29,10 @@ static c_string find_in(std::string_view dir, const char *name, int (*usable)(co
 
 static c_string find_at_home(const char *name, int (*usable)(const char *))
 {
-    const char *home = getenv("ONDRIXHOME");
-    c_string found = home ? find_in(home, name, usable) : nullptr;
-    if (!found)
-        found = find_in(".", name, usable);
-    return found;
+    if (const char *home = getenv("ONDRIXHOME"))
+        if (c_string found = find_in(home, name, usable))
+            return found;
+    return find_in(".", name, usable);
 }
 
 c_string find_file(const char *name)
