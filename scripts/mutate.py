@@ -156,7 +156,7 @@ def in_sandbox(change, limit):
 
 
 def copy_tree():
-    """Brings the copy in step with the working tree; what is the same keeps its time, and is not built anew."""
+    """Brings the copy in step with the working tree; what is the same keeps its time, and is not built again."""
     listed = subprocess.run(["git", "ls-files", "-zco", "--exclude-standard"], cwd=TOP, check=True,
                             stdout=subprocess.PIPE).stdout.decode().split("\0")
     wanted = {name for name in listed if name and (TOP / name).is_file()}

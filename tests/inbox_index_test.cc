@@ -39,7 +39,7 @@ struct model_t {
     time_t mark = 1000;
     u_int check_value = 0;
 
-    // Files by name, as they stand in `directory`; `broken` is one that cannot be read as a fax.
+    // The files of `directory` by name; `broken` is one that cannot be read as a fax.
     bool scan(const std::string &directory, const std::map<std::string, time_t> &files,
               const std::string &broken)
     {

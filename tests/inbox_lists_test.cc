@@ -83,13 +83,13 @@ TEST_F(InboxLists, ReloadRenewsOnlyChangedUsers)
     EXPECT_TRUE(node("same") == same && same->index && !node("changed")->index);
     EXPECT_FALSE(list.users.get("gone"));  // its node stays until the daemon ends
 
-    // Either file's change reloads both; incoming nodes are made anew.
+    // Either file's change reloads both; incoming nodes are replaced.
     load_inbox(lines.head);
     write_modems("[a]\nincoming_dir = in1\n");
     ASSERT_EQ(update(), 1);
     EXPECT_TRUE(!lines.head->index && node("same") == same);
 
-    // The list's check value tells that an entry changed, also where no recipient did.
+    // The list's check value changes with any entry, also where no recipient did.
     u_int before = list.check_value;
     write_users("[same]\npassword = 1\n");
     ASSERT_EQ(update(), 1);

@@ -12,7 +12,7 @@
 
 namespace faxtray {
 
-// An open info file; what it says goes to standard error.
+// An open info file; its messages go to standard error.
 struct open_info {
     explicit open_info(const std::string &path) : file(info_open(path.c_str(), &defaults, &mtime, stderr)) {}
     ~open_info() { info_close(&file, &defaults, &none); }
@@ -50,7 +50,7 @@ TEST(InfoFile, CutsLongValues)
 TEST(InfoFile, FindsSectionsInAnyOrderAndStripsTheirDefaults)
 {
     open_info info(TEST_DATA "/info/defaults.info");
-    // The position after a look-up is behind the section found.
+    // After a look-up the position is after the section that was found.
     EXPECT_EQ("john.smith: a=site b=built in", section(info, "John Smith", munged_strcmp));
     EXPECT_EQ("Mary O'Neil: a=mary b=site z=1", section(info, "mary oneil", munged_strcmp));
     EXPECT_EQ("default: a=site b=site", section(info, ""));

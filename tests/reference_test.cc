@@ -1,4 +1,4 @@
-// Every input file under tests/data gives what the .ref beside it says, messages and trace included.
+// Every input file under tests/data yields what the .ref beside it holds, messages and trace included.
 #include <gtest/gtest.h>
 #include <sys/param.h>
 

@@ -15,7 +15,7 @@ const char *get_mail_address(const char *target);
 // `size` bytes; 0 otherwise. For the fax system's other programs; none here calls it.
 int get_mail_param(const char *target, const char *attribute, char *value, size_t size);
 
-// Which scheme `target` begins with: 1 or 0.
+// Which scheme `target` begins with: 1 or 0. For mail_fax, which none of the programs here calls.
 int is_mailto(const char *target);         // "mailto://": MIME
 int is_mailtosun(const char *target);      // "mailtosun://": mail-tool
 int is_mailtiffto(const char *target);     // "mailtiffto://": MIME with TIFF

@@ -70,7 +70,7 @@ static std::vector<std::string> shown_list(const av_list_t *list)
     return lines;
 }
 
-// The first line goes behind the type; the others follow.
+// The first line follows the type; the others come after it.
 static std::vector<std::string> shown_result(const in_res_t &result, std::map<std::string, uint32_t> *ids)
 {
     const auto &u = result.in_res_t_u;

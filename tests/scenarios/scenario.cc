@@ -320,7 +320,7 @@ static uint32_t fax_id(const std::string &name)
     return found == fax_ids.end() ? static_cast<uint32_t>(std::stoll(name)) : found->second;
 }
 
-// Of the incoming inbox in that directory; other texts stand for themselves.
+// Of the incoming inbox in that directory; other texts are returned as they are.
 static std::string handle_of(const std::string &inbox)
 {
     return !inbox.empty() && fs::is_directory(site_path + inbox) ? passwd((site_path + inbox).c_str())

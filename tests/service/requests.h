@@ -10,7 +10,7 @@ namespace faxtray {
 inline const std::string al = identity("al smith");
 inline const std::string bea = identity("Bea", "2fc7b405");
 
-// What stands behind the caller of a listing: from the oldest fax on, forward, as many as go, in any case.
+// The arguments of a listing after the caller: from the oldest fax on, as many as fit, even if unchanged.
 inline const std::string whole_index = word(0) + word(1) + word(0) + word(0);
 
 inline std::string part_of(const std::string &who, uint32_t faxid, uint32_t size, uint32_t offset)

@@ -16,7 +16,7 @@ public:
     capture(const capture &) = delete;
     capture &operator=(const capture &) = delete;
 
-    std::string text();  // stops, and gives all that was printed
+    std::string text();  // stops, and returns all that was printed
 
 private:
     void stop();

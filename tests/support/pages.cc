@@ -4,7 +4,7 @@
 
 namespace faxtray {
 
-// The page on which `black(x, y)` tells the pixels.
+// The page whose black pixels are those for which `black(x, y)` is true.
 static page_t drawn(int lines, int width, const std::function<bool(int, int)> &black)
 {
     page_t page;

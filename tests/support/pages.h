@@ -12,7 +12,7 @@ struct sample_page {
     page_t lines;
 };
 
-// Text, rules and slants, a halftone, noise, all white, all black; `width` in pixels. Pixels behind the width
+// Text, rules and slants, a halftone, noise, all white, all black; `width` in pixels. Pixels after the width
 // are white.
 std::vector<sample_page> sample_pages(int lines, int width = 1728);
 

@@ -93,7 +93,7 @@ static std::string rpc_call(uint32_t program, uint32_t version, uint32_t procedu
 {
     const std::string body = word(1) + word(0) + word(2) +  // xid, CALL, RPC version
                              word(program) + word(version) + word(procedure) + std::string(16, '\0') +
-                             arguments;  // behind no credentials
+                             arguments;  // after empty credentials
     return word(0x80000000u | static_cast<uint32_t>(body.size())) + body;
 }
 

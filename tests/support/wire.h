@@ -48,7 +48,7 @@ private:
     unique_fd socket_;
 };
 
-// One call of program 351229 as it stands on the wire, record mark and all.
+// One call of program 351229 as on the wire, record mark included.
 std::string call_bytes(uint32_t procedure, const std::string &arguments);
 reply_t call(uint32_t procedure, const std::string &arguments);  // on a connection of its own
 
