@@ -259,6 +259,8 @@ static void ask(const step_t &step)
     for (const av_node_t *node = entry ? entry->nodes : nullptr; node; node = node->next)
         if (step.words.size() < 3 || step.word(2) == node->attr)
             say("  =   ", std::string(node->attr) + " = " + node->value);
+    if (entry && entry->next)
+        say("  =   ", "and more than was asked for");
     regd_close(handle);
 }
 
