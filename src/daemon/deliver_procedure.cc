@@ -15,9 +15,9 @@
 #include "disk/work_note.h"
 #include "inbox/inbox_index.h"
 #include "inbox/inbox_lists.h"
+#include "inbox/listed_file.h"
 #include "log/exception_log.h"
 #include "log/log_and_trace.h"
-#include "util/access.h"
 #include "util/owned.h"
 #include "util/paths.h"
 #include "util/settings.h"
@@ -60,7 +60,8 @@ static const user_node_t *load_incoming(const char *inbox, in_res_t &result)
     return node;
 }
 
-// Writes the fax's path into `path`, of MAXPATHLEN bytes, and checks that the fax is readable.
+// Writes the fax's path into `path`, of MAXPATHLEN bytes, and checks that the fax is readable, and the file
+// that was listed.
 static bool find_fax(const user_node_t &node, faxid_t faxid, char *path, in_res_t &result)
 {
     const char *inbox = inbox_name(&node);
@@ -81,11 +82,12 @@ static bool find_fax(const user_node_t &node, faxid_t faxid, char *path, in_res_
         return false;
     }
     snprintf(path, MAXPATHLEN, "%s", made);  // mk_path's static buffer is about to be overwritten
-    if (!is_readable_file(path)) {
+    if (!open_listed(node.index, faxid, path)) {
+        const int error = errno == ESTALE ? ESTALE : EACCES;
         trprintf(
             "deliver_fax_1_svc: file \"%s\" corresponding to faxid \"%ld\" in inbox \"%s\" is unreadable.\n",
             path, static_cast<long>(faxid), inbox);
-        error_reply(result, IE_SYSTEM, EACCES, "Inbox: Fax id %d file \"%s\" unreadable.", id, path);
+        error_reply(result, IE_SYSTEM, error, "Inbox: Fax id %d file \"%s\" unreadable.", id, path);
         return false;
     }
     return true;

@@ -2,7 +2,6 @@
 // Each act is one function, shared by the procedure for users and the one for forwarders.
 #include "daemon/retrieval_procedures.h"
 
-#include <fcntl.h>
 #include <unistd.h>
 
 #include <cerrno>
@@ -15,7 +14,7 @@
 #include "daemon/request_checks.h"
 #include "inbox/inbox_index.h"
 #include "inbox/inbox_lists.h"
-#include "util/access.h"
+#include "inbox/listed_file.h"
 #include "util/owned.h"
 #include "util/text.h"
 #include "util/trace.h"
@@ -157,9 +156,8 @@ static in_res_t *oldest_fax(user_node_t *node, res_type_t type, in_res_t &result
         const char *path = mk_path(node->inbox, oldest->name);
         if (!path)
             return error_reply(result, IE_INVALID, 0, "Trayd: Can't create file path.\n");
-        if (is_readable_file(path))
+        if (is_there_as_listed(node->index, oldest->faxid, path))
             break;
-        free_file_node(delete_file_node(node->index, oldest->faxid));
     }
     reply(result, type)->info = node->index->head;
     return &result;
@@ -238,14 +236,13 @@ static in_res_t *read_fax(user_node_t *node, faxid_t faxid, u_int size, u_int of
     if (!reserve(chunk, size))
         return error_reply(result, IE_SYSTEM, errno, "Trayd: Not enough memory.");
 
-    // O_NONBLOCK: if the name is a FIFO's by now, opening it must not wait for a writer.
-    const unique_fd fd(open(path, O_RDONLY | O_CLOEXEC | O_NONBLOCK));
+    const unique_fd fd = open_listed(node->index, faxid, path);
     if (!fd) {
         const int error = errno;
         return error_reply(result, IE_SYSTEM, error, "Trayd: Can't open fax id: %d: %s", id, strerror(error));
     }
     const ssize_t n = pread(fd.get(), chunk.bytes.get(), size, offset);
-    if (n < 0) {
+    if (n < 0 || !is_as_listed(node->index, faxid, fd.get())) {
         const int error = errno;
         return error_reply(result, IE_SYSTEM, error, "Trayd: Can't read fax id: %d: %s", id, strerror(error));
     }
@@ -288,18 +285,21 @@ in_res_t *get_df_fax_1_svc(df_fax_req_t *request, svc_req *) noexcept
 
 // Removing one fax
 
-// Removes the file of `fax`, whose node has already been taken out of the index of `node`. Kept: if that
-// fails, the node is not put back; the fax is listed again, with a new id, once the inbox is loaded from
-// scratch.
-static in_res_t *remove_file(const user_node_t *node, const file_node_ptr &fax, res_type_t type,
+// Removes the fax, file and node. Kept: if that fails, the node is gone all the same; the next scan lists the
+// file that is there, with a new id.
+static in_res_t *remove_file(const user_node_t *node, const file_node_t *fax, res_type_t type,
                              in_res_t &result)
 {
+    const faxid_t faxid = fax->faxid;
     errno = 0;  // mk_path may refuse a name without a system call
     const char *path = mk_path(node->inbox, fax->name);
-    if (!path)
-        return error_reply(result, IE_SYSTEM, errno, "Trayd: Can't create full file path for fax id: %d.",
-                           static_cast<int>(fax->faxid));
-    if (unlink(path) != 0) {
+    if (!path) {
+        const int error = errno;
+        drop_file_node(node->index, faxid);
+        return error_reply(result, IE_SYSTEM, error, "Trayd: Can't create full file path for fax id: %d.",
+                           static_cast<int>(faxid));
+    }
+    if (!remove_listed(node->index, faxid, path)) {
         const int error = errno;
         return error_reply(result, IE_SYSTEM, error, "Trayd: Can't remove committed file: [%s]: %s.", path,
                            strerror(error));
@@ -316,7 +316,7 @@ static in_res_t *remove_fax(user_node_t *node, user_node_t *fallback, faxid_t fa
             continue;
         if (!ensure_index(inbox, result))
             return &result;
-        if (const file_node_ptr fax{delete_file_node(inbox->index, faxid)})
+        if (const file_node_t *fax = get_file_node(inbox->index, faxid))
             return remove_file(inbox, fax, type, result);
     }
     return error_reply(result, IE_INVALID, 0, "Trayd: Invalid fax id: %d", static_cast<int>(faxid));

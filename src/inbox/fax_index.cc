@@ -5,7 +5,6 @@
 #include <cerrno>
 #include <cstdio>
 #include <cstring>
-#include <ctime>
 #include <new>
 
 #include "inbox/messages.h"
@@ -121,13 +120,6 @@ file_list_t *copy_file_list(const file_list_t *list)
     return copy.release();
 }
 
-// Ids start at the time of day, so that an id of an earlier run is most likely unknown to this one.
-faxid_t newid()
-{
-    static faxid_t last = static_cast<faxid_t>(time(nullptr));
-    return ++last;
-}
-
 // The chain
 
 // A name's share of the check value. Kept: signed bytes, as clients compute it too.
@@ -146,14 +138,15 @@ static file_node_t *&link_after(fax_index_t *index, file_node_t *previous)
 }
 
 // Links `node` in after `previous`. Throws std::bad_alloc, with nothing changed.
-static void link_node(fax_index_t *index, file_node_t *previous, file_node_t *node)
+static void link_node(fax_index_t *index, file_node_t *previous, file_node_t *node,
+                      const file_identity_t &file)
 {
-    index->before.insert_or_assign(node->faxid, previous);  // the only step that may throw
+    index->places.insert_or_assign(node->faxid, fax_index_t::place_t{previous, file});  // alone may throw
     file_node_t *&link = link_after(index, previous);
     node->next = link;
     link = node;
     if (node->next)
-        index->before[node->next->faxid] = node;
+        index->places.at(node->next->faxid).before = node;
     else
         index->tail = node;
     index->name_sum += sum_of(node->name);
@@ -174,39 +167,39 @@ static file_node_t *place_for(fax_index_t *index, file_node_t *from, time_t mtim
     return from;
 }
 
-int add_file_node(fax_index_t *index, file_node_t *node)
+int add_file_node(fax_index_t *index, file_node_t *node, const file_identity_t &file)
 {
     try {
-        link_node(index, place_for(index, nullptr, node->mtime), node);
+        link_node(index, place_for(index, nullptr, node->mtime), node, file);
         return 1;
     } catch (const std::bad_alloc &) {
         return 0;
     }
 }
 
-void add_file_nodes(fax_index_t *index, std::vector<file_node_ptr> &nodes)
+void add_file_nodes(fax_index_t *index, std::vector<found_file_t> &found)
 {
     file_node_t *previous = nullptr;
-    for (file_node_ptr &node : nodes) {
-        link_node(index, place_for(index, previous, node->mtime), node.get());
+    for (auto &[node, file] : found) {
+        link_node(index, place_for(index, previous, node->mtime), node.get(), file);
         previous = node.release();
     }
 }
 
 file_node_t *delete_file_node(fax_index_t *index, faxid_t faxid)
 {
-    auto found = index->before.find(faxid);
-    if (found == index->before.end())
+    auto found = index->places.find(faxid);
+    if (found == index->places.end())
         return nullptr;
-    file_node_t *previous = found->second;
+    file_node_t *previous = found->second.before;
     file_node_t *&link = link_after(index, previous);
     file_node_t *node = link;
     link = node->next;  // and the node that follows gets `previous` as its predecessor
     if (node->next)
-        index->before[node->next->faxid] = previous;
+        index->places.at(node->next->faxid).before = previous;
     else
         index->tail = previous;
-    index->before.erase(found);
+    index->places.erase(found);
     index->name_sum -= sum_of(node->name);
     node->next = nullptr;
     return node;
@@ -214,10 +207,20 @@ file_node_t *delete_file_node(fax_index_t *index, faxid_t faxid)
 
 file_node_t *get_file_node(const fax_index_t *index, faxid_t faxid)
 {
-    auto found = index->before.find(faxid);
-    if (found == index->before.end())
+    auto found = index->places.find(faxid);
+    if (found == index->places.end())
         return nullptr;
-    return found->second ? found->second->next : index->head;
+    file_node_t *previous = found->second.before;
+    return previous ? previous->next : index->head;
+}
+
+void drop_file_node(fax_index_t *index, faxid_t faxid)
+{
+    file_node_t *node = delete_file_node(index, faxid);
+    if (!node)
+        return;
+    node->next = index->dropped;
+    index->dropped = node;
 }
 
 void update_index_check_value(fax_index_t *index)
@@ -238,6 +241,7 @@ void free_index(fax_index_t *index)
     if (!index)
         return;
     free_file_node(index->head);
+    free_file_node(index->dropped);
     delete index;
 }
 

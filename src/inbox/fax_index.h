@@ -4,7 +4,10 @@
 // the four strings of a node are never null.
 #pragma once
 
+#include <sys/stat.h>
+
 #include <memory>
+#include <string>
 #include <unordered_map>
 #include <vector>
 
@@ -33,7 +36,6 @@ file_node_t *build_node(const file_info_t &source, const char **refused);
 
 file_node_t *copy_file_node(const file_node_t *node, err_t *error);
 void free_file_node(file_node_t *node);  // with every node after it
-faxid_t newid();                         // unique within this run of the daemon
 
 using file_node_ptr = std::unique_ptr<file_node_t, deleter<free_file_node>>;
 
@@ -46,15 +48,46 @@ void free_file_list(file_list_t *list);  // a copy, with its chain; null is allo
 
 // The index
 
+// Which file was listed, so that another one of its name is not taken for it. The device is left out: it
+// changes when a network file system is mounted anew.
+struct file_identity_t {
+    explicit file_identity_t(const struct stat &st) : inode(st.st_ino), size(st.st_size), mtime(st.st_mtim) {}
+    bool operator==(const file_identity_t &other) const
+    {
+        return inode == other.inode && size == other.size && mtime.tv_sec == other.mtime.tv_sec &&
+               mtime.tv_nsec == other.mtime.tv_nsec;
+    }
+
+    ino_t inode;
+    off_t size;
+    timespec mtime;
+};
+
+// A node that is not listed yet, and its file.
+struct found_file_t {
+    file_node_ptr node;
+    file_identity_t file;
+};
+
 // The wire's list, with an index beside the chain that makes finding, adding and removing cheap.
 struct fax_index_t : file_list_t {
+    struct place_t {
+        file_node_t *before;  // the node before it, null for the head
+        file_identity_t file;
+    };
+
     fax_index_t() : file_list_t{} {}
     fax_index_t(const fax_index_t &) = delete;
     fax_index_t &operator=(const fax_index_t &) = delete;
 
-    std::unordered_map<faxid_t, file_node_t *> before;  // fax id -> node before it, null for the head
+    std::unordered_map<faxid_t, place_t> places;  // by fax id
     file_node_t *tail = nullptr;
     u_int name_sum = 0;  // the check value of the chain as it is now; check_value is that of the last scan
+
+    // For scans: the dropped nodes whose files they list again, and what they last complained about.
+    file_node_t *dropped = nullptr;
+    std::string complaints;
+    bool complained_again = false;  // the last scan failed as the one before, and logged nothing
 };
 
 fax_index_t *create_new_list();       // empty, to be freed by free_index(); null without memory
@@ -62,15 +95,19 @@ void free_index(fax_index_t *index);  // with its chain; null is allowed
 
 // Inserts by mtime, after equal ones. Returns 1, the list then owning the node, or 0 without memory. For the
 // fax system's other programs; none here calls it, because scans add many at once.
-int add_file_node(fax_index_t *index, file_node_t *node);
+int add_file_node(fax_index_t *index, file_node_t *node, const file_identity_t &file);
 
 // Inserts many, which must be sorted by mtime, in one walk along the chain at most. Throws std::bad_alloc
-// without memory; the elements of `nodes` that were inserted are then null.
-void add_file_nodes(fax_index_t *index, std::vector<file_node_ptr> &nodes);
+// without memory; the nodes of `found` that were inserted are then null.
+void add_file_nodes(fax_index_t *index, std::vector<found_file_t> &found);
 
 // The node with that id, or null: unlinked and the caller's, or still the list's.
 file_node_t *delete_file_node(fax_index_t *index, faxid_t faxid);
 file_node_t *get_file_node(const fax_index_t *index, faxid_t faxid);
+
+// Drops the node with that id, if there is one. If a file of its name is there, the next scan lists it under
+// a new id, also when its time is not above the mark.
+void drop_file_node(fax_index_t *index, faxid_t faxid);
 
 // Computes the check value from scratch: the sum of all names' bytes, each taken as signed. For the fax
 // system's other programs; none here calls it, because the other functions keep the sum up to date.

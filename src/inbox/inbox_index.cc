@@ -2,14 +2,13 @@
 // they have been shown: the commit mark remembers how far that was.
 #include "inbox/inbox_index.h"
 
-#include <unistd.h>
-
 #include <algorithm>
 #include <cerrno>
 #include <cstdio>
 #include <cstring>
 
 #include "inbox/inbox_scan.h"
+#include "inbox/listed_file.h"
 #include "inbox/messages.h"
 #include "util/trace.h"
 
@@ -27,7 +26,8 @@ int load_inbox(user_node_t *user)
         }
     }
     if (update_index(user) != 1) {
-        fprintf(stderr, "load_inbox: Can't create inbox index..\n");
+        if (!user->index->complained_again)  // like the reason, not once a request
+            fprintf(stderr, "load_inbox: Can't create inbox index..\n");
         return 0;
     }
     return 1;
@@ -132,11 +132,12 @@ int commit_index(user_node_t *user)
     // Kept: the node is dropped even if its file cannot be removed, and the message has no line end; programs
     // that read the log take it together with the next line.
     while (index->head && index->head->mtime <= user->commit_mark) {
-        file_node_ptr node(delete_file_node(index, index->head->faxid));
-        const char *path = mk_path(user->inbox, node->name);
-        if (!path)
+        const faxid_t faxid = index->head->faxid;
+        const char *path = mk_path(user->inbox, index->head->name);
+        if (!path) {
             fprintf(stderr, "Trayd: Warning: Can't create file path.\n");
-        else if (unlink(path) < 0)
+            drop_file_node(index, faxid);
+        } else if (!remove_listed(index, faxid, path))
             fprintf(stderr, "Trayd: Can't remove committed file: [%s]: %s.", path, strerror(errno));
     }
     user->commit_mark = 0;
@@ -145,7 +146,7 @@ int commit_index(user_node_t *user)
 
 u_int get_fax_count(const user_node_t *user)
 {
-    return user && user->index ? static_cast<u_int>(user->index->before.size()) : 0;
+    return user && user->index ? static_cast<u_int>(user->index->places.size()) : 0;
 }
 
 }  // namespace faxtray

@@ -20,8 +20,8 @@ int load_inbox(user_node_t *user);
 //   count        how many faxes at most; 0, negative or above 100: 100
 file_list_t *get_index(user_node_t *user, u_int check_value, int faxid, int how, int count, err_t *error);
 
-// Removes all faxes up to the commit mark, files and nodes. Always returns 1: what cannot be removed is
-// reported on standard error and leaves the list all the same.
+// Removes all faxes up to the commit mark, files and nodes. Always returns 1: what cannot be removed, or is
+// another file by now, is reported on standard error and leaves the list until the next scan.
 int commit_index(user_node_t *user);
 
 u_int get_fax_count(const user_node_t *user);  // as of the last scan; 0 for null or an inbox not loaded

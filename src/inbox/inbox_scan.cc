@@ -8,11 +8,12 @@
 #include <fcntl.h>
 #include <sys/param.h>
 #include <unistd.h>
-#include <utime.h>
 
 #include <algorithm>
 #include <bit>
+#include <cctype>
 #include <cerrno>
+#include <cstdarg>
 #include <cstdio>
 #include <cstring>
 #include <map>
@@ -23,7 +24,9 @@
 #include <vector>
 
 #include "faxfile/fax_header.h"
+#include "inbox/fax_ids.h"
 #include "inbox/fax_index.h"
+#include "inbox/listed_file.h"
 #include "inbox/messages.h"
 #include "util/access.h"
 #include "util/paths.h"
@@ -31,6 +34,55 @@
 #include "util/trace.h"
 
 namespace faxtray {
+
+// What a scan has to complain about
+
+namespace {
+
+// Complaints about files of the inbox: traced at once, and logged at the end unless the last scan had the
+// same. So a file that fails every scan is in the log once, not once a request.
+class complaints_t {
+public:
+    // Adds one line. In the log `program` and ": " stand in front of it, unless that is "". Control
+    // characters, which names of files may contain, are escaped.
+    void add(const char *program, const char *format, ...) __attribute__((format(printf, 3, 4)))
+    {
+        char text[2 * MAXPATHLEN + 256];  // two paths at their longest and the words around them
+        va_list args;
+        va_start(args, format);
+        vsnprintf(text, sizeof text, format, args);
+        va_end(args);
+        std::string line;
+        for (const char *c = text; *c; c++) {
+            const auto byte = static_cast<unsigned char>(*c);
+            char shown[8];
+            snprintf(shown, sizeof shown, iscntrl(byte) ? "\\x%02X" : "%c", byte);
+            line += shown;
+        }
+        trprintf("%s\n", line.c_str());
+        log_ += (*program ? std::string(program) + ": " : "") + line + "\n";
+    }
+
+    // The log has a part of it already, and gets the rest in any case.
+    void is_in_log() { in_log_ = true; }
+
+    // Ends the scan. `last` is what the scan before complained of, and becomes what this one did. Returns
+    // whether that is the same, and was not logged again.
+    bool conclude(std::string &last)
+    {
+        const bool again = log_ == last && !last.empty() && !in_log_;
+        if (!again)
+            fputs(log_.c_str(), stderr);
+        last.swap(log_);
+        return again;
+    }
+
+private:
+    std::string log_;
+    bool in_log_ = false;
+};
+
+}  // namespace
 
 // One file
 
@@ -60,7 +112,8 @@ static int page_count(const char *text, const char *path)
         trprintf("warning: Invalid %s attribute in fax file \"%s\": [%s].\n", shown_attrs[PAGES], path, text);
         return -1;
     }
-    return static_cast<int>(count);
+    // The wire has 32 bits; clients show -1 as unknown.
+    return count >= INT32_MIN && count <= INT32_MAX ? static_cast<int>(count) : -1;
 }
 
 static char *value_or_unknown(const char *value)
@@ -68,15 +121,15 @@ static char *value_or_unknown(const char *value)
     return borrowed(value ? value : "Unknown");
 }
 
-// A new node for a file; `values` are those of shown_attrs, or null if it is no fax. Null with a message
+// A new node for a file; `values` are those of shown_attrs, or null if it is no fax. Null with a complaint
 // without memory.
 static file_node_t *describe_file(const char *path, const char *name, const struct stat &st,
-                                  const char *const *values)
+                                  const char *const *values, complaints_t &complaints)
 {
     file_info_t info = {};
     info.name = borrowed(name);
     info.pages = -1;
-    info.size = static_cast<u_int>(st.st_size);
+    info.size = static_cast<u_int>(std::min<off_t>(st.st_size, UINT32_MAX));  // the wire has no more bits
     info.mtime = st.st_mtime;
     if (values) {
         info.is_fax = 1;
@@ -90,49 +143,52 @@ static file_node_t *describe_file(const char *path, const char *name, const stru
     if (node)  // ids are not spent on failures
         node->faxid = newid();
     else if (refused)
-        report("create_file_node: strdup(\"%s\"): %s\n", refused, strerror(errno));
+        complaints.add("", "create_file_node: strdup(\"%s\"): %s", refused, strerror(errno));
     else
-        report("create_file_node: malloc(): %s\n", strerror(errno));
+        complaints.add("", "create_file_node: malloc(): %s", strerror(errno));
     return node;
 }
 
-// create_file_node for the file that openat finds at `at` below `directory`. Reads one block, which holds the
-// whole header of almost every fax.
-static file_node_t *create_node_at(int directory, const char *at, const char *path, const char *name,
-                                   const struct stat &st)
+// create_file_node for a file opened with open_inbox_file; no descriptor stands for its failure, errno. Reads
+// one block, which holds the whole header of almost every fax.
+static file_node_t *create_node(unique_fd fd, const char *path, const char *name, const struct stat &st,
+                                complaints_t &complaints)
 {
-    // O_NONBLOCK: if the name is a FIFO's by now, opening it must not wait for a writer.
-    unique_fd fd(openat(directory, at, O_RDONLY | O_CLOEXEC | O_NONBLOCK));
     if (!fd) {
-        report("create_file_node: cv_open(\"%s\"): %s\n", path, strerror(errno));
+        complaints.add("", "create_file_node: cv_open(\"%s\"): %s", path, strerror(errno));
         return nullptr;
     }
     char block[4096];
     ssize_t n = read(fd.get(), block, sizeof block);
     if (n < 0) {  // an I/O error, or a directory
-        report("create_file_node: read(\"%s\"): %s\n", path, strerror(errno));
+        complaints.add("", "create_file_node: read(\"%s\"): %s", path, strerror(errno));
         return nullptr;
     }
     if (!has_fax_magic(block, n))
-        return describe_file(path, name, st, nullptr);
+        return describe_file(path, name, st, nullptr, complaints);
 
     const char *values[SHOWN_ATTRS];
     if (find_fax_header_values(block, static_cast<size_t>(n), shown_attrs, values, SHOWN_ATTRS))
-        return describe_file(path, name, st, values);
+        return describe_file(path, name, st, values, complaints);
     // The header is longer than the block, or corrupt: the thorough way reads it all, or says what is wrong.
     fax_header_ptr header(read_fax_header(fd.get()));
     if (!header) {
-        report("create_file_node: read_fax_header(\"%s\") failed\n", path);
+        complaints.is_in_log();  // by read_fax_header
+        complaints.add("", "create_file_node: read_fax_header(\"%s\") failed", path);
         return nullptr;
     }
     for (int i = 0; i < SHOWN_ATTRS; i++)
         values[i] = get_fax_header_value(header.get(), shown_attrs[i]);
-    return describe_file(path, name, st, values);
+    return describe_file(path, name, st, values, complaints);
 }
 
 file_node_t *create_file_node(const char *path, const char *name, const struct stat &st)
 {
-    return create_node_at(AT_FDCWD, path, path, name, st);
+    complaints_t complaints;
+    std::string none;
+    file_node_t *node = create_node(open_inbox_file(AT_FDCWD, path), path, name, st, complaints);
+    complaints.conclude(none);
+    return node;
 }
 
 // The directory
@@ -241,7 +297,7 @@ private:
 // One scan, and what it has found out so far.
 struct scan_t {
     explicit scan_t(user_node_t *scanned)
-        : user(scanned), index(scanned->index), dir(scanned->inbox), unchanged(index->before.size())
+        : user(scanned), index(scanned->index), dir(scanned->inbox), unchanged(index->places.size())
     {
     }
 
@@ -253,11 +309,19 @@ struct scan_t {
     std::map<std::string, struct stat> changed;  // listed files whose mtime has changed since
     // Files added by scans that failed later: listed although above the mark.
     std::set<std::pair<std::string_view, time_t>> above_mark;
-    time_t cutoff = 0;                 // files of this mtime or later may still be growing
-    std::vector<file_node_ptr> found;  // to be added, in the order of the directory
+    name_set_t dropped{0};            // names of dropped nodes, whose files are listed again
+    time_t cutoff = 0;                // files of this mtime or later may still be growing
+    std::set<std::string> young;      // dropped ones among those
+    std::vector<found_file_t> found;  // to be added, in the order of the directory
+    complaints_t complaints;
 };
 
 }  // namespace
+
+// Why files are left out; the first also says why a marker is refused.
+static constexpr char not_regular[] = "Not a regular file";
+static constexpr char included_before[] = "File included in previous index update";
+static constexpr char too_young[] = "File newer than this update time";
 
 // Drops the first listed file that is gone, and remembers what it sees of those before it. Kept: one a scan;
 // clients that page through the index would otherwise lose several ids at once.
@@ -277,7 +341,7 @@ static void drop_vanished(scan_t &scan)
             else
                 scan.changed.emplace(node->name, st);
         } else if (!is_readable_file(path)) {  // by path: the directory may not be open
-            free_file_node(delete_file_node(scan.index, node->faxid));
+            drop_file_node(scan.index, node->faxid);
             return;
         }
     }
@@ -295,30 +359,65 @@ static void note_above_mark(scan_t &scan)
             scan.above_mark.emplace(node->name, node->mtime);
 }
 
+// Frees the dropped nodes for which `done` is true.
+template <class Done> static void free_dropped(fax_index_t *index, Done done)
+{
+    for (file_node_t **link = &index->dropped; *link;) {
+        if (!done((*link)->name)) {
+            link = &(*link)->next;
+            continue;
+        }
+        file_node_ptr gone(*link);
+        *link = gone->next;
+        gone->next = nullptr;
+    }
+}
+
+// Remembers the names of dropped nodes, and frees all but one of each name.
+static void note_dropped(scan_t &scan)
+{
+    size_t count = 0;
+    for (const file_node_t *node = scan.index->dropped; node; node = node->next)
+        count++;
+    scan.dropped = name_set_t(count);
+    free_dropped(scan.index, [&](const char *name) {
+        const bool known = scan.dropped.contains(name);
+        if (!known)
+            scan.dropped.insert(name);
+        return known;
+    });
+}
+
 // Sets the mtime of the marker to now and computes the cut-off from it: files are compared with the clock of
-// the file system that holds them, which may be another host's. False with a message on failure.
+// the file system that holds them, which may be another host's. No link is followed: users can make one of
+// the marker's name. False with a complaint on failure.
 static bool touch_marker(scan_t &scan)
 {
     constexpr char marker[] = ".inbox_index";
     const char *path = mk_path(scan.user->inbox, marker);
     if (!path) {
-        report_as_program("update_index: mk_path(\"%s\",\"%s\") failed.\n", scan.user->inbox, marker);
+        scan.complaints.add(Program, "update_index: mk_path(\"%s\",\"%s\") failed.", scan.user->inbox,
+                            marker);
         return false;
     }
-    if (utime(path, nullptr) < 0) {
+    if (utimensat(AT_FDCWD, path, nullptr, AT_SYMLINK_NOFOLLOW) < 0) {
         if (errno != ENOENT) {
-            report_as_program("update_index: utime(\"%s\"): %s\n", path, strerror(errno));
+            scan.complaints.add(Program, "update_index: utime(\"%s\"): %s", path, strerror(errno));
             return false;
         }
-        unique_fd fd(open(path, O_RDWR | O_CREAT | O_CLOEXEC, 0644));
+        unique_fd fd(open(path, O_RDWR | O_CREAT | O_NOFOLLOW | O_NONBLOCK | O_CLOEXEC, 0644));
         if (!fd) {
-            report_as_program("update_index: open(\"%s\"): %s\n", path, strerror(errno));
+            scan.complaints.add(Program, "update_index: open(\"%s\"): %s", path, strerror(errno));
             return false;
         }
     }
     struct stat st;
-    if (stat(path, &st) < 0) {
-        report_as_program("update_index: stat(\"%s\"): %s\n", path, strerror(errno));
+    if (lstat(path, &st) < 0) {
+        scan.complaints.add(Program, "update_index: stat(\"%s\"): %s", path, strerror(errno));
+        return false;
+    }
+    if (!S_ISREG(st.st_mode)) {
+        scan.complaints.add(Program, "update_index: open(\"%s\"): %s", path, not_regular);
         return false;
     }
     scan.cutoff = st.st_mtime - Update_slop;
@@ -328,21 +427,20 @@ static bool touch_marker(scan_t &scan)
 // Whether an earlier scan has added the file, as it is now.
 static bool is_listed(const scan_t &scan, const char *name, time_t mtime)
 {
-    return mtime <= scan.user->scan_mark ||
-           (!scan.above_mark.empty() && scan.above_mark.contains({name, mtime}));
+    if (mtime <= scan.user->scan_mark)
+        return !scan.dropped.contains(name);
+    return !scan.above_mark.empty() && scan.above_mark.contains({name, mtime});
 }
-
-static constexpr char included_before[] = "File included in previous index update";
 
 // The reason to leave a directory entry out of this scan, or null to add it.
 static const char *skip_reason(const scan_t &scan, const char *name, const struct stat &st)
 {
     if (!(st.st_mode & S_IFREG))  // Kept: the bit, not S_ISREG, so a socket passes and fails the scan.
-        return "Not a regular file";
+        return not_regular;
     if (is_listed(scan, name, st.st_mtime))
         return included_before;
     if (st.st_mtime >= scan.cutoff)
-        return "File newer than this update time";
+        return too_young;
     return nullptr;
 }
 
@@ -377,26 +475,35 @@ static bool visit(scan_t &scan, const char *name)
     }
     const char *path = scan.dir.select(name);
     if (!path) {
-        report_as_program("update_index: mk_path(\"%s\",\"%s\") failed.\n", scan.user->inbox, name);
+        scan.complaints.add(Program, "update_index: mk_path(\"%s\",\"%s\") failed.", scan.user->inbox, name);
         return false;
     }
     struct stat st;
     if (!status_of(scan, name, &st)) {
-        report_as_program("update_index: stat(\"%s\"): %s\n", path, strerror(errno));
+        scan.complaints.add(Program, "update_index: stat(\"%s\"): %s", path, strerror(errno));
         return false;
     }
     if (const char *reason = skip_reason(scan, name, st)) {
+        if (reason == too_young && scan.dropped.contains(name))
+            scan.young.insert(name);
         trace_skip(name, reason);
         return true;
     }
+    unique_fd fd = open_inbox_file(scan.dir.fd(), scan.dir.selected());
+    if (!fd && errno == ELOOP) {  // a link that does not count
+        trace_skip(name, not_regular);
+        return true;
+    }
 
+    const int error = errno;  // of the opening; tracing may change it
     trprintf("update_index: Adding file [%s] to user \"%s\"'s inbox.\n", name, inbox_name(scan.user));
-    file_node_ptr node(create_node_at(scan.dir.fd(), scan.dir.selected(), path, name, st));
+    errno = error;
+    file_node_ptr node(create_node(std::move(fd), path, name, st, scan.complaints));
     if (!node) {
-        report_as_program("update_index: Can't create new index entry\n");
+        scan.complaints.add(Program, "update_index: Can't create new index entry");
         return false;
     }
-    scan.found.push_back(std::move(node));
+    scan.found.push_back({std::move(node), file_identity_t(st)});
     return true;
 }
 
@@ -422,43 +529,48 @@ static bool visit_all(scan_t &scan)
 static time_t add_found(scan_t &scan)
 {
     // Stable, so that files of equal mtime are listed in the order of the directory.
-    auto older = [](const file_node_ptr &a, const file_node_ptr &b) { return a->mtime < b->mtime; };
+    auto older = [](const found_file_t &a, const found_file_t &b) { return a.node->mtime < b.node->mtime; };
     if (scan.found.empty())
         return 0;
     std::stable_sort(scan.found.begin(), scan.found.end(), older);
-    time_t newest = scan.found.back()->mtime;
+    time_t newest = scan.found.back().node->mtime;
     add_file_nodes(scan.index, scan.found);
     return newest;
 }
 
 // update_index; may throw std::bad_alloc, the index then being as it was but for a vanished file.
-static int scan_inbox(user_node_t *user)
+static bool scan_inbox(scan_t &scan)
 {
-    scan_t scan(user);
     drop_vanished(scan);  // Kept: before the directory is known to be readable
     if (!scan.dir.stream()) {
-        report_as_program("update_index: opendir(\"%s\"): %s\n", user->inbox, strerror(scan.dir.error()));
-        return -1;
+        report_as_program("update_index: opendir(\"%s\"): %s\n", scan.user->inbox,
+                          strerror(scan.dir.error()));
+        return false;
     }
     if (!touch_marker(scan))
-        return -1;
+        return false;
     note_above_mark(scan);
+    note_dropped(scan);
 
     bool complete = visit_all(scan);
     time_t newest = add_found(scan);
     // Mark and check value stay as they were: the next scan must look at the failed file again.
     if (!complete)
-        return -1;
-    user->index->check_value = user->index->name_sum;
-    user->scan_mark = std::max(user->scan_mark, newest);
-    return 1;
+        return false;
+    free_dropped(scan.index, [&](const char *name) { return !scan.young.contains(name); });
+    scan.index->check_value = scan.index->name_sum;
+    scan.user->scan_mark = std::max(scan.user->scan_mark, newest);
+    return true;
 }
 
 int update_index(user_node_t *user)
 {
     trprintf("update_index: Updating inbox for user: [%s].\n", inbox_name(user));
     try {
-        return scan_inbox(user);
+        scan_t scan(user);
+        const bool complete = scan_inbox(scan);
+        user->index->complained_again = scan.complaints.conclude(user->index->complaints);
+        return complete ? 1 : -1;
     } catch (const std::bad_alloc &) {
         report_as_program("update_index: Can't create new index entry\n");
         return -1;
