@@ -103,18 +103,23 @@ TEST(ChangeFormat, SurvivesADiskThatFills)
     signal(SIGXFSZ, handler);
 }
 
-TEST(ChangeFormat, WritesThroughNoLink)
+TEST(ChangeFormat, ReplacesNoOtherFileAndKeepsThePermissions)
 {
     temp_dir dir;
     const std::string file =
                           fax_file_of({encode(sample_pages(9)[0].lines, 1)}, 1, "#PAGES:1\nRESOLUTION:1\n"),
-                      path = dir.write("fax", file), victim = dir.write("victim", "precious");
-    std::filesystem::create_symlink(victim, path + "." + std::to_string(getpid()));
-    capture_stderr err;
-    EXPECT_EQ(t4dec_change_format(path.c_str(), 3, 0, nullptr), 0);
-    EXPECT_EQ(err.text(), "t4dec_change_format: Failure opening " + path + ".\n");
+                      path = dir.write("fax", file), victim = dir.write("victim", "precious"),
+                      pid = std::to_string(getpid()), taken = dir.write("fax.1." + pid, "a fax"),
+                      link = path + "." + pid;
+    std::filesystem::create_symlink(victim, link);
+    for (const mode_t mode : {0600U, 0664U}) {
+        chmod(path.c_str(), mode);
+        EXPECT_EQ(t4dec_change_format(path.c_str(), mode == 0600 ? 3 : 1, 0, nullptr), 1);
+        struct stat st;
+        EXPECT_TRUE(stat(path.c_str(), &st) == 0 && (st.st_mode & 07777) == mode) << st.st_mode;
+    }
     EXPECT_EQ(read_file(path), file);
-    EXPECT_EQ(read_file(victim), "precious");
+    EXPECT_EQ(read_file(link) + ", " + read_file(taken), "precious, a fax");
 }
 
 // In T.6 a white line after a white line is one bit.

@@ -1,7 +1,8 @@
 // Re-codes a fax file into another beside it, page by page, and moves that over the first once it is whole.
 //
-// States on disk: the fax as it was and a growing PATH.PID beside it; then the re-coded fax alone. A crash in
-// between leaves PATH.PID, which the work note of the delivery names.
+// States on disk: the fax as it was and a growing PATH.PID beside it (PATH.1.PID, PATH.2.PID... where that is
+// taken); then the re-coded fax alone. A crash in between leaves PATH.PID, which the work note of the
+// delivery names.
 #include "codec/change_format.h"
 
 #include <endian.h>
@@ -27,7 +28,6 @@
 #include "disk/files.h"
 #include "disk/flush.h"
 #include "disk/scratch_file.h"
-#include "disk/work_note.h"
 #include "faxfile/fax_header.h"
 #include "faxfile/fax_params.h"
 #include "util/io.h"
@@ -39,6 +39,7 @@ static constexpr int line_width = changes_width;
 static constexpr size_t first_capacity = 512 * 1024, growth = 64 * 1024, max_capacity = 256 * 1024 * 1024;
 static constexpr long max_lines = max_capacity / changes_line_bytes;  // of a page; more are dropped
 static constexpr size_t piece_size = 4096;
+static constexpr int most_names = 1000;  // tried for the output
 
 namespace {
 
@@ -148,6 +149,7 @@ struct input_t {
     const char *path;
     unique_fd fd;
     fax_header_ptr header;
+    mode_t mode = 0;      // permissions of the file
     off_t left = 0;       // bytes of the file not yet read
     byte_ptr page;        // coded data of a page; one buffer for all
     size_t capacity = 0;  // of `page`
@@ -328,33 +330,33 @@ struct recoded_file_t {
 
 }  // namespace
 
-// Creates PATH.PID. It is noted before it exists, so that no crash leaves a file that nobody knows of, and
-// never opened through a link, which would overwrite the file of somebody else.
-static bool create_output(recoded_file_t &out, const char *path)
+// Creates the output. Whatever has its name already may be somebody's fax, so the next free name is taken;
+// all end in our pid, by which a crash's left-overs are known.
+static bool create_output(recoded_file_t &out, const input_t &in)
 {
-    std::string beside = std::string(path) + "." + std::to_string(getpid());
-    if (beside.size() < MAXPATHLEN) {
-        note_will_make(beside.c_str());
-        out.fd.reset(open(beside.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_NOFOLLOW | O_CLOEXEC, 0644));
-    }
-    if (!out.fd) {
-        fprintf(stderr, "t4dec_change_format: Failure opening %s.\n", path);
-        return false;
+    const std::string end = "." + std::to_string(getpid());
+    std::string beside = in.path + end;
+    for (int n = 1; !(out.fd = make_new(beside.c_str(), in.mode)); n++) {
+        if (errno != EEXIST || n == most_names) {
+            fprintf(stderr, "t4dec_change_format: Failure opening %s: %s\n", beside.c_str(), strerror(errno));
+            return false;
+        }
+        beside = in.path + ("." + std::to_string(n)) + end;
     }
     out.file = scratch_file(std::move(beside));
-    note_made(out.file.path());
     return true;
 }
 
 // Moves the output over the fax: onto the disk first, so that no crash leaves less than the fax was.
-static bool move_output(recoded_file_t &out, const char *path)
+static bool move_output(recoded_file_t &out, const input_t &in)
 {
+    give_permissions(out.fd.get(), out.file.path(), in.mode);
     if (!close_flushed(std::move(out.fd))) {
         fprintf(stderr, "t4dec_change_format: Failure writing %s: %s\n", out.file.path(), strerror(errno));
         return false;
     }
-    if (!cv_move(out.file.path(), path)) {
-        fprintf(stderr, "t4dec_change_format: cv_move(\"%s\",\"%s\") failure.\n", out.file.path(), path);
+    if (!cv_move(out.file.path(), in.path)) {
+        fprintf(stderr, "t4dec_change_format: cv_move(\"%s\",\"%s\") failure.\n", out.file.path(), in.path);
         return false;
     }
     out.file.keep();
@@ -378,6 +380,7 @@ static bool open_input(input_t &in)
         return false;
     }
     in.left = st.st_size - at;
+    in.mode = st.st_mode & 0777;
     return true;
 }
 
@@ -416,12 +419,12 @@ static int change_format(input_t &in, int to, void (*progress)())
     // Pages are written by offset, which leaves room for lengths that are not known yet.
     t4dec_set_pixel_width(line_width);
     recoded_file_t out;
-    if (!create_output(out, in.path) || set_compression_mode(in.header.get(), to) != 1 ||
+    if (!create_output(out, in) || set_compression_mode(in.header.get(), to) != 1 ||
         write_fax_header(out.fd.get(), in.header.get()) != 1)
         return 0;
     conversion.fd = out.fd.get();
     conversion.offset = lseek(out.fd.get(), 0, SEEK_CUR);
-    return recode_pages(in, from, to, vr, progress) && move_output(out, in.path);
+    return recode_pages(in, from, to, vr, progress) && move_output(out, in);
 }
 
 int t4dec_change_format(const char *path, int df, int /*ignored*/, void (*progress)())

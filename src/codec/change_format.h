@@ -8,8 +8,9 @@ namespace faxtray {
 
 // Re-codes the fax file in place to `df` DF_MH, DF_MR or DF_MMR. `ignored` is ignored. `progress`, unless
 // null, is called once a page. Returns 1, also if the file has that coding already; or 0 with a message on
-// standard error, the file as it was and nothing left beside it. The new file has mode 0644 less the umask,
-// and our user as its owner.
+// standard error, the file as it was and nothing left beside it. The new file has the permissions of the
+// old one, at no moment wider ones, and our user as its owner. While it is written it has a name of its own
+// beside the file; no other file is replaced.
 int t4dec_change_format(const char *path, int df, int ignored, void (*progress)());
 
 // The conversion's callbacks for decoder and encoder. They

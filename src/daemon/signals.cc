@@ -103,12 +103,13 @@ int signals_init(int debug)
     }
 
     // SA_RESTART, because an interrupted write would cut a mail in the middle. SIGPIPE is ignored so that a
-    // client which hangs up costs a failed write and no more; children get the default back (child_process).
+    // client which hangs up costs a failed write and no more, and SIGXFSZ so that a file which may not grow
+    // does; children get the defaults back (child_process).
     for (const int sig : {SIGINT, SIGQUIT, SIGTERM, SIGUSR1, SIGUSR2})
         if (!install(sig, exit_proc, SA_RESTART))
             return 0;
     return install(SIGHUP, SIG_IGN, SA_RESTART) && install(SIGCHLD, sa_child, SA_RESTART) &&
-           install(SIGPIPE, SIG_IGN, SA_RESTART);
+           install(SIGPIPE, SIG_IGN, SA_RESTART) && install(SIGXFSZ, SIG_IGN, SA_RESTART);
 }
 
 int signals_fd()

@@ -2,7 +2,9 @@
 // note (work_note.h) as well, so that they are removed even after a crash.
 #include "deliver/convert.h"
 
+#include <fcntl.h>
 #include <sys/param.h>
+#include <sys/stat.h>
 #include <unistd.h>
 
 #include <cctype>
@@ -14,6 +16,7 @@
 
 #include "codec/change_format.h"
 #include "config/attributes.h"
+#include "disk/file_names.h"
 #include "disk/files.h"
 #include "disk/scratch_file.h"
 #include "disk/work_note.h"
@@ -22,13 +25,11 @@
 #include "util/child_process.h"
 #include "util/owned.h"
 #include "util/paths.h"
+#include "util/shell_word.h"
 #include "util/text.h"
 #include "util/trace.h"
 
 namespace faxtray {
-
-// Holds any command made of two paths.
-using command_t = char[3 * MAXPATHLEN];
 
 // Names
 
@@ -61,6 +62,77 @@ static std::string copy_name(const char *path)
     return (ext ? std::string(path, ext) : std::string(path)) + ".tif";
 }
 
+std::string converted_fax(const char *path, int format, bool from_copy)
+{
+    switch (format) {
+    case IV_FILE_FORMAT_TIFF_F:
+        return from_copy ? copy_name(path) : converted_name(path, ".tif");
+    case IV_FILE_FORMAT_PDF:
+        return converted_name(path, ".pdf");
+    default:
+        return "";
+    }
+}
+
+// Replaces the name `path`, which another process has taken, by the next to try: "x1_.tif" after "x0_.tif",
+// up to "x7_.tif"; after a short name the next that is free. False when there is none.
+static bool next_name(std::string &path)
+{
+    const size_t dot = path.rfind('.'), digit = dot - 2;
+    if (dot == path.npos || dot < 2)
+        return false;
+    if (path[dot - 1] == '_' && isdigit(static_cast<unsigned char>(path[digit])))
+        return path[digit]++ < '7';
+    char name[MAXPATHLEN];
+    snprintf(name, sizeof name, "%s", path.c_str());
+    if (!build_unique_DOS_name(name, path.c_str() + dot))
+        return false;
+    path = name;
+    return true;
+}
+
+// Copies or moves a file to a name that was free when it was chosen, or to the next that is. `to` gets the
+// name.
+static bool make_at(int (*make)(const char *from, const char *to), const char *from, std::string &to)
+{
+    while (to.size() < MAXPATHLEN) {
+        if (make(from, to.c_str()))
+            return true;
+        if (errno != EEXIST || !next_name(to))
+            break;
+    }
+    return false;
+}
+
+// Converters
+
+// Runs a command whose files nobody else may read yet. The wait status, or -1 with errno.
+static int run_converter(const std::string &command)
+{
+    const mode_t mask = umask(077);
+    const int status = child_system(command.c_str());
+    umask(mask);
+    return status;
+}
+
+// Whether a converter has left at `path` a file of ours that is not empty. A converter may have replaced the
+// file that we made for it, and where others may write they could have, too: so no link is followed. With a
+// `fax` the file gets that one's permissions.
+static bool accept_output(const char *path, const char *fax)
+{
+    struct stat st, like;
+    const unique_fd fd(open(path, O_RDONLY | O_NOFOLLOW | O_NONBLOCK | O_NOCTTY | O_CLOEXEC));
+    if (!fd || fstat(fd.get(), &st) != 0 || !S_ISREG(st.st_mode) || st.st_uid != geteuid() ||
+        st.st_size == 0) {
+        trprintf("convert_fax: the converter left no file of ours at \"%s\".\n", path);
+        return false;
+    }
+    note_made(path);
+    if (fax && stat(fax, &like) == 0)
+        give_permissions(fd.get(), path, like.st_mode);
+    return true;
+}
+
 // TIFF
 
 // The directory that holds "utils/tiffconv".
@@ -78,18 +150,16 @@ static const char *converter_base(char (&buffer)[MAXPATHLEN])
 // Runs the converter. True if it exits with status 0; `tiff` then holds the fax.
 static bool run_tiffconv(const char *path, const char *tiff)
 {
-    char base[MAXPATHLEN], converter[MAXPATHLEN + 16];
-    command_t command;
-    snprintf(converter, sizeof converter, "%s/%s", converter_base(base), "utils/tiffconv");
-    const int n = snprintf(command, sizeof command, "%s -m %s %s", converter, path, tiff);
-    errno = ENAMETOOLONG;  // the reason if the command was cut, and is therefore not run
-    const int status = n < static_cast<int>(sizeof command) ? child_system(command) : -1;
+    char base[MAXPATHLEN];
+    const std::string command = shell_word(std::string(converter_base(base)) + "/utils/tiffconv") + " -m " +
+                                shell_word(path) + " " + shell_word(tiff);
+    const int status = run_converter(command);
     if (status == -1)
         log_and_trace({ELOG_ERROR, ELOG_FILE}, "fax_to_tiff: Can't execute '%s' tiff filter for [%s]: %s\n",
-                      command, path, strerror(errno));
+                      command.c_str(), path, strerror(errno));
     else if (status != 0)
         log_and_trace({ELOG_ERROR, ELOG_FILE}, "fax_to_tiff: tiffconv filter '%s' exit code %d for %s\n",
-                      command, status, path);
+                      command.c_str(), status, path);
     return status == 0;
 }
 
@@ -110,9 +180,8 @@ try {
     }
     fd.reset();
     scratch_file scratch(std::move(tiff));
-    if (!run_tiffconv(path, scratch.path()))
+    if (!run_tiffconv(path, scratch.path()) || !accept_output(scratch.path(), path))
         return -1;
-    note_made(scratch.path());
     if (!cv_move(scratch.path(), path)) {
         fprintf(stderr, "fax_to_tiff: Can't rename fax file %s -> %s\n", scratch.path(), path);
         return -1;
@@ -126,60 +195,58 @@ try {
 
 // PDF
 
-// Removes what is at the path that the converter will write. A stale file would pass for its output; and as
-// the name is predictable and /tmp is open to all, a planted link would be written through.
-static bool clear_way(const char *path)
+// Makes an empty file for a converter to write to, by which nobody else can put one there. The PostScript of
+// the last fax of that name is removed first. Anything else of that name stays, and fails the delivery: /tmp
+// is open to all, and a converter would write through a link.
+static bool make_way(std::string path, scratch_file &file)
 {
-    if (unlink(path) == 0 || errno == ENOENT) {
-        note_will_make(path);
+    struct stat st;
+    if (lstat(path.c_str(), &st) == 0 && S_ISREG(st.st_mode) && st.st_uid == geteuid() && st.st_nlink == 1)
+        unlink(path.c_str());
+    if (make_new(path.c_str(), 0600)) {
+        file = scratch_file(std::move(path));
         return true;
     }
-    trprintf("fax_to_pdf: unlink(\"%s\") failed: %s.\n", path, strerror(errno));
+    if (errno == EEXIST && lstat(path.c_str(), &st) == 0)
+        log_and_trace({ELOG_WARNING, elog_file_and_stderr},
+                      "format_fax_file: [%s] of uid %ld is in the way: remove it\n", path.c_str(),
+                      static_cast<long>(st.st_uid));
+    else
+        trprintf("fax_to_pdf: open(\"%s\") failed: %s.\n", path.c_str(), strerror(errno));
     return false;
 }
 
-// Runs a converter that is to make the file `makes`.
-static bool run_converter(const char *command, const char *makes)
+static bool run_pdf_converter(const std::string &command)
 {
-    trprintf("format_fax_file:  executing '%s'\n", command);
-    const bool good = child_system(command) == 0;
-    note_made(makes);
-    return good;
+    trprintf("format_fax_file:  executing '%s'\n", command.c_str());
+    return run_converter(command) == 0;
 }
 
 // Converts by way of /tmp/NAME.ps and /tmp/NAME.pdf, the names that rasterps2 and distill agree on, and
 // removes the fax. False with trace lines; the fax is then as it was.
-static bool fax_to_pdf(const char *path, const char *pdf)
+static bool fax_to_pdf(const char *path, std::string &pdf)
 {
     trprintf("format_fax_file:  converting '%s' to pdf\n", path);
-    char name[MAXPATHLEN], ps_path[MAXPATHLEN + 16], pdf_path[MAXPATHLEN + 16];
-    command_t command;
-    if (strlen(path) >= MAXPATHLEN - 1 || strlen(pdf) >= MAXPATHLEN)
+    const std::string stem = std::string("/tmp/") + last_component(path), ps_path = stem + ".ps",
+                      pdf_path = stem + ".pdf";
+    scratch_file ps_scratch, pdf_scratch;
+    if (pdf.size() >= MAXPATHLEN || !make_way(ps_path, ps_scratch) || !make_way(pdf_path, pdf_scratch))
         return false;
-    snprintf(name, sizeof name, "/%s", last_component(path));
-    snprintf(ps_path, sizeof ps_path, "/tmp%s.ps", name);
-    snprintf(pdf_path, sizeof pdf_path, "/tmp%s.pdf", name);
-    if (!clear_way(ps_path) || !clear_way(pdf_path))
+    if (!run_pdf_converter("rasterps2 -f " + shell_word(ps_path) + " " + shell_word(path)) ||
+        !accept_output(ps_path.c_str(), nullptr))
         return false;
-
-    // From here on both files are ours to remove, whether or not the converters get as far as making them.
-    scratch_file ps_scratch(ps_path), pdf_scratch(pdf_path);
-    snprintf(command, sizeof command, "rasterps2 -f /tmp%s.ps %s", name, path);
-    if (!run_converter(command, ps_path))
-        return false;
-    snprintf(command, sizeof command, "echo 1 | distill /tmp%s.ps 2>/dev/null\n", name);
-    if (!run_converter(command, pdf_path))
+    if (!run_pdf_converter("echo 1 | distill " + shell_word(ps_path) + " 2>/dev/null\n") ||
+        !accept_output(pdf_path.c_str(), path))
         return false;
 
     // Kept: the name unlinked here ends in a newline, so the PostScript file survives until the next fax of
     // that name; administrators look at it when a PDF is not what they expect.
-    char ps_line[sizeof ps_path + 1];
-    snprintf(ps_line, sizeof ps_line, "/tmp%s.ps\n", name);
-    trprintf("format_fax_file:  unlinking '%s'\n", ps_line);
-    unlink(ps_line);
+    const std::string ps_line = ps_path + "\n";
+    trprintf("format_fax_file:  unlinking '%s'\n", ps_line.c_str());
+    unlink(ps_line.c_str());
 
-    trprintf("format_fax_file:  moving '%s' to '%s'\n", pdf_path, pdf);
-    if (!move_new(pdf_path, pdf))
+    trprintf("format_fax_file:  moving '%s' to '%s'\n", pdf_path.c_str(), pdf.c_str());
+    if (!make_at(move_new, pdf_path.c_str(), pdf))
         return false;
     ps_scratch.keep();
     pdf_scratch.keep();
@@ -202,21 +269,21 @@ static bool to_mh(const char *path, const conversion_t &by, void (*keepalive)())
 }
 
 // The copy gets the TIFF's name at once; a conversion in place leaves it there.
-static bool copy_to_tiff(const char *path, const char *tiff)
+static bool copy_to_tiff(const char *path, std::string &tiff)
 {
-    if (!copy_new(path, tiff))
+    if (!make_at(copy_new, path, tiff))
         return false;
     scratch_file scratch(tiff);
-    if (fax_to_tiff(tiff) < 0)
+    if (fax_to_tiff(tiff.c_str()) < 0)
         return false;
     scratch.keep();
     return true;
 }
 
-static bool turn_into_tiff(const char *path, const char *tiff)
+static bool turn_into_tiff(const char *path, std::string &tiff)
 {
     trprintf("format_fax_file:  converting %s to tiff class f\n", path);
-    return fax_to_tiff(path) >= 0 && move_new(path, tiff);
+    return fax_to_tiff(path) >= 0 && make_at(move_new, path, tiff);
 }
 
 // `good`: the fax has been converted to `converted`, a name shorter than MAXPATHLEN.
@@ -232,20 +299,21 @@ static bool end_conversion(bool good, char *path, const std::string &converted, 
 
 static bool to_tiff(char *path, const conversion_t &by, void (*keepalive)())
 {
-    const std::string tiff = by.from_copy ? copy_name(path) : converted_name(path, ".tif");
+    std::string tiff = converted_fax(path, IV_FILE_FORMAT_TIFF_F, by.from_copy);
     if (by.from_copy && keepalive)
         keepalive();
-    const bool good = tiff.size() < MAXPATHLEN &&
-                      (by.from_copy ? copy_to_tiff(path, tiff.c_str()) : turn_into_tiff(path, tiff.c_str()));
+    const bool good =
+        tiff.size() < MAXPATHLEN && (by.from_copy ? copy_to_tiff(path, tiff) : turn_into_tiff(path, tiff));
     return end_conversion(good, path, tiff, by.function, by.destinations);
 }
 
 // Kept: failures are reported in the name of format_fax_file, whoever asked; site scripts search the
 // exception log for that line.
-static bool to_pdf(char *path)
+static bool to_pdf(char *path, const conversion_t &by)
 {
-    const std::string pdf = converted_name(path, ".pdf");
-    return end_conversion(fax_to_pdf(path, pdf.c_str()), path, pdf, "format_fax_file", elog_file_and_stderr);
+    std::string pdf = converted_fax(path, IV_FILE_FORMAT_PDF, by.from_copy);
+    const bool good = fax_to_pdf(path, pdf);
+    return end_conversion(good, path, pdf, "format_fax_file", elog_file_and_stderr);
 }
 
 bool convert_fax(char *path, int format, const conversion_t &by, void (*keepalive)()) noexcept
@@ -259,7 +327,7 @@ try {
     case IV_FILE_FORMAT_TIFF_F:
         return to_tiff(path, by, keepalive);
     case IV_FILE_FORMAT_PDF:
-        return to_pdf(path);
+        return to_pdf(path, by);
     default:  // no setting, or one for other programs: delivered as received
         return true;
     }

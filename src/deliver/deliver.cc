@@ -10,6 +10,8 @@
 #include <cerrno>
 #include <cstdarg>
 #include <cstring>
+#include <new>
+#include <string>
 
 #include "codec/change_format.h"
 #include "config/attributes.h"
@@ -24,6 +26,7 @@
 #include "log/log_and_trace.h"
 #include "util/child_process.h"
 #include "util/paths.h"
+#include "util/shell_word.h"
 #include "util/text.h"
 #include "util/trace.h"
 
@@ -75,22 +78,22 @@ static const char *command_text(const char *method)
     return colon ? colon + 1 : nullptr;
 }
 
-// Filters the last component in place. This is also what makes a name safe to paste into a shell command.
-static void filter_file_name(char *path)
+// Filters the last component of `path`, a buffer of MAXPATHLEN bytes, in place. No listing shows names that
+// begin with a dot: they get a "_" in front. False if that does not fit.
+static bool filter_file_name(char *path)
 {
     char filtered[MAXPATHLEN];
     char *name = path + (last_component(path) - path);
+    const int room = MAXPATHLEN - static_cast<int>(name - path);
     posix_file_name_filter(name, filtered);
-    memcpy(name, filtered, strlen(filtered) + 1);  // never longer than the name was
+    return snprintf(name, static_cast<size_t>(room), "%s%s", *filtered == '.' ? "_" : "", filtered) < room;
 }
 
 int change_file_name(const av_list_t *record, char *path)
 {
     if (!record || is_empty(path))
         return DELIVER_BAD_ARGUMENT;
-    if (!wants_dos_names(record))
-        filter_file_name(path);
-    else if (!build_unique_DOS_name(path, ".fax"))
+    if (wants_dos_names(record) ? !build_unique_DOS_name(path, ".fax") : !filter_file_name(path))
         path[0] = '\0';
     return DELIVERED;
 }
@@ -138,11 +141,15 @@ int route_fax_file(const av_list_t *record, const char *path, char *destination_
 // To a command
 
 // Writes "COMMAND PATH ROOT" to `command`; false if it does not fit. A command that was cut would run, and do
-// something else.
+// something else. The path is one word; the command and the root are the administrator's and may be shell
+// text.
 static bool make_command(char *command, const char *text, const char *path, const char *root)
-{
-    int n = snprintf(command, command_size, "%s %s %s", text, path, root);
+try {
+    int n = snprintf(command, command_size, "%s %s %s", text, shell_word(path).c_str(), root);
     return n >= 0 && static_cast<size_t>(n) < command_size;
+} catch (const std::bad_alloc &) {
+    errno = ENOMEM;
+    return false;
 }
 
 // The entry as USER_LIST.info has it. Failed writes are no failure: a command need not read its input.
@@ -207,6 +214,7 @@ struct delivery_t {
     char *destination_out;
     void (*keepalive)();
     int did;
+    int method;                  // value handle of delivery_method
     bool problem;                // the fax is a problem fax
     char temporary[MAXPATHLEN];  // the copy worked on, "" until its name is chosen
     bool own_temporary;          // the copy exists, and we are to remove it
@@ -225,33 +233,6 @@ __attribute__((format(printf, 3, 4))) static int conclude(delivery_t &d, int res
     return result;
 }
 
-// Whether a file may be created under that name and under what filtering makes of it: which of the two is
-// used, delivery_naming decides later.
-static bool is_free(const char *path)
-{
-    char filtered[MAXPATHLEN];
-    snprintf(filtered, sizeof filtered, "%s", path);
-    filter_file_name(filtered);
-    return !exists(path) && !exists(filtered);
-}
-
-// Chooses a name for the copy beside the fax: the fax's own less its last four characters (".fax"), and a
-// number.
-static bool choose_temporary(delivery_t &d)
-{
-    // A name shorter than four characters is cut off whole, but its directory is not touched.
-    size_t length = strlen(d.fax_path), name = static_cast<size_t>(last_component(d.fax_path) - d.fax_path);
-    int stem = static_cast<int>(std::max(length < 4 ? 0 : length - 4, name));
-    // Kept: eight names, though a ninth may be free; a directory in which all are taken needs a look.
-    for (int n = 0; n < 8; n++) {
-        int size = snprintf(d.temporary, sizeof d.temporary, "%.*s%d_.fax", stem, d.fax_path, n);
-        if (size < static_cast<int>(sizeof d.temporary) && is_free(d.temporary))
-            return true;
-    }
-    d.temporary[0] = '\0';
-    return false;
-}
-
 // The result of a successful delivery.
 static int delivered(const delivery_t &d)
 {
@@ -263,6 +244,65 @@ static int fail_to_autoroute(delivery_t &d, int result)
 {
     return conclude(d, result, "Fax routing failure: Couldn't autoroute '%s'\nfor '%s'.\n", d.fax_path,
                     user_of(d.record));
+}
+
+static bool is_mail(int method)
+{
+    return method == IV_DELIVERY_METHOD_EMAIL_BODY || method == IV_DELIVERY_METHOD_MIMEMAIL_ATTACH ||
+           method == IV_DELIVERY_METHOD_SUNMAIL_ATTACH;
+}
+
+// Whether a file may be created under that name and under what filtering makes of it: which of the two is
+// used, delivery_naming decides later.
+static bool is_free(const char *path)
+{
+    char filtered[MAXPATHLEN];
+    snprintf(filtered, sizeof filtered, "%s", path);
+    return !exists(path) && filter_file_name(filtered) && !exists(filtered);
+}
+
+// Whether the name of what the copy will be converted to is free too. If another process takes it before that
+// is made, convert_fax finds another.
+static bool is_result_free(const delivery_t &d)
+try {
+    const int format = as_get_value_handle_av(AS_DELIVERY_FILE_FORMAT, d.record);
+    const std::string result = converted_fax(d.temporary, format, is_mail(d.method));
+    return result.empty() || !exists(result.c_str());
+} catch (const std::bad_alloc &) {
+    return false;
+}
+
+// Makes the copy beside the fax, under the fax's name less its last four characters (".fax") and the first
+// number with which all names are free that this delivery needs. False with a message for the caller.
+static bool make_copy(delivery_t &d)
+{
+    // A name shorter than four characters is cut off whole, but its directory is not touched.
+    size_t length = strlen(d.fax_path), name = static_cast<size_t>(last_component(d.fax_path) - d.fax_path);
+    int stem = static_cast<int>(std::max(length < 4 ? 0 : length - 4, name));
+    // Kept: eight names, though a ninth may be free; a directory in which all are taken needs a look.
+    for (int n = 0; n < 8; n++) {
+        int size = snprintf(d.temporary, sizeof d.temporary, "%.*s%d_.fax", stem, d.fax_path, n);
+        if (size >= static_cast<int>(sizeof d.temporary) || !is_free(d.temporary))
+            continue;
+        change_file_name(d.record, d.temporary);
+        if (!is_result_free(d))
+            continue;
+        trprintf("deliver_fax: copy \"%s\" to \"%s\"\n", d.fax_path, d.temporary);
+        d.own_temporary = d.temporary[0] && copy_new(d.fax_path, d.temporary);
+        if (d.own_temporary)
+            return true;
+        if (d.temporary[0] && errno == EEXIST)  // taken by another process since
+            continue;
+        log_and_trace({ELOG_WARNING, elog_file_and_stderr}, "deliver_fax:  could not copy(%s, %s)\n",
+                      d.fax_path, d.temporary);
+        fail_to_autoroute(d, DELIVER_FAILED);
+        return false;
+    }
+    d.temporary[0] = '\0';
+    tr_puts("deliver_fax: Couldn't get a usable temp name\n");
+    conclude(d, DELIVER_FAILED, "Fax Routing failure: Couldn't autoroute '%s'\nfor '%s'\n", d.fax_path,
+             user_of(d.record));
+    return false;
 }
 
 // The subject of a fax sent by mail. The six texts are written out, so that each can be searched for.
@@ -353,18 +393,11 @@ static int deliver_to_inbox(delivery_t &d)
 // Delivers the copy by the method of that keyword; `method` is the whole setting, for the message.
 static int deliver_copy(delivery_t &d, const char *method, const char *keyword)
 {
-    const int handle = as_get_value_handle(AS_DELIVERY_METHOD, keyword);
-    switch (handle) {
-    case IV_DELIVERY_METHOD_EMAIL_BODY:
-    case IV_DELIVERY_METHOD_MIMEMAIL_ATTACH:
-    case IV_DELIVERY_METHOD_SUNMAIL_ATTACH:
+    if (is_mail(d.method))
         return deliver_by_mail(d, keyword);  // converts by itself
-    case IV_DELIVERY_METHOD_EXEC:
-    case IV_DELIVERY_METHOD_FAXTRAY:
-        break;
-    default:
+    if (d.method != IV_DELIVERY_METHOD_EXEC && d.method != IV_DELIVERY_METHOD_FAXTRAY) {
         log_and_trace({ELOG_WARNING, elog_file_and_stderr},
-                      "deliver_fax:  unsupported delivery type %d, %s\n", handle, method);
+                      "deliver_fax:  unsupported delivery type %d, %s\n", d.method, method);
         return conclude(d, DELIVER_FAILED,
                         "Fax routing failure: Delivery type unknown [%s].\nCan't autoroute '%s' for '%s'.\n",
                         method, d.fax_path, user_of(d.record));
@@ -375,7 +408,7 @@ static int deliver_copy(delivery_t &d, const char *method, const char *keyword)
         return conclude(d, result, "Fax routing failure: Couldn't change format of\n'%s' for '%s'.\n",
                         d.fax_path, user_of(d.record));
     }
-    return handle == IV_DELIVERY_METHOD_EXEC ? deliver_by_command(d) : deliver_to_inbox(d);
+    return d.method == IV_DELIVERY_METHOD_EXEC ? deliver_by_command(d) : deliver_to_inbox(d);
 }
 
 // The method's keyword: the text before the first ':', leading colons skipped.
@@ -405,22 +438,6 @@ static int deliver_to_recipient(delivery_t &d)
                         d.fax_path);
     }
 
-    // From here on only the copy is touched.
-    if (!choose_temporary(d)) {
-        tr_puts("deliver_fax: Couldn't get a usable temp name\n");
-        return conclude(d, DELIVER_FAILED, "Fax Routing failure: Couldn't autoroute '%s'\nfor '%s'\n",
-                        d.fax_path, user);
-    }
-    // copy_new() replaces nothing, so a file that has appeared under that name since is safe.
-    change_file_name(d.record, d.temporary);
-    trprintf("deliver_fax: copy \"%s\" to \"%s\"\n", d.fax_path, d.temporary);
-    d.own_temporary = d.temporary[0] && copy_new(d.fax_path, d.temporary);
-    if (!d.own_temporary) {
-        log_and_trace({ELOG_WARNING, elog_file_and_stderr}, "deliver_fax:  could not copy(%s, %s)\n",
-                      d.fax_path, d.temporary);
-        return fail_to_autoroute(d, DELIVER_FAILED);
-    }
-
     // The keyword is cut out of a copy: exec_deliver needs the setting whole.
     c_string method_copy(strdup(method));
     if (!method_copy) {
@@ -428,7 +445,10 @@ static int deliver_to_recipient(delivery_t &d)
                       method, strerror(errno));
         return fail_to_autoroute(d, DELIVER_NO_MEMORY);
     }
-    return deliver_copy(d, method, cut_keyword(method_copy.get()));
+    const char *keyword = cut_keyword(method_copy.get());
+    d.method = as_get_value_handle(AS_DELIVERY_METHOD, keyword);
+    // From here on only the copy is touched.
+    return make_copy(d) ? deliver_copy(d, method, keyword) : DELIVER_FAILED;
 }
 
 static int deliver_given(delivery_t &d)

@@ -1,8 +1,9 @@
 // deliver: hands one received fax to one recipient, as the recipient's entry asks: into an inbox, by mail or
 // to a command.
 //
-// Works on a copy beside the fax, "NAMEn_.fax", which is removed when the delivery ends. Meanwhile a note in
-// the work directory names it (work_note.h), so that the next start removes it after a crash.
+// Works on a copy beside the fax, "NAMEn_.fax", with the fax's permissions, which is removed when the
+// delivery ends. Meanwhile a note in the work directory names it (work_note.h), so that the next start
+// removes it after a crash.
 #pragma once
 
 #include "config/av_list.h"
@@ -33,11 +34,12 @@ int deliver_fax(const av_list_t *record, const char *fax_path, char *message_out
 // Re-codes or converts the file as delivery_file_format asks. No other file is replaced.
 int format_fax_file(const av_list_t *record, char *path, void (*keepalive)());
 
-// Changes the last component of the name to what delivery_naming asks for, or all of it to "" if that does
-// not fit. The file itself is not touched.
+// Changes the last component of the name to what delivery_naming asks for, never to a name that begins with a
+// dot, or all of it to "" if that does not fit. The file itself is not touched.
 int change_file_name(const av_list_t *record, char *path);
 
-// Publishes the file (publish.h) in the recipient's inbox; `destination_out` gets the name used.
+// Publishes the file (publish.h), which keeps its permissions, in the recipient's inbox; `destination_out`
+// gets the name used.
 int route_fax_file(const av_list_t *record, const char *path, char *destination_out);
 
 // Runs the command with the path and delivery_dir_root as arguments and the entry on its standard input. A

@@ -81,7 +81,7 @@ try {
     const std::string header = "From: " + header_value(mail_get_mail_from()) +
                                "\nSubject: " + header_value(or_default(subject, default_notice_subject)) +
                                "\n";
-    mail_agent agent("mail", address.c_str());
+    mail_agent agent(mail_kind::notice, "mail", address.c_str());
     if (!agent.stream())
         return log_and_trace({ELOG_ERROR, ELOG_FILE}, "mail: popen(\"%s\") failed: %s\n", agent.command(),
                              strerror(agent.error()));
@@ -128,7 +128,7 @@ static int mail_plain(const char *address, const char *subject, const char *text
                              path, strerror(errno));
     // The sender comes before the agent: asking the registry for it may take as long as a time-out.
     const std::string sender = header_value(mail_get_mail_from());
-    mail_agent agent("mail_fax_image", address);
+    mail_agent agent(mail_kind::fax, "mail_fax_image", address);
     FILE *out = agent.stream();
     if (!out)
         return log_and_trace({ELOG_WARNING, ELOG_FILE}, "mail_fax_image: Can't send mail to [%s]: %s\n",

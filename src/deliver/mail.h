@@ -1,8 +1,9 @@
 // mail: sends notices and faxes through the system's mail agent.
 //
-// Recipients are mail targets (mail_target.h). The functions return 1 if the message was handed to the agent,
-// or -1 with an entry in the exception log or a trace line. A failure of the agent itself is logged but does
-// not change the result.
+// Recipients are mail targets (mail_target.h), or several plain addresses with blanks between them. The
+// functions return 1 if the message was handed to the agent, or -1 with an entry in the exception log or a
+// trace line, also if there is no agent. A failure of the agent itself is logged but does not change the
+// result.
 #pragma once
 
 namespace faxtray {

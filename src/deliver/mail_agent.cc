@@ -2,34 +2,73 @@
 // agent may well have queued it.
 #include "deliver/mail_agent.h"
 
+#include <fcntl.h>
+#include <sys/stat.h>
 #include <sys/wait.h>
+#include <unistd.h>
 
 #include <algorithm>
 #include <cerrno>
 #include <cstring>
+#include <utility>
 
 #include "config/attributes.h"
 #include "log/exception_log.h"
 #include "log/log_and_trace.h"
 #include "registry/regd_client.h"
 #include "util/child_process.h"
+#include "util/shell_word.h"
 #include "util/text.h"
 
 namespace faxtray {
 
-static constexpr char agent_command[] = "/usr/lib/sendmail -om";
+static constexpr char agent_file[] = "/usr/lib/sendmail";
+static constexpr char agent_option[] = " -om";
 static constexpr size_t longest_command = 4095;
 static constexpr char default_sender[] = "Ondrix_server";
 
-mail_agent::mail_agent(const char *function, const char *address)
-    : function_(function), address_(address ? address : ""), command_(agent_command)
+static int fax_mail_status;  // for take_fax_mail_status()
+
+int take_fax_mail_status()
 {
+    return std::exchange(fax_mail_status, 0);
+}
+
+// Why the agent cannot be run: an errno, or 0. The shell would start all the same, and its exit status look
+// like the agent's.
+static int agent_error()
+{
+    struct stat st;
+    if (stat(agent_file, &st) != 0 || faccessat(AT_FDCWD, agent_file, X_OK, AT_EACCESS) != 0)
+        return errno;
+    return S_ISREG(st.st_mode) ? 0 : EACCES;
+}
+
+int mail_agent::add_recipients()
+{
+    static constexpr char blanks[] = " \t\n\v\f\r";
+    int error = EINVAL;  // until there is a word
+    for (size_t at = 0, end = 0; (at = address_.find_first_not_of(blanks, end)) != address_.npos;) {
+        end = std::min(address_.find_first_of(blanks, at), address_.size());
+        command_ += " " + shell_word(address_.substr(at, end - at));
+        if (address_[at] == '-')
+            return EINVAL;
+        error = 0;
+    }
     // The shell and the agent have limits of their own; one below both makes the refusal ours, with a reason.
-    command_ += " " + address_;
-    if (command_.size() > longest_command)
-        errno = E2BIG;
-    else
-        stream_ = child_popen(command_.c_str(), "w");
+    return command_.size() > longest_command ? E2BIG : error;
+}
+
+mail_agent::mail_agent(mail_kind kind, const char *function, const char *address)
+    : kind_(kind), function_(function), address_(address ? address : ""),
+      command_(std::string(agent_file) + agent_option)
+{
+    error_ = add_recipients();
+    if (error_ == 0)
+        error_ = agent_error();
+    if (error_ != 0)
+        return;
+    stream_ = child_popen(command_.c_str(), "w");
     error_ = stream_ ? 0 : errno;
 }
 
@@ -44,7 +83,11 @@ static int exit_code(int wait_status)
 
 mail_agent::~mail_agent()
 {
-    int status = stream_ ? exit_code(child_pclose(stream_)) : 0;
+    if (!stream_)
+        return;
+    const int status = exit_code(child_pclose(stream_));
+    if (kind_ == mail_kind::fax)
+        fax_mail_status = status;
     if (status != 0)
         log_and_trace({ELOG_WARNING, ELOG_FILE}, "%s: mail agent exit status %d for [%s]\n", function_,
                       status, address_.c_str());

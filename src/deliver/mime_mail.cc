@@ -51,7 +51,7 @@ int mime_mail_fax(const char *address, int, const char *subject, const char *tex
         }
     }
     const std::string sender = header_value(mail_get_mail_from());
-    mail_agent agent("mime_mail_fax", address);
+    mail_agent agent(mail_kind::fax, "mime_mail_fax", address);
     FILE *out = agent.stream();
     if (!out)
         return log_and_trace({ELOG_WARNING, ELOG_FILE}, "mime_mail_fax: popen(\"%s\") failed: %s\n",

@@ -191,7 +191,7 @@ int sun_mail_fax(const char *address, const char *subject, const char *text, con
 
     // Only now is the agent started: nothing that could still fail on our side leaves half a message.
     const std::string sender = header_value(mail_get_mail_from());
-    mail_agent agent("sun_mail_fax", address);
+    mail_agent agent(mail_kind::fax, "sun_mail_fax", address);
     FILE *out = agent.stream();
     if (!out)
         return log_and_trace({ELOG_WARNING, ELOG_FILE}, "sun_mail_fax: popen(\"%s\") failed: %s\n",

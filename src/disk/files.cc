@@ -32,9 +32,9 @@ static bool open_failed(const char *path)
 
 // Opens for reading and refuses what is no regular file. O_NONBLOCK: opening a FIFO would otherwise wait for
 // a writer, and the daemon with it.
-static bool open_source(const char *path, unique_fd &in, struct stat &st)
+static bool open_source(const char *path, unique_fd &in, struct stat &st, int flags = 0)
 {
-    in.reset(open(path, O_RDONLY | O_NONBLOCK | O_NOCTTY | O_CLOEXEC));
+    in.reset(open(path, O_RDONLY | O_NONBLOCK | O_NOCTTY | O_CLOEXEC | flags));
     if (!in)
         return open_failed(path);
     if (fstat(in.get(), &st) != 0) {
@@ -164,9 +164,14 @@ static bool staged_path(const char *dst, char *path)
     return n < MAXPATHLEN;
 }
 
-// Creates a file, noted before and after, so that a crash between the two is covered; none with errno.
-static unique_fd open_new(const char *path, mode_t mode)
+// Noted before and after, so that a crash between the two is covered.
+unique_fd make_new(const char *path, mode_t mode)
 {
+    struct stat st;
+    if (lstat(path, &st) == 0) {  // we shall not make it, so it must not be noted
+        errno = EEXIST;
+        return {};
+    }
     note_will_make(path);
     unique_fd fd(open(path, O_RDWR | O_CREAT | O_EXCL | O_CLOEXEC, mode));
     if (fd)
@@ -174,16 +179,23 @@ static unique_fd open_new(const char *path, mode_t mode)
     return fd;
 }
 
-unique_fd copy_staged(const char *src, const char *dst, char *staged)
+void give_permissions(int fd, const char *path, mode_t mode)
+{
+    if (fchmod(fd, mode & permission_bits) != 0)
+        trprintf("copy: fchmod(\"%s\") failed: %s.\n", path, strerror(errno));
+}
+
+// As copy_staged, the source being opened with those flags too.
+static unique_fd stage(const char *src, const char *dst, char *staged, int flags)
 {
     unique_fd in, out;
     struct stat st;
-    if (!open_source(src, in, st))
+    if (!open_source(src, in, st, flags))
         return {};
     // A dead process that had our pid may have left the name in use: take the next.
     do {
         if (staged_path(dst, staged))
-            out = open_new(staged, st.st_mode & permission_bits);
+            out = make_new(staged, st.st_mode & permission_bits);
         else
             errno = ENAMETOOLONG;
     } while (!out && errno == EEXIST);
@@ -191,10 +203,17 @@ unique_fd copy_staged(const char *src, const char *dst, char *staged)
         open_failed(staged);
         return {};
     }
-    if (copy_bytes(src, in.get(), staged, out.get()))
-        return out;
-    remove_half_made(staged);
-    return {};
+    if (!copy_bytes(src, in.get(), staged, out.get())) {
+        remove_half_made(staged);
+        return {};
+    }
+    give_permissions(out.get(), staged, st.st_mode);
+    return out;
+}
+
+unique_fd copy_staged(const char *src, const char *dst, char *staged)
+{
+    return stage(src, dst, staged, O_NOFOLLOW);
 }
 
 int unique_file(const char *prefix, char *path)
@@ -208,7 +227,7 @@ int unique_file(const char *prefix, char *path)
         for (size_t i = 0; i < sizeof name - 1; i++)
             name[i] = letters[name[i] & 31];
         snprintf(path, MAXPATHLEN, "%s/%s%s", dvWork_dir, prefix, name);
-        unique_fd fd = open_new(path, 0666);
+        unique_fd fd = make_new(path, 0600);
         if (fd || errno != EEXIST)
             return fd.release();
     }
@@ -257,15 +276,12 @@ static bool copy_across(const char *src, const char *dst, bool replace)
     char path[MAXPATHLEN], staged[MAXPATHLEN];
     if (stat(src, &from) != 0 || !target_path(src, dst, path))
         return false;
-    const bool exists = stat(path, &to) == 0;
-    if (exists && !is_fit_target(path, from, to))
+    if (stat(path, &to) == 0 && !is_fit_target(path, from, to))
         return false;
     unique_fd out = copy_staged(src, path, staged);
     if (!out)
         return false;
-    // As copy() does: only a new file is subject to the umask.
-    if ((!exists || fchmod(out.get(), from.st_mode & permission_bits) == 0) &&
-        put_in_place(std::move(out), staged, path, replace))
+    if (put_in_place(std::move(out), staged, path, replace))
         return true;
     remove_half_made(staged);
     return false;
@@ -274,7 +290,7 @@ static bool copy_across(const char *src, const char *dst, bool replace)
 static int move_file(const char *src, const char *dst, bool replace)
 {
     struct stat st;
-    if (stat(src, &st) != 0) {
+    if (lstat(src, &st) != 0) {
         trprintf("cv_move: stat(\"%s\") failed: %s.\n", src, strerror(errno));
         return 0;
     }
@@ -314,7 +330,7 @@ int move_new(const char *src, const char *dst)
 int copy_new(const char *src, const char *dst)
 {
     char staged[MAXPATHLEN];
-    unique_fd out = copy_staged(src, dst, staged);
+    unique_fd out = stage(src, dst, staged, 0);
     if (!out)
         return 0;
     bool good = close(out.release()) == 0 || write_failed(staged);

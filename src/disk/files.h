@@ -13,10 +13,18 @@ namespace faxtray {
 
 // Write beside, then rename
 
-// Copies a regular file to a new one in the directory of `dst`, readable and writable as the source is, less
-// the umask. It is named "ii_" + the name of `dst` + a number, which inbox scans skip; `staged` (MAXPATHLEN
-// bytes) gets its path. The new file, open for writing; none with errno and a trace line, nothing is left
-// then. The caller renames it or removes it.
+// Creates a file of that mode less the umask, open for reading and writing. None with errno: EEXIST also for
+// a link that leads nowhere.
+unique_fd make_new(const char *path, mode_t mode);
+
+// Gives the open file the permissions in `mode`, whatever the umask. A failure is only traced: some file
+// systems keep no permissions.
+void give_permissions(int fd, const char *path, mode_t mode);
+
+// Copies a regular file, no link, to a new one in the directory of `dst` with the source's permissions, at no
+// moment wider ones. It is named "ii_" + the name of `dst` + a number, which inbox scans skip; `staged`
+// (MAXPATHLEN bytes) gets its path. The new file, open for writing; none with errno and a trace line, nothing
+// is left then. The caller renames it or removes it.
 unique_fd copy_staged(const char *src, const char *dst, char *staged);
 
 // rename(2), but -1 with EEXIST when `to` exists.
@@ -35,21 +43,21 @@ bool put_in_place(unique_fd fd, const char *staged, const char *dst, bool replac
 // anything but a regular file are refused as the target.
 int copy(const char *src, const char *dst);
 
-// Moves a regular file to `dst`, replacing a regular file there, or into a directory: by rename or, to
-// another file system, by a staged copy put in place. At no moment is a part of it visible at `dst`. When the
-// source cannot be removed afterwards, the file exists twice.
+// Moves a regular file, no link, with its permissions to `dst`, replacing a regular file there, or into a
+// directory: by rename or, to another file system, by a staged copy put in place. At no moment is a part of
+// it visible at `dst`. When the source cannot be removed afterwards, the file exists twice.
 int cv_move(const char *src, const char *dst);
 
-// As cv_move, failing when `dst` exists.
+// As cv_move, but 0 with EEXIST when `dst` exists.
 int move_new(const char *src, const char *dst);
 
-// Copies a regular file to `dst`, which must not exist. Whole once it is visible, but not flushed: for files
-// that the running delivery only works on.
+// Copies a regular file with its permissions to `dst`; 0 with EEXIST when that exists. Whole once it is
+// visible, but not flushed: for files that the running delivery only works on.
 int copy_new(const char *src, const char *dst);
 
 // Others
 
-// Makes a file in the work directory, empty, with mode 0666 less the umask, named `prefix` ("FDF." or "FDM.")
+// Makes a file in the work directory, empty, for our user alone, named `prefix` ("FDF." or "FDM.")
 // and six random letters. `path` (MAXPATHLEN bytes) gets its path, "" when no random number is to be had. Its
 // descriptor for reading and writing, the caller's to close, or -1 with errno.
 int unique_file(const char *prefix, char *path);
