@@ -334,14 +334,14 @@ struct recoded_file_t {
 // all end in our pid, by which a crash's left-overs are known.
 static bool create_output(recoded_file_t &out, const input_t &in)
 {
-    const std::string end = "." + std::to_string(getpid());
+    const std::string end = std::string(".") + std::to_string(getpid());
     std::string beside = in.path + end;
     for (int n = 1; !(out.fd = make_new(beside.c_str(), in.mode)); n++) {
         if (errno != EEXIST || n == most_names) {
             fprintf(stderr, "t4dec_change_format: Failure opening %s: %s\n", beside.c_str(), strerror(errno));
             return false;
         }
-        beside = in.path + ("." + std::to_string(n)) + end;
+        beside = std::string(in.path) + "." + std::to_string(n) + end;
     }
     out.file = scratch_file(std::move(beside));
     return true;

@@ -115,15 +115,14 @@ static int run_converter(const std::string &command)
     return status;
 }
 
-// Whether a converter has left at `path` a file of ours that is not empty. A converter may have replaced the
-// file that we made for it, and where others may write they could have, too: so no link is followed. With a
-// `fax` the file gets that one's permissions.
-static bool accept_output(const char *path, const char *fax)
+// Whether a converter has left at `path` a file that is not empty, and belongs to `owner`. It may have
+// replaced the file that we made for it, and where others may write they could have, too: so no link is
+// followed. With a `fax` the file gets that one's permissions.
+static bool accept_output(const char *path, uid_t owner, const char *fax)
 {
     struct stat st, like;
     const unique_fd fd(open(path, O_RDONLY | O_NOFOLLOW | O_NONBLOCK | O_NOCTTY | O_CLOEXEC));
-    if (!fd || fstat(fd.get(), &st) != 0 || !S_ISREG(st.st_mode) || st.st_uid != geteuid() ||
-        st.st_size == 0) {
+    if (!fd || fstat(fd.get(), &st) != 0 || !S_ISREG(st.st_mode) || st.st_uid != owner || st.st_size == 0) {
         trprintf("convert_fax: the converter left no file of ours at \"%s\".\n", path);
         return false;
     }
@@ -178,9 +177,11 @@ try {
             fprintf(stderr, "fax_to_tiff: Can't open temp file: %s\n", reason);
         return -1;
     }
+    struct stat made = {};  // its owner is not us where a file server says so
+    fstat(fd.get(), &made);
     fd.reset();
     scratch_file scratch(std::move(tiff));
-    if (!run_tiffconv(path, scratch.path()) || !accept_output(scratch.path(), path))
+    if (!run_tiffconv(path, scratch.path()) || !accept_output(scratch.path(), made.st_uid, path))
         return -1;
     if (!cv_move(scratch.path(), path)) {
         fprintf(stderr, "fax_to_tiff: Can't rename fax file %s -> %s\n", scratch.path(), path);
@@ -233,10 +234,10 @@ static bool fax_to_pdf(const char *path, std::string &pdf)
     if (pdf.size() >= MAXPATHLEN || !make_way(ps_path, ps_scratch) || !make_way(pdf_path, pdf_scratch))
         return false;
     if (!run_pdf_converter("rasterps2 -f " + shell_word(ps_path) + " " + shell_word(path)) ||
-        !accept_output(ps_path.c_str(), nullptr))
+        !accept_output(ps_path.c_str(), geteuid(), nullptr))
         return false;
     if (!run_pdf_converter("echo 1 | distill " + shell_word(ps_path) + " 2>/dev/null\n") ||
-        !accept_output(pdf_path.c_str(), path))
+        !accept_output(pdf_path.c_str(), geteuid(), path))
         return false;
 
     // Kept: the name unlinked here ends in a newline, so the PostScript file survives until the next fax of
