@@ -50,7 +50,8 @@ int mail_agent::add_recipients()
     int error = EINVAL;  // until there is a word
     for (size_t at = 0, end = 0; (at = address_.find_first_not_of(blanks, end)) != address_.npos;) {
         end = std::min(address_.find_first_of(blanks, at), address_.size());
-        command_ += " " + shell_word(address_.substr(at, end - at));
+        command_ += ' ';
+        command_ += shell_word(address_.substr(at, end - at));
         if (address_[at] == '-')
             return EINVAL;
         error = 0;
