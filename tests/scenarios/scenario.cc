@@ -26,7 +26,7 @@ namespace faxtray {
 
 namespace fs = std::filesystem;
 
-static const std::string site_path = "/run/site/";
+static const std::string site_path = "/run/site/", fax_ids_file = "work/fax_ids.localhost";
 
 static std::string transcript;
 static pid_t daemon_pid = -1;
@@ -132,7 +132,7 @@ static void report_files()
     for (const fs::path &path : paths) {
         const std::string name = path.string().substr(site_path.size());
         const bool is_file = fs::is_regular_file(fs::symlink_status(path));
-        if (is_file && name.find('/') == name.npos)
+        if ((is_file && name.find('/') == name.npos) || name == fax_ids_file)
             continue;
         const bool is_log =
             std::any_of(std::begin(logs), std::end(logs), [&](const auto &log) { return path == log.path; });
@@ -467,6 +467,7 @@ static void make_site()
         fs::create_directories(site_path + dir);
     for (const char *list : {"USER_LIST.info", "MODEMS.info", "TRACES"})
         add_file(list, read_file(std::string(SCENARIOS "/site/") + list));
+    std::ofstream(site_path + fax_ids_file) << "1\n";  // as on a site where the daemon has run before
     for (const auto &[name, value] :
          {std::pair("TZ", "UTC"), {"LC_ALL", "C"}, {"ONDRIXTMP", "/run/site/tmp"}})
         setenv(name, value, 1);
