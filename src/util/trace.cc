@@ -203,17 +203,19 @@ static const char *next_word(const char *p, word_t &word)
 
 // Reads a line without its last character. Kept: whatever that is, so a last line without a newline loses a
 // character of its text, as TRACES(5) warns administrators. The rest of a line that is too long is skipped,
-// so that it is not taken for a line.
+// so that it is not taken for a line. Not by fgets(), which does not tell where a line with a zero in it ends.
 static bool read_line(FILE *in, char (&line)[line_size])
 {
-    if (!fgets(line, sizeof line, in))
+    size_t n = 0;
+    int ch;
+    do {
+        ch = getc(in);
+        if (ch != EOF && n < sizeof line - 1)
+            line[n++] = static_cast<char>(ch);
+    } while (ch != EOF && ch != '\n');
+    if (n == 0)
         return false;
-    size_t n = strlen(line);
-    if (n > 0 && line[n - 1] != '\n')
-        for (int ch = getc(in); ch != EOF && ch != '\n';)
-            ch = getc(in);
-    if (n > 0)
-        line[n - 1] = '\0';
+    line[n - 1] = '\0';
     return true;
 }
 
@@ -289,7 +291,8 @@ static config_result check_trace_config_file(const char *name, config_line &line
     if (strcmp(Trace_config_filename, last_config) == 0 && last_update >= st.st_mtime)
         return UNCHANGED;
 
-    file_ptr in(fopen(Trace_config_filename, "re"));
+    // Opening a pipe would wait for whoever writes to it, and some devices never end.
+    file_ptr in(S_ISREG(st.st_mode) ? fopen(Trace_config_filename, "re") : nullptr);
     if (!in)
         return NO_CONFIG;
     snprintf(last_config, sizeof last_config, "%s", Trace_config_filename);
