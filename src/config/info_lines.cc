@@ -79,14 +79,13 @@ const char *info_parse_value(const char *text)
             continue;
         }
         // Kept: an unknown escape stays as it is, backslash and all. The limit may cut it in two.
-        if (char meant = unescaped(p[1])) {
-            value[n++] = meant;
-        } else {
-            value[n++] = '\\';
-            if (n < max_value)
-                value[n++] = p[1];
-        }
-        p += 2;
+        const char meant = unescaped(p[1]);
+        value[n++] = meant ? meant : *p;
+        p++;
+        if (meant)
+            p++;
+        else if (n < max_value)
+            value[n++] = *p++;
         solid = n;
     }
     bool cut = n == max_value && *p;

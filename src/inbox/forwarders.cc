@@ -232,7 +232,8 @@ static bool takes_forwarded_faxes(const av_list_t *user)
 
 int recips_list_update(recipients_t *recipients, const av_list_t *user)
 {
-    if (munged_strcmp(user->key, "admin") == 0 || !takes_forwarded_faxes(user))
+    // Without a name nobody can be chosen; the user list refuses such an entry, too.
+    if (is_empty(user->key) || munged_strcmp(user->key, "admin") == 0 || !takes_forwarded_faxes(user))
         return 1;
 
     // People are shown a label; a group has one of its own.

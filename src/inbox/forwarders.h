@@ -27,8 +27,8 @@ int update_forwarder(av_list_t *user, av_table_t *forwarders, const inbox_list_t
 // handle), else 0 with `error` filled (codes 5, 12, 19). A null `user` is no forwarder.
 int is_forwarder(const av_table_t *forwarders, const char *user, const char *inbox, err_t *error);
 
-// Adds `user` to the recipients if its "fax_forwarding" says so. The administrator and a name that is already
-// there are skipped. Returns 1, or 0 without memory.
+// Adds `user` to the recipients if its "fax_forwarding" says so. The administrator, an empty name and one
+// that is already there are skipped. Returns 1, or 0 without memory.
 int recips_list_update(recipients_t *recipients, const av_list_t *user);
 
 // An entry with copies of both strings, or null with a message.
