@@ -273,7 +273,7 @@ static void bench_configuration(int n)
               compare(
                   bare, [] {}, load));
     auto reload = [&] {
-        if (!reload_lists())
+        if (!read_lists() || !settle_users())
             _exit(1);
     };
     print_row("user list, loaded again", n, compare(bare, load, reload));

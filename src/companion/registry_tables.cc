@@ -60,6 +60,8 @@ static bool refresh_users()
 {
     if (users && !ui_stale(user_list_path))
         return true;
+    if (ui_look(user_list_path).is_no_news() && users)
+        return true;
     std::unique_ptr<av_table_t> fresh(new (std::nothrow) av_table_t());
     if (fresh && ui_open(user_list_path, stderr) && ui_good() && load_users(fresh.get()) && ui_good())
         users = std::move(fresh);
@@ -90,8 +92,10 @@ table_answer find_modem(const char *name, const av_list_t **entry)
 {
     // The file stays open between questions; mi_open of a file that has changed closes it first.
     static bool opened = false;
-    if (!opened || mi_stale(modem_list_path))
-        opened = mi_open(modem_list_path, stderr);
+    if (!opened || mi_stale(modem_list_path)) {
+        if (!mi_look(modem_list_path).is_no_news() || !opened)
+            opened = mi_open(modem_list_path, stderr);
+    }
     if (!opened)
         return table_answer::NOT_LOADED;
     modem.reset(is_empty(name) ? nullptr : mi_get(name));

@@ -161,44 +161,30 @@ int info_write_list(FILE *file, const av_list_t *table)
 
 // The open file
 
-// Opens for reading and writing where that is allowed, else for reading. A pipe or device is refused: opening
-// or reading it might wait for ever. A directory is not, since opening it fails with a clearer reason.
-static file_ptr open_file(const char *path)
-{
-    struct stat st;
-    if (stat(path, &st) == 0 && !S_ISREG(st.st_mode) && !S_ISDIR(st.st_mode)) {
-        errno = EINVAL;
-        return nullptr;
-    }
-    FILE *file = fopen(path, "r+be");
-    return file_ptr(file ? file : fopen(path, "rbe"));
-}
-
 FILE *info_open(const char *path, av_list_t **defaults, struct timespec *mtime, FILE *error_stream)
 {
-    info_errno = INFO_OK;
+    steady_copy_t copy;
+    const int error = read_steady(path, {}, &copy);
+    return info_open_copy(path, error, std::move(copy), defaults, mtime, error_stream);
+}
+
+FILE *info_open_copy(const char *path, int error, steady_copy_t copy, av_list_t **defaults,
+                     struct timespec *mtime, FILE *error_stream)
+{
+    info_errno = error;
     info_set_error_stream(error_stream);
     *mtime = {};
-
-    file_ptr file = open_file(path);
-    if (!file) {
-        info_errno = errno;
-        report_to(info_error_stream(), "info_open: Can't open file [%s]: %s.\n", path, strerror(info_errno));
-        return nullptr;
-    }
-    struct stat st;
-    if (fstat(fileno(file.get()), &st) != 0) {
-        info_errno = errno;
-        report_to(info_error_stream(), "info_open: stat: stat(\"%s\"): %s\n", path, strerror(info_errno));
+    if (error != 0) {
+        report_to(info_error_stream(), "info_open: Can't open file [%s]: %s.\n", path, strerror(error));
         return nullptr;
     }
     // The file's "default" section replaces the caller's defaults only once nothing can fail any more.
-    av_list_ptr merged(info_get(file.get(), *defaults, strcmp, "default"));
+    av_list_ptr merged(info_get(copy.file.get(), *defaults, strcmp, "default"));
     if (!merged && info_errno != INFO_OK) {
         report_to(info_error_stream(), "info_open: Can't setup user defaults: info_get failed.\n");
         return nullptr;
     }
-    if (fseek(file.get(), 0, SEEK_SET) != 0) {
+    if (fseek(copy.file.get(), 0, SEEK_SET) != 0) {
         info_errno = errno;
         report_to(info_error_stream(), "info_open: Can't set file position: %s.\n", strerror(info_errno));
         return nullptr;
@@ -207,8 +193,8 @@ FILE *info_open(const char *path, av_list_t **defaults, struct timespec *mtime, 
         av_free(*defaults);
         *defaults = merged.release();
     }
-    *mtime = st.st_mtim;
-    return file.release();
+    *mtime = copy.status.st_mtim;
+    return copy.file.release();
 }
 
 av_list_t *info_get(FILE *file, const av_list_t *defaults, key_compare cmp, const char *key)

@@ -8,6 +8,7 @@
 #include <ctime>
 
 #include "config/av_list.h"
+#include "config/steady_copy.h"
 
 namespace faxtray {
 
@@ -20,10 +21,15 @@ enum : int {
     INFO_NO_KEY = 4,    // info_write: null or empty key
 };
 
-// Opens `path`, for writing too where that is allowed. Its "default" section, merged over `*defaults`,
-// replaces `*defaults` if there is one. `*mtime` is set to the file's modification time, 0 on failure.
-// Messages go to `error_stream` from here to info_close (null: none). Returns null on failure.
+// Opens `path` for reading, as a copy in memory: a file of ours that stays open must not look as if somebody
+// were writing it (see steady_copy, also for what is refused). Its "default" section, merged over
+// `*defaults`, replaces `*defaults` if there is one. `*mtime` is set to the file's modification time, 0 on
+// failure. Messages go to `error_stream` from here to info_close (null: none). Returns null on failure.
 FILE *info_open(const char *path, av_list_t **defaults, struct timespec *mtime, FILE *error_stream);
+
+// The same for a file that was read before, with read_steady's result.
+FILE *info_open_copy(const char *path, int error, steady_copy_t copy, av_list_t **defaults,
+                     struct timespec *mtime, FILE *error_stream);
 
 // The section with that key, or with a null or empty key the next one, merged over `defaults` (may be null).
 // The caller frees it. Null at the end or if there is none (info_error() is left as it was), or on failure

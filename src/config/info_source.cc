@@ -3,11 +3,16 @@
 
 #include <sys/stat.h>
 
+#include <algorithm>
 #include <cerrno>
+#include <cstdio>
+#include <cstdlib>
 #include <cstring>
+#include <utility>
 
 #include "config/error_stream.h"
 #include "util/paths.h"
+#include "util/text.h"
 
 namespace faxtray {
 
@@ -19,9 +24,60 @@ static const char *locate(info_source_t &source, const char *path, c_string *fou
     return path;
 }
 
+const char *source_location(const info_source_t &source, const char *path)
+{
+    static char places[3 * MAXPATHLEN];
+    if (!is_empty(path))
+        return path;
+    char directory[MAXPATHLEN + 1] = ".";
+    cv_getcwd(directory, sizeof directory);
+    if (const char *home = getenv("ONDRIXHOME"))
+        snprintf(places, sizeof places, "%s/%s or %s/%s", home, source.file_name, directory,
+                 source.file_name);
+    else
+        snprintf(places, sizeof places, "%s/%s", directory, source.file_name);
+    return places;
+}
+
+static list_look_t report_writer(info_source_t &source)
+{
+    static constexpr time_t patience = 30;  // seconds; editors are done sooner
+    const time_t now = time(nullptr);
+    if (source.written_since == 0)
+        source.written_since = now;
+    // Nobody may have looked when the writer came, but it has been there since the last change.
+    const time_t since = std::min(source.written_since, source.read.status.st_mtim.tv_sec);
+    const bool news = !source.writer_reported && now - since >= patience;
+    source.writer_reported = source.writer_reported || news;
+    return {EBUSY, news};
+}
+
+list_look_t source_look(info_source_t &source, const char *path)
+{
+    c_string found;
+    path = locate(source, path, &found);
+    source.read = {};
+    source.read_error = path ? read_steady(path, source.last, &source.read) : ENOENT;
+    if (source.read_error == EBUSY)
+        return report_writer(source);
+    source.written_since = 0;
+    source.writer_reported = false;
+    const struct timespec &before = source.failed.st_mtim, &now = source.read.status.st_mtim;
+    const bool repeated =
+        source.read_error == source.failure && before.tv_sec == now.tv_sec && before.tv_nsec == now.tv_nsec;
+    return {source.read_error, !repeated};
+}
+
+// What the last look has read stays.
+static void close_file(info_source_t &source)
+{
+    info_close(&source.fp, &source.defaults, &source.init_defaults);
+    source.Error_fp = nullptr;
+}
+
 int source_reset(info_source_t &source, FILE *error_stream, av_list_t *(*build)())
 {
-    source_close(source);
+    close_file(source);
     source.Error_fp = error_stream;
     source.error = INFO_OK;
     source.last_open = {};
@@ -42,6 +98,11 @@ int source_reset(info_source_t &source, FILE *error_stream, av_list_t *(*build)(
 
 bool source_open_file(info_source_t &source, const char *path)
 {
+    if (source.read_error < 0)
+        source_look(source, path);
+    source.failure = std::exchange(source.read_error, -1);
+    (source.failure ? source.failed : source.last) = source.read.status;
+
     c_string found;
     path = locate(source, path, &found);
     if (!path) {
@@ -49,7 +110,8 @@ bool source_open_file(info_source_t &source, const char *path)
                   source.file_name);
         return false;
     }
-    source.fp = info_open(path, &source.defaults, &source.last_open, source.Error_fp);
+    source.fp = info_open_copy(path, source.failure, std::move(source.read), &source.defaults,
+                               &source.last_open, source.Error_fp);
     if (!source.fp) {
         report_to(source.Error_fp, "%s_open: info_open failed.\n", source.prefix);
         source.error = INFO_FAILED;
@@ -124,8 +186,9 @@ time_t source_last_update(info_source_t &source, const char *path)
 
 void source_close(info_source_t &source)
 {
-    info_close(&source.fp, &source.defaults, &source.init_defaults);
-    source.Error_fp = nullptr;
+    close_file(source);
+    source.read = {};
+    source.read_error = -1;
 }
 
 }  // namespace faxtray

@@ -35,7 +35,7 @@ static const char *choose(const av_list_t *entry, const char *attr, int (*is_val
         if (is_valid(value))
             return value;
         trprintf("%s: Invalid %s attribute in MODEMS.info file for device [%s]: [%s]\n", "_mi_fix", attr,
-                 list->key, value);
+                 entry->key, value);
     }
     const char *value = av_getv(source.init_defaults, attr);
     if (value && is_valid(value))
@@ -131,19 +131,24 @@ static av_list_t *build_defaults()
     return list.release();
 }
 
+list_look_t mi_look(const char *path)
+{
+    return source_look(source, path);
+}
+
+const char *mi_location(const char *path)
+{
+    return source_location(source, path);
+}
+
 int mi_open(const char *path, FILE *error_stream)
 {
     if (!source_reset(source, error_stream, build_defaults))
         return 0;
     source_open_file(source, path);
-    // With or without a file, devices rely on the defaults' incoming directory: without one nothing can be
-    // served.
-    if (!_mi_fix(source.defaults)) {
+    // A default directory that cannot be determined concerns only the devices that have none of their own.
+    if (!_mi_fix(source.defaults))
         report_to(source.Error_fp, "%s: Internal failure: _mi_fix.\n", "mi_open");
-        mi_close();
-        source.error = INFO_FAILED;
-        return 0;
-    }
     return 1;
 }
 

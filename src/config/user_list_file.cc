@@ -94,6 +94,16 @@ static void load_admin()
     }
 }
 
+list_look_t ui_look(const char *path)
+{
+    return source_look(source, path);
+}
+
+const char *ui_location(const char *path)
+{
+    return source_location(source, path);
+}
+
 int ui_open(const char *path, FILE *error_stream)
 {
     av_free(std::exchange(admin, nullptr));

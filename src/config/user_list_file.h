@@ -9,12 +9,20 @@
 #include <ctime>
 
 #include "config/av_list.h"
+#include "config/info_source.h"
 
 namespace faxtray {
 
-// Opens `path`, or with null or "" the file that find_file finds, after closing what was open. Messages
-// go to `error_stream` until ui_close (null: none). Returns 1, also if there is no file (ui_error() is then
-// not 0), or 0 when out of memory.
+// Reads `path`, or with null or "" the file that find_file finds, if nobody is writing it. The next ui_open
+// takes what was read; ui_close drops it. Prints nothing.
+list_look_t ui_look(const char *path);
+
+// `path`, or without one the places where find_file looks, for messages. Static buffer.
+const char *ui_location(const char *path);
+
+// Opens `path`, or with null or "" the file that find_file finds, after closing what was open; without a
+// ui_look before, it is read now. Messages go to `error_stream` until ui_close (null: none). Returns 1, also
+// if there is no file (ui_error() is then not 0), or 0 when out of memory.
 int ui_open(const char *path, FILE *error_stream);
 
 // A user's settings over the defaults; the name is matched loosely. "admin" and "default" (exactly) return

@@ -26,36 +26,36 @@ int mk_inbox_root(const av_list_t *metausers)
     const av_list_t *defaults = find_exact(metausers, "default");
     if (!defaults) {
         fprintf(stderr, "mk_inbox_root: Missing or invalid \"%s\" metauser.\n", "default");
-        return ROOT_MISSING;
+        return 0;
     }
     const char *value = av_getv(defaults, "delivery_dir_root");
     if (is_empty(value)) {
         fprintf(stderr, "mk_inbox_root: Missing or invalid %s value: [%s].\n", "default", shown(value));
-        return ROOT_MISSING;
+        return 0;
     }
     const c_string path(mkpath(value));
     if (!path) {
         fprintf(stderr, "mk_inbox_root: mkpath failed: Can't create inbox root.\n");
-        return ROOT_MISSING;
+        return 0;
     }
 
     // mkdir first and stat only if something exists there: no other process can slip in between.
     if (mkdir(path.get(), 0755) == 0)
-        return ROOT_MADE;
+        return 1;
     if (errno != EEXIST) {
         // Kept: it says mkpath where mkdir failed; administrators search logs for the text as it is.
         fprintf(stderr, "mk_inbox_root: mkpath failed: Can't create inbox root: %s.\n", strerror(errno));
-        return ROOT_MISSING;
+        return 0;
     }
     struct stat st;
     if (stat(path.get(), &st) != 0) {
         fprintf(stderr, "mk_inbox_root: stat failed: Invalid inbox root: %s.\n", strerror(errno));
-        return ROOT_MISSING;
+        return 0;
     }
     if (S_ISDIR(st.st_mode))
-        return ROOT_EXISTS;
+        return 1;
     fprintf(stderr, "mk_inbox_root: Inbox root is not a directory: [%s].\n", path.get());
-    return ROOT_MISSING;
+    return 0;
 }
 
 }  // namespace faxtray

@@ -198,14 +198,12 @@ static void note_list_problem()
 // Failures are only logged: the daemon serves as well as it can, and every request tries again.
 static void load_lists()
 {
-    if (!update_lists())
+    if (!read_lists())
         note_list_problem();
-    const int root = mk_inbox_root(User_list.metausers.head());
-    if (root == ROOT_MISSING)
+    // The root's name is in the user list, and the inboxes are created below it.
+    if (!mk_inbox_root(User_list.metausers.head()))
         log_only({ELOG_WARNING, elog_file_and_stderr}, "Problem creating faxtray root.\n");
-    // The root's name is in the user list, so on a new installation it is created after the lists, and too
-    // late for the inboxes below it. Load the lists again.
-    if (root == ROOT_MADE && !reload_lists())
+    if (!settle_users())
         note_list_problem();
     // What was logged may have asked the registry; the first request asks it again.
     regd_forget_timeout();

@@ -1,5 +1,5 @@
 // One bad entry never keeps the others out: entries that cannot be used are reported and skipped. Only a file
-// that cannot be read at all makes a refresh fail.
+// that cannot be read at all makes a refresh fail, once; after that the lists serve as they were.
 #include "inbox/inbox_lists.h"
 
 #include <endian.h>
@@ -10,6 +10,7 @@
 #include <cstdarg>
 #include <cstdio>
 #include <cstring>
+#include <utility>
 
 #include "config/av_list.h"
 #include "config/modem_list_file.h"
@@ -32,8 +33,7 @@ inbox_list_t incoming;
 user_list_t User_list;
 av_table_t Forwarder;
 
-// The last message of this module. Kept: a failure of ui_inbox_path is appended to whatever it holds; the log
-// shows both.
+// The last message of this module.
 static char message[MAXPATHLEN + 512];
 
 // Writes the message to the exception log and standard error, as coming from source line `line`.
@@ -97,8 +97,8 @@ user_node_t *create_user_node(const av_list_t *user)
     }
     c_string inbox(ui_inbox_path(user));
     if (!inbox) {
-        size_t length = strlen(message);
-        snprintf(message + length, sizeof message - length, "ui_inbox_path failed.\n");
+        snprintf(message, sizeof message, "%s: user [%s]: ui_inbox_path failed.\n", "create_user_node",
+                 user->key);
         return node_failure(__LINE__);
     }
     if (!prepare_directory(inbox.get()))
@@ -183,7 +183,7 @@ static void load_users(user_list_t *list)
 int load_user_list(user_list_t *user_list, const char *path)
 {
     if (!ui_open(path, stderr)) {
-        fprintf(stderr, "load_user_list: Can't open user list file [%s].\n", shown(path));
+        fprintf(stderr, "load_user_list: Can't open user list file [%s].\n", ui_location(path));
         return 0;
     }
     // The old list goes only once there is a file to replace it.
@@ -196,7 +196,7 @@ int load_user_list(user_list_t *user_list, const char *path)
     int error = ui_error();
     ui_close();
     if (error != 0 && error != 2) {  // 2: there is no file; the built-in default and admin serve
-        fprintf(stderr, "load_user_list: Can't load user list file [%s].\n", shown(path));
+        fprintf(stderr, "load_user_list: Can't load user list file [%s].\n", ui_location(path));
         user_list->users.clear();
         user_list->metausers.clear();
         return 0;
@@ -331,9 +331,9 @@ static void trace_incoming(const inbox_list_t *list)
 int load_incoming_list(inbox_list_t *list, const char *path)
 {
     trprintf("load_incoming_list: Loading new unrouted inbox DF list\n");
-    dump_list(list);  // Kept: also before a load that fails; forwarders then find no inbox.
+    dump_list(list);
     if (!mi_open(path, stderr)) {
-        report("load_incoming_list: Can't open modem list file [%s].\n", shown(path));
+        report("load_incoming_list: Can't open modem list file [%s].\n", mi_location(path));
         return 0;
     }
     while (av_list_ptr tty{mi_get(nullptr)})
@@ -342,7 +342,7 @@ int load_incoming_list(inbox_list_t *list, const char *path)
     int error = mi_error();
     mi_close();
     if (error != 0) {
-        report("load_incoming_list: Can't load modem info file [%s].\n", shown(path));
+        report("load_incoming_list: Can't load modem info file [%s].\n", mi_location(path));
         free_user_list(list);
         return 0;
     }
@@ -417,18 +417,75 @@ static bool update_inbox(inbox_list_t *list, const av_list_t *user)
     return true;
 }
 
-// Loads both files and rebuilds what depends on them: incoming inboxes first, since forwarders claim them.
-static int load_lists(inbox_list_t *user_nodes, inbox_list_t *incoming_nodes, user_list_t *user_list,
-                      const char *user_path, const char *modem_path)
+// One of the files is being written: the lists stay, and the next request looks again.
+static void note_writer(const list_look_t &look, const char *path)
 {
-    if (!load_user_list(user_list, user_path)) {
-        refresh_failure(__LINE__, "%s: Problem loading user info file: [%s].\n", refresh, shown(user_path));
+    if (look.error != EBUSY)
+        return;
+    if (look.news)
+        refresh_failure(__LINE__, "%s: [%s] is still being written; the lists stay as they are.\n", refresh,
+                        path);
+    else
+        trprintf("%s: [%s] is being written; the lists stay as they are.\n", refresh, path);
+}
+
+// A failure that the log tells already, and that nothing has been done about.
+static bool is_old_failure(const list_look_t &look)
+{
+    return look.is_no_news() && look.error != EBUSY;
+}
+
+// Reads both files, whether or not they have changed, before anything is replaced: only what could be read
+// replaces what there was. Returns 1, or 0 if the lists are not as the files say, and not for a reason that
+// was logged before; as long as the lists were never complete, always 0.
+static int read_lists(inbox_list_t *incoming_nodes, user_list_t *user_list, const char *user_path,
+                      const char *modem_path)
+{
+    trprintf("update_lists: updating lists.\n");
+    const list_look_t modems = mi_look(modem_path);
+    if (is_old_failure(modems) && !ui_stale(user_path))
+        return user_list->complete;
+    const list_look_t entries = ui_look(user_path);
+    if (modems.error == EBUSY || entries.error == EBUSY) {
+        note_writer(entries, ui_location(user_path));
+        note_writer(modems, mi_location(modem_path));
+        ui_close();
+        mi_close();
+        return user_list->complete;
+    }
+
+    // A new site needs no user list: the built-in records serve. Later they must not take the users' place,
+    // since anybody can log in as the built-in administrator.
+    const bool no_users = entries.error != 0 && (entries.error != ENOENT || user_list->complete);
+    if (no_users && !entries.news)
+        return user_list->complete;
+    user_list_t nobody;  // for the messages of a file that cannot be read
+    if (!load_user_list(no_users ? &nobody : user_list, user_path) || no_users) {
+        refresh_failure(__LINE__, "%s: Problem loading user info file: [%s].\n", refresh,
+                        ui_location(user_path));
         return 0;
     }
-    if (!load_incoming_list(incoming_nodes, modem_path)) {
-        refresh_failure(__LINE__, "%s: Problem loading modem info file: [%s].\n", refresh, shown(modem_path));
-        return 0;
+    int result = 1;
+    inbox_list_t nothing;
+    if (is_old_failure(modems)) {
+        // The incoming inboxes stay.
+    } else if (load_incoming_list(modems.error ? &nothing : incoming_nodes, modem_path)) {
+        user_list->complete = true;
+    } else {
+        refresh_failure(__LINE__, "%s: Problem loading modem info file: [%s].\n", refresh,
+                        mi_location(modem_path));
+        result = 0;
     }
+    user_list->unsettled = user_list->complete;
+    return result && user_list->complete;
+}
+
+// Rebuilds what depends on both lists, after incoming inboxes were, since forwarders claim them. Once only
+// for users just read: claims are replaced by what was assigned. Returns 1 or 0.
+static int settle_users(inbox_list_t *user_nodes, const inbox_list_t *incoming_nodes, user_list_t *user_list)
+{
+    if (!std::exchange(user_list->unsettled, false))
+        return 1;
     Forwarder.clear();
     for (av_list_t *user = user_list->users.head(); user; user = user->next) {
         trprintf("update_lists: checking DF status of user \"%s\".\n", user->key);
@@ -445,12 +502,12 @@ static int load_lists(inbox_list_t *user_nodes, inbox_list_t *incoming_nodes, us
 int update_lists(inbox_list_t *user_nodes, inbox_list_t *incoming_nodes, user_list_t *user_list,
                  const char *user_path, const char *modem_path)
 {
-    if (!ui_stale(user_path) && !mi_stale(modem_path)) {
+    if (user_list->complete && !ui_stale(user_path) && !mi_stale(modem_path)) {
         trprintf("update_lists: neither USER_LIST.info nor MODEMS.info is stale.\n");
         return 1;
     }
-    trprintf("update_lists: updating lists.\n");
-    return load_lists(user_nodes, incoming_nodes, user_list, user_path, modem_path);
+    const int read = read_lists(incoming_nodes, user_list, user_path, modem_path);
+    return settle_users(user_nodes, incoming_nodes, user_list) && read;
 }
 
 int update_lists()
@@ -458,9 +515,14 @@ int update_lists()
     return update_lists(&users, &incoming, &User_list, user_info, modem_info);
 }
 
-int reload_lists()
+int read_lists()
 {
-    return load_lists(&users, &incoming, &User_list, user_info, modem_info);
+    return read_lists(&incoming, &User_list, user_info, modem_info);
+}
+
+int settle_users()
+{
+    return settle_users(&users, &incoming, &User_list);
 }
 
 }  // namespace faxtray
