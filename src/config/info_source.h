@@ -21,8 +21,8 @@ struct list_look_t {
     // reason why it cannot be read; ENOENT if there is none.
     int error;
     // Whether this is worth a line in the log: of a file that is being written, once a writer, 30 seconds
-    // after the first such look or after the file's last change; of one that cannot be read, unless the last open failed for the same reason and
-    // the file has not been modified since.
+    // after the first such look or after the file's last change; of one that cannot be read, unless the last
+    // open failed for the same reason and the file has not been modified since.
     bool news;
 
     // Whether what was read before goes on serving, silently.

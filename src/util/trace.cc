@@ -203,7 +203,8 @@ static const char *next_word(const char *p, word_t &word)
 
 // Reads a line without its last character. Kept: whatever that is, so a last line without a newline loses a
 // character of its text, as TRACES(5) warns administrators. The rest of a line that is too long is skipped,
-// so that it is not taken for a line. Not by fgets(), which does not tell where a line with a zero in it ends.
+// so that it is not taken for a line. Not by fgets(), which does not tell where a line with a zero in it
+// ends.
 static bool read_line(FILE *in, char (&line)[line_size])
 {
     size_t n = 0;
