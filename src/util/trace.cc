@@ -2,6 +2,7 @@
 // or emptied. It is small and rarely read, so a line is taken apart again at each reading.
 #include "util/trace.h"
 
+#include <fcntl.h>
 #include <strings.h>
 #include <sys/param.h>
 #include <sys/stat.h>
@@ -339,6 +340,16 @@ static void set_line_buffered(FILE *stream)
     setvbuf(stream, file_buffer.get(), _IOLBF, buffer_size);  // without memory, stdio's own buffer
 }
 
+// Only the owner may read what is made here: traces name users, senders and files.
+static FILE *open_file(const char *path, bool overwrite)
+{
+    unique_fd fd(open(path, O_WRONLY | O_CREAT | O_CLOEXEC | (overwrite ? O_TRUNC : O_APPEND), 0600));
+    FILE *file = fd ? fdopen(fd.get(), overwrite ? "w" : "a") : nullptr;
+    if (file)
+        (void)fd.release();
+    return file;
+}
+
 // Opens the stream that `output` names, in place of the present one. `mode` is the first character of its
 // mode. 1, or 0 with a message; tracing is then off.
 static int switch_on(const char *shown, const char *output, char mode)
@@ -373,7 +384,7 @@ static int switch_on(const char *shown, const char *output, char mode)
     }
 
     bool overwrite = mode == 'O' || mode == 'o';
-    Trace_fp = standard ? standard : fopen(path, overwrite ? "we" : "ae");
+    Trace_fp = standard ? standard : open_file(path, overwrite);
     int error = errno;
     snprintf(Trace_filename, sizeof Trace_filename, "%.*s", MAXPATHLEN - 1, path);
     if (!Trace_fp) {
