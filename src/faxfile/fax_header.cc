@@ -259,7 +259,8 @@ static string_view text_block(const char *file, size_t n)
     if (n <= preamble_size || big_endian(file) != FAX_MAGIC)
         return {};
     size_t length = big_endian(file + 4);
-    if (length == 0 || length > n - preamble_size || file[preamble_size + length - 1] != terminator)
+    if (length == 0 || length > max_header_text || length > n - preamble_size ||
+        file[preamble_size + length - 1] != terminator)
         return {};
     return string_view(file + preamble_size, length - 1);
 }
@@ -309,13 +310,13 @@ static size_t read_text_length(int fd)
     return length;
 }
 
-// True if the file is long enough for a text block of that
-// length. Asked first, so that a false length allocates nothing.
-static bool holds_text(int fd, size_t length)
+// True if a text block of that length is not too long, and ends with its terminator. Asked before memory is
+// allocated: a sparse file of a few disk blocks can claim any length.
+static bool is_sound_length(int fd, size_t length)
 {
-    struct stat st;
-    return fstat(fd, &st) == 0 && st.st_size >= 0 &&
-           length + preamble_size <= static_cast<size_t>(st.st_size);
+    char last = 0;
+    return length <= max_header_text &&
+           pread(fd, &last, 1, static_cast<off_t>(preamble_size + length - 1)) == 1 && last == terminator;
 }
 
 // Reads the text block whole, then parses it in place.
@@ -324,7 +325,7 @@ fax_header_t *read_fax_header(int fd)
     size_t length = read_text_length(fd);
     if (length == 0)
         return nullptr;
-    if (!holds_text(fd, length)) {
+    if (!is_sound_length(fd, length)) {
         complain("read_fax_header: Bad fax file: Corrupted header\n");
         return nullptr;
     }
@@ -385,7 +386,7 @@ int write_fax_header(int fd, const fax_header_t *list)
     size_t length = 1;  // the terminator
     for (const fax_header_t *node = list; node; node = node->next)
         length += strlen(node->name) + strlen(node->value) + 2;
-    if (length > UINT32_MAX || !is_writable(list)) {
+    if (length > max_header_text || !is_writable(list)) {
         complain("write_fax_header: Can't create fax file header: %s\n", strerror(EINVAL));
         return -1;
     }

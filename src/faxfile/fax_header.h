@@ -15,6 +15,7 @@
 namespace faxtray {
 
 inline constexpr uint32_t FAX_MAGIC = 0xBADBAD16;
+inline constexpr size_t max_header_text = 1024 * 1024;  // bytes; a longer text block is no header
 
 struct fax_header_t {
     char *name;   // never empty
@@ -36,7 +37,8 @@ bool find_fax_header_values(char *bytes, size_t n, const char *const *names, con
 
 // Writes preamble and text block at offset 0, in one write; page data are not moved. Returns 1, or -1 with a
 // message on both streams. Nothing is written if the list would not read back (a colon or line feed in a
-// name, a line feed in a value). A null list makes a header without attributes, which readers refuse.
+// name, a line feed in a value, more than max_header_text). A null list makes a header without attributes,
+// which readers refuse.
 int write_fax_header(int fd, const fax_header_t *list);
 
 // Makes a list of one attribute; a null value becomes "". Null with a message for a null or empty name or

@@ -29,7 +29,7 @@ file_node_t *build_node(const file_info_t &source, const char **refused)
         *field = nullptr;
     for (size_t i = 0; i < std::size(fields); i++) {
         const char *text = texts[i] ? texts[i] : "";
-        *fields[i] = strdup(text);
+        *fields[i] = strndup(text, longest_listed_text);
         if (!*fields[i]) {
             *refused = text;
             return nullptr;

@@ -30,8 +30,9 @@ inline char *borrowed(const char *text)
     return const_cast<char *>(text);
 }
 
-// A copy of `source` with strings of its own, null ones as empty; prints nothing. Null with errno on failure;
-// `*refused` is then the string that could not be copied, or null if the node itself could not be allocated.
+// A copy of `source` with strings of its own, null ones as empty, of longer ones the first
+// longest_listed_text bytes; prints nothing. Null with errno on failure; `*refused` is then the string that
+// could not be copied, or null if the node itself could not be allocated.
 file_node_t *build_node(const file_info_t &source, const char **refused);
 
 file_node_t *copy_file_node(const file_node_t *node, err_t *error);

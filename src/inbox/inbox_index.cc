@@ -4,6 +4,7 @@
 
 #include <algorithm>
 #include <cerrno>
+#include <climits>
 #include <cstdio>
 #include <cstring>
 
@@ -33,15 +34,27 @@ int load_inbox(user_node_t *user)
     return 1;
 }
 
-// Copies at most `count` nodes, from `start` on, to `*head`. `*shown` becomes the mtime of the last node
-// copied. Kept: a slice of one fax leaves *shown unchanged, so a commit after it removes nothing more;
-// clients that look at one fax at a time remove it by its id.
+// Bytes of a reply that a node takes up, or a few more: its texts, and what encoding adds to them.
+static size_t reply_size(const file_node_t *node)
+{
+    return 64 + strlen(node->name) + strlen(node->sender_fax) + strlen(node->subaddress) +
+           strlen(node->pwd_frame);
+}
+static_assert(2 * (64 + NAME_MAX + 3 * longest_listed_text) <= max_listing);
+
+// Copies at most `count` nodes, and no more than a reply holds, from `start` on, to `*head`. `*shown` becomes
+// the mtime of the last node copied. Kept: a slice of one fax leaves *shown unchanged, so a commit after it
+// removes nothing more; clients that look at one fax at a time remove it by its id.
 static bool copy_index(const file_node_t *start, int count, file_node_t **head, time_t *shown, err_t *error)
 {
     if (count <= 0 || count > MAX_INDEX_COUNT)
         count = MAX_INDEX_COUNT;
     file_node_t **tail = head;
+    size_t size = 0;
     for (const file_node_t *node = start; node && count > 0; node = node->next, count--) {
+        size += reply_size(node);
+        if (size > max_listing)
+            break;
         *tail = copy_file_node(node, error);
         if (!*tail) {
             free_file_node(*head);
@@ -53,6 +66,20 @@ static bool copy_index(const file_node_t *start, int count, file_node_t **head, 
             *shown = node->mtime;
     }
     return true;
+}
+
+// Where the slice of *count faxes from `start` on begins if its reply would be too long: its oldest faxes are
+// then left out, and *count becomes what remains. Clients that page backwards ask on from there.
+static const file_node_t *fitting_end(const file_node_t *start, int *count)
+{
+    *count = std::min(*count, MAX_INDEX_COUNT);
+    size_t size = 0;
+    const file_node_t *node = start;
+    for (int n = 0; n < *count; n++, node = node->next)
+        size += reply_size(node);
+    for (; size > max_listing; start = start->next, --*count)
+        size -= reply_size(start);
+    return start;
 }
 
 // Where a slice that ends at `node` begins. If fewer than *count faxes precede the node, *count becomes the
@@ -71,7 +98,7 @@ static const file_node_t *slice_start(const fax_index_t *index, const file_node_
     const file_node_t *start = index->head;
     while (skipped-- > 0)
         start = start->next;
-    return start;
+    return fitting_end(start, count);
 }
 
 file_list_t *get_index(user_node_t *user, u_int check_value, int faxid, int how, int count, err_t *error)

@@ -11,6 +11,7 @@
 #include <cstdio>
 #include <cstring>
 
+#include "log/access_log.h"
 #include "util/access.h"
 
 namespace faxtray {
@@ -140,7 +141,7 @@ bool is_there_as_listed(fax_index_t *index, faxid_t faxid, const char *path)
 // file and its removal; a file that is put there in these microseconds is lost. Renaming the file to a name
 // of our own first and looking at it there would leave no such gap, but a crash then leaves a fax under a
 // name that its owner does not know, which may be the wrong file.
-bool remove_listed(fax_index_t *index, faxid_t faxid, const char *path)
+static bool unlink_listed(fax_index_t *index, faxid_t faxid, const char *path)
 {
     struct stat st;
     if (stat(path, &st) == 0) {
@@ -155,6 +156,13 @@ bool remove_listed(fax_index_t *index, faxid_t faxid, const char *path)
     drop_file_node(index, faxid);
     errno = error;
     return false;
+}
+
+bool remove_listed(fax_index_t *index, faxid_t faxid, const char *path)
+{
+    const bool removed = unlink_listed(index, faxid, path);
+    access_removal(path, faxid, removed ? 0 : errno);
+    return removed;
 }
 
 }  // namespace faxtray

@@ -18,6 +18,12 @@ inline constexpr u_long IN_VERS = 1;
 inline constexpr u_int MAX_READ_SIZE = 262144;  // bytes a read request may ask for
 inline constexpr int MAX_INDEX_COUNT = 100;     // faxes in a listing, at most
 
+// A listing that would be longer, in bytes of its reply, ends early; clients ask on from its last fax. It has
+// the size of two chunks, which the send buffers hold, so that a client that reads slowly blocks nobody. Two
+// faxes always fit, or clients would not get past the first.
+inline constexpr size_t max_listing = 2 * MAX_READ_SIZE;
+inline constexpr size_t longest_listed_text = 64 * 1024;  // bytes of a fax's text that are listed
+
 // Procedure numbers.
 enum : u_long {
     TRAYD_NULL = 0,

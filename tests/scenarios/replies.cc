@@ -55,8 +55,8 @@ template <class Fax> static std::string shown_fax(const Fax &fax, std::map<std::
     (*ids)[fax.name] = fax.faxid;
     return std::string("  ") + fax.name + number("id", fax.faxid) + number("fax", fax.is_fax) +
            number("pages", fax.pages) + number("size", fax.size) + number("mtime", fax.mtime) + " sender " +
-           quoted(fax.sender_fax) + " subaddress " + quoted(fax.subaddress) + " password " +
-           quoted(fax.pwd_frame);
+           shown_bytes(fax.sender_fax) + " subaddress " + shown_bytes(fax.subaddress) + " password " +
+           shown_bytes(fax.pwd_frame);
 }
 
 static std::vector<std::string> shown_list(const av_list_t *list)
