@@ -5,6 +5,7 @@
 #include <cerrno>
 #include <cstdio>
 #include <cstring>
+#include <iterator>
 
 #include "config/attributes.h"
 #include "daemon/bounded_text.h"
@@ -16,8 +17,10 @@
 #include "inbox/inbox_index.h"
 #include "inbox/inbox_lists.h"
 #include "inbox/listed_file.h"
+#include "log/access_log.h"
 #include "log/exception_log.h"
 #include "log/log_and_trace.h"
+#include "util/access.h"
 #include "util/owned.h"
 #include "util/paths.h"
 #include "util/settings.h"
@@ -129,6 +132,14 @@ static send_t choose_send(const av_list_t *entry, const char *recipients)
     return {recipients, true, IE_SEND_FAILED, "Trayd: Send failed for: "};
 }
 
+// The result of deliver_fax in the access log.
+static const char *result_name(int ret)
+{
+    static constexpr const char *names[] = {"ok",        "problem-fax", "no-method",     "bad-recipient",
+                                            "no-memory", "failed",      "command-failed"};
+    return ret >= 0 && static_cast<size_t>(ret) < std::size(names) ? names[ret] : "failed";
+}
+
 // Delivers to the recipient `entry` and notifies those concerned; true on success. Kept: a problem fax counts
 // as failed although it arrived, and recipient and administrator are notified of a failure.
 static bool deliver_to(const av_list_t *entry, const char *name, const char *path)
@@ -137,6 +148,9 @@ static bool deliver_to(const av_list_t *entry, const char *name, const char *pat
     destination[0] = '\0';
     const int ret = deliver_fax(entry, path, account, destination, nullptr, 0);
     trprintf("deliver_fax_1_svc: ret=%d, %s, %s->%s\n", ret, name, path, destination);
+    // What was mailed or given to a command has left no file behind.
+    access_delivery(path, name, is_readable_file(destination) ? destination : nullptr, result_name(ret),
+                    nullptr);
     if (ret == DELIVERED) {
         notify(entry, "faxtray: Fax delivered to you", account, IV_WHEN_TO_NOTIFY_FAX_INCOMING);
         return true;
@@ -163,6 +177,7 @@ static bool serve(const char *name, const char *path, bool single, bounded_text 
 {
     const av_list_t *entry = User_list.users.get(name);
     if (!entry) {
+        access_delivery(path, name, nullptr, "unknown-recipient", nullptr);
         add_failure(message, name, single);  // Kept: before `account` is written; it adds the previous text.
         snprintf(account, sizeof account, "deliver_fax_1_svc: '%s' not found in user list!\n", name);
         log_and_trace({ELOG_WARNING, elog_file_and_stderr},

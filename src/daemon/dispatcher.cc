@@ -1,20 +1,38 @@
 // The table of procedures, and the steps that every call goes through.
 #include "daemon/dispatcher.h"
 
+#include <netdb.h>
 #include <syslog.h>
 
 #include <cstdlib>
 #include <cstring>
 #include <iterator>
+#include <type_traits>
 
 #include "daemon/deliver_procedure.h"
 #include "daemon/forwarder_procedures.h"
+#include "daemon/request_checks.h"
 #include "daemon/retrieval_procedures.h"
 #include "daemon/status_procedures.h"
+#include "inbox/inbox_lists.h"
+#include "log/access_log.h"
 #include "protocol/xdr_records.h"
 #include "registry/regd_client.h"
 
 namespace faxtray {
+
+// Tells the access log who asks for what. A user is named as in the user list, however the client spells it.
+static void note_request(const svc_req &request, const pw_req_t *pw, unsigned fax_id)
+{
+    char peer[64] = "unknown", port[8] = "";
+    const netbuf *address = svc_getrpccaller(request.rq_xprt);
+    getnameinfo(static_cast<const sockaddr *>(address->buf), address->len, peer, sizeof peer, port,
+                sizeof port, NI_NUMERICHOST | NI_NUMERICSERV);
+    const char *claimed = name_of(pw);
+    const user_node_t *node = find_node(users, claimed);
+    access_request(
+        {peer, port, node ? inbox_name(node) : claimed, static_cast<unsigned>(request.rq_proc), fax_id});
+}
 
 namespace {
 
@@ -25,12 +43,21 @@ struct procedure_t {
 };
 
 // A table row. The types are checked here, once; from then on arguments are void pointers, as libtirpc wants.
+// Every argument begins with the caller's identity, and some name a fax.
 template <class Record, bool_t (*Xdr)(XDR *, Record *) noexcept,
           in_res_t *(*Body)(Record *, svc_req *) noexcept>
 procedure_t takes()
 {
-    return {reinterpret_cast<xdrproc_t>(Xdr),
-            [](void *argument, svc_req *request) { return Body(static_cast<Record *>(argument), request); }};
+    return {reinterpret_cast<xdrproc_t>(Xdr), [](void *argument, svc_req *request) {
+                auto *record = static_cast<Record *>(argument);
+                if constexpr (std::is_same_v<Record, pw_req_t *>)
+                    note_request(*request, *record, 0);
+                else if constexpr (requires { record->faxid; })
+                    note_request(*request, record->pw, static_cast<unsigned>(record->faxid));
+                else
+                    note_request(*request, record->pw, 0);
+                return Body(record, request);
+            }};
 }
 
 // The row of a procedure that takes only the caller's identity. It may be absent; the procedure then gets

@@ -12,7 +12,12 @@ const char *name_of(const pw_req_t *pw);  // the caller's name, or null when the
 // Reloads USER_LIST.info and MODEMS.info if one of them has changed. Code 21.
 bool refresh_lists(in_res_t &result);
 
-// Checks that the caller is the user it claims to be. Codes 8, 11, 18, 19.
+// Whether FAXTRAY_STRICT is set in the environment, to anything but "" and "0": every request that names a
+// user needs the password of a user who has one.
+bool strict_checks();
+
+// Checks that the caller is the user it claims to be, and with strict checks that this user has a password.
+// Codes 8, 11, 18, 19.
 bool check_caller(const pw_req_t *pw, in_res_t &result);
 
 // Checks that the caller may act on the incoming inbox with that handle; with a null handle, only that it is

@@ -15,6 +15,7 @@
 #include "inbox/inbox_index.h"
 #include "inbox/inbox_lists.h"
 #include "inbox/listed_file.h"
+#include "log/access_log.h"
 #include "util/owned.h"
 #include "util/text.h"
 #include "util/trace.h"
@@ -23,7 +24,7 @@ namespace faxtray {
 
 // Finding the inbox. Null means that `result` is the error reply to send.
 
-// Whether the caller's password is checked: not for the later chunks of a fax.
+// Whether the caller's password is checked.
 enum class password { checked, not_asked };
 
 // The caller's own inbox, the lists being current.
@@ -208,6 +209,12 @@ static bool reserve(chunk_t &chunk, u_int size)
     return true;
 }
 
+// Kept: without strict checks, later chunks are served to anybody who knows the id; clients may rely on it.
+static password password_at(u_int offset)
+{
+    return offset == 0 || strict_checks() ? password::checked : password::not_asked;
+}
+
 // Reads `size` bytes at `offset`, fewer at the end of the file, in one go: no state is kept between the
 // chunks of a fax, so clients may read in any order and stop at any time.
 static in_res_t *read_fax(user_node_t *node, faxid_t faxid, u_int size, u_int offset, chunk_t &chunk,
@@ -247,13 +254,9 @@ static in_res_t *read_fax(user_node_t *node, faxid_t faxid, u_int size, u_int of
         return error_reply(result, IE_SYSTEM, error, "Trayd: Can't read fax id: %d: %s", id, strerror(error));
     }
     node->last_get = time(nullptr);
+    access_fetch(path, offset, static_cast<u_int>(n), password_at(offset) == password::checked);
     reply(result, type)->fax = {static_cast<u_int>(n), chunk.bytes.get()};
     return &result;
-}
-
-static password password_at(u_int offset)
-{
-    return offset == 0 ? password::checked : password::not_asked;
 }
 
 in_res_t *get_fax_1_svc(client_fax_req_t *request, svc_req *) noexcept

@@ -24,7 +24,7 @@ import time
 # What a file is, by the first pattern that its whole path matches; the rest are faxes.
 KINDS = [
     (r"/(proc|etc|usr|run|var|dev/null|dev/tty).*|.*/(socket|pipe):.*", "none"),
-    (r".*/work/(trayd_log|exception_log)|.*/\.inbox_index", "none"),
+    (r".*/work/(trayd_log|exception_log|access_log)|.*/\.inbox_index", "none"),
     (r".*/work/delivery_note\..*", "note"),
     (r".*/(ii_|FDF\.|FDM\.|\.fax)[^/]*|.*\.\d+|/tmp/[^/]+|.*/incoming/f0_\.[^/]*", "working"),
     (r".*", "fax"),

@@ -57,6 +57,9 @@ static constexpr struct {
      [](const std::string &s) { return relative_date(s, "%d-%b-%Y %T"); }},
     {"[A-Z][a-z]{2} [A-Z][a-z]{2} [ 0-9][0-9] [0-9:]{8} [0-9]{4}",
      [](const std::string &s) { return relative_date(s, "%c"); }},
+    {"[0-9]{4}-[0-9]{2}-[0-9]{2}T[0-9:]{8}Z",
+     [](const std::string &s) { return relative_date(s, "%FT%TZ"); }},
+    {"\\bport=[0-9]+\\b", [](const std::string &) { return std::string("port=<port>"); }},
     {"\\b[0-9]{2}:[0-9]{2}:[0-9]{2} ",
      [](const std::string &) { return std::string(); }},  // in front of trace lines
     {"\\bmtime [0-9]{10}\\b",

@@ -10,6 +10,7 @@
 #include <filesystem>
 #include <fstream>
 #include <functional>
+#include <set>
 #include <sstream>
 
 #include "registry/regd_client.h"
@@ -31,8 +32,8 @@ static const std::string site_path = "/run/site/", fax_ids_file = "work/fax_ids.
 static std::string transcript;
 static pid_t daemon_pid = -1;
 static step_t failure;  // to be injected into the step that follows
-static bool trace_shown;
-static time_t last_mtime = 1'700'000'000;        // of the file written last
+static std::set<std::string> hidden = {"  trace: ", "  access: "};  // logs that are shown on request
+static time_t last_mtime = 1'700'000'000;                           // of the file written last
 static std::map<std::string, std::string> put_;  // content of files that were put, and their paths
 static std::map<std::string, std::string> seen;  // what was reported of each log so far
 static std::map<std::string, uint32_t> fax_ids;  // as last listed, by name
@@ -58,6 +59,7 @@ static constexpr struct {
             {"/run/site/work/trayd_log", "  log: "},
             {"/run/site/work/exception_log", "  exceptions: "},
             {"/run/registry", "  registry: "},
+            {"/run/site/work/access_log", "  access: "},
             {"/run/site/work/trace_faxtrayd", "  trace: "}};
 
 // The order in which a directory is read is the kernel's: neighbouring lines on its files are sorted.
@@ -89,10 +91,8 @@ static void report_logs_and_mails()
         const std::string text = fs::is_regular_file(path) ? read_file(path) : "";
         const std::string added = text.starts_with(seen[path]) ? text.substr(seen[path].size()) : text;
         seen[path] = text;
-        if (mark != std::string("  trace: "))
-            say(mark, added);
-        else if (trace_shown)
-            say(mark, sorted_trace(added));
+        if (!hidden.contains(mark))
+            say(mark, mark == std::string("  trace: ") ? sorted_trace(added) : added);
     }
     for (const std::string &mail : take_mail()) {
         say("  mail: ", mail);
@@ -136,6 +136,8 @@ static void report_files()
             continue;
         const bool is_log =
             std::any_of(std::begin(logs), std::end(logs), [&](const auto &log) { return path == log.path; });
+        if (name == "work/access_log" && hidden.contains("  access: "))
+            continue;
         say("", shown_mode(path) + name +
                     (is_file && !is_log ? ": " + shown_content(read_file(path), name) : ""));
     }
@@ -282,9 +284,18 @@ static void agent(const step_t &step)
     step.block.empty() ? restore_mail_agent() : replace_mail_agent("#!/bin/sh\n" + step.block);
 }
 
-static void show_trace(const step_t &step)
+// trace|access on|off: whether that log is shown.
+static void show_log(const step_t &step)
 {
-    trace_shown = step.word(0) == "on";
+    const std::string mark = "  " + step.verb + ": ";
+    step.word(0) == "on" ? (void)hidden.erase(mark) : (void)hidden.insert(mark);
+}
+
+// export NAME=VALUE...: the environment of whatever starts from here on.
+static void set_environment(const step_t &step)
+{
+    for (const auto &[name, value] : step.options)
+        setenv(name.c_str(), value.c_str(), 1);
 }
 
 // Has strace let that system call of the daemon fail, or (with a number for the error) return at once.
@@ -426,13 +437,14 @@ static void fetch(step_t step)
 static void act(const step_t &step)
 try {
     static const std::map<std::string, std::function<void(const step_t &)>> verbs = {
-        {"$", shell},          {"put", put},
-        {"write", write},      {"append", append},
-        {"start", start},      {"stop", stop},
-        {"signal", signal},    {"registry", registry},
-        {"ask", ask},          {"rpcbind", port_mapper},
-        {"agent", agent},      {"needs", need},
-        {"trace", show_trace}, {"call", call_raw},
+        {"$", shell},        {"put", put},
+        {"write", write},    {"append", append},
+        {"start", start},    {"stop", stop},
+        {"signal", signal},  {"registry", registry},
+        {"ask", ask},        {"rpcbind", port_mapper},
+        {"agent", agent},    {"needs", need},
+        {"trace", show_log}, {"access", show_log},
+        {"call", call_raw},  {"export", set_environment},
         {"fetch", fetch}};
     const auto verb = verbs.find(step.verb);
     verb == verbs.end() ? request(step) : verb->second(step);
