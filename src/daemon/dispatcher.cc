@@ -6,6 +6,7 @@
 
 #include <cstdlib>
 #include <cstring>
+#include <ctime>
 #include <iterator>
 #include <type_traits>
 
@@ -30,8 +31,8 @@ static void note_request(const svc_req &request, const pw_req_t *pw, unsigned fa
                 sizeof port, NI_NUMERICHOST | NI_NUMERICSERV);
     const char *claimed = name_of(pw);
     const user_node_t *node = find_node(users, claimed);
-    access_request(
-        {peer, port, node ? inbox_name(node) : claimed, static_cast<unsigned>(request.rq_proc), fax_id});
+    access_request({time(nullptr), peer, port, node ? inbox_name(node) : claimed,
+                    static_cast<unsigned>(request.rq_proc), fax_id});
 }
 
 namespace {

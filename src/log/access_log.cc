@@ -22,6 +22,7 @@ static constexpr size_t address_size = 64, name_size = 256;
 
 // The current request; `procedure` is never 0 once there is one.
 static struct {
+    time_t when;
     char peer[address_size], port[8], user[name_size];
     bool has_user;
     unsigned procedure;
@@ -205,7 +206,7 @@ static bool gets_a_line(limit_t &limit)
         window = std::find_if(limit.windows, others, [](const window_t &free) { return free.count == 0; });
     if (window->count == 0) {
         snprintf(window->peer, sizeof window->peer, "%s", window == others ? "others" : request.peer);
-        window->since = time(nullptr);
+        window->since = request.when;
         open_windows++;
     }
     return ++window->count <= most;
@@ -217,7 +218,8 @@ void access_request(const access_request_t &now)
 {
     const errno_keeper keeper;
     if (open_windows > 0)
-        close_windows(time(nullptr));
+        close_windows(now.when);
+    request.when = now.when;
     snprintf(request.peer, sizeof request.peer, "%s", now.peer);
     snprintf(request.port, sizeof request.port, "%s", now.port);
     snprintf(request.user, sizeof request.user, "%s", now.user ? now.user : "");

@@ -10,11 +10,14 @@
 // Nothing here fails: a line that cannot be written is counted, and the log file says so once.
 #pragma once
 
+#include <ctime>
+
 namespace faxtray {
 
 // The request that the lines below belong to; until there is one, nothing is logged. A null text is left out
 // of the lines. The texts are copied; longer ones than an address and a name of 255 bytes are cut.
 struct access_request_t {
+    time_t when;              // it came; minutes (see access_refusal) go by this clock
     const char *peer, *port;  // the client's address
     const char *user;         // as whom it acts, or claims to
     unsigned procedure;
