@@ -132,7 +132,7 @@ static send_t choose_send(const av_list_t *entry, const char *recipients)
     return {recipients, true, IE_SEND_FAILED, "Trayd: Send failed for: "};
 }
 
-// The result of deliver_fax in the access log.
+// The results of deliver_fax, in deliver.h's order, as the access log has them.
 static const char *result_name(int ret)
 {
     static constexpr const char *names[] = {"ok",        "problem-fax", "no-method",     "bad-recipient",

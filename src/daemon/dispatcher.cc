@@ -22,16 +22,31 @@
 
 namespace faxtray {
 
+namespace {
+
+// A client's address.
+struct peer_t {
+    char address[64] = "unknown", port[8] = "";
+};
+
+}  // namespace
+
+static peer_t peer_of(SVCXPRT *transport)
+{
+    peer_t peer;
+    const netbuf *address = svc_getrpccaller(transport);
+    getnameinfo(static_cast<const sockaddr *>(address->buf), address->len, peer.address, sizeof peer.address,
+                peer.port, sizeof peer.port, NI_NUMERICHOST | NI_NUMERICSERV);
+    return peer;
+}
+
 // Tells the access log who asks for what. A user is named as in the user list, however the client spells it.
 static void note_request(const svc_req &request, const pw_req_t *pw, unsigned fax_id)
 {
-    char peer[64] = "unknown", port[8] = "";
-    const netbuf *address = svc_getrpccaller(request.rq_xprt);
-    getnameinfo(static_cast<const sockaddr *>(address->buf), address->len, peer, sizeof peer, port,
-                sizeof port, NI_NUMERICHOST | NI_NUMERICSERV);
+    const peer_t peer = peer_of(request.rq_xprt);
     const char *claimed = name_of(pw);
     const user_node_t *node = find_node(users, claimed);
-    access_request({time(nullptr), peer, port, node ? inbox_name(node) : claimed,
+    access_request({time(nullptr), peer.address, peer.port, node ? inbox_name(node) : claimed,
                     static_cast<unsigned>(request.rq_proc), fax_id});
 }
 
