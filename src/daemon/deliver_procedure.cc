@@ -12,6 +12,7 @@
 #include "daemon/replies.h"
 #include "daemon/request_checks.h"
 #include "deliver/deliver.h"
+#include "deliver/mail_agent.h"
 #include "deliver/notify.h"
 #include "disk/work_note.h"
 #include "inbox/inbox_index.h"
@@ -140,6 +141,16 @@ static const char *result_name(int ret)
     return ret >= 0 && static_cast<size_t>(ret) < std::size(names) ? names[ret] : "failed";
 }
 
+// The line of the access log. What was mailed or given to a command has left no file at its destination.
+static void log_delivery(const char *path, const char *name, const char *destination, int ret)
+{
+    char detail[32];
+    const int agent_status = take_fax_mail_status();
+    snprintf(detail, sizeof detail, "agent-status-%d", agent_status);
+    access_delivery(path, name, is_readable_file(destination) ? destination : nullptr, result_name(ret),
+                    agent_status != 0 ? detail : nullptr);
+}
+
 // Delivers to the recipient `entry` and notifies those concerned; true on success. Kept: a problem fax counts
 // as failed although it arrived, and recipient and administrator are notified of a failure.
 static bool deliver_to(const av_list_t *entry, const char *name, const char *path)
@@ -148,9 +159,7 @@ static bool deliver_to(const av_list_t *entry, const char *name, const char *pat
     destination[0] = '\0';
     const int ret = deliver_fax(entry, path, account, destination, nullptr, 0);
     trprintf("deliver_fax_1_svc: ret=%d, %s, %s->%s\n", ret, name, path, destination);
-    // What was mailed or given to a command has left no file behind.
-    access_delivery(path, name, is_readable_file(destination) ? destination : nullptr, result_name(ret),
-                    nullptr);
+    log_delivery(path, entry->key, destination, ret);
     if (ret == DELIVERED) {
         notify(entry, "faxtray: Fax delivered to you", account, IV_WHEN_TO_NOTIFY_FAX_INCOMING);
         return true;

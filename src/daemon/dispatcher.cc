@@ -19,6 +19,7 @@
 #include "log/access_log.h"
 #include "protocol/xdr_records.h"
 #include "registry/regd_client.h"
+#include "util/text.h"
 
 namespace faxtray {
 
@@ -45,8 +46,8 @@ static void note_request(const svc_req &request, const pw_req_t *pw, unsigned fa
 {
     const peer_t peer = peer_of(request.rq_xprt);
     const char *claimed = name_of(pw);
-    const user_node_t *node = find_node(users, claimed);
-    access_request({time(nullptr), peer.address, peer.port, node ? inbox_name(node) : claimed,
+    const av_list_t *entry = is_empty(claimed) ? nullptr : User_list.users.get(claimed);
+    access_request({time(nullptr), peer.address, peer.port, entry ? entry->key : claimed,
                     static_cast<unsigned>(request.rq_proc), fax_id});
 }
 
