@@ -25,8 +25,8 @@ bool is_as_listed(fax_index_t *index, faxid_t faxid, int fd);
 // The same for the file at `path`, which must also be readable by its permission bits.
 bool is_there_as_listed(fax_index_t *index, faxid_t faxid, const char *path);
 
-// Removes the file at `path` if it is the one that was listed as `faxid`, and in any case the node, and writes
-// a line to the access log. False with errno; the next scan lists the file that is there.
+// Removes the file at `path` if it is the one that was listed as `faxid`, and in any case the node, and
+// writes a line to the access log. False with errno; the next scan lists the file that is there.
 bool remove_listed(fax_index_t *index, faxid_t faxid, const char *path);
 
 }  // namespace faxtray
