@@ -39,7 +39,7 @@ make_site() {
 
 start_daemon() {
     title "faxtrayd beside faxregd and rpcbind"
-    export ONDRIXHOME=$site
+    export ONDRIXHOME=$site XDG_CACHE_HOME=$work
     faxregd -f &
     registry=$!
     (cd "$site" && exec faxtrayd -f -d 60) &

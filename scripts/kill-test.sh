@@ -24,6 +24,7 @@ fi
 top=$PWD
 export PATH=$top/build/bin:$PATH
 work=$(mktemp -d)
+export XDG_CACHE_HOME=$work
 site=$work/site
 log=$work/log # what the daemon, strace and the client print
 trap 'umount "$site/inboxes/other"; rm -rf "$work" /tmp/victim*' EXIT

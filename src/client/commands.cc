@@ -73,12 +73,14 @@ static exit_status report_failure(const inbox_client &client, const std::string 
 
 // Commands that only look.
 
-static nlohmann::json to_json(const std::vector<fax_entry> &faxes)
+// Prints a whole listing. It is remembered first: a script may use the ids before this command ends.
+static void show(session &s, const std::deque<fax_entry> &faxes)
 {
-    nlohmann::json array = nlohmann::json::array();
-    for (const fax_entry &fax : faxes)
-        array.push_back(to_json(fax));
-    return array;
+    s.shown.replace(faxes);
+    if (s.chosen.json)
+        print_faxes_json(faxes);
+    else
+        print_faxes(faxes);
 }
 
 // The whole inbox is read before anything is printed: a listing that breaks off prints nothing that a script
@@ -88,10 +90,7 @@ exit_status list_command(session &s)
     listing all;
     if (!s.client.list(s.inbox, &all))
         return report_failure(s.client);
-    if (s.chosen.json)
-        print_json(to_json(all.faxes));
-    else
-        print_faxes(all.faxes);
+    show(s, all.faxes);
     return EXIT_DONE;
 }
 
@@ -107,6 +106,27 @@ exit_status count_command(session &s)
     return EXIT_DONE;
 }
 
+// Begins the messages about one of several faxes.
+static std::string about(faxid_t id)
+{
+    return "fax " + std::to_string(id) + ": ";
+}
+
+// Asks the server for the fax that the user means by `id`, before anything is done with it. On failure, with
+// the reason printed, the exit status.
+static exit_status find_fax(session &s, faxid_t id, fax_entry *fax)
+{
+    if (!s.client.find(s.inbox, id, fax))
+        return report_failure(s.client, about(id));
+    if (s.shown.differs(*fax)) {
+        fprintf(stderr, "faxtray: %sthat id now means %s: list again\n", about(id).c_str(),
+                printable(fax->name).c_str());
+        return EXIT_OTHER_FAX;
+    }
+    s.shown.add(*fax);
+    return EXIT_DONE;
+}
+
 exit_status info_command(session &s)
 {
     // The two ways do not see the same: the server's oldest fax is the oldest that can be read.
@@ -114,8 +134,10 @@ exit_status info_command(session &s)
     if (s.chosen.ids.empty()) {
         if (!s.client.get_fax_info(s.inbox, &fax))
             return report_failure(s.client);
-    } else if (!s.client.find(s.inbox, s.chosen.ids[0], &fax.emplace())) {
-        return report_failure(s.client);
+        if (fax)
+            s.shown.add(*fax);
+    } else if (exit_status status = find_fax(s, s.chosen.ids[0], &fax.emplace()); status != EXIT_DONE) {
+        return status;
     }
     if (!fax) {
         fprintf(stderr, "faxtray: the inbox is empty\n");
@@ -207,10 +229,9 @@ static bool is_directory(const std::string &path)
 // Fetches one fax into a file of its own, or to standard output.
 static exit_status get_one(session &s, faxid_t id)
 {
-    const std::string what = std::string("fax ") + std::to_string(id) + ": ";
     fax_entry fax;
-    if (!s.client.find(s.inbox, id, &fax))
-        return report_failure(s.client, what);
+    if (exit_status status = find_fax(s, id, &fax); status != EXIT_DONE)
+        return status;
 
     // The name is the server's choice, so it is only ever used as a plain name in a directory of the user's
     // choice.
@@ -232,7 +253,7 @@ static exit_status get_one(session &s, faxid_t id)
     }
     if (!fetched)  // a receiver that stopped has printed why
         return s.client.failure().kind == client_failure::STOPPED ? EXIT_LOCAL
-                                                                  : report_failure(s.client, what);
+                                                                  : report_failure(s.client, about(id));
     if (!file.keep())
         return EXIT_LOCAL;
     if (target != "-")
@@ -260,18 +281,40 @@ exit_status get_command(session &s)
 
 // Commands that remove.
 
+// A fax in the words that say what has been done with it.
+static std::string named(const fax_entry &fax)
+{
+    return printable(fax.name) + (fax.sender.empty() ? "" : " (sender " + printable(fax.sender) + ")");
+}
+
+static exit_status rm_one(session &s, faxid_t id, std::deque<fax_entry> *removed)
+{
+    fax_entry fax;
+    if (exit_status status = find_fax(s, id, &fax); status != EXIT_DONE)
+        return status;
+    if (!s.client.commit_fax(s.inbox, id))
+        return report_failure(s.client, about(id));
+    if (!s.chosen.json)
+        printf("removed %s\n", named(fax).c_str());
+    removed->push_back(std::move(fax));
+    return EXIT_DONE;
+}
+
 // As with get, one fax that cannot be removed does not keep the others.
 exit_status rm_command(session &s)
 {
     exit_status worst = EXIT_DONE;
+    std::deque<fax_entry> removed;
     for (faxid_t id : s.chosen.ids) {
-        if (s.client.commit_fax(s.inbox, id))
-            continue;
-        exit_status status = report_failure(s.client, std::string("fax ") + std::to_string(id) + ": ");
-        if (status == EXIT_UNREACHABLE)
-            return status;
+        exit_status status = rm_one(s, id, &removed);
+        if (status == EXIT_UNREACHABLE) {
+            worst = status;
+            break;
+        }
         worst = std::max(worst, status);
     }
+    if (s.chosen.json)
+        print_faxes_json(removed);
     return worst;
 }
 
@@ -297,6 +340,7 @@ exit_status commit_command(session &s)
         fprintf(stderr, "faxtray: the inbox is empty\n");
         return EXIT_NOTHING;
     }
+    s.shown.replace(all.faxes);
     if (!s.chosen.json)
         print_faxes(all.faxes);
     fflush(stdout);  // before the question on standard error
@@ -310,7 +354,7 @@ exit_status commit_command(session &s)
     if (!done)
         return report_failure(s.client);
     if (s.chosen.json)
-        print_json(to_json(all.faxes));
+        print_faxes_json(all.faxes);
     return EXIT_DONE;
 }
 
@@ -324,9 +368,16 @@ exit_status deliver_command(session &s)
         fprintf(stderr, "faxtray: deliver takes a fax from an incoming inbox: name it with --inbox\n");
         return EXIT_USAGE;
     }
+    fax_entry fax;
+    if (exit_status status = find_fax(s, s.chosen.ids[0], &fax); status != EXIT_DONE)
+        return status;
     s.client.set_timeout(std::max(s.chosen.timeout, delivery_timeout));
-    if (!s.client.deliver_fax(*s.inbox, s.chosen.ids[0], s.chosen.recipient))
+    if (!s.client.deliver_fax(*s.inbox, fax.id, s.chosen.recipient))
         return report_failure(s.client);
+    if (s.chosen.json)
+        print_json(to_json(fax));
+    else
+        printf("delivered %s to %s\n", named(fax).c_str(), printable(s.chosen.recipient).c_str());
     return EXIT_DONE;
 }
 
@@ -381,21 +432,21 @@ std::string handle_of(const std::vector<incoming_inbox> &inboxes, const std::str
     return "";
 }
 
-// Sets the session's inbox to the one asked for on the command line.
-static exit_status choose_inbox(session &s)
+// Finds the inbox asked for on the command line. On failure, with the reason printed, the exit status.
+static exit_status choose_inbox(const options &chosen, inbox_client &client, inbox_ref *inbox)
 {
-    if (s.chosen.inbox.empty())
+    if (chosen.inbox.empty())
         return EXIT_DONE;
     std::vector<incoming_inbox> inboxes;
-    if (!s.client.get_df(&inboxes))
-        return report_failure(s.client);
-    std::string handle = handle_of(inboxes, s.chosen.inbox);
+    if (!client.get_df(&inboxes))
+        return report_failure(client);
+    std::string handle = handle_of(inboxes, chosen.inbox);
     if (handle.empty()) {
         fprintf(stderr, "faxtray: %s forwards for no inbox [%s]: faxtray inboxes lists the inboxes\n",
-                s.chosen.user.c_str(), s.chosen.inbox.c_str());
+                chosen.user.c_str(), chosen.inbox.c_str());
         return EXIT_REFUSED;
     }
-    s.inbox = handle;
+    *inbox = handle;
     return EXIT_DONE;
 }
 
@@ -409,9 +460,12 @@ exit_status run(const options &chosen, exit_status (*command)(session &), bool a
     if (!anonymous && !find_password(chosen, &hash))
         return EXIT_LOCAL;
     client.set_password_hash(hash);
-    session s = {chosen, client, {}};
-    exit_status found = anonymous ? EXIT_DONE : choose_inbox(s);
-    return found == EXIT_DONE ? command(s) : found;
+    inbox_ref inbox;
+    exit_status found = anonymous ? EXIT_DONE : choose_inbox(chosen, client, &inbox);
+    if (found != EXIT_DONE)
+        return found;
+    session s = {chosen, client, inbox, shown_faxes(chosen.host, chosen.user, inbox)};
+    return command(s);
 }
 
 }  // namespace faxtray

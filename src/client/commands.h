@@ -5,6 +5,7 @@
 #include <vector>
 
 #include "client/inbox_client.h"
+#include "client/shown_faxes.h"
 
 namespace faxtray {
 
@@ -16,6 +17,7 @@ enum exit_status : int {
     EXIT_UNREACHABLE = 3,  // no server, or the connection was lost
     EXIT_LOCAL = 4,        // a local file or the output
     EXIT_NOTHING = 5,      // nothing to do, or not confirmed
+    EXIT_OTHER_FAX = 6,    // the id means another fax than when it was shown
 };
 
 // The command line, parsed; commands read what concerns them.
@@ -38,6 +40,7 @@ struct session {
     const options &chosen;
     inbox_client &client;
     inbox_ref inbox;
+    shown_faxes shown;  // of that inbox
 };
 
 // One function for each command, named as in faxtray(1).

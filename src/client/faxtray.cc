@@ -20,7 +20,8 @@ Exit status:
   2  wrong command line
   3  no server reached, or the connection was lost
   4  a local file or the output failed
-  5  nothing to do, or not confirmed)";
+  5  nothing to do, or not confirmed
+  6  the id means another fax by now than when it was listed)";
 
 // The login name, as the environment or else the system has it.
 static std::string default_user()

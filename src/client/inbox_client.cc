@@ -12,6 +12,19 @@ namespace faxtray {
 
 static constexpr int list_attempts = 3;
 
+// What no honest server exceeds. A false one could keep the client busy until its memory or the user's
+// patience ends.
+static constexpr size_t max_listed_faxes = 10'000'000;
+static constexpr size_t max_listed_text = 512 * 1024 * 1024;       // bytes of names, senders and the like
+static constexpr size_t max_message = 4096;                        // bytes of it that are kept
+static constexpr u_int trusted_answers = 1000, min_answer = 4096;  // bytes of a fax, on average after so many
+
+// A page with fewer faxes than were asked for is the last, unless the server may have cut it for its length.
+static constexpr size_t cut_page_text = 64 * 1024;
+
+// The size listed for all faxes that are larger than the protocol can say.
+static constexpr u_int size_unknown = 0xFFFFFFFF;
+
 void inbox_client::destroy(CLIENT *client)
 {
     clnt_destroy(client);
@@ -148,7 +161,7 @@ template <class Request, class Take> bool inbox_client::call(u_long procedure,
                                                    " answered out of turn (result " +
                                                    std::to_string(result.res_type) + ")");
     failure_ = {client_failure::SERVER, result.err.code, result.err.sys_errno,
-                without_line_end(text_of(result.err.message))};
+                without_line_end(text_of(result.err.message).substr(0, max_message))};
     return false;
 }
 
@@ -360,22 +373,37 @@ bool inbox_client::trayd_shutdown()
 
 // Whole inboxes and faxes.
 
-// Adds the faxes that follow the last one of `all`. The server's page begins with that one again: a page
-// starts at a fax, not after it.
-bool inbox_client::append_page(const inbox_ref &inbox, listing *all, bool *more)
+static size_t text_size(const fax_entry &fax)
+{
+    return fax.name.size() + fax.sender.size() + fax.subaddress.size() + fax.pwd_frame.size();
+}
+
+// Adds the faxes of one more page that are not in `listed` yet. The server's page begins with the last fax of
+// the page before: a page starts at a fax, not after it.
+bool inbox_client::append_page(const inbox_ref &inbox, listing *all, listed_t *listed)
 {
     // An empty listing starts at the oldest fax, any other at the last one listed.
-    faxid_t last = all->faxes.empty() ? 0 : all->faxes.back().id;
+    const faxid_t last = all->faxes.empty() ? 0 : all->faxes.back().id;
     listing page;
     if (!get_index(inbox, {last, 1, MAX_INDEX_COUNT, 0}, &page))
         return false;
-    auto first = page.faxes.begin();
-    if (last != 0 && first != page.faxes.end() && first->id == last)
-        ++first;
-    // A page that is not full is the last one; so is one that brought nothing new.
-    *more = page.faxes.size() >= static_cast<size_t>(MAX_INDEX_COUNT) && first != page.faxes.end();
+    size_t text = 0;
+    const size_t before = all->faxes.size();
+    for (fax_entry &fax : page.faxes) {
+        text += text_size(fax);
+        if (listed->ids.insert(fax.id).second)
+            all->faxes.push_back(std::move(fax));
+    }
     all->check_value = page.check_value;
-    all->faxes.insert(all->faxes.end(), first, page.faxes.end());
+    listed->text += text;
+    // What brings nothing new is the end, too: a false server may repeat itself for ever.
+    const bool full = page.faxes.size() >= static_cast<size_t>(MAX_INDEX_COUNT) || text >= cut_page_text;
+    listed->whole = !full || all->faxes.size() == before;
+    if (all->faxes.size() > max_listed_faxes || listed->text > max_listed_text)
+        return fail(client_failure::TRANSPORT,
+                    "faxtrayd at host " + host_ + " lists more than any inbox holds (" +
+                        std::to_string(all->faxes.size()) + " faxes, " + std::to_string(listed->text) +
+                        " bytes of names, and no end): given up");
     return true;
 }
 
@@ -383,10 +411,11 @@ bool inbox_client::list(const inbox_ref &inbox, listing *all)
 {
     for (int attempt = 0; attempt < list_attempts; attempt++) {
         *all = {};
-        bool more = true, listed = true;
-        while (more && listed)
-            listed = append_page(inbox, all, &more);
-        if (listed)
+        listed_t listed;
+        bool answered = true;
+        while (answered && !listed.whole)
+            answered = append_page(inbox, all, &listed);
+        if (answered)
             return true;
         // The fax that ended the last page has been removed or has got a new id: start again.
         bool ids_changed = failure_.kind == client_failure::SERVER && !all->faxes.empty() &&
@@ -413,6 +442,9 @@ bool inbox_client::find(const inbox_ref &inbox, faxid_t id, fax_entry *fax)
 
 bool inbox_client::fetch(const inbox_ref &inbox, const fax_entry &fax, const byte_sink &sink)
 {
+    if (fax.size == size_unknown)
+        return fail(client_failure::MISMATCH,
+                    "it has 4 GiB or more, and cannot be fetched whole: copy it from the server's disk");
     const std::string listed = std::to_string(fax.size) + " bytes that were listed: list it again";
     // The file may be replaced on the server while it is read. Its size is all there is to go by, so exactly
     // that many bytes are passed on, and a fax of another size is a failure.
@@ -421,7 +453,7 @@ bool inbox_client::fetch(const inbox_ref &inbox, const fax_entry &fax, const byt
         chunk = static_cast<u_int>(n);
         return n > fax.size - got || sink(bytes, n);  // too many: judged below, and not passed on
     };
-    while (got < fax.size) {
+    for (u_int answers = 1; got < fax.size; answers++) {
         if (!get_fax(inbox, fax.id, MAX_READ_SIZE, got, counted))
             return false;
         if (chunk == 0)
@@ -430,6 +462,11 @@ bool inbox_client::fetch(const inbox_ref &inbox, const fax_entry &fax, const byt
         if (chunk > fax.size - got)
             return fail(client_failure::MISMATCH, "it is longer than the " + listed);
         got += chunk;
+        if (answers >= trusted_answers && got / answers < min_answer)
+            return fail(client_failure::TRANSPORT, "faxtrayd at host " + host_ +
+                                                       " sends too little at a time: " + std::to_string(got) +
+                                                       " of " + std::to_string(fax.size) + " bytes in " +
+                                                       std::to_string(answers) + " answers: given up");
     }
     return true;
 }

@@ -8,10 +8,12 @@
 #include <rpc/rpc.h>
 
 #include <ctime>
+#include <deque>
 #include <functional>
 #include <memory>
 #include <optional>
 #include <string>
+#include <unordered_set>
 #include <utility>
 #include <vector>
 
@@ -26,13 +28,13 @@ struct fax_entry {
     std::string name, sender, subaddress, pwd_frame;
     int pages = -1;  // -1: not known
     bool is_fax = false;
-    u_int size = 0;  // bytes
+    u_int size = 0;  // bytes; 2^32 - 1 for that many and more
     time_t mtime = 0;
 };
 
 struct listing {
     u_int check_value = 0;
-    std::vector<fax_entry> faxes;  // oldest first
+    std::deque<fax_entry> faxes;  // oldest first; a deque, since a vector would need twice the room to grow
 };
 
 // Which part of an index to list.
@@ -127,15 +129,21 @@ public:
     bool get_status(settings_list *status);             // empty if the server has nothing to say
     bool trayd_shutdown();                              // the server only answers, and goes on
 
-    // The whole inbox, page by page. Starts again if fax ids change meanwhile, up to three times.
+    // The whole inbox, page by page. Starts again if fax ids change meanwhile, up to three times. Fails if
+    // the server lists more than 10 million faxes, or 512 MiB of names.
     bool list(const inbox_ref &inbox, listing *all);
     // One fax of the listing. For commit_index a listing of a single fax does not count as shown.
     bool find(const inbox_ref &inbox, faxid_t id, fax_entry *fax);
-    // All bytes of a fax. Fails unless there are as many as the listing says; never more than those are
-    // passed on.
+    // All bytes of a fax. Fails unless there are as many as the listing says, and for faxes of 4 GiB and
+    // more; never more than those are passed on.
     bool fetch(const inbox_ref &inbox, const fax_entry &fax, const byte_sink &sink);
 
 private:
+    struct listed_t {  // of an inbox, so far
+        std::unordered_set<faxid_t> ids;
+        size_t text = 0;  // bytes of names, senders and the like
+        bool whole = false;
+    };
     static void destroy(CLIENT *client);
     using client_ptr = std::unique_ptr<CLIENT, deleter<destroy>>;
 
@@ -145,7 +153,7 @@ private:
     template <class Take> bool call_with_identity(u_long procedure, res_type_t expected, Take take);
     bool call_failed(clnt_stat status);
     bool fail(client_failure::kind_t kind, std::string message);
-    bool append_page(const inbox_ref &inbox, listing *all, bool *more);
+    bool append_page(const inbox_ref &inbox, listing *all, listed_t *listed);
 
     std::string connect_problem() const;
 

@@ -34,7 +34,7 @@ static std::string pages_text(int pages)
     return pages < 0 ? "-" : std::to_string(pages);
 }
 
-void print_faxes(const std::vector<fax_entry> &faxes)
+void print_faxes(const std::deque<fax_entry> &faxes)
 {
     if (faxes.empty()) {
         puts("no faxes");
@@ -79,6 +79,21 @@ nlohmann::json to_json(const fax_entry &fax)
             {"is_fax", fax.is_fax},
             {"size", fax.size},
             {"mtime", fax.mtime}};
+}
+
+// One at a time: as an nlohmann::json, a large inbox would take ten times the memory that it has as a
+// listing.
+void print_faxes_json(const std::deque<fax_entry> &faxes)
+{
+    const char *before = "[\n  ";
+    for (const fax_entry &fax : faxes) {
+        std::string text = json_text(to_json(fax));
+        for (size_t at = 0; (at = text.find('\n', at)) != std::string::npos; at += 3)
+            text.insert(at + 1, "  ");
+        printf("%s%s", before, text.c_str());
+        before = ",\n  ";
+    }
+    puts(faxes.empty() ? "[]" : "\n]");
 }
 
 }  // namespace faxtray

@@ -2,6 +2,7 @@
 // senders are strangers' text: nothing of them reaches the terminal or the disk unchecked.
 #pragma once
 
+#include <deque>
 #include <nlohmann/json_fwd.hpp>
 #include <string>
 
@@ -12,8 +13,9 @@ namespace faxtray {
 // A file name for the fax: its own if that is a plain, visible name, else "fax-ID".
 std::string file_name_for(const fax_entry &fax);
 
-void print_faxes(const std::vector<fax_entry> &faxes);  // a table, or the line "no faxes"
-void print_fax(const fax_entry &fax);                   // one field a line
+void print_faxes(const std::deque<fax_entry> &faxes);       // a table, or the line "no faxes"
+void print_faxes_json(const std::deque<fax_entry> &faxes);  // an array
+void print_fax(const fax_entry &fax);                       // one field a line
 
 nlohmann::json to_json(const fax_entry &fax);
 

@@ -6,7 +6,6 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
-#include <atomic>
 #include <cerrno>
 #include <climits>
 #include <csignal>
@@ -15,6 +14,7 @@
 
 #include "disk/files.h"
 #include "util/command_output.h"
+#include "util/ending_signals.h"
 #include "util/io.h"
 
 namespace faxtray {
@@ -32,18 +32,20 @@ static void remove_and_end(int signal)
     raise(signal);
 }
 
-// Has `path` removed by those signals; false when it is too long.
+// Has `path` removed by the signals that would end the program, which are held back meanwhile. False when it
+// is too long.
 static bool doom(const std::string &path)
 {
     if (path.size() >= sizeof doomed)
         return false;
-    struct sigaction action = {};
+    const sigset_t ending = ending_signals();
+    struct sigaction action = {}, now;
     action.sa_handler = remove_and_end;
-    for (int signal : {SIGINT, SIGTERM, SIGHUP, SIGQUIT})
-        sigaction(signal, &action, nullptr);
-    memcpy(doomed + 1, path.c_str() + 1, path.size());
-    std::atomic_signal_fence(std::memory_order_seq_cst);
-    doomed[0] = path[0];  // last: the handler sees the whole path or none
+    for (int signal = 1; signal <= SIGRTMAX; signal++)
+        if (sigismember(&ending, signal) && sigaction(signal, nullptr, &now) == 0 &&
+            now.sa_handler == SIG_DFL)
+            sigaction(signal, &action, nullptr);
+    memcpy(doomed, path.c_str(), path.size() + 1);
     return true;
 }
 
@@ -55,6 +57,8 @@ static std::string directory_of(const std::string &path)
 
 bool whole_file::complain(const char *what) const
 {
+    if (kind_ == CACHE)
+        return false;
     const int error = errno;
     fprintf(stderr, "%s: can't %s %s: %s\n", program_invocation_short_name, what, printable(target_).c_str(),
             strerror(error));
@@ -73,13 +77,16 @@ bool whole_file::begin(const std::string &target, bool replace)
     struct stat status;
     if (lstat(target.c_str(), &status) == 0) {
         if (!replace || !S_ISREG(status.st_mode)) {
-            fprintf(stderr, "%s: %s exists%s\n", program_invocation_short_name, printable(target).c_str(),
-                    replace ? " and is no regular file" : ": choose another name with -o, or --force");
+            if (kind_ == OUTPUT)
+                fprintf(stderr, "%s: %s exists%s\n", program_invocation_short_name, printable(target).c_str(),
+                        replace ? " and is no regular file" : ": choose another name with -o, or --force");
             return false;
         }
     } else if (errno != ENOENT) {
         return complain("use");
     }
+    // A signal in between would leave a file of which nobody knows.
+    const ending_signals_held until_doomed;
     std::string path = directory_of(target) + "/.faxtray-XXXXXX";
     fd_.reset(mkostemp(path.data(), O_CLOEXEC));
     if (!fd_)
@@ -104,7 +111,7 @@ bool whole_file::keep()
     // mkostemp() made it readable by us alone, while it was incomplete; now the umask decides.
     const mode_t mask = umask(0);
     umask(mask);
-    if (fchmod(fd_.get(), 0666 & ~mask) < 0)
+    if (kind_ != CACHE && fchmod(fd_.get(), 0666 & ~mask) < 0)
         return complain("write to");
     if (!put_in_place(std::move(fd_), temporary_.c_str(), target_.c_str(), replace_))
         return complain("create");

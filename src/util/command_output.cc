@@ -50,10 +50,15 @@ std::string printable_lines(const std::string &text)
     return shown;
 }
 
-void print_json(const nlohmann::json &value)
+std::string json_text(const nlohmann::json &value)
 {
     // Faxes' names and messages may be in any encoding: dump() would throw for what is not UTF-8.
-    puts(value.dump(2, ' ', false, nlohmann::json::error_handler_t::replace).c_str());
+    return value.dump(2, ' ', false, nlohmann::json::error_handler_t::replace);
+}
+
+void print_json(const nlohmann::json &value)
+{
+    puts(json_text(value).c_str());
 }
 
 progress_bar::progress_bar(std::string what, u_int total)

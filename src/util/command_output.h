@@ -20,8 +20,10 @@ int run_command(int argc, char **argv, int (*run)(int argc, char **argv), int fa
 std::string printable(const std::string &text);
 std::string printable_lines(const std::string &text);  // line feeds stay; later lines are indented
 
-// Prints `value` on standard output, indented; bytes that are not UTF-8 become U+FFFD. Whether that succeeded
-// is run_command()'s to find out.
+// `value` as indented text; bytes that are not UTF-8 become U+FFFD.
+std::string json_text(const nlohmann::json &value);
+
+// Prints it on standard output. Whether that succeeded is run_command()'s to find out.
 void print_json(const nlohmann::json &value);
 
 // Shows how far a fetch has come, `what` being its title, while standard error is a terminal; else prints

@@ -160,7 +160,7 @@ def main(site, other):
     assert site.stat().st_dev != os.stat(other).st_dev, "/tmp and /dev/shm should be two file systems"
     make_site(site, other)
     os.chdir(site)
-    os.environ.update(ONDRIXHOME=str(site), PATH=f"{site}/utils:{os.environ['PATH']}",
+    os.environ.update(ONDRIXHOME=str(site), XDG_CACHE_HOME="/run", PATH=f"{site}/utils:{os.environ['PATH']}",
                       ASAN_OPTIONS="detect_leaks=0")  # the leak checker does not work under strace
     daemon = subprocess.Popen([PROGRAMS / "faxtrayd", "-f", "-d", "0"])
     desk = [PROGRAMS / "faxtray", "-u", "desk", "--inbox", "Desk"]

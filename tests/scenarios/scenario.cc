@@ -480,8 +480,10 @@ static void make_site()
     for (const char *list : {"USER_LIST.info", "MODEMS.info", "TRACES"})
         add_file(list, read_file(std::string(SCENARIOS "/site/") + list));
     std::ofstream(site_path + fax_ids_file) << "1\n";  // as on a site where the daemon has run before
-    for (const auto &[name, value] :
-         {std::pair("TZ", "UTC"), {"LC_ALL", "C"}, {"ONDRIXTMP", "/run/site/tmp"}})
+    for (const auto &[name, value] : {std::pair("TZ", "UTC"),
+                                      {"LC_ALL", "C"},
+                                      {"ONDRIXTMP", "/run/site/tmp"},
+                                      {"XDG_CACHE_HOME", "/run/cache"}})
         setenv(name, value, 1);
     tzset();
     unsetenv("ONDRIXHOME");

@@ -1,0 +1,185 @@
+// One file for each host, user and inbox, replaced as a whole. For each fax it has a record "ID SIZE MTIME
+// NAME" and a null byte, the only one that no name contains. A record that makes no sense is left out.
+#include "client/shown_faxes.h"
+
+#include <fcntl.h>
+#include <sys/file.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <charconv>
+#include <climits>
+#include <cstdio>
+#include <cstdlib>
+#include <functional>
+
+#include "config/munged_name.h"
+#include "disk/whole_file.h"
+#include "util/io.h"
+#include "util/owned.h"
+
+namespace faxtray {
+
+// Of an inbox, those with the highest ids. A script that takes faxes and never lists adds them for ever.
+static constexpr size_t max_faxes = 100'000;
+static constexpr off_t max_file = 64 * 1024 * 1024;  // bytes
+
+// The directory.
+
+static bool is_ours(int fd)
+{
+    struct stat status;
+    return fstat(fd, &status) == 0 && status.st_uid == geteuid();
+}
+
+// A directory of ours; none if it is somebody else's. It is made if it is missing, though only in a directory
+// of ours: root with a user's HOME would make one that the user cannot write to.
+static unique_fd own_directory(const std::string &path, int flags = 0)
+{
+    flags |= O_RDONLY | O_DIRECTORY | O_CLOEXEC;
+    unique_fd fd(open(path.c_str(), flags));
+    if (!fd && errno == ENOENT) {
+        const unique_fd above(open(path.substr(0, path.rfind('/') + 1).c_str(), O_PATH | O_CLOEXEC));
+        if (above && is_ours(above.get()) && (mkdir(path.c_str(), 0700) == 0 || errno == EEXIST))
+            fd.reset(open(path.c_str(), flags));
+    }
+    return fd && is_ours(fd.get()) ? std::move(fd) : unique_fd();
+}
+
+// Where the files are, "" for nowhere. Users may have their caches behind a link; the last step is no link,
+// since what is found there is made private.
+static std::string cache_directory()
+{
+    const char *cache = getenv("XDG_CACHE_HOME"), *home = getenv("HOME");
+    std::string base;
+    if (cache && *cache == '/')
+        base = cache;
+    else if (home && *home == '/')
+        base = std::string(home) + "/.cache";
+    while (base.ends_with('/'))
+        base.pop_back();
+    const std::string path = base + "/faxtray";
+    if (base.empty() || !own_directory(base))
+        return "";
+    const unique_fd fd = own_directory(path, O_NOFOLLOW);
+    return fd && fchmod(fd.get(), 0700) == 0 && access(path.c_str(), W_OK) == 0 ? path : "";
+}
+
+// Waits until no other client changes a file there, but not for ever: that would cost more than the loss of
+// what the other remembers.
+static unique_fd lock(const std::string &directory)
+{
+    unique_fd fd(open(directory.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
+    for (int tries = 0; flock(fd.get(), LOCK_EX | LOCK_NB) != 0 && errno == EWOULDBLOCK && tries < 100;
+         tries++)
+        usleep(10'000);
+    return fd;
+}
+
+// The file.
+
+// The file's name tells nothing of the inbox, and is a name whatever the inbox is called. Users are hashed as
+// the server compares them.
+shown_faxes::shown_faxes(const std::string &host, const std::string &user, const inbox_ref &inbox)
+{
+    const std::string key = host + '\0' + munged_key(user.c_str()) + '\0' + inbox.value_or("");
+    char name[32];
+    snprintf(name, sizeof name, "%016zx", std::hash<std::string>()(key));
+    name_ = name;
+}
+
+void shown_faxes::insert(faxid_t id, shown_fax_t fax)
+{
+    faxes_.insert_or_assign(id, std::move(fax));
+    if (faxes_.size() > max_faxes)
+        faxes_.erase(faxes_.begin());
+}
+
+void shown_faxes::parse(const std::string &record)
+{
+    const char *at = record.data(), *const end = at + record.size();
+    auto number = [&](auto *value) {
+        const auto [next, error] = std::from_chars(at, end, *value);
+        at = next + 1;
+        return error == std::errc() && next < end && *next == ' ';
+    };
+    faxid_t id;
+    shown_fax_t fax = {};
+    if (!number(&id) || !number(&fax.size) || !number(&fax.mtime))
+        return;
+    fax.name.assign(at, end);
+    insert(id, std::move(fax));
+}
+
+void shown_faxes::load()
+{
+    loaded_ = true;
+    faxes_.clear();
+    directory_ = cache_directory();
+    if (directory_.empty())
+        return;
+    const unique_fd fd(open(path().c_str(), O_RDONLY | O_NOFOLLOW | O_NONBLOCK | O_CLOEXEC));
+    struct stat status;
+    if (!fd || fstat(fd.get(), &status) != 0 || !S_ISREG(status.st_mode) || status.st_size > max_file)
+        return;
+    std::string text(static_cast<size_t>(status.st_size), '\0');
+    const ssize_t n = read_full(fd.get(), text.data(), text.size());
+    text.resize(n > 0 ? static_cast<size_t>(n) : 0);
+    for (size_t at = 0, end; (end = text.find('\0', at)) != std::string::npos; at = end + 1)
+        parse(text.substr(at, end - at));
+}
+
+void shown_faxes::save() const
+{
+    if (directory_.empty())
+        return;
+    std::string text;
+    for (const auto &[id, fax] : faxes_)
+        text += std::to_string(id) + ' ' + std::to_string(fax.size) + ' ' + std::to_string(fax.mtime) + ' ' +
+                fax.name + '\0';
+    whole_file file(whole_file::CACHE);
+    // An older file would have the user refused what was shown just now.
+    if (!file.begin(path(), true) || !file.write(text.data(), text.size()) || !file.keep())
+        unlink(path().c_str());
+}
+
+// What is shown.
+
+// What of a fax is remembered. No file has a longer name, whatever the server says.
+static shown_fax_t record_of(const fax_entry &fax)
+{
+    return {fax.name.substr(0, NAME_MAX), fax.size, fax.mtime};
+}
+
+bool shown_faxes::differs(const fax_entry &now)
+{
+    if (!loaded_)
+        load();
+    const auto found = faxes_.find(now.id);
+    return found != faxes_.end() && found->second != record_of(now);
+}
+
+void shown_faxes::replace(const std::deque<fax_entry> &listed)
+{
+    load();
+    const unique_fd locked = lock(directory_);
+    const std::map<faxid_t, shown_fax_t> before = std::exchange(faxes_, {});
+    for (const fax_entry &fax : listed)
+        insert(fax.id, record_of(fax));
+    if (faxes_ != before)
+        save();
+}
+
+void shown_faxes::add(const fax_entry &fax)
+{
+    if (loaded_ && faxes_.contains(fax.id) && !differs(fax))
+        return;
+    load();
+    const unique_fd locked = lock(directory_);
+    load();  // another client may have changed it before it was our turn
+    insert(fax.id, record_of(fax));
+    save();
+}
+
+}  // namespace faxtray
