@@ -69,9 +69,10 @@ END
     printf '[ttyS0]\nincoming_dir = %s\nincoming_gui = Desk\n' "$site/incoming" >"$site/MODEMS.info"
 }
 
-# Puts the received fax back and removes everything delivered.
+# Removes everything delivered. The received fax stays if it is there, since only the file that was listed is delivered.
 clear_site() {
-    rm -rf "$site"/inboxes/*/[!.]* "$site"/incoming/[!.]* /tmp/victim*
+    rm -rf "$site"/inboxes/*/[!.]* "$site"/incoming/victim[!.]* /tmp/victim*
+    cmp -s "$work/original" "$site/incoming/victim.fax" && return
     cp "$work/original" "$site/incoming/victim.fax"
     touch -d '10 minutes ago' "$site/incoming/victim.fax"
 }
