@@ -164,7 +164,7 @@ TEST(Faxconv, DoesWhatItSaysAndReportsHowItWent)
         {"--to none/such mr mmr", 1, "can't create a file beside it"},
         {"--to link mr mmr", 1, "it is no regular file"},
         {"--to none/such pipe mmr", 1, "not a file"},
-        {"pipe mmr", 1, "Bad fax file"},
+        {"pipe mmr", 1, "not a file"},
         {"--info mh", 0, "(Fine (196 lpi))\nCOMPRESSION: 0\ncoding: MH (1-D)\n"},
         {"--info short", 0, "       2         0      2\nand 10 bytes after the last page\n"},
         {"--info --json short", 0, "\"ended_short\": 2"},
@@ -173,7 +173,7 @@ TEST(Faxconv, DoesWhatItSaysAndReportsHowItWent)
         {"--to mh-to-mr mh mr", 0, "warning: coded MH"},
         {"--pbm page mmr", 0, ""},
         {"link mmr", 0, ""},  // the file, not the link, is replaced
-        {"nothing mr", 1, "t4dec_change_format: Failed to open nothing to determine compression\n"},
+        {"nothing mr", 1, "faxconv: nothing: No such file or directory\n"},
         {"mr umr", 2, "umr"},
         {"--info mr mh", 2, ""},
     };

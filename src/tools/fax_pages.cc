@@ -33,6 +33,7 @@ bool open_fax_pages(const std::string &path, fax_pages_t *fax)
         return complain(*fax, strerror(errno));
     if (!S_ISREG(status.st_mode))
         return complain(*fax, "not a file");
+    const stdout_on_stderr no_output;  // of the header's messages
     fax->header.reset(read_fax_header(fax->fd.get()));
     // The header's reader leaves the file at the first page.
     const off_t start = lseek(fax->fd.get(), 0, SEEK_CUR);
@@ -55,6 +56,11 @@ static bool read_whole(fax_pages_t *fax, unsigned char *bytes, size_t n)
     return got == static_cast<ssize_t>(n) || complain(*fax, "the file was cut while it was being read");
 }
 
+static size_t number_of(const unsigned char (&length)[4])
+{
+    return size_t{length[0]} << 24 | size_t{length[1]} << 16 | size_t{length[2]} << 8 | length[3];
+}
+
 // The length is compared with what is left of the file before anything is allocated for it.
 bool read_fax_page(fax_pages_t *fax, std::vector<unsigned char> *data)
 {
@@ -64,7 +70,7 @@ bool read_fax_page(fax_pages_t *fax, std::vector<unsigned char> *data)
         return complain(*fax, (page + ": the file ends before it").c_str());
     if (!read_whole(fax, length, sizeof length))
         return false;
-    const size_t n = size_t{length[0]} << 24 | size_t{length[1]} << 16 | size_t{length[2]} << 8 | length[3];
+    const size_t n = number_of(length);
     if (fax->left < n)
         return complain(*fax, (page + ": " + std::to_string(n) + " bytes long, but the file has " +
                                std::to_string(fax->left) + " left")
@@ -74,9 +80,22 @@ bool read_fax_page(fax_pages_t *fax, std::vector<unsigned char> *data)
     return read_whole(fax, data->data(), n);
 }
 
+bool skip_fax_page(fax_pages_t *fax)
+{
+    unsigned char length[4];
+    if (fax->left < sizeof length || read_full(fax->fd.get(), length, sizeof length) != sizeof length ||
+        fax->left - sizeof length < number_of(length) ||
+        lseek(fax->fd.get(), static_cast<off_t>(number_of(length)), SEEK_CUR) < 0)
+        return false;
+    fax->left -= sizeof length + number_of(length);
+    fax->next++;
+    return true;
+}
+
 page_info_t look_at_page(int df, const std::vector<unsigned char> &data)
 {
-    t4dec_set_pixel_width(1728);  // all that fax files hold
+    const stdout_on_stderr no_output;  // of the decoder's messages
+    t4dec_set_pixel_width(1728);       // all that fax files hold
     page_info_t page = {data.size(), t4dec(data.data(), data.size(), df, {}) == 1, {}};
     if (page.decoded)
         page.counts = t4dec_counts();
@@ -137,12 +156,15 @@ bool print_fax_info(const std::string &path, bool json)
     // being printed; one that is cut off is the last.
     bool whole = true, decoded = true;
     std::vector<unsigned char> data;
+    progress_bar bar(printable(path), fax.pages, progress_bar::PAGES);
     while (fax.next <= fax.pages && (whole = read_fax_page(&fax, &data))) {
         const page_info_t page = look_at_page(fax.df, data);
-        if (json)
+        if (json) {
             object["pages"].push_back(to_json(page));
-        else
+            bar.add(1);
+        } else {
             print_page(fax.next - 1, page);
+        }
         decoded = decoded && page.decoded;
     }
     if (!decoded)

@@ -28,6 +28,10 @@ bool open_fax_pages(const std::string &path, fax_pages_t *fax);
 // the file ends before the page does. Call it no more than `pages` times.
 bool read_fax_page(fax_pages_t *fax, std::vector<unsigned char> *data);
 
+// Moves on to the page after `next` without reading its data. False, without a message, if the file ends
+// before the page does.
+bool skip_fax_page(fax_pages_t *fax);
+
 // How a page decodes.
 struct page_info_t {
     size_t bytes;

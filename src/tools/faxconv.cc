@@ -24,7 +24,7 @@ namespace {
 
 struct options {
     std::string file, coding, to, pbm;
-    bool info = false, json = false;
+    bool force = false, info = false, json = false;
 };
 
 constexpr struct {
@@ -40,7 +40,7 @@ static bool run(const options &chosen)
     // A coding excludes the other actions; --info and --pbm may come together.
     for (const auto &coding : codings) {
         if (chosen.coding == coding.name)
-            return chosen.to.empty() ? recode_in_place(chosen.file, coding.df)
+            return chosen.to.empty() ? recode_in_place(chosen.file, coding.df, chosen.force)
                                      : recode_to(chosen.file, chosen.to, coding.df);
     }
     bool done = !chosen.info || print_fax_info(chosen.file, chosen.json);
@@ -55,11 +55,14 @@ static int parse_and_run(int argc, char **argv)
     app.footer(footer);
     app.add_option("FILE", chosen.file, "The fax file")->required()->type_name("");
     auto *coding = app.add_option("CODING", chosen.coding, "mh, mr or mmr: what it becomes")->type_name("");
-    auto *to = app.add_option("--to", chosen.to, "Put the re-coded fax there and leave FILE alone");
+    auto *to = app.add_option("--to", chosen.to,
+                              "Put the re-coded fax there (- for standard output) and leave FILE alone");
     auto *info = app.add_flag("--info", chosen.info, "Print the header and what the pages are like");
     auto *pbm = app.add_option("--pbm", chosen.pbm, "Write the pages to PREFIX-001.pbm and so on");
     coding->check(CLI::IsMember({"mh", "mr", "mmr"}).description(""));
     to->type_name("OUT")->needs(coding);
+    app.add_flag("-f,--force", chosen.force, "Drop what follows the pages that the header counts")
+        ->needs(coding);
     info->excludes(coding);
     pbm->type_name("PREFIX")->excludes(coding);
     app.add_flag("--json", chosen.json, "Print JSON")->needs(info);

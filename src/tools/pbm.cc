@@ -6,6 +6,7 @@
 
 #include "disk/whole_file.h"
 #include "tools/fax_pages.h"
+#include "util/command_output.h"
 
 namespace faxtray {
 
@@ -30,6 +31,7 @@ static void write_line(const unsigned char *line, int bytes)
 // Writes one page whole, or not at all.
 static bool write_page(const std::string &path, int df, const std::vector<unsigned char> &data)
 {
+    const stdout_on_stderr no_output;  // of the decoder's messages
     const page_info_t page = look_at_page(df, data);
     if (!page.decoded) {
         fprintf(stderr, "faxconv: %s: the page cannot be decoded\n", path.c_str());
@@ -55,11 +57,13 @@ bool write_pbm_pages(const std::string &path, const std::string &prefix)
     if (!open_fax_pages(path, &fax))
         return false;
     std::vector<unsigned char> data;
+    progress_bar bar(printable(path), fax.pages, progress_bar::PAGES);
     while (fax.next <= fax.pages) {
         char number[32];
         snprintf(number, sizeof number, "-%03ld.pbm", fax.next);
         if (!read_fax_page(&fax, &data) || !write_page(prefix + number, fax.df, data))
             return false;
+        bar.add(1);
     }
     return true;
 }

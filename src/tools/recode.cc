@@ -1,47 +1,33 @@
-// States on disk: in place, those of change_format; otherwise a temporary file ".faxconv-XXXXXX" beside the
-// target, then the target, whole.
+// A copy of the fax is re-coded, and then takes the place of the target: at any moment that is whole, the old
+// file or the new.
+//
+// States on disk: the target as it was and ".faxconv-XXXXXX" beside it (with what change_format makes beside
+// that); then the target alone. Only SIGKILL and a crash leave the others.
 #include "tools/recode.h"
 
 #include <fcntl.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <cerrno>
-#include <csignal>
+#include <cstdio>
+#include <cstdlib>
 #include <cstring>
+#include <string>
 #include <utility>
 
 #include "codec/change_format.h"
 #include "disk/files.h"
+#include "disk/flush.h"
 #include "disk/scratch_file.h"
-#include "faxfile/fax_header.h"
 #include "faxfile/fax_params.h"
 #include "tools/fax_pages.h"
 #include "util/command_output.h"
+#include "util/ending_signals.h"
 #include "util/io.h"
 
 namespace faxtray {
-
-namespace {
-
-// Defers the signals that would end the program while it exists, so that no half-made file is left.
-class interruptions_deferred {
-public:
-    interruptions_deferred()
-    {
-        sigset_t held;
-        sigemptyset(&held);
-        for (int signal : {SIGINT, SIGTERM, SIGHUP, SIGQUIT})
-            sigaddset(&held, signal);
-        sigprocmask(SIG_BLOCK, &held, &before_);
-    }
-    ~interruptions_deferred() { sigprocmask(SIG_SETMASK, &before_, nullptr); }
-
-private:
-    sigset_t before_;
-};
-
-}  // namespace
 
 // Returns false, so that a caller can return its result.
 static bool complain(const std::string &path, const char *what, const char *why = strerror(errno))
@@ -50,81 +36,175 @@ static bool complain(const std::string &path, const char *what, const char *why 
     return false;
 }
 
-// Warns of what re-coding an MH file costs. Prints nothing if it is another fax, or none.
-static void warn_of_MH(const std::string &path, int df)
+// What is lost by re-coding.
+
+static void warn(const fax_pages_t &fax, const std::string &of)
 {
-    char head[16384];  // every header but one made to be long; without the whole header there is no warning
-    const char *const names[] = {"COMPRESSION"};
-    const char *compression;
-    const unique_fd fd(
-        open(path.c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK));  // opening a pipe must not block
-    const ssize_t n = fd && df != DF_MH ? read_full(fd.get(), head, sizeof head) : -1;
-    if (n > 0 && find_fax_header_values(head, static_cast<size_t>(n), names, &compression, 1) &&
-        (!compression || *compression == '0'))
-        fprintf(stderr,
-                "faxconv: %s: warning: coded MH: every page gets a white line at its top, and its last line "
-                "is lost unless an EOL follows it\n",
-                printable(path).c_str());
+    fprintf(stderr, "faxconv: %s: warning: %s\n", printable(fax.path).c_str(), of.c_str());
 }
 
-// Re-codes `path` and sets its mode to `mode`. Meanwhile the new file is never more open to others than that.
-static bool recode(const std::string &path, int df, mode_t mode)
+static void warn_of_MH(const fax_pages_t &fax)
 {
-    // t4dec_change_format creates the new file with mode 0644 less the umask.
-    const mode_t mask = umask(0777 & ~mode);
-    const bool done = t4dec_change_format(path.c_str(), df, 0, nullptr) == 1;
-    umask(mask);
-    return done && (chmod(path.c_str(), mode) == 0 || complain(path, "can't set the mode"));
+    if (fax.df == DF_MH)
+        warn(fax,
+             "coded MH: every page gets a white line at its top, and its last line is lost unless an EOL "
+             "follows it");
 }
 
-bool recode_in_place(const std::string &path, int df)
+// Warns when the file holds more than the pages that its header counts, which are all that is re-coded. True
+// if nothing is lost.
+static bool is_counted_whole(fax_pages_t *fax)
 {
-    warn_of_MH(path, df);
+    while (fax->next <= fax->pages)
+        if (!skip_fax_page(fax))
+            return true;  // the file ends early, which change_format reports
+    if (fax->left == 0)
+        return true;
+    warn(*fax, "its header counts " + std::to_string(std::max(fax->pages, 0L)) +
+                   (fax->pages == 1 ? " page" : " pages") + " (#PAGES): re-coding drops the " +
+                   std::to_string(fax->left) + " bytes that follow");
+    return false;
+}
+
+// Re-coding.
+
+namespace {
+
+struct interrupted {};
+
+}  // namespace
+
+// The conversion under way. Global, because its callback has no context.
+static const ending_signals_held *held;
+static progress_bar *bar;
+
+// Called at each page. The exception unwinds the conversion, which removes what it has made.
+static void begin_page()
+{
+    if (held->one_came())
+        throw interrupted();
+    bar->add(1);
+}
+
+// Re-codes the file at `path`, a copy of `fax`. False, with a message unless a signal came.
+static bool recode_copy(const fax_pages_t &fax, const char *path, int df, const ending_signals_held &signals)
+{
+    progress_bar pages(printable(fax.path), fax.pages, progress_bar::PAGES);
+    const stdout_on_stderr no_output;  // of the decoder's messages
+    held = &signals;
+    bar = &pages;
+    try {
+        return t4dec_change_format(path, df, 0, begin_page) == 1;
+    } catch (const interrupted &) {
+        return false;
+    }
+}
+
+// Makes the re-coded fax beside `target`, with that mode.
+static bool make_recoded(const fax_pages_t &fax, const std::string &target, mode_t mode, int df,
+                         const ending_signals_held &signals, scratch_file *made)
+{
+    const size_t slash = target.rfind('/');
+    std::string beside = target.substr(0, slash == std::string::npos ? 0 : slash + 1) + ".faxconv-XXXXXX";
+    if (!unique_fd(mkostemp(beside.data(), O_CLOEXEC)))
+        return complain(target, "can't create a file beside it");
+    *made = scratch_file(std::move(beside));
+    if (!copy(fax.path.c_str(), made->path()))
+        return complain(target, "can't copy the fax beside it");
+    return recode_copy(fax, made->path(), df, signals) &&
+           (chmod(made->path(), mode) == 0 || complain(target, "can't set the mode"));
+}
+
+// Puts the re-coded fax at `target`. Flushing may take long, so the last look for a signal comes after it.
+// False, with a message unless a signal came.
+static bool put_recoded(const std::string &target, const ending_signals_held &signals, scratch_file *made)
+{
+    // A fax that had the coding already was only copied, so the flush is still to be done.
+    unique_fd fd(open(made->path(), O_RDONLY | O_CLOEXEC));
+    if (!fd || !close_flushed(std::move(fd)))
+        return complain(target, "can't create");
+    if (signals.one_came())
+        return false;
+    if (rename(made->path(), target.c_str()) != 0 || !sync_directory_of(target.c_str()))
+        return complain(target, "can't create");
+    made->keep();
+    return true;
+}
+
+bool recode_in_place(const std::string &path, int df, bool force)
+{
+    fax_pages_t fax;
     struct stat status;
-    std::string file = path;
-    if (lstat(path.c_str(), &status) == 0 && S_ISLNK(status.st_mode))  // the file itself is replaced
-        if (const c_string target(realpath(path.c_str(), nullptr)); target)
-            file = target.get();
-    if (stat(file.c_str(), &status) < 0)
-        status = {};  // t4dec_change_format reports why
-    const interruptions_deferred until_done;
-    if (!recode(file, df, status.st_mode & 07777))
+    if (!open_fax_pages(path, &fax))
+        return false;
+    if (fax.df == df)
+        return true;
+    warn_of_MH(fax);
+    if (!is_counted_whole(&fax) && !force)
+        return complain(path, "left as it was", "--force drops them, --to makes a file without them");
+
+    // The file itself is replaced, not a link to it.
+    const c_string file(realpath(path.c_str(), nullptr));
+    if (!file || fstat(fax.fd.get(), &status) < 0)
+        return complain(path, "can't find it");
+    const ending_signals_held until_done;
+    scratch_file made;
+    if (!make_recoded(fax, file.get(), status.st_mode & 07777, df, until_done, &made))
         return false;
     // Root re-codes faxes that belong to others; they must be able to read them afterwards.
-    return geteuid() != 0 || chown(file.c_str(), status.st_uid, status.st_gid) == 0 ||
-           complain(path, "can't set the owner");
+    if (geteuid() == 0 && (chown(made.path(), status.st_uid, status.st_gid) != 0 ||
+                           chmod(made.path(), status.st_mode & 07777) != 0))
+        return complain(path, "can't set the owner");
+    return put_recoded(file.get(), until_done, &made);
+}
+
+// Copies the file to standard output.
+static bool print_file(const unique_fd &fd)
+{
+    char block[65536];
+    for (ssize_t n; (n = read(fd.get(), block, sizeof block)) != 0;)
+        if (n < 0 || !write_full(STDOUT_FILENO, block, static_cast<size_t>(n)))
+            return complain("standard output", "can't write the fax");
+    return true;
+}
+
+// The re-coded fax has no place of its own: it is made where temporary files go.
+static bool recode_to_output(const fax_pages_t &fax, int df)
+{
+    const char *directory = getenv("TMPDIR");
+    unique_fd fd;
+    {
+        const ending_signals_held until_made;
+        scratch_file made;
+        if (!make_recoded(fax, std::string(directory && *directory ? directory : "/tmp") + "/", 0600, df,
+                          until_made, &made))
+            return false;
+        fd.reset(open(made.path(), O_RDONLY | O_CLOEXEC));
+    }
+    return print_file(fd);
 }
 
 bool recode_to(const std::string &path, const std::string &to, int df)
 {
-    struct stat status;
     fax_pages_t fax;
+    struct stat status;
     if (!open_fax_pages(path, &fax))
         return false;
+    if (fax.df != df) {
+        warn_of_MH(fax);
+        is_counted_whole(&fax);
+    }
+    if (to == "-")
+        return recode_to_output(fax, df);
     // Renaming would replace the link or device itself, which is hardly what was meant.
-    warn_of_MH(path, df);
     if (lstat(to.c_str(), &status) == 0 && !S_ISREG(status.st_mode))
         return complain(to, "can't replace", "it is no regular file");
-    if (stat(path.c_str(), &status) < 0)
+    if (fstat(fax.fd.get(), &status) < 0)
         return complain(path, "can't read");
-
-    const interruptions_deferred until_done;
-    // Copied first and re-coded in place there, so that FILE itself is never touched.
-    const size_t slash = to.rfind('/');
-    std::string beside = to.substr(0, slash == std::string::npos ? 0 : slash + 1) + ".faxconv-XXXXXX";
-    if (!unique_fd(mkostemp(beside.data(), O_CLOEXEC)))
-        return complain(to, "can't create a file beside it");
-    scratch_file temporary(std::move(beside));
-    if (!copy(path.c_str(), temporary.path()))
-        return complain(to, "can't copy the fax beside it");
-    if (!recode(temporary.path(), df, status.st_mode & 0777))
-        return false;
-    // A fax that had the coding already was only copied, so the flush is still to be done.
-    unique_fd fd(open(temporary.path(), O_RDONLY | O_CLOEXEC));
-    if (!fd || !put_in_place(std::move(fd), temporary.path(), to.c_str(), true))
-        return complain(to, "can't create");
-    temporary.keep();
-    return true;
+    const ending_signals_held until_done;
+    scratch_file made;
+    return make_recoded(fax, to, status.st_mode & 0777, df, until_done, &made) &&
+           put_recoded(to, until_done, &made);
 }
 
 }  // namespace faxtray

@@ -1,5 +1,6 @@
 #include "util/command_output.h"
 
+#include <fcntl.h>
 #include <unistd.h>
 
 #include <algorithm>
@@ -61,8 +62,8 @@ void print_json(const nlohmann::json &value)
     puts(json_text(value).c_str());
 }
 
-progress_bar::progress_bar(std::string what, u_int total)
-    : what_(std::move(what)), total_(total), shown_(isatty(STDERR_FILENO) == 1)
+progress_bar::progress_bar(std::string what, long total, unit_t unit)
+    : what_(std::move(what)), total_(total), unit_(unit), on_terminal_(isatty(STDERR_FILENO) == 1)
 {
     add(0);
 }
@@ -73,18 +74,38 @@ progress_bar::~progress_bar()
         fputs("\r\x1b[K", stderr);  // back to the line's start, then erase to its end
 }
 
-void progress_bar::add(size_t bytes)
+void progress_bar::add(size_t n)
 {
-    done_ += bytes;
+    using namespace std::chrono;
+    done_ += static_cast<long>(n);
+    shown_ = shown_ || (on_terminal_ && (unit_ == BYTES || steady_clock::now() - began_ >= seconds(1)));
     if (!shown_)
         return;
-    constexpr int width = 30;
-    unsigned percent = total_ ? static_cast<unsigned>(done_ * 100 / total_) : 100;
-    std::string bar(percent * width / 100, '#');
+    constexpr size_t width = 30;
+    const double share = done_ < total_ ? static_cast<double>(done_) / static_cast<double>(total_) : 1;
+    std::string bar(static_cast<size_t>(share * width), '#');
     bar.resize(width, '.');
-    fprintf(stderr, "\r%s [%s] %3u %%  %llu of %llu KB", what_.c_str(), bar.c_str(), percent, done_ / 1024,
-            total_ / 1024);
+    const long unit = unit_ == BYTES ? 1024 : 1;
+    fprintf(stderr, "\r%s [%s] %3d %%  %ld of %ld %s", what_.c_str(), bar.c_str(),
+            static_cast<int>(share * 100), done_ / unit, total_ / unit, unit_ == BYTES ? "KB" : "pages");
     fflush(stderr);
+}
+
+stdout_on_stderr::stdout_on_stderr()
+{
+    fflush(stdout);
+    stdout_ = fcntl(STDOUT_FILENO, F_DUPFD_CLOEXEC, STDERR_FILENO + 1);
+    if (stdout_ >= 0)
+        dup2(STDERR_FILENO, STDOUT_FILENO);
+}
+
+stdout_on_stderr::~stdout_on_stderr()
+{
+    if (stdout_ < 0)
+        return;
+    fflush(stdout);
+    dup2(stdout_, STDOUT_FILENO);
+    close(stdout_);
 }
 
 int run_command(int argc, char **argv, int (*run)(int argc, char **argv), int failed)

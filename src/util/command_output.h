@@ -4,6 +4,7 @@
 
 #include <sys/types.h>
 
+#include <chrono>
 #include <nlohmann/json_fwd.hpp>
 #include <string>
 
@@ -26,20 +27,36 @@ std::string json_text(const nlohmann::json &value);
 // Prints it on standard output. Whether that succeeded is run_command()'s to find out.
 void print_json(const nlohmann::json &value);
 
-// Shows how far a fetch has come, `what` being its title, while standard error is a terminal; else prints
-// nothing.
+// Shows how far a piece of work has come, `what` being its title, while standard error is a terminal; else
+// prints nothing. Bytes of a fetch are shown at once, pages once they have taken a second.
 class progress_bar {
 public:
-    progress_bar(std::string what, u_int total);  // `total` in bytes; 0 counts as complete
-    ~progress_bar();                              // clears the line
+    enum unit_t { BYTES, PAGES };
+    progress_bar(std::string what, long total, unit_t unit = BYTES);  // 0 or less counts as complete
+    ~progress_bar();                                                  // clears the line
     progress_bar(const progress_bar &) = delete;
     progress_bar &operator=(const progress_bar &) = delete;
-    void add(size_t bytes);  // so many more have come
+    void add(size_t n);  // so many more are done
 
 private:
     std::string what_;
-    unsigned long long total_, done_ = 0;
-    bool shown_;
+    long total_, done_ = 0;
+    unit_t unit_;
+    bool on_terminal_, shown_ = false;
+    std::chrono::steady_clock::time_point began_ = std::chrono::steady_clock::now();
+};
+
+// While it exists, what is printed on standard output goes to standard error: messages of decoders, of which
+// some go there, are no part of a command's output.
+class stdout_on_stderr {
+public:
+    stdout_on_stderr();
+    ~stdout_on_stderr();
+    stdout_on_stderr(const stdout_on_stderr &) = delete;
+    stdout_on_stderr &operator=(const stdout_on_stderr &) = delete;
+
+private:
+    int stdout_;  // -1: standard output stays where it is
 };
 
 }  // namespace faxtray
