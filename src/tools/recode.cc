@@ -94,14 +94,18 @@ static bool recode_copy(const fax_pages_t &fax, const char *path, int df, const 
     held = &signals;
     bar = &pages;
     try {
-        return t4dec_change_format(path, df, 0, begin_page) == 1;
+        if (t4dec_change_format(path, df, 0, begin_page) == 1)
+            return true;
     } catch (const interrupted &) {
         return false;
     }
+    // Its messages name the copy.
+    fprintf(stderr, "faxconv: %s: not re-coded\n", printable(fax.path).c_str());
+    return false;
 }
 
-// Makes the re-coded fax beside `target`, with that mode.
-static bool make_recoded(const fax_pages_t &fax, const std::string &target, mode_t mode, int df,
+// Makes the re-coded fax beside `target`, with the permissions of the fax.
+static bool make_recoded(const fax_pages_t &fax, const std::string &target, int df,
                          const ending_signals_held &signals, scratch_file *made)
 {
     const size_t slash = target.rfind('/');
@@ -111,8 +115,7 @@ static bool make_recoded(const fax_pages_t &fax, const std::string &target, mode
     *made = scratch_file(std::move(beside));
     if (!copy(fax.path.c_str(), made->path()))
         return complain(target, "can't copy the fax beside it");
-    return recode_copy(fax, made->path(), df, signals) &&
-           (chmod(made->path(), mode) == 0 || complain(target, "can't set the mode"));
+    return recode_copy(fax, made->path(), df, signals);
 }
 
 // Puts the re-coded fax at `target`. Flushing may take long, so the last look for a signal comes after it.
@@ -149,12 +152,13 @@ bool recode_in_place(const std::string &path, int df, bool force)
         return complain(path, "can't find it");
     const ending_signals_held until_done;
     scratch_file made;
-    if (!make_recoded(fax, file.get(), status.st_mode & 07777, df, until_done, &made))
+    if (!make_recoded(fax, file.get(), df, until_done, &made))
         return false;
     // Root re-codes faxes that belong to others; they must be able to read them afterwards.
-    if (geteuid() == 0 && (chown(made.path(), status.st_uid, status.st_gid) != 0 ||
-                           chmod(made.path(), status.st_mode & 07777) != 0))
+    if (geteuid() == 0 && chown(made.path(), status.st_uid, status.st_gid) != 0)
         return complain(path, "can't set the owner");
+    if (chmod(made.path(), status.st_mode & 07777) != 0)  // last: chown clears some bits
+        return complain(path, "can't set the mode");
     return put_recoded(file.get(), until_done, &made);
 }
 
@@ -176,12 +180,12 @@ static bool recode_to_output(const fax_pages_t &fax, int df)
     {
         const ending_signals_held until_made;
         scratch_file made;
-        if (!make_recoded(fax, std::string(directory && *directory ? directory : "/tmp") + "/", 0600, df,
+        if (!make_recoded(fax, std::string(directory && *directory ? directory : "/tmp") + "/", df,
                           until_made, &made))
             return false;
         fd.reset(open(made.path(), O_RDONLY | O_CLOEXEC));
     }
-    return print_file(fd);
+    return fd ? print_file(fd) : complain(fax.path, "can't read it as re-coded");
 }
 
 bool recode_to(const std::string &path, const std::string &to, int df)
@@ -199,12 +203,9 @@ bool recode_to(const std::string &path, const std::string &to, int df)
     // Renaming would replace the link or device itself, which is hardly what was meant.
     if (lstat(to.c_str(), &status) == 0 && !S_ISREG(status.st_mode))
         return complain(to, "can't replace", "it is no regular file");
-    if (fstat(fax.fd.get(), &status) < 0)
-        return complain(path, "can't read");
     const ending_signals_held until_done;
     scratch_file made;
-    return make_recoded(fax, to, status.st_mode & 0777, df, until_done, &made) &&
-           put_recoded(to, until_done, &made);
+    return make_recoded(fax, to, df, until_done, &made) && put_recoded(to, until_done, &made);
 }
 
 }  // namespace faxtray
