@@ -7,6 +7,7 @@
 
 #include "client/commands.h"
 #include "util/command_output.h"
+#include "util/project_version.h"
 
 namespace faxtray {
 
@@ -118,6 +119,7 @@ static int parse_and_run(int argc, char **argv)
     chosen.user = default_user();
     CLI::App app("Lists, fetches and removes the faxes that faxtrayd keeps.", "faxtray");
     app.footer(footer);
+    app.set_version_flag("--version", version_text("faxtray"), "Print the version and exit");
     app.require_subcommand(1);
     app.fallthrough();  // common options may follow the command
     add_common_options(app, chosen);

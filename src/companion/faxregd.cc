@@ -14,14 +14,18 @@
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
+#include <string>
 
 #include "companion/registry_procedures.h"
 #include "companion/registry_tables.h"
 #include "registry/regd_requests.h"
+#include "rpc/registration.h"
 #include "rpc/rpc_service.h"
-#include "rpc/timed_client.h"
+#include "rpc/trusted_client.h"
 #include "util/child_process.h"
+#include "util/project_version.h"
 #include "util/settings.h"
+#include "util/standard_descriptors.h"
 
 namespace faxtray {
 
@@ -36,7 +40,8 @@ static int usage(FILE *stream, int status)
           "    -M modems     Specify MODEMS.info file.\n"
           "    -U users      Specify USER_LIST.info file.\n"
           "    -f            Run in foreground.\n"
-          "    -h            Display this message and exit.\n",
+          "    -h, --help    Display this message and exit.\n"
+          "    --version     Print the version and exit.\n",
           stream);
     return status;
 }
@@ -47,29 +52,20 @@ static bool fail(const char *what)
     return false;
 }
 
-// Leaves open exactly the standard streams. Missing ones are opened, so that no socket gets one of their
-// numbers and receives messages meant for people.
-static bool settle_descriptors()
-{
-    close_descriptors_from(STDERR_FILENO + 1);
-    int fd;
-    do
-        fd = open("/dev/null", O_RDWR);
-    while (fd >= 0 && fd <= STDERR_FILENO);
-    if (fd < 0)
-        return fail("/dev/null");
-    close(fd);
-    return true;
-}
-
-// The site's own registry takes precedence: registering would take its place at the port mapper.
+// The site's own registry takes precedence: registering would take its place at the port mapper. Anybody else's
+// only poses as one, and root replaces it; for another user the port mapper will refuse to do so.
 static bool is_only_registry()
 {
     struct utsname host;
     if (uname(&host) < 0)
         return fail("Can't determine local host name");
-    if (!rpc_answers_on(host.nodename, registry, REGD_VERS) &&
-        !rpc_answers_on("localhost", registry, REGD_VERS))
+    const deadline_t deadline = deadline_after({5, 0});
+    std::string stranger;
+    const client_ptr client(trusted_clnt_create(registry, REGD_VERS, {5, 0}, &stranger));
+    if (!stranger.empty() && geteuid() == 0)
+        fprintf(stderr, "%s: Replacing a registry that is neither root's nor ours: %s\n", Program,
+                stranger.c_str());
+    if (!client || !rpc_answers(client.get(), time_left(deadline)))
         return true;
     fprintf(stderr, "%s: A registry daemon is already running on %s\n", Program, host.nodename);
     return false;
@@ -101,7 +97,7 @@ static void end_on_signal()
     if (read(signals, &info, sizeof info) != sizeof info)
         return;
     // Otherwise the port mapper would send clients to a port that is closed or someone else's.
-    svc_unregister(registry, REGD_VERS);
+    registration_remove();
     fprintf(stderr, "%s: Interrupted: signal [%d]\n", Program, static_cast<int>(info.ssi_signo));
     exit(0);
 }
@@ -128,8 +124,8 @@ static bool go_into_background()
 // Starts up and serves; returns only if something failed, with a message.
 static void run(bool foreground)
 {
-    // Descriptors first: the checks after it open sockets.
-    if (!settle_descriptors() || !is_only_registry() || !watch_signals())
+    close_descriptors_from(STDERR_FILENO + 1);
+    if (!is_only_registry() || !watch_signals())
         return;
     const rpc_service_t service = {
         .program = registry,
@@ -158,10 +154,15 @@ static int faxregd(int argc, char *argv[])
 {
     if (argc > 0)
         Program = argv[0];
+    if (!hold_standard_descriptors())
+        return start_up_failure;
     bool foreground = false;
     const char *user_list = nullptr, *modem_list = nullptr;
+    static constexpr struct option long_options[] = {{"help", no_argument, nullptr, 'h'},
+                                                     {"version", no_argument, nullptr, 'V'},
+                                                     {nullptr, 0, nullptr, 0}};
     int letter;
-    while ((letter = getopt(argc, argv, "M:U:fh")) != -1) {
+    while ((letter = getopt_long(argc, argv, "M:U:fh", long_options, nullptr)) != -1) {
         switch (letter) {
         case 'M':
             modem_list = optarg;
@@ -174,6 +175,8 @@ static int faxregd(int argc, char *argv[])
             break;
         case 'h':
             return usage(stdout, 0);
+        case 'V':
+            return puts(version_text("faxregd").c_str()) >= 0 ? 0 : start_up_failure;
         default:
             return usage(stderr, start_up_failure);
         }

@@ -16,6 +16,7 @@
 
 #include "daemon/dispatcher.h"
 #include "daemon/inbox_root.h"
+#include "daemon/instance_lock.h"
 #include "daemon/options.h"
 #include "daemon/signals.h"
 #include "deliver/admin_notice.h"
@@ -29,6 +30,7 @@
 #include "rpc/timed_client.h"
 #include "util/child_process.h"
 #include "util/settings.h"
+#include "util/standard_descriptors.h"
 #include "util/trace.h"
 #include "util/version_id.h"
 
@@ -122,19 +124,37 @@ static void start_exception_log()
     admin_notice_init();
 }
 
-// False, with a message, if a faxtrayd answers on this host. The host's own name may not resolve, or not to
-// an IPv4 address, so "localhost" is asked too.
+static struct utsname host;
+
+static bool already_running()
+{
+    fprintf(stderr, "%s: The inbox server is already running on %s\n", Program, host.nodename);
+    return false;
+}
+
+// Whether any faxtrayd answers within the time for one name of the host.
+static bool answers_on(const char *name)
+{
+    return rpc_answers_on(name, IN_PROG, IN_VERS, {5, 0});
+}
+
+// False, with a message, if a faxtrayd runs on this host. The host's own name may not resolve, or not to an
+// IPv4 address, so "localhost" is asked too.
 static bool check_only_instance()
 {
-    struct utsname host;
     if (uname(&host) < 0) {
         fprintf(stderr, "%s: Can't determine local host name: %s\n", Program, strerror(errno));
         return false;
     }
-    if (!rpc_answers_on(host.nodename, IN_PROG, IN_VERS) && !rpc_answers_on("localhost", IN_PROG, IN_VERS))
-        return true;
-    fprintf(stderr, "%s: The inbox server is already running on %s\n", Program, host.nodename);
-    return false;
+    if (instance_lock_is_held(host.nodename) || answers_on(host.nodename) || answers_on("localhost"))
+        return already_running();
+    return true;
+}
+
+// False, with the same message, if another start was quicker: it may have begun to serve since that check.
+static bool remain_only_instance()
+{
+    return instance_lock_take() || already_running();
 }
 
 // Returns in the child only.
@@ -232,7 +252,9 @@ static void run(options_t &options)
         return;
     dup2(STDOUT_FILENO, STDERR_FILENO);
 
-    note_recover();  // safe: check_only_instance() has shown that no other faxtrayd is writing notes
+    if (!remain_only_instance())
+        return;
+    note_recover();  // safe: no other faxtrayd writes notes into this directory
     if (!start_service())
         return;
     if (atexit(cleanup) != 0)
@@ -250,6 +272,8 @@ static int faxtrayd(int argc, char *argv[])
 {
     if (argc > 0)
         Program = argv[0];
+    if (!hold_standard_descriptors())
+        return start_up_failure;
     if (argc == 2 && strcmp(argv[1], "-rev") == 0)
         return print_revision();
     options_t options = parse_options(argc, argv);

@@ -10,12 +10,16 @@
 #include <cstring>
 
 #include "log/exception_log.h"
+#include "util/project_version.h"
 #include "util/settings.h"
 #include "util/version_id.h"
 
 namespace faxtray {
 
 static constexpr char Options[] = "DR:M:U:L:W:bd:fhil:";
+static constexpr struct option long_options[] = {{"help", no_argument, nullptr, 'h'},
+                                                 {"version", no_argument, nullptr, 'V'},
+                                                 {nullptr, 0, nullptr, 0}};
 static constexpr char value_options[] = "MURlWd";  // options that require an argument; -L may lack its own
 static constexpr int32_t default_slop = 60;
 static constexpr int start_up_failure = 10;  // exit status
@@ -152,6 +156,10 @@ static void take_option(int letter, const char *value, options_t &options)
         pusage(stdout);
         options.exit_status = 0;
         break;
+    case 'V':  // --version only; the letter is as unknown as any other
+        puts(version_text("faxtrayd").c_str());
+        options.exit_status = 0;
+        break;
     case 'i':  // accepted; there is no saved state to initialize
         break;
     case 'l':
@@ -171,7 +179,7 @@ options_t parse_options(int argc, char *argv[]) noexcept
     opterr = 0;  // getopt prints nothing
     optind = 0;  // glibc: starts over, also amid a group of letters
     int letter;
-    while (options.exit_status < 0 && (letter = getopt(argc, argv, Options)) != -1) {
+    while (options.exit_status < 0 && (letter = getopt_long(argc, argv, Options, long_options, nullptr)) != -1) {
         // getopt returns '?' both for an unknown letter and for a known one that lacks its argument.
         const bool cut_off = letter == '?' && (is_one_of(value_options, optopt) || optopt == 'L');
         if (cut_off)
@@ -186,6 +194,12 @@ options_t parse_options(int argc, char *argv[]) noexcept
         } else if (!wants_value || value[0] != '\0') {
             take_option(letter, value, options);
         }
+    }
+    // Nothing is done by words: "faxtrayd stop" must not start a daemon.
+    if (options.exit_status < 0 && optind < argc) {
+        fprintf(stderr, "%s: Unknown argument: [%s].\n", Program, argv[optind]);
+        pusage(stderr);
+        options.exit_status = start_up_failure;
     }
     return options;
 }

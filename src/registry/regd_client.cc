@@ -7,10 +7,12 @@
 #include <cstdio>
 #include <cstring>
 #include <memory>
+#include <string>
 
 #include "protocol/xdr_records.h"
 #include "registry/xdr_regd.h"
-#include "rpc/timed_client.h"
+#include "rpc/trusted_client.h"
+#include "util/trace.h"
 
 namespace faxtray {
 
@@ -114,6 +116,19 @@ static regd_handle_t *free_slot()
     return nullptr;
 }
 
+// On this host, any user may pose as the registry while there is none; answers end in shell commands, so only
+// root's registry or our own is taken. Of another host its administrators are trusted.
+static CLIENT *connect_to_registry(const char *host, rpcprog_t program)
+{
+    if (host && *host && strcmp(host, "localhost") != 0)
+        return timed_clnt_create(host, program, REGD_VERS, time_limit);
+    std::string stranger;
+    CLIENT *client = trusted_clnt_create(program, REGD_VERS, time_limit, &stranger);
+    if (!stranger.empty())
+        trprintf("regd_open: A stranger's registry is ignored: %s.\n", stranger.c_str());
+    return client;
+}
+
 regd_handle_t *regd_open(const char *host, int queue)
 {
     set_regd_error(nullptr);
@@ -127,8 +142,7 @@ regd_handle_t *regd_open(const char *host, int queue)
         set_regd_error(timed_out.get());
         return nullptr;
     }
-    slot->client = timed_clnt_create(host && *host ? host : "localhost",
-                                     REGD_PROG_BASE + static_cast<rpcprog_t>(queue), REGD_VERS, time_limit);
+    slot->client = connect_to_registry(host, REGD_PROG_BASE + static_cast<rpcprog_t>(queue));
     if (slot->client) {
         slot->reply = nullptr;
         return slot;

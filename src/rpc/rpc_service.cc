@@ -4,7 +4,6 @@
 
 #include <fcntl.h>
 #include <netinet/in.h>
-#include <rpc/pmap_clnt.h>
 #include <rpc/rpc.h>
 #include <rpc/rpc_com.h>
 #include <sys/resource.h>
@@ -15,6 +14,7 @@
 #include <bit>
 #include <cerrno>
 
+#include "rpc/registration.h"
 #include "util/owned.h"
 
 namespace faxtray {
@@ -82,8 +82,6 @@ static SVCXPRT *create_transport(const rpc_service_t &service)
 
 int rpc_service_create(const rpc_service_t &service)
 {
-    // An instance that was killed is still registered.
-    pmap_unset(service.program, service.version);
     errno = 0;
     SVCXPRT *transport = create_transport(service);
     if (!transport) {
@@ -93,13 +91,12 @@ int rpc_service_create(const rpc_service_t &service)
     listener = transport->xp_fd;
     if (!prepare_listener(listener, service.largest_reply))
         return 0;
-    rpc_createerr.cf_stat = RPC_SUCCESS;
-    if (svc_register(transport, service.program, service.version, service.dispatch, IPPROTO_TCP))
-        return 1;
-    // svc_register does not set errno. Without a port mapper the failed call is in rpc_createerr; otherwise
-    // the mapper refused, because another user's entry is in the way.
-    errno = rpc_createerr.cf_stat == RPC_SUCCESS ? EADDRINUSE : ECONNREFUSED;
-    return 0;
+    // Protocol 0: the dispatcher is made known to libtirpc, and nothing to the port mapper.
+    if (!svc_register(transport, service.program, service.version, service.dispatch, 0)) {
+        errno = ENOMEM;
+        return 0;
+    }
+    return registration_make(service.program, service.version, static_cast<u_short>(transport->xp_port));
 }
 
 // Descriptor sets are counted and walked a word at a time: a loop over all 1,024 numbers would cost more than
@@ -164,9 +161,12 @@ void rpc_service_run(const rpc_service_t &service)
         FD_SET(service.wake_fd, &ready);
         if (full)  // at the limit, new clients wait in the listen queue until a connection closes
             FD_CLR(listener, &ready);
-        const int n = select(FD_SETSIZE, &ready, nullptr, nullptr, nullptr);
+        timeval idle = registration_due();
+        const int n = select(FD_SETSIZE, &ready, nullptr, nullptr, &idle);
         if (n < 0 && errno == EBADF)
             return;
+        if (n == 0)  // no request waits
+            registration_look();
         if (n <= 0)  // EINTR: the handler has written to wake_fd
             continue;
         if (FD_ISSET(service.wake_fd, &ready))

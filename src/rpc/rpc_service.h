@@ -21,9 +21,8 @@ struct rpc_service_t {
     void (*wake)();          // does it
 };
 
-// Registers the program with the port mapper on a new TCP port, replacing the entry that an earlier instance
-// left there. Returns 1, or 0 with errno: ECONNREFUSED without a port mapper, EADDRINUSE when it keeps the
-// entry of another owner. A process can have only one service.
+// Opens a TCP port and registers the program there (see registration_make). Returns 1, or 0 with errno. A
+// process can have only one service.
 int rpc_service_create(const rpc_service_t &service);
 
 // Serves it. Returns only when select() fails with EBADF.

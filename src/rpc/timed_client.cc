@@ -11,26 +11,27 @@
 
 #include <algorithm>
 #include <cerrno>
-#include <chrono>
 #include <cstring>
-#include <memory>
 #include <new>
 #include <string>
 
-#include "util/owned.h"
-
 namespace faxtray {
-
-using deadline_t = std::chrono::steady_clock::time_point;
 
 static constexpr u_int last_fragment = 0x80000000;  // the top bit of a record mark; the others are a length
 static constexpr size_t piece = 1024 * 1024;  // bytes read at a time: a length alone allocates no memory
 static constexpr size_t max_header = 24 + 2 * 408;  // of a call: six words, credentials and verifier
 
-static deadline_t after(const timeval &limit)
+deadline_t deadline_after(const timeval &limit)
 {
     return std::chrono::steady_clock::now() + std::chrono::seconds(limit.tv_sec) +
            std::chrono::microseconds(limit.tv_usec);
+}
+
+timeval time_left(deadline_t deadline)
+{
+    const auto left = std::max(deadline - std::chrono::steady_clock::now(), deadline_t::duration::zero());
+    const auto seconds = std::chrono::floor<std::chrono::seconds>(left);
+    return {seconds.count(), std::chrono::floor<std::chrono::microseconds>(left - seconds).count()};
 }
 
 // The socket, which does not block. These return false with errno on failure, ETIMEDOUT at the deadline.
@@ -113,21 +114,20 @@ static bool receive_record(int fd, std::string *record, deadline_t deadline)
     return true;
 }
 
-// Connects within the deadline. The socket does not block; empty, with errno, on failure.
-static unique_fd connect_by(const sockaddr_in &address, deadline_t deadline)
+// Connects within the deadline; false with errno on failure.
+static bool connect_by(int fd, const sockaddr *address, socklen_t size, deadline_t deadline)
 {
-    unique_fd fd(socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC | SOCK_NONBLOCK, IPPROTO_TCP));
-    if (!fd || connect(fd.get(), reinterpret_cast<const sockaddr *>(&address), sizeof address) == 0)
-        return fd;
-    if (errno != EINPROGRESS || !wait_for_socket(fd.get(), POLLOUT, deadline))
-        return {};
+    if (connect(fd, address, size) == 0)
+        return true;
+    if (errno != EINPROGRESS || !wait_for_socket(fd, POLLOUT, deadline))
+        return false;
     // Writable means finished, which may be a failure: the socket has its error number.
     int error = 0;
     socklen_t length = sizeof error;
-    if (getsockopt(fd.get(), SOL_SOCKET, SO_ERROR, &error, &length) != 0)
-        return {};
+    if (getsockopt(fd, SOL_SOCKET, SO_ERROR, &error, &length) != 0)
+        return false;
     errno = error;
-    return error == 0 ? std::move(fd) : unique_fd();
+    return error == 0;
 }
 
 // The client.
@@ -243,7 +243,7 @@ static clnt_stat timed_call(CLIENT *client, rpcproc_t procedure, xdrproc_t xdr_a
     timed_client_t *me = self(client);
     me->error = {};
     try {
-        return call_by(me, procedure, xdr_args, args, xdr_result, result, after(limit));
+        return call_by(me, procedure, xdr_args, args, xdr_result, result, deadline_after(limit));
     } catch (const std::bad_alloc &) {
         errno = ENOMEM;
         return transport_failure(me, RPC_SYSTEMERROR);
@@ -261,7 +261,7 @@ static bool_t timed_freeres(CLIENT *, xdrproc_t routine, void *result)
     return TRUE;
 }
 
-static void timed_destroy(CLIENT *client)
+void timed_destroy(CLIENT *client)
 {
     auth_destroy(client->cl_auth);
     delete self(client);
@@ -276,8 +276,6 @@ static bool_t timed_control(CLIENT *client, u_int request, void *value)
 }
 
 static void timed_abort(CLIENT *) {}  // libtirpc's own do nothing either
-
-using client_ptr = std::unique_ptr<CLIENT, deleter<timed_destroy>>;
 
 // Creating a client.
 
@@ -320,19 +318,34 @@ static CLIENT *client_over(unique_fd socket, rpcprog_t program, rpcvers_t versio
     return &made.release()->client;
 }
 
+CLIENT *timed_clnt_connect(int socket, const sockaddr *address, socklen_t size, rpcprog_t program,
+                           rpcvers_t version, deadline_t deadline)
+{
+    unique_fd owner(socket);
+    if (owner && connect_by(socket, address, size, deadline))
+        return client_over(std::move(owner), program, version);
+    note_errno(RPC_SYSTEMERROR);
+    return nullptr;
+}
+
+CLIENT *timed_clnt_at(const sockaddr_in &address, rpcprog_t program, rpcvers_t version, deadline_t deadline)
+{
+    return timed_clnt_connect(socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC | SOCK_NONBLOCK, IPPROTO_TCP),
+                              reinterpret_cast<const sockaddr *>(&address), sizeof address, program, version,
+                              deadline);
+}
+
 // Asks the port mapper for the program's TCP port (RFC 1833 section 3); 0, with rpc_createerr set, when it
 // cannot be had.
 static u_short ask_port(sockaddr_in address, rpcprog_t program, rpcvers_t version, deadline_t deadline)
 {
     address.sin_port = htons(PMAPPORT);
-    unique_fd socket = connect_by(address, deadline);
-    if (!socket) {
-        note_errno(RPC_PMAPFAILURE);
+    const client_ptr mapper(timed_clnt_at(address, PMAPPROG, PMAPVERS, deadline));
+    if (!mapper) {
+        if (rpc_createerr.cf_stat != RPC_TIMEDOUT)
+            rpc_createerr.cf_stat = RPC_PMAPFAILURE;
         return 0;
     }
-    const client_ptr mapper(client_over(std::move(socket), PMAPPROG, PMAPVERS));
-    if (!mapper)
-        return 0;
     pmap wanted = {program, version, IPPROTO_TCP, 0};
     u_short port = 0;
     const clnt_stat status =
@@ -362,20 +375,13 @@ static CLIENT *create_by(const char *host, rpcprog_t program, rpcvers_t version,
     freeaddrinfo(found);
 
     address.sin_port = htons(ask_port(address, program, version, deadline));
-    if (address.sin_port == 0)
-        return nullptr;
-    unique_fd socket = connect_by(address, deadline);
-    if (!socket) {
-        note_errno(RPC_SYSTEMERROR);
-        return nullptr;
-    }
-    return client_over(std::move(socket), program, version);
+    return address.sin_port != 0 ? timed_clnt_at(address, program, version, deadline) : nullptr;
 }
 
 CLIENT *timed_clnt_create(const char *host, rpcprog_t program, rpcvers_t version, const timeval &limit)
 {
     try {
-        return create_by(host, program, version, after(limit));
+        return create_by(host, program, version, deadline_after(limit));
     } catch (const std::bad_alloc &) {
         errno = ENOMEM;
         note_errno(RPC_SYSTEMERROR);
@@ -383,10 +389,17 @@ CLIENT *timed_clnt_create(const char *host, rpcprog_t program, rpcvers_t version
     }
 }
 
-bool rpc_answers_on(const char *host, rpcprog_t program, rpcvers_t version)
+bool rpc_answers(CLIENT *client, const timeval &limit)
 {
-    const client_ptr client(timed_clnt_create(host, program, version, {5, 0}));
-    return client != nullptr;
+    return clnt_call(client, NULLPROC, reinterpret_cast<xdrproc_t>(xdr_nothing), nullptr,
+                     reinterpret_cast<xdrproc_t>(xdr_nothing), nullptr, limit) == RPC_SUCCESS;
+}
+
+bool rpc_answers_on(const char *host, rpcprog_t program, rpcvers_t version, const timeval &limit)
+{
+    const deadline_t deadline = deadline_after(limit);
+    const client_ptr client(timed_clnt_create(host, program, version, limit));
+    return client && rpc_answers(client.get(), time_left(deadline));
 }
 
 }  // namespace faxtray

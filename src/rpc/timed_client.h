@@ -6,9 +6,19 @@
 // SIGPIPE.
 #pragma once
 
+#include <netinet/in.h>
 #include <rpc/rpc.h>
 
+#include <chrono>
+#include <memory>
+
+#include "util/owned.h"
+
 namespace faxtray {
+
+using deadline_t = std::chrono::steady_clock::time_point;
+deadline_t deadline_after(const timeval &limit);
+timeval time_left(deadline_t deadline);  // zero once it has passed
 
 inline constexpr u_int max_reply = 64 * 1024 * 1024;  // bytes; a call whose reply is longer fails
 
@@ -24,8 +34,23 @@ inline constexpr u_int max_reply = 64 * 1024 * 1024;  // bytes; a call whose rep
 // transport the connection is shut down, and later calls fail at once with RPC_CANTSEND.
 CLIENT *timed_clnt_create(const char *host, rpcprog_t program, rpcvers_t version, const timeval &limit);
 
-// True when the program is registered at `host` and its port takes connections. The port mapper's entry alone
-// proves nothing: it stays after a server has ended.
-bool rpc_answers_on(const char *host, rpcprog_t program, rpcvers_t version);
+// The same where the program's address is known: no port mapper is asked.
+CLIENT *timed_clnt_at(const sockaddr_in &address, rpcprog_t program, rpcvers_t version, deadline_t deadline);
+
+// The same over a stream socket of the caller's, which must not block and may be of any family. Takes it over,
+// also on failure; a negative one fails with errno.
+CLIENT *timed_clnt_connect(int socket, const sockaddr *address, socklen_t size, rpcprog_t program,
+                           rpcvers_t version, deadline_t deadline);
+
+void timed_destroy(CLIENT *client);  // clnt_destroy as a function
+using client_ptr = std::unique_ptr<CLIENT, deleter<timed_destroy>>;
+
+// Whether the server answers a call of procedure 0 in time.
+bool rpc_answers(CLIENT *client, const timeval &limit);
+
+// Whether the program is registered at `host` and answers a call of procedure 0, all within `limit`. Neither
+// an entry at the port mapper nor an open port proves anything: the entry stays after its server has ended, and
+// another program may have been given the port.
+bool rpc_answers_on(const char *host, rpcprog_t program, rpcvers_t version, const timeval &limit);
 
 }  // namespace faxtray

@@ -7,6 +7,7 @@
 #include "tools/pbm.h"
 #include "tools/recode.h"
 #include "util/command_output.h"
+#include "util/project_version.h"
 
 namespace faxtray {
 
@@ -53,6 +54,7 @@ static int parse_and_run(int argc, char **argv)
     options chosen;
     CLI::App app("Re-codes a fax file, or shows what is in it.", "faxconv");
     app.footer(footer);
+    app.set_version_flag("--version", version_text("faxconv"), "Print the version and exit");
     app.add_option("FILE", chosen.file, "The fax file")->required()->type_name("");
     auto *coding = app.add_option("CODING", chosen.coding, "mh, mr or mmr: what it becomes")->type_name("");
     auto *to = app.add_option("--to", chosen.to,

@@ -15,6 +15,8 @@
 #include <exception>
 #include <nlohmann/json.hpp>
 
+#include "util/standard_descriptors.h"
+
 namespace faxtray {
 
 std::string printable(const std::string &text)
@@ -110,6 +112,8 @@ stdout_on_stderr::~stdout_on_stderr()
 
 int run_command(int argc, char **argv, int (*run)(int argc, char **argv), int failed)
 {
+    if (!hold_standard_descriptors())
+        return failed;
     setlocale(LC_ALL, "");
     signal(SIGPIPE, SIG_IGN);  // a server or a reader that hangs up is an error to report (EPIPE)
     signal(SIGXFSZ, SIG_IGN);  // and so is a file that may not grow (EFBIG)

@@ -10,7 +10,7 @@
 
 namespace faxtray {
 
-// The body of a command's main(): sets the locale, ignores SIGPIPE and SIGXFSZ, which would end the program
+// The body of a command's main(): takes the standard descriptors (see there), sets the locale, ignores SIGPIPE and SIGXFSZ, which would end the program
 // in the middle of an output, and calls `run`. Returns the exit status: that of `run`, or `failed`, with a
 // message on standard error, after an exception or when `run` returned 0 but standard output could not be
 // written whole.
