@@ -52,8 +52,8 @@ static bool fail(const char *what)
     return false;
 }
 
-// The site's own registry takes precedence: registering would take its place at the port mapper. Anybody else's
-// only poses as one, and root replaces it; for another user the port mapper will refuse to do so.
+// The site's own registry takes precedence: registering would take its place at the port mapper. Anybody
+// else's only poses as one, and root replaces it; for another user the port mapper will refuse to do so.
 static bool is_only_registry()
 {
     struct utsname host;

@@ -17,9 +17,8 @@
 namespace faxtray {
 
 static constexpr char Options[] = "DR:M:U:L:W:bd:fhil:";
-static constexpr struct option long_options[] = {{"help", no_argument, nullptr, 'h'},
-                                                 {"version", no_argument, nullptr, 'V'},
-                                                 {nullptr, 0, nullptr, 0}};
+static constexpr struct option long_options[] = {
+    {"help", no_argument, nullptr, 'h'}, {"version", no_argument, nullptr, 'V'}, {nullptr, 0, nullptr, 0}};
 static constexpr char value_options[] = "MURlWd";  // options that require an argument; -L may lack its own
 static constexpr int32_t default_slop = 60;
 static constexpr int start_up_failure = 10;  // exit status
@@ -179,7 +178,8 @@ options_t parse_options(int argc, char *argv[]) noexcept
     opterr = 0;  // getopt prints nothing
     optind = 0;  // glibc: starts over, also amid a group of letters
     int letter;
-    while (options.exit_status < 0 && (letter = getopt_long(argc, argv, Options, long_options, nullptr)) != -1) {
+    while (options.exit_status < 0 &&
+           (letter = getopt_long(argc, argv, Options, long_options, nullptr)) != -1) {
         // getopt returns '?' both for an unknown letter and for a known one that lacks its argument.
         const bool cut_off = letter == '?' && (is_one_of(value_options, optopt) || optopt == 'L');
         if (cut_off)

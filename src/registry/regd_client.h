@@ -23,8 +23,8 @@ namespace faxtray {
 
 struct regd_handle_t;  // one slot
 
-// Host null or "": localhost, where a registry that another user than root or our own has registered counts as
-// none, with a trace line that says whose it is. Null with an error record.
+// Host null or "": localhost, where a registry that another user than root or our own has registered counts
+// as none, with a trace line that says whose it is. Null with an error record.
 regd_handle_t *regd_open(const char *host, int queue);
 int regd_close(regd_handle_t *handle);  // 1, or 0 if it is not open. Frees its reply and the error record
 void regd_free(regd_handle_t *handle);  // frees the handle's last reply and the error record

@@ -18,8 +18,8 @@ static CLIENT *connect_locally(deadline_t deadline)
 {
     static const sockaddr_un address = {AF_UNIX, _PATH_RPCBINDSOCK};
     return timed_clnt_connect(socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC | SOCK_NONBLOCK, 0),
-                              reinterpret_cast<const sockaddr *>(&address), sizeof address, RPCBPROG, RPCBVERS,
-                              deadline);
+                              reinterpret_cast<const sockaddr *>(&address), sizeof address, RPCBPROG,
+                              RPCBVERS, deadline);
 }
 
 static CLIENT *connect_over_tcp(deadline_t deadline)
@@ -53,11 +53,11 @@ static client_ptr connect_to_mapper(deadline_t deadline, bool *locally = nullptr
 // One call. False with rpc_createerr set.
 template <class Argument, class Result>
 static bool ask(CLIENT *mapper, rpcproc_t procedure, bool_t (*xdr_argument)(XDR *, Argument *),
-                Argument *argument, bool_t (*xdr_result)(XDR *, Result *), Result *result, deadline_t deadline)
+                Argument *argument, bool_t (*xdr_result)(XDR *, Result *), Result *result,
+                deadline_t deadline)
 {
-    const clnt_stat status =
-        clnt_call(mapper, procedure, reinterpret_cast<xdrproc_t>(xdr_argument), argument,
-                  reinterpret_cast<xdrproc_t>(xdr_result), result, time_left(deadline));
+    const clnt_stat status = clnt_call(mapper, procedure, reinterpret_cast<xdrproc_t>(xdr_argument), argument,
+                                       reinterpret_cast<xdrproc_t>(xdr_result), result, time_left(deadline));
     if (status == RPC_SUCCESS)
         return true;
     clnt_geterr(mapper, &rpc_createerr.cf_error);
@@ -124,8 +124,7 @@ bool port_mapper_remove(rpcprog_t program, rpcvers_t version, deadline_t deadlin
     char none[] = "";
     rpcb every_transport = {program, version, none, none, none};
     bool_t done = FALSE;
-    return mapper &&
-           ask(mapper.get(), RPCBPROC_UNSET, xdr_rpcb, &every_transport, xdr_bool, &done, deadline);
+    return mapper && ask(mapper.get(), RPCBPROC_UNSET, xdr_rpcb, &every_transport, xdr_bool, &done, deadline);
 }
 
 bool is_trusted(const mapping_t &mapping)

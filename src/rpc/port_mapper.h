@@ -1,8 +1,8 @@
 // port_mapper: this host's entries at its port mapper, rpcbind (RFC 1833, version 3 of its protocol).
 //
-// It is asked over its local socket, where it knows the user at the other end by itself. Without that socket it
-// is asked over TCP, where entries are made in nobody's name, or in root's for a caller on a reserved port.
-// Unlike libtirpc's pmap_set and pmap_unset, every call ends at its deadline.
+// It is asked over its local socket, where it knows the user at the other end by itself. Without that socket
+// it is asked over TCP, where entries are made in nobody's name, or in root's for a caller on a reserved
+// port. Unlike libtirpc's pmap_set and pmap_unset, every call ends at its deadline.
 #pragma once
 
 #include <rpc/rpc.h>

@@ -37,8 +37,8 @@ CLIENT *timed_clnt_create(const char *host, rpcprog_t program, rpcvers_t version
 // The same where the program's address is known: no port mapper is asked.
 CLIENT *timed_clnt_at(const sockaddr_in &address, rpcprog_t program, rpcvers_t version, deadline_t deadline);
 
-// The same over a stream socket of the caller's, which must not block and may be of any family. Takes it over,
-// also on failure; a negative one fails with errno.
+// The same over a stream socket of the caller's, which must not block and may be of any family. Takes it
+// over, also on failure; a negative one fails with errno.
 CLIENT *timed_clnt_connect(int socket, const sockaddr *address, socklen_t size, rpcprog_t program,
                            rpcvers_t version, deadline_t deadline);
 
@@ -49,8 +49,8 @@ using client_ptr = std::unique_ptr<CLIENT, deleter<timed_destroy>>;
 bool rpc_answers(CLIENT *client, const timeval &limit);
 
 // Whether the program is registered at `host` and answers a call of procedure 0, all within `limit`. Neither
-// an entry at the port mapper nor an open port proves anything: the entry stays after its server has ended, and
-// another program may have been given the port.
+// an entry at the port mapper nor an open port proves anything: the entry stays after its server has ended,
+// and another program may have been given the port.
 bool rpc_answers_on(const char *host, rpcprog_t program, rpcvers_t version, const timeval &limit);
 
 }  // namespace faxtray

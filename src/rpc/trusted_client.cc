@@ -1,5 +1,5 @@
-// Two questions: who has registered the program, which the port mapper knows, and who listens on its port now,
-// which the kernel knows.
+// Two questions: who has registered the program, which the port mapper knows, and who listens on its port
+// now, which the kernel knows.
 #include "rpc/trusted_client.h"
 
 #include <netinet/in.h>
@@ -17,8 +17,8 @@
 namespace faxtray {
 
 // Looks for listeners on `port` in one of the kernel's lists of sockets, whose lines begin
-// "N: ADDRESS:PORT ADDRESS:PORT STATE QUEUES TIMER RETRANSMITS UID" (proc(5)). Counts those of root and of our
-// own user; of any other user, the id goes to *other.
+// "N: ADDRESS:PORT ADDRESS:PORT STATE QUEUES TIMER RETRANSMITS UID" (proc(5)). Counts those of root and of
+// our own user; of any other user, the id goes to *other.
 static void find_listeners(const char *list, u_short port, int *trusted, long *other)
 {
     const file_ptr lines(fopen(list, "re"));

@@ -11,8 +11,8 @@
 
 namespace faxtray {
 
-// Connects to the program on this host within `limit`, like timed_clnt_create. A program that another user has
-// registered, or on whose port another user listens, counts as not registered: null with
+// Connects to the program on this host within `limit`, like timed_clnt_create. A program that another user
+// has registered, or on whose port another user listens, counts as not registered: null with
 // RPC_PROGNOTREGISTERED, and `*stranger` says in a few words whose it is. Otherwise `*stranger` is empty.
 CLIENT *trusted_clnt_create(rpcprog_t program, rpcvers_t version, const timeval &limit,
                             std::string *stranger);

@@ -10,10 +10,10 @@
 
 namespace faxtray {
 
-// The body of a command's main(): takes the standard descriptors (see there), sets the locale, ignores SIGPIPE and SIGXFSZ, which would end the program
-// in the middle of an output, and calls `run`. Returns the exit status: that of `run`, or `failed`, with a
-// message on standard error, after an exception or when `run` returned 0 but standard output could not be
-// written whole.
+// The body of a command's main(): takes the standard descriptors (see there), sets the locale, ignores
+// SIGPIPE and SIGXFSZ, which would end the program in the middle of an output, and calls `run`. Returns the
+// exit status: that of `run`, or `failed`, with a message on standard error, after an exception or when `run`
+// returned 0 but standard output could not be written whole.
 int run_command(int argc, char **argv, int (*run)(int argc, char **argv), int failed);
 
 // `text` with each byte that the locale cannot print as "\xNN" and each "\" as "\\", so that nothing a

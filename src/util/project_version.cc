@@ -1,4 +1,5 @@
-// PROJECT_VERSION comes from CMake's project(), for this file alone: a new version compiles nothing else again.
+// PROJECT_VERSION comes from CMake's project(), for this file alone: a new version compiles nothing else
+// again.
 #include "util/project_version.h"
 
 namespace faxtray {
