@@ -123,7 +123,7 @@ check() { # RECIPIENT WHERE
         *) fail "$2: left behind: $file" ;;
         esac
     done
-    file=$(cd "$site/work" && ls | grep -v -x -e trayd_log -e exception_log -e access_log -e 'fax_ids\..*') &&
+    file=$(cd "$site/work" && ls | grep -v -x -e trayd_log -e exception_log -e access_log -e 'fax_ids\..*' -e 'trayd_lock\..*') &&
         fail "$2: left behind: work/$file"
     file=$(ls /tmp | grep "^victim.*[^s]$") && fail "$2: left behind: /tmp/$file"
     return 0

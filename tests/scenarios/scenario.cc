@@ -27,8 +27,8 @@ namespace faxtray {
 
 namespace fs = std::filesystem;
 
-static const std::string site_path = "/run/site/", fax_ids_file = "work/fax_ids.localhost";
-static constexpr const char *lock_file = "work/trayd_lock.localhost";
+static const std::string site_path = "/run/site/", fax_ids_file = "work/fax_ids.localhost",
+                         lock_files = "work/trayd_lock.";
 
 static std::string transcript;
 static pid_t daemon_pid = -1;
@@ -133,7 +133,7 @@ static void report_files()
     for (const fs::path &path : paths) {
         const std::string name = path.string().substr(site_path.size());
         const bool is_file = fs::is_regular_file(fs::symlink_status(path));
-        if ((is_file && name.find('/') == name.npos) || name == fax_ids_file || name == lock_file)
+        if ((is_file && name.find('/') == name.npos) || name == fax_ids_file || name.starts_with(lock_files))
             continue;
         const bool is_log =
             std::any_of(std::begin(logs), std::end(logs), [&](const auto &log) { return path == log.path; });
