@@ -5,7 +5,6 @@
 #include <sys/utsname.h>
 #include <unistd.h>
 
-#include <algorithm>
 #include <cerrno>
 #include <cstdio>
 #include <cstring>
@@ -45,9 +44,7 @@ static void warn(const char *path)
 bool instance_lock_is_held(const char *host)
 {
     char path[sizeof dvWork_dir + sizeof utsname::nodename + sizeof "/trayd_lock."];
-    const int directory = snprintf(path, sizeof path, "%s/trayd_lock.", dvWork_dir);
-    snprintf(path + directory, sizeof path - static_cast<size_t>(directory), "%s", host);
-    std::replace(path + directory, path + strlen(path), '/', '_');
+    snprintf(path, sizeof path, "%s/trayd_lock.%s", dvWork_dir, host);
     lock_fd = open(path, O_RDWR | O_CREAT | O_CLOEXEC | O_NOFOLLOW, 0600);
     if (lock_fd >= 0 && lock(F_GETLK))
         return false;
