@@ -7,6 +7,7 @@
 #include <filesystem>
 #include <map>
 #include <random>
+#include <set>
 #include <vector>
 
 #include "support/capture.h"
@@ -38,20 +39,25 @@ struct model_t {
     std::vector<entry> chain;
     time_t mark = 1000;
     u_int check_value = 0;
+    std::set<std::string>
+        dropped;  // since the last complete scan: listed whatever their time if they come back
 
     // The files of `directory` by name; `broken` is one that cannot be read as a fax.
     bool scan(const std::string &directory, const std::map<std::string, time_t> &files,
               const std::string &broken)
     {
         auto gone = [&](const entry &e) { return !files.contains(e.first); };
-        if (auto at = std::find_if(chain.begin(), chain.end(), gone); at != chain.end())
+        if (auto at = std::find_if(chain.begin(), chain.end(), gone); at != chain.end()) {
+            dropped.insert(at->first);
             chain.erase(at);
+        }
         auto before = chain;
         time_t newest = mark;
         for (const auto &file : std::filesystem::directory_iterator(directory)) {
             const std::string name = file.path().filename();
             const entry found(name, name == ".inbox_index" ? 0 : files.at(name));
-            if (found.second <= mark || std::find(before.begin(), before.end(), found) != before.end())
+            if ((found.second <= mark && !dropped.contains(name)) ||
+                std::find(before.begin(), before.end(), found) != before.end())
                 continue;
             if (name == broken)
                 return false;
@@ -60,6 +66,7 @@ struct model_t {
             newest = std::max(newest, found.second);
         }
         mark = newest;
+        dropped.clear();
         check_value = 0;
         for (const entry &e : chain)
             for (char c : e.first)

@@ -210,8 +210,10 @@ static void finish_message(bounded_text &message, bool single)
     message.append(account);
 }
 
-// Delivers to all names. What has been delivered stays delivered if another name fails.
-static in_res_t *deliver(const send_t &send, const char *path, in_res_t &result)
+// Delivers to all names while the fax is the one that was listed: a delivery may take long. What has been
+// delivered stays delivered if another name fails.
+static in_res_t *deliver(const send_t &send, const user_node_t &node, faxid_t faxid, const char *path,
+                         in_res_t &result)
 {
     char **names = nullptr;
     const int count = split(send.names, ',', &names);
@@ -228,8 +230,16 @@ static in_res_t *deliver(const send_t &send, const char *path, in_res_t &result)
     bool failed = false;
     // One note for a whole group, since each costs a write to the disk.
     note_begin();
-    for (int i = 0; i < count; i++)  // one failure does not stop the others
-        failed |= !serve(names[i], path, send.single, message);
+    for (int i = 0; i < count; i++) {  // one failure does not stop the others
+        if (i == 0 || is_there_as_listed(node.index, faxid, path)) {
+            failed |= !serve(names[i], path, send.single, message);
+            continue;
+        }
+        failed = true;
+        add_failure(message, names[i], send.single);
+        log_and_trace({ELOG_WARNING, elog_file_and_stderr},
+                      "deliver_fax_1_svc: file \"%s\" has changed: not delivered to '%s'\n", path, names[i]);
+    }
     note_end();
     if (!failed)
         return reply(result, RES_DELIVER);
@@ -260,7 +270,7 @@ in_res_t *deliver_fax_1_svc(client_deliver_req_t *request, svc_req *) noexcept
     const av_list_t *entry = find_recipient(request->recipients, result);
     if (!entry)
         return &result;
-    return deliver(choose_send(entry, request->recipients), path, result);
+    return deliver(choose_send(entry, request->recipients), *node, request->faxid, path, result);
 }
 
 }  // namespace faxtray

@@ -323,42 +323,6 @@ static constexpr char not_regular[] = "Not a regular file";
 static constexpr char included_before[] = "File included in previous index update";
 static constexpr char too_young[] = "File newer than this update time";
 
-// Drops the first listed file that is gone, and remembers what it sees of those before it. Kept: one a scan;
-// clients that page through the index would otherwise lose several ids at once.
-static void drop_vanished(scan_t &scan)
-{
-    for (const file_node_t *node = scan.index->head; node; node = node->next) {
-        const char *path = scan.dir.select(node->name);
-        if (!path) {
-            fprintf(stderr, "Trayd: Warning: Can't create file path.\n");
-            continue;
-        }
-        struct stat st;
-        if (scan.dir.status(&st) && scan.reader.may(st, S_IFREG, "r")) {
-            // A file changed in place is listed a second time, as a new fax: see skip_reason.
-            if (st.st_mtime <= scan.user->scan_mark || st.st_mtime == node->mtime)
-                scan.unchanged.insert(node->name);
-            else
-                scan.changed.emplace(node->name, st);
-        } else if (!is_readable_file(path)) {  // by path: the directory may not be open
-            drop_file_node(scan.index, node->faxid);
-            return;
-        }
-    }
-}
-
-// Remembers the files that are listed although above the mark: a scan that fails keeps what it has added, but
-// does not raise the mark.
-static void note_above_mark(scan_t &scan)
-{
-    time_t mark = scan.user->scan_mark;
-    if (!scan.index->tail || scan.index->tail->mtime <= mark)
-        return;
-    for (const file_node_t *node = scan.index->head; node; node = node->next)
-        if (node->mtime > mark)
-            scan.above_mark.emplace(node->name, node->mtime);
-}
-
 // Frees the dropped nodes for which `done` is true.
 template <class Done> static void free_dropped(fax_index_t *index, Done done)
 {
@@ -379,13 +343,62 @@ static void note_dropped(scan_t &scan)
     size_t count = 0;
     for (const file_node_t *node = scan.index->dropped; node; node = node->next)
         count++;
-    scan.dropped = name_set_t(count);
+    scan.dropped = name_set_t(count + 1);  // and the one that this scan may drop
     free_dropped(scan.index, [&](const char *name) {
         const bool known = scan.dropped.contains(name);
         if (!known)
             scan.dropped.insert(name);
         return known;
     });
+}
+
+// Whether a node of that name was dropped because another file is there, and this node is not that file's
+// either.
+static bool is_stale(const scan_t &scan, const file_node_t *node, const struct stat &st)
+{
+    return scan.index->dropped && scan.dropped.contains(node->name) &&
+           !(scan.index->places.at(node->faxid).file == file_identity_t(st));
+}
+
+// Drops the first listed file that is gone, and remembers what it sees of the others. Kept: one a scan;
+// clients that page through the index would otherwise lose several ids at once.
+static void drop_vanished(scan_t &scan)
+{
+    bool dropped = false;
+    for (const file_node_t *node = scan.index->head, *next; node; node = next) {
+        next = node->next;
+        const char *path = scan.dir.select(node->name);
+        if (!path) {
+            fprintf(stderr, "Trayd: Warning: Can't create file path.\n");
+            continue;
+        }
+        struct stat st;
+        if (scan.dir.status(&st) && scan.reader.may(st, S_IFREG, "r")) {
+            // A file changed in place is listed a second time, as a new fax: see skip_reason.
+            if (is_stale(scan, node, st))
+                continue;
+            if (st.st_mtime <= scan.user->scan_mark || st.st_mtime == node->mtime)
+                scan.unchanged.insert(node->name);
+            else
+                scan.changed.emplace(node->name, st);
+        } else if (!dropped && !is_readable_file(path)) {  // by path: the directory may not be open
+            dropped = true;
+            scan.dropped.insert(node->name);
+            drop_file_node(scan.index, node->faxid);
+        }
+    }
+}
+
+// Remembers the files that are listed although above the mark: a scan that fails keeps what it has added, but
+// does not raise the mark.
+static void note_above_mark(scan_t &scan)
+{
+    time_t mark = scan.user->scan_mark;
+    if (!scan.index->tail || scan.index->tail->mtime <= mark)
+        return;
+    for (const file_node_t *node = scan.index->head; node; node = node->next)
+        if (node->mtime > mark)
+            scan.above_mark.emplace(node->name, node->mtime);
 }
 
 // Sets the mtime of the marker to now and computes the cut-off from it: files are compared with the clock of
@@ -541,6 +554,7 @@ static time_t add_found(scan_t &scan)
 // update_index; may throw std::bad_alloc, the index then being as it was but for a vanished file.
 static bool scan_inbox(scan_t &scan)
 {
+    note_dropped(scan);
     drop_vanished(scan);  // Kept: before the directory is known to be readable
     if (!scan.dir.stream()) {
         report_as_program("update_index: opendir(\"%s\"): %s\n", scan.user->inbox,
@@ -550,7 +564,6 @@ static bool scan_inbox(scan_t &scan)
     if (!touch_marker(scan))
         return false;
     note_above_mark(scan);
-    note_dropped(scan);
 
     bool complete = visit_all(scan);
     time_t newest = add_found(scan);
