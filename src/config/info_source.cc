@@ -62,9 +62,9 @@ list_look_t source_look(info_source_t &source, const char *path)
         return report_writer(source);
     source.written_since = 0;
     source.writer_reported = false;
-    const struct timespec &before = source.failed.st_mtim, &now = source.read.status.st_mtim;
-    const bool repeated =
-        source.read_error == source.failure && before.tv_sec == now.tv_sec && before.tv_nsec == now.tv_nsec;
+    const struct timespec &mtime = source.read.status.st_mtim;
+    const bool repeated = source.read_error == source.failure && mtime.tv_sec == source.failed.tv_sec &&
+                          mtime.tv_nsec == source.failed.tv_nsec;
     return {source.read_error, !repeated};
 }
 
@@ -101,7 +101,9 @@ bool source_open_file(info_source_t &source, const char *path)
     if (source.read_error < 0)
         source_look(source, path);
     source.failure = std::exchange(source.read_error, -1);
-    (source.failure ? source.failed : source.last) = source.read.status;
+    source.failed = source.read.status.st_mtim;
+    if (source.failure == 0)
+        source.last = source.read.status;
 
     c_string found;
     path = locate(source, path, &found);

@@ -45,8 +45,8 @@ struct info_source_t {
     steady_copy_t read = {};       // by the last look, for the next open
     int read_error = -1;           // of that look; -1: there is none to take
     struct stat last = {};         // of the file last opened
-    struct stat failed = {};       // of the file that the last open could not read
-    int failure = 0;               // why it could not
+    int failure = 0;               // why the last open could not read the file, 0 if it could
+    struct timespec failed = {};   // that file's mtime
     time_t written_since = 0;      // when the first look found the file being written; 0: the last did not
     bool writer_reported = false;  // as news
 };

@@ -435,9 +435,39 @@ static bool is_old_failure(const list_look_t &look)
     return look.is_no_news() && look.error != EBUSY;
 }
 
+// A new site needs no user list: the built-in records serve. Later they must not take the users' place, since
+// anybody can log in as the built-in administrator.
+static bool is_usable(const list_look_t &look, const user_list_t &user_list)
+{
+    return look.error == 0 || (look.error == ENOENT && !user_list.from_file);
+}
+
+// Returns 0, with messages, if the users stay as they are.
+static int read_users(const list_look_t &look, user_list_t *user_list, const char *path)
+{
+    user_list_t nobody;  // a file that cannot be read is loaded for its messages
+    const bool usable = is_usable(look, *user_list);
+    if (load_user_list(usable ? user_list : &nobody, path) && usable) {
+        user_list->from_file = look.error == 0;
+        return 1;
+    }
+    refresh_failure(__LINE__, "%s: Problem loading user info file: [%s].\n", refresh, ui_location(path));
+    return 0;
+}
+
+// Returns 0, with messages, if the incoming inboxes stay as they are and that is news.
+static int read_modems(const list_look_t &look, inbox_list_t *incoming_nodes, const char *path)
+{
+    inbox_list_t nothing;
+    if (is_old_failure(look) || load_incoming_list(look.error ? &nothing : incoming_nodes, path))
+        return 1;
+    refresh_failure(__LINE__, "%s: Problem loading modem info file: [%s].\n", refresh, mi_location(path));
+    return 0;
+}
+
 // Reads both files, whether or not they have changed, before anything is replaced: only what could be read
-// replaces what there was. Returns 1, or 0 if the lists are not as the files say, and not for a reason that
-// was logged before; as long as the lists were never complete, always 0.
+// replaces what there was. Returns 1, or 0 if the lists are not as the files say, unless that was reported
+// before; as long as the lists were never complete, always 0.
 static int read_lists(inbox_list_t *incoming_nodes, user_list_t *user_list, const char *user_path,
                       const char *modem_path)
 {
@@ -446,6 +476,8 @@ static int read_lists(inbox_list_t *incoming_nodes, user_list_t *user_list, cons
     if (is_old_failure(modems) && !ui_stale(user_path))
         return user_list->complete;
     const list_look_t entries = ui_look(user_path);
+    if (is_old_failure(entries) && !is_usable(entries, *user_list))
+        return user_list->complete;
     if (modems.error == EBUSY || entries.error == EBUSY) {
         note_writer(entries, ui_location(user_path));
         note_writer(modems, mi_location(modem_path));
@@ -454,30 +486,12 @@ static int read_lists(inbox_list_t *incoming_nodes, user_list_t *user_list, cons
         return user_list->complete;
     }
 
-    // A new site needs no user list: the built-in records serve. Later they must not take the users' place,
-    // since anybody can log in as the built-in administrator.
-    const bool no_users = entries.error != 0 && (entries.error != ENOENT || user_list->complete);
-    if (no_users && !entries.news)
-        return user_list->complete;
-    user_list_t nobody;  // for the messages of a file that cannot be read
-    if (!load_user_list(no_users ? &nobody : user_list, user_path) || no_users) {
-        refresh_failure(__LINE__, "%s: Problem loading user info file: [%s].\n", refresh,
-                        ui_location(user_path));
+    if (!read_users(entries, user_list, user_path))
         return 0;
-    }
-    int result = 1;
-    inbox_list_t nothing;
-    if (is_old_failure(modems)) {
-        // The incoming inboxes stay.
-    } else if (load_incoming_list(modems.error ? &nothing : incoming_nodes, modem_path)) {
-        user_list->complete = true;
-    } else {
-        refresh_failure(__LINE__, "%s: Problem loading modem info file: [%s].\n", refresh,
-                        mi_location(modem_path));
-        result = 0;
-    }
+    const int read = read_modems(modems, incoming_nodes, modem_path);
+    user_list->complete = user_list->complete || (read && modems.error == 0);
     user_list->unsettled = user_list->complete;
-    return result && user_list->complete;
+    return read && user_list->complete;
 }
 
 // Rebuilds what depends on both lists, after incoming inboxes were, since forwarders claim them. Once only

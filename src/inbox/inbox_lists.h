@@ -16,6 +16,7 @@ struct user_list_t {
     av_table_t metausers;  // "default" and "admin"
     recipients_t recipients;
     u_int check_value = 0;   // of users and recipients together; never 0 once loaded
+    bool from_file = false;  // as it was last loaded; else it holds the built-in records only
     bool complete = false;   // this list and the incoming inboxes have been loaded once
     bool unsettled = false;  // it was loaded, and inboxes and forwarders do not follow it yet
 };
