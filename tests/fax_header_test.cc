@@ -38,6 +38,15 @@ static std::pair<std::string, std::string> read_bytes(const std::string &bytes)
     EXPECT_EQ(find_fax_header_values(block.data(), block.size(), names, values, 2), list != nullptr);
     for (int i = 0; i < 2; i++)
         EXPECT_STREQ(values[i], get_fax_header_value(list.get(), names[i])) << names[i];
+
+    // From the file without a list, too, with the same messages.
+    capture_stdout quiet;
+    capture_stderr again;
+    const c_string text = read_fax_header_values(fd.get(), names, values, 2);
+    EXPECT_EQ(again.text(), messages);
+    EXPECT_EQ(!text, !list);
+    for (int i = 0; i < 2 && text; i++)
+        EXPECT_STREQ(values[i], get_fax_header_value(list.get(), names[i])) << names[i];
     std::string pairs;
     for (const fax_header_t *pair = list.get(); pair; pair = pair->next)
         pairs += std::string(pair->name) + "=" + pair->value + "|";

@@ -265,21 +265,27 @@ static string_view text_block(const char *file, size_t n)
     return string_view(file + preamble_size, length - 1);
 }
 
-bool find_fax_header_values(char *bytes, size_t n, const char *const *names, const char **values,
-                            size_t count)
+// Finds the values of `count` names in a text block and puts a NUL after each, over its line feed or whatever
+// ends it. Of a name that occurs twice the later value counts, as in a list.
+static fault find_values(char *bytes, string_view text, const char *const *names, const char **values,
+                         size_t count)
 {
     std::fill_n(values, count, nullptr);
     string_view bad;
-    // Of a name that occurs twice the later value counts, as in a list.
-    auto keep = [&](string_view name, string_view value) {
+    return each_attribute(text, &bad, [&](string_view name, string_view value) {
         const char *const *wanted = std::find(names, names + count, name);
         if (wanted != names + count) {
             values[wanted - names] = value.data();
-            bytes[value.data() + value.size() - bytes] = '\0';  // over the line feed, NUL or terminator
+            bytes[value.data() + value.size() - bytes] = '\0';
         }
         return true;
-    };
-    return each_attribute(text_block(bytes, n), &bad, keep) == fault::none;
+    });
+}
+
+bool find_fax_header_values(char *bytes, size_t n, const char *const *names, const char **values,
+                            size_t count)
+{
+    return find_values(bytes, text_block(bytes, n), names, values, count) == fault::none;
 }
 
 // Reads the preamble at the start of the file. Returns the length of the text block, or 0 with a message.
@@ -319,12 +325,9 @@ static bool is_sound_length(int fd, size_t length)
            pread(fd, &last, 1, static_cast<off_t>(preamble_size + length - 1)) == 1 && last == terminator;
 }
 
-// Reads the text block whole, then parses it in place.
-fax_header_t *read_fax_header(int fd)
+// Reads the text block and puts a NUL in the place of its terminator. Null with a message.
+static c_string read_text(int fd, size_t length)
 {
-    size_t length = read_text_length(fd);
-    if (length == 0)
-        return nullptr;
     if (!is_sound_length(fd, length)) {
         complain("read_fax_header: Bad fax file: Corrupted header\n");
         return nullptr;
@@ -340,19 +343,21 @@ fax_header_t *read_fax_header(int fd)
         return nullptr;
     }
     *end = '\0';  // so that even a last line without its line feed ends
+    return text;
+}
 
-    // What was built so far is freed with the builder when the block is refused.
-    header_builder header;
-    string_view bad;
-    switch (each_attribute(string_view(text.get(), length - 1), &bad,
-                           [&](string_view name, string_view value) { return header.put(name, value); })) {
+// Reports a fault of the text that begins at `text`; two messages each, as if set_fax_header_string had been
+// called. False if there is none.
+static bool complain_of(fault found, char *text, string_view bad)
+{
+    switch (found) {
     case fault::none:
-        return header.release();
+        return false;
     case fault::empty:
         complain("read_fax_header: Empty Header - probably corrupted\n");
-        return nullptr;
-    case fault::bad_pair:  // two messages each, as if set_fax_header_string had been called
-        text.get()[bad.data() + bad.size() - text.get()] = '\0';
+        return true;
+    case fault::bad_pair:
+        text[bad.data() + bad.size() - text] = '\0';
         complain_bad_pair(bad.data());
         break;
     case fault::no_memory:
@@ -360,7 +365,45 @@ fax_header_t *read_fax_header(int fd)
         break;
     }
     complain("read_fax_header: set_fax_header_string failure\n");
-    return nullptr;
+    return true;
+}
+
+// The text block, without its terminator, and its length, once every line is known to be sound: a list of
+// 300,000 attributes is not built to be thrown away. Null with a message.
+static c_string read_sound_text(int fd, size_t *length)
+{
+    *length = read_text_length(fd);
+    c_string text = *length > 0 ? read_text(fd, *length) : nullptr;
+    if (!text)
+        return nullptr;
+    string_view bad;
+    const fault found =
+        each_attribute({text.get(), --*length}, &bad, [](string_view, string_view) { return true; });
+    return complain_of(found, text.get(), bad) ? nullptr : std::move(text);
+}
+
+fax_header_t *read_fax_header(int fd)
+{
+    size_t length = 0;
+    const c_string text = read_sound_text(fd, &length);
+    if (!text)
+        return nullptr;
+    // What was built so far is freed with the builder if memory is short.
+    header_builder header;
+    string_view bad;
+    const fault found = each_attribute({text.get(), length}, &bad, [&](string_view name, string_view value) {
+        return header.put(name, value);
+    });
+    return complain_of(found, text.get(), bad) ? nullptr : header.release();
+}
+
+c_string read_fax_header_values(int fd, const char *const *names, const char **values, size_t count)
+{
+    size_t length = 0;
+    c_string text = read_sound_text(fd, &length);
+    if (text)
+        find_values(text.get(), {text.get(), length}, names, values, count);
+    return text;
 }
 
 // Writing

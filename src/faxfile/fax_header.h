@@ -31,9 +31,14 @@ fax_header_t *read_fax_header(int fd);
 // Finds the values of `count` names in the first `n` bytes of a file, for scans that want a few values of
 // many files. values[i] points into `bytes`, which are changed: a NUL is put after each value. It is null if
 // there is no attribute of that name. Allocates nothing, prints nothing. False if the bytes hold no whole and
-// sound header; read_fax_header then reports why, or reads the rest.
+// sound header; read_fax_header_values then reports why, or reads the rest.
 bool find_fax_header_values(char *bytes, size_t n, const char *const *names, const char **values,
                             size_t count);
+
+// The same from a file, with the messages of read_fax_header: for headers that are longer than a few blocks.
+// Returns the text that the values point into, or null. A header with very many attributes takes much less
+// time and memory than as a list.
+c_string read_fax_header_values(int fd, const char *const *names, const char **values, size_t count);
 
 // Writes preamble and text block at offset 0, in one write; page data are not moved. Returns 1, or -1 with a
 // message on both streams. Nothing is written if the list would not read back (a colon or line feed in a

@@ -168,17 +168,16 @@ static file_node_t *create_node(unique_fd fd, const char *path, const char *name
         return describe_file(path, name, st, nullptr, complaints);
 
     const char *values[SHOWN_ATTRS];
-    if (find_fax_header_values(block, static_cast<size_t>(n), shown_attrs, values, SHOWN_ATTRS))
-        return describe_file(path, name, st, values, complaints);
-    // The header is longer than the block, or corrupt: the thorough way reads it all, or says what is wrong.
-    fax_header_ptr header(read_fax_header(fd.get()));
-    if (!header) {
-        complaints.is_in_log();  // by read_fax_header
-        complaints.add("", "create_file_node: read_fax_header(\"%s\") failed", path);
-        return nullptr;
+    c_string text;  // of a header that is longer than the block
+    if (!find_fax_header_values(block, static_cast<size_t>(n), shown_attrs, values, SHOWN_ATTRS)) {
+        // Longer, or corrupt: the thorough way reads it all, or says what is wrong.
+        text = read_fax_header_values(fd.get(), shown_attrs, values, SHOWN_ATTRS);
+        if (!text) {
+            complaints.is_in_log();  // by read_fax_header_values
+            complaints.add("", "create_file_node: read_fax_header(\"%s\") failed", path);
+            return nullptr;
+        }
     }
-    for (int i = 0; i < SHOWN_ATTRS; i++)
-        values[i] = get_fax_header_value(header.get(), shown_attrs[i]);
     return describe_file(path, name, st, values, complaints);
 }
 
