@@ -17,7 +17,8 @@ int load_inbox(user_node_t *user);
 // with `error` filled on failure; its message is in a static buffer.
 //   check_value  of the index as the client last saw it; 0: answer in any case
 //   faxid        where the slice begins (how 1) or ends (how 0); 0: it begins at the oldest fax
-//   count        how many faxes at most; 0, negative or above 100: 100
+//   count        how many faxes at most; 0, negative or above 100: 100. Fewer if they exceed max_listing:
+//                with how 1 the newest are left out, with how 0 the oldest
 file_list_t *get_index(user_node_t *user, u_int check_value, int faxid, int how, int count, err_t *error);
 
 // Removes all faxes up to the commit mark, files and nodes. Always returns 1: what cannot be removed, or is

@@ -43,7 +43,7 @@ public:
         add("peer", peer);
     }
 
-    // Adds "key=value", escaped, of a value that is longer the first `most_bytes`; nothing for a null value.
+    // Adds "key=value", the value escaped and cut to `most_bytes`; nothing for a null value.
     void add(const char *key, const char *value, size_t most_bytes = 4096)
     {
         if (!value)
@@ -197,7 +197,7 @@ static void close_windows(time_t now)
 static bool gets_a_line(limit_t &limit)
 {
     static const bool at_exit = atexit([] { close_windows(0); }) == 0;
-    (void)at_exit;  // without it, only the last counts of a run are lost
+    (void)at_exit;  // if that failed, the last counts of this run are lost
     window_t *const others = limit.windows + addresses;
     window_t *window = std::find_if(limit.windows, others, [](const window_t &used) {
         return used.count > 0 && strcmp(used.peer, request.peer) == 0;
