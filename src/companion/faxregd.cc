@@ -23,9 +23,9 @@
 #include "rpc/rpc_service.h"
 #include "rpc/trusted_client.h"
 #include "util/child_process.h"
-#include "util/project_version.h"
 #include "util/settings.h"
 #include "util/standard_descriptors.h"
+#include "util/standard_options.h"
 
 namespace faxtray {
 
@@ -158,11 +158,8 @@ static int faxregd(int argc, char *argv[])
         return start_up_failure;
     bool foreground = false;
     const char *user_list = nullptr, *modem_list = nullptr;
-    static constexpr struct option long_options[] = {{"help", no_argument, nullptr, 'h'},
-                                                     {"version", no_argument, nullptr, 'V'},
-                                                     {nullptr, 0, nullptr, 0}};
     int letter;
-    while ((letter = getopt_long(argc, argv, "M:U:fh", long_options, nullptr)) != -1) {
+    while ((letter = getopt_long(argc, argv, "M:U:fh", help_and_version, nullptr)) != -1) {
         switch (letter) {
         case 'M':
             modem_list = optarg;
@@ -176,7 +173,8 @@ static int faxregd(int argc, char *argv[])
         case 'h':
             return usage(stdout, 0);
         case 'V':
-            return puts(version_text("faxregd").c_str()) >= 0 ? 0 : start_up_failure;
+            puts(version_text("faxregd").c_str());
+            return 0;
         default:
             return usage(stderr, start_up_failure);
         }

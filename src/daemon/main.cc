@@ -126,7 +126,8 @@ static void start_exception_log()
 
 static struct utsname host;
 
-static bool already_running()
+// False, for the caller to return.
+static bool report_running()
 {
     fprintf(stderr, "%s: The inbox server is already running on %s\n", Program, host.nodename);
     return false;
@@ -147,14 +148,14 @@ static bool check_only_instance()
         return false;
     }
     if (instance_lock_is_held(host.nodename) || answers_on(host.nodename) || answers_on("localhost"))
-        return already_running();
+        return report_running();
     return true;
 }
 
 // False, with the same message, if another start was quicker: it may have begun to serve since that check.
 static bool remain_only_instance()
 {
-    return instance_lock_take() || already_running();
+    return instance_lock_take() || report_running();
 }
 
 // Returns in the child only.

@@ -10,8 +10,8 @@
 #include <cstring>
 
 #include "log/exception_log.h"
-#include "util/project_version.h"
 #include "util/settings.h"
+#include "util/standard_options.h"
 #include "util/version_id.h"
 
 namespace faxtray {
@@ -179,7 +179,7 @@ options_t parse_options(int argc, char *argv[]) noexcept
     optind = 0;  // glibc: starts over, also amid a group of letters
     int letter;
     while (options.exit_status < 0 &&
-           (letter = getopt_long(argc, argv, Options, long_options, nullptr)) != -1) {
+           (letter = getopt_long(argc, argv, Options, help_and_version, nullptr)) != -1) {
         // getopt returns '?' both for an unknown letter and for a known one that lacks its argument.
         const bool cut_off = letter == '?' && (is_one_of(value_options, optopt) || optopt == 'L');
         if (cut_off)

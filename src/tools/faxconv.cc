@@ -7,7 +7,7 @@
 #include "tools/pbm.h"
 #include "tools/recode.h"
 #include "util/command_output.h"
-#include "util/project_version.h"
+#include "util/standard_options.h"
 
 namespace faxtray {
 

@@ -5,7 +5,8 @@ namespace faxtray {
 
 // The first act of every program. Whoever starts it may have closed standard input, output or error; the next
 // file or socket would get that number, and messages would be written into it. A closed one is opened on
-// /dev/null, in a way that using it still fails with EBADF. False with errno if /dev/null cannot be opened.
+// /dev/null, in a way that using it still fails with EBADF. False, with a message on standard error if that
+// is open, when /dev/null is not to be had.
 bool hold_standard_descriptors();
 
 }  // namespace faxtray
