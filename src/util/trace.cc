@@ -224,7 +224,7 @@ static bool read_line(FILE *in, char (&line)[line_size])
 // Finds the first line for the program `name`; the words it lacks are empty.
 static bool find_line(FILE *in, const char *name, config_line &found)
 {
-    char line[line_size];
+    char line[line_size] = "";
     while (read_line(in, line)) {
         if (strlen(line) < 2 || line[0] == '#')
             continue;
