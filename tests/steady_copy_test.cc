@@ -31,7 +31,7 @@ static int read_often(const std::string &path)
 {
     using clock = std::chrono::steady_clock;
     bool was_read = false;
-    for (const auto end = clock::now() + std::chrono::milliseconds(300); clock::now() < end;) {
+    for (const auto end = clock::now() + std::chrono::milliseconds(300); !was_read || clock::now() < end;) {
         steady_copy_t copy;
         char text[64];
         if (read_steady(path.c_str(), {}, &copy) != 0)
@@ -40,7 +40,7 @@ static int read_often(const std::string &path)
         if (whole != std::string(text, fread(text, 1, sizeof text, copy.file.get())))
             return 1;
     }
-    return was_read ? 0 : 2;
+    return 0;
 }
 
 TEST(SteadyCopy, HoldsWhatNobodyIsWritingAndSurvivesWriters)
