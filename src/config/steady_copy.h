@@ -20,8 +20,8 @@ struct steady_copy_t {
 //
 // A writer is one who has the file open for writing: a read lease tells, and makes those who come meanwhile
 // wait until the file is read. Where no lease can be had (another user's file, or a network file system), it
-// is one who changed the same file less than 2 seconds ago. SIGIO is ignored from the first call
-// on, since the kernel sends it to the holder of a lease when a writer comes.
+// is one who changed the same file less than 2 seconds ago. SIGIO is ignored from the first call on, since
+// the kernel sends it to the holder of a lease when a writer comes.
 int read_steady(const char *path, const struct stat &last, steady_copy_t *copy);
 
 }  // namespace faxtray
