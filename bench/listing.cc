@@ -293,6 +293,7 @@ static int run(const char *parent)
     printf("%-28s %7s %10s %10s %7s %12s %9s\n", "", "n", "bare ms", "ours ms", "ratio", "peak KiB",
            "bytes/n");
     Update_slop = 0;
+    snprintf(dvWork_dir, sizeof dvWork_dir, "%s", root.c_str());  // first loads reserve fax ids there
     bench_inbox(1000);
     double at_10000 = bench_inbox(10000);
     double at_100000 = bench_inbox(100000);

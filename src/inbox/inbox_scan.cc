@@ -183,11 +183,16 @@ static file_node_t *create_node(unique_fd fd, const char *path, const char *name
 
 file_node_t *create_file_node(const char *path, const char *name, const struct stat &st)
 {
-    complaints_t complaints;
-    std::string none;
-    file_node_t *node = create_node(open_inbox_file(AT_FDCWD, path), path, name, st, complaints);
-    complaints.conclude(none);
-    return node;
+    try {
+        complaints_t complaints;
+        std::string none;
+        file_node_ptr node(create_node(open_inbox_file(AT_FDCWD, path), path, name, st, complaints));
+        complaints.conclude(none);
+        return node.release();
+    } catch (const std::bad_alloc &) {
+        report("create_file_node: malloc(): %s\n", strerror(ENOMEM));
+        return nullptr;
+    }
 }
 
 // The directory
@@ -578,6 +583,7 @@ static bool scan_inbox(scan_t &scan)
 int update_index(user_node_t *user)
 {
     trprintf("update_index: Updating inbox for user: [%s].\n", inbox_name(user));
+    user->index->complained_again = false;
     try {
         scan_t scan(user);
         const bool complete = scan_inbox(scan);
