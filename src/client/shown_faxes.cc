@@ -162,8 +162,8 @@ bool shown_faxes::differs(const fax_entry &now)
 
 void shown_faxes::replace(const std::deque<fax_entry> &listed)
 {
+    const unique_fd locked = lock(cache_directory());
     load();
-    const unique_fd locked = lock(directory_);
     const std::map<faxid_t, shown_fax_t> before = std::exchange(faxes_, {});
     for (const fax_entry &fax : listed)
         insert(fax.id, record_of(fax));
@@ -175,9 +175,8 @@ void shown_faxes::add(const fax_entry &fax)
 {
     if (loaded_ && faxes_.contains(fax.id) && !differs(fax))
         return;
-    load();
-    const unique_fd locked = lock(directory_);
-    load();  // another client may have changed it before it was our turn
+    const unique_fd locked = lock(cache_directory());
+    load();  // again, if it was: another client may have added to it before it was our turn
     insert(fax.id, record_of(fax));
     save();
 }
