@@ -17,8 +17,6 @@
 namespace faxtray {
 
 static constexpr char Options[] = "DR:M:U:L:W:bd:fhil:";
-static constexpr struct option long_options[] = {
-    {"help", no_argument, nullptr, 'h'}, {"version", no_argument, nullptr, 'V'}, {nullptr, 0, nullptr, 0}};
 static constexpr char value_options[] = "MURlWd";  // options that require an argument; -L may lack its own
 static constexpr int32_t default_slop = 60;
 static constexpr int start_up_failure = 10;  // exit status
