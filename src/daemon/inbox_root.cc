@@ -7,6 +7,7 @@
 #include <cstdio>
 #include <cstring>
 
+#include "inbox/inbox_lists.h"
 #include "util/owned.h"
 #include "util/paths.h"
 #include "util/text.h"
@@ -56,6 +57,14 @@ int mk_inbox_root(const av_list_t *metausers)
         return 1;
     fprintf(stderr, "mk_inbox_root: Inbox root is not a directory: [%s].\n", path.get());
     return 0;
+}
+
+int load_first_lists(bool *has_root)
+{
+    const int read = read_lists();
+    // Without a user list there is no name yet: somebody may be writing it.
+    *has_root = User_list.metausers.head() && mk_inbox_root(User_list.metausers.head());
+    return settle_users() && read;
 }
 
 }  // namespace faxtray

@@ -211,21 +211,14 @@ static void cv_svc_run()
     fprintf(stderr, "cv_svc_run: select: %s\n", strerror(EBADF));
 }
 
-static void note_list_problem()
-{
-    log_only({ELOG_WARNING, elog_file_and_stderr}, "Problem creating inbox lists.\n");
-}
-
 // Failures are only logged: the daemon serves as well as it can, and every request tries again.
 static void load_lists()
 {
-    if (!read_lists())
-        note_list_problem();
-    // The root's name is in the user list, and the inboxes are created below it.
-    if (!mk_inbox_root(User_list.metausers.head()))
+    bool has_root = false;
+    if (!load_first_lists(&has_root))
+        log_only({ELOG_WARNING, elog_file_and_stderr}, "Problem creating inbox lists.\n");
+    if (!has_root)
         log_only({ELOG_WARNING, elog_file_and_stderr}, "Problem creating faxtray root.\n");
-    if (!settle_users())
-        note_list_problem();
     // What was logged may have asked the registry; the first request asks it again.
     regd_forget_timeout();
 }

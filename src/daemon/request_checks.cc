@@ -4,6 +4,7 @@
 #include <cstdlib>
 #include <cstring>
 
+#include "daemon/inbox_root.h"
 #include "daemon/replies.h"
 #include "inbox/caller.h"
 #include "inbox/forwarders.h"
@@ -20,7 +21,8 @@ const char *name_of(const pw_req_t *pw)
 
 bool refresh_lists(in_res_t &result)
 {
-    if (update_lists())
+    bool has_root;
+    if (User_list.complete ? update_lists() : load_first_lists(&has_root))
         return true;
     error_reply(result, IE_STATE, 0, "Trayd: Can't update user info.");
     return false;
