@@ -58,6 +58,11 @@ def read_changes(folders):
         changes += found
     for change in changes:
         change["folder"] = pathlib.Path(change["file"]).parent.name
+        text = (TOP / change["file"]).read_text()
+        if text.count(change["old"]) != 1:  # part of a line, then
+            change["old"], change["new"] = change["old"].removesuffix("\n"), change["new"].removesuffix("\n")
+        if text.count(change["old"]) != 1:
+            sys.exit(f"mutate: {change['file']} does not have the text of \"{change['what']}\" exactly once")
     unknown = set(folders) - {change["folder"] for change in changes}
     if unknown:
         sys.exit(f"mutate: no changes for {', '.join(sorted(unknown))}")
@@ -123,13 +128,7 @@ def try_change(change, limit):
     """What becomes of one change, and what noticed it or why it could not be tried."""
     if change:
         path = pathlib.Path(change["file"])
-        text = path.read_text() if path.exists() else ""
-        old, new = change["old"], change["new"]
-        if text.count(old) != 1:  # part of a line, then
-            old, new = old.removesuffix("\n"), new.removesuffix("\n")
-        if text.count(old) != 1:
-            return "does not apply", f"the old text occurs {text.count(old)} times"
-        path.write_text(text.replace(old, new))
+        path.write_text(path.read_text().replace(change["old"], change["new"]))
     built = subprocess.run(["ninja", "-C", "build", "-j", "1"], stdin=subprocess.DEVNULL, stdout=subprocess.PIPE,
                            stderr=subprocess.STDOUT, text=True, env=dict(os.environ, CCACHE_DISABLE="1"))
     if built.returncode != 0:

@@ -51,7 +51,8 @@ packages() {
 }
 
 layout() {
-    git ls-files -z '*.cc' '*.h' | xargs -0 clang-format-14 --dry-run --Werror
+    git ls-files -z '*.cc' '*.h' | xargs -0 clang-format-14 --dry-run --Werror &&
+        python3 scripts/mutate.py --list # each change fits the code
 }
 
 build_sanitized() {
