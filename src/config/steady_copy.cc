@@ -59,8 +59,9 @@ static bool is_too_young(const struct stat &st, bool leased)
     const int64_t second = 1'000'000'000;
     const int64_t age = (now.tv_sec - st.st_mtim.tv_sec) * second + now.tv_nsec - st.st_mtim.tv_nsec;
     // Even with a lease: a second change within this tick would leave the file with the same time, and would
-    // never be noticed. A time in the future says nothing.
-    return leased ? age == 0 : age >= 0 && age < 2 * second;
+    // never be noticed. A time in the future says nothing, unless it is so near that the file's clock is
+    // finer.
+    return leased ? age == 0 : age > -second && age < 2 * second;
 }
 
 static bool is_same_file(const struct stat &a, const struct stat &b)
