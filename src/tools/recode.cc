@@ -1,8 +1,8 @@
 // A copy of the fax is re-coded, and then takes the place of the target: at any moment that is whole, the old
 // file or the new.
 //
-// States on disk: the target as it was and ".faxconv-XXXXXX" beside it (with what change_format makes beside
-// that); then the target alone. Only SIGKILL and a crash leave the others.
+// States on disk: the target as it was and a directory ".faxconv-XXXXXX" beside it, with the copy; then the
+// target alone. Only SIGKILL and a crash leave the directory.
 #include "tools/recode.h"
 
 #include <fcntl.h>
@@ -18,14 +18,13 @@
 #include <utility>
 
 #include "codec/change_format.h"
-#include "disk/files.h"
 #include "disk/flush.h"
-#include "disk/scratch_file.h"
 #include "faxfile/fax_params.h"
 #include "tools/fax_pages.h"
 #include "util/command_output.h"
 #include "util/ending_signals.h"
 #include "util/io.h"
+#include "util/owned.h"
 
 namespace faxtray {
 
@@ -104,40 +103,97 @@ static bool recode_copy(const fax_pages_t &fax, const char *path, int df, const 
     return false;
 }
 
+// Files.
+
+// Copies what is left to read of one file to another. False with errno.
+static bool copy_rest(int from, int to)
+{
+    char block[65536];
+    ssize_t n;
+    while ((n = read_full(from, block, sizeof block)) > 0)
+        if (!write_full(to, block, static_cast<size_t>(n)))
+            return false;
+    return n == 0;
+}
+
+namespace {
+
+// A directory of ours for the copy. Root re-codes faxes in directories of users, who could put a link under
+// any name there, also under this directory's: it is reached by its descriptor.
+class work_directory {
+public:
+    ~work_directory()
+    {
+        unlink(copy().c_str());
+        rmdir(path_.c_str());
+    }
+    // False with errno.
+    bool make_beside(const std::string &target)
+    {
+        const size_t slash = target.rfind('/');
+        std::string path = target.substr(0, slash == std::string::npos ? 0 : slash + 1) + ".faxconv-XXXXXX";
+        if (!mkdtemp(path.data()))
+            return false;
+        path_ = path;
+        fd_.reset(open(path.c_str(), O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC));
+        struct stat status;
+        return fd_ && fstat(fd_.get(), &status) == 0 && status.st_uid == geteuid();
+    }
+    std::string copy() const { return "/proc/self/fd/" + std::to_string(fd_.get()) + "/.fax"; }
+
+private:
+    std::string path_;
+    unique_fd fd_;
+};
+
+}  // namespace
+
 // Makes the re-coded fax beside `target`, with the permissions of the fax.
 static bool make_recoded(const fax_pages_t &fax, const std::string &target, int df,
-                         const ending_signals_held &signals, scratch_file *made)
+                         const ending_signals_held &signals, work_directory *work)
 {
-    const size_t slash = target.rfind('/');
-    std::string beside = target.substr(0, slash == std::string::npos ? 0 : slash + 1) + ".faxconv-XXXXXX";
-    if (!unique_fd(mkostemp(beside.data(), O_CLOEXEC)))
+    struct stat status;
+    if (!work->make_beside(target))
         return complain(target, "can't create a file beside it");
-    *made = scratch_file(std::move(beside));
-    if (!copy(fax.path.c_str(), made->path()))
-        return complain(target, "can't copy the fax beside it");
-    return recode_copy(fax, made->path(), df, signals);
+    {
+        const unique_fd copy(open(work->copy().c_str(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, 0600));
+        if (!copy || lseek(fax.fd.get(), 0, SEEK_SET) != 0 || !copy_rest(fax.fd.get(), copy.get()) ||
+            fstat(fax.fd.get(), &status) != 0 || fchmod(copy.get(), status.st_mode & 0777) != 0)
+            return complain(target, "can't copy the fax beside it");
+    }
+    return recode_copy(fax, work->copy().c_str(), df, signals);
 }
 
 // Puts the re-coded fax at `target`. Flushing may take long, so the last look for a signal comes after it.
 // False, with a message unless a signal came.
-static bool put_recoded(const std::string &target, const ending_signals_held &signals, scratch_file *made)
+static bool put_recoded(const std::string &target, const ending_signals_held &signals,
+                        const work_directory &work)
 {
     // A fax that had the coding already was only copied, so the flush is still to be done.
-    unique_fd fd(open(made->path(), O_RDONLY | O_CLOEXEC));
+    unique_fd fd(open(work.copy().c_str(), O_RDONLY | O_CLOEXEC));
     if (!fd || !close_flushed(std::move(fd)))
         return complain(target, "can't create");
     if (signals.one_came())
         return false;
-    if (rename(made->path(), target.c_str()) != 0 || !sync_directory_of(target.c_str()))
-        return complain(target, "can't create");
-    made->keep();
-    return true;
+    return (rename(work.copy().c_str(), target.c_str()) == 0 && sync_directory_of(target.c_str())) ||
+           complain(target, "can't create");
+}
+
+// Gives the re-coded fax owner and mode of the old one. Root re-codes faxes that belong to others; they must
+// be able to read them afterwards.
+static bool give_identity(const struct stat &old, const work_directory &work)
+{
+    const unique_fd fd(open(work.copy().c_str(), O_RDONLY | O_CLOEXEC));
+    return fd && (geteuid() != 0 || fchown(fd.get(), old.st_uid, old.st_gid) == 0) &&
+           fchmod(fd.get(), old.st_mode & 07777) == 0;  // last: fchown clears some bits
 }
 
 bool recode_in_place(const std::string &path, int df, bool force)
 {
     fax_pages_t fax;
-    struct stat status;
+    struct stat old, now;
+    // The file itself is replaced, not a link to it.
+    const c_string file(realpath(path.c_str(), nullptr));
     if (!open_fax_pages(path, &fax))
         return false;
     if (fax.df == df)
@@ -146,30 +202,17 @@ bool recode_in_place(const std::string &path, int df, bool force)
     if (!is_counted_whole(&fax) && !force)
         return complain(path, "left as it was", "--force drops them, --to makes a file without them");
 
-    // The file itself is replaced, not a link to it.
-    const c_string file(realpath(path.c_str(), nullptr));
-    if (!file || fstat(fax.fd.get(), &status) < 0)
-        return complain(path, "can't find it");
     const ending_signals_held until_done;
-    scratch_file made;
-    if (!make_recoded(fax, file.get(), df, until_done, &made))
+    work_directory work;
+    if (!file || fstat(fax.fd.get(), &old) < 0)
+        return complain(path, "can't find it");
+    if (!make_recoded(fax, file.get(), df, until_done, &work))
         return false;
-    // Root re-codes faxes that belong to others; they must be able to read them afterwards.
-    if (geteuid() == 0 && chown(made.path(), status.st_uid, status.st_gid) != 0)
-        return complain(path, "can't set the owner");
-    if (chmod(made.path(), status.st_mode & 07777) != 0)  // last: chown clears some bits
-        return complain(path, "can't set the mode");
-    return put_recoded(file.get(), until_done, &made);
-}
-
-// Copies the file to standard output.
-static bool print_file(const unique_fd &fd)
-{
-    char block[65536];
-    for (ssize_t n; (n = read(fd.get(), block, sizeof block)) != 0;)
-        if (n < 0 || !write_full(STDOUT_FILENO, block, static_cast<size_t>(n)))
-            return complain("standard output", "can't write the fax");
-    return true;
+    if (!give_identity(old, work))
+        return complain(path, "can't set owner and mode");
+    if (lstat(file.get(), &now) != 0 || now.st_ino != old.st_ino || now.st_dev != old.st_dev)
+        return complain(path, "left as it is", "it has been replaced meanwhile");
+    return put_recoded(file.get(), until_done, work);
 }
 
 // The re-coded fax has no place of its own: it is made where temporary files go.
@@ -179,13 +222,13 @@ static bool recode_to_output(const fax_pages_t &fax, int df)
     unique_fd fd;
     {
         const ending_signals_held until_made;
-        scratch_file made;
+        work_directory work;
         if (!make_recoded(fax, std::string(directory && *directory ? directory : "/tmp") + "/", df,
-                          until_made, &made))
+                          until_made, &work))
             return false;
-        fd.reset(open(made.path(), O_RDONLY | O_CLOEXEC));
+        fd.reset(open(work.copy().c_str(), O_RDONLY | O_CLOEXEC));
     }
-    return fd ? print_file(fd) : complain(fax.path, "can't read it as re-coded");
+    return copy_rest(fd.get(), STDOUT_FILENO) || complain("standard output", "can't write the fax");
 }
 
 bool recode_to(const std::string &path, const std::string &to, int df)
@@ -204,8 +247,8 @@ bool recode_to(const std::string &path, const std::string &to, int df)
     if (lstat(to.c_str(), &status) == 0 && !S_ISREG(status.st_mode))
         return complain(to, "can't replace", "it is no regular file");
     const ending_signals_held until_done;
-    scratch_file made;
-    return make_recoded(fax, to, df, until_done, &made) && put_recoded(to, until_done, &made);
+    work_directory work;
+    return make_recoded(fax, to, df, until_done, &work) && put_recoded(to, until_done, work);
 }
 
 }  // namespace faxtray
