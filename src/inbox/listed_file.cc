@@ -137,10 +137,10 @@ bool is_there_as_listed(fax_index_t *index, faxid_t faxid, const char *path)
     return refuse_other_file(index, faxid);
 }
 
-// Linux removes a name whatever it denotes by now. Nothing but the two calls lies between the look at the
-// file and its removal; a file that is put there in these microseconds is lost. Renaming the file to a name
-// of our own first and looking at it there would leave no such gap, but a crash then leaves a fax under a
-// name that its owner does not know, which may be the wrong file.
+// Linux has no call that removes a name only while it denotes a given file, so nothing lies between the look
+// at the file and its removal; a file that is moved there in those microseconds is lost. Renaming the file
+// aside and looking at it there would leave no such gap, but a crash would leave a fax, perhaps the wrong
+// one, under a name by which nobody looks for it.
 static bool unlink_listed(fax_index_t *index, faxid_t faxid, const char *path)
 {
     struct stat st;
