@@ -29,9 +29,9 @@ public:
 
     // Whether the fax of this id had another name, size or time when it was last shown.
     bool differs(const fax_entry &now);
-    void
-    replace(const std::deque<fax_entry> &listed);  // a whole listing is shown; what was shown before is not
-    void add(const fax_entry &fax);                // one fax is shown
+    // A whole listing is shown; what was shown before is forgotten.
+    void replace(const std::deque<fax_entry> &listed);
+    void add(const fax_entry &fax);  // one fax is shown
 
 private:
     std::string path() const { return directory_ + "/" + name_; }

@@ -4,14 +4,12 @@
 // The note is the file "delivery_note.PID.N" in the work directory, locked (flock) by the process that writes
 // it: a note that nobody has locked belongs to a dead process. It names files in two ways:
 //
-//   will make   a path at which a file is about to be made. Recovery removes the file there if it is not the
-//   one
-//               that was there before, is a regular file of our user, and has a name that no fax has:
-//               "ii_..." (which inbox scans skip), "FDF....", "FDM....", "ANY.PID" with the PID of the
-//               process that wrote the note, or any name directly in /tmp;
+//   will make   a path at which a file is about to be made. Recovery removes the file there if it is not
+//               the one that was there before, is a regular file of our user, and has a name that no fax
+//               has: "ii_..." (which inbox scans skip), "FDF....", "FDM....", "ANY.PID" with the PID of
+//               the process that wrote the note, or any name directly in /tmp;
 //   made        a path and a file. Recovery removes the file at the path if it is that very file: same
-//   device,
-//               inode and time of birth.
+//               device, inode and time of birth.
 //
 // So a file that will carry a fax's name is created under one of those names, then noted as `made` under its
 // final name before the rename; a file that someone else put there never has the same identity. A fax that is
