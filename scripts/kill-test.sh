@@ -26,8 +26,9 @@ export PATH=$top/build/bin:$PATH
 work=$(mktemp -d)
 export XDG_CACHE_HOME=$work
 site=$work/site
+victim=victim${work##*.} # the fax; what is made of it in /tmp must not be another run's
 log=$work/log # what the daemon, strace and the client print
-trap 'umount "$site/inboxes/other"; rm -rf "$work" /tmp/victim*' EXIT
+trap 'umount "$site/inboxes/other"; rm -rf "$work" /tmp/$victim*' EXIT
 failures=0
 
 fail() { # WHAT...
@@ -71,10 +72,10 @@ END
 
 # Removes everything delivered. The received fax stays if it is there, since only the file that was listed is delivered.
 clear_site() {
-    rm -rf "$site"/inboxes/*/[!.]* "$site"/incoming/victim[!.]* /tmp/victim*
-    cmp -s "$work/original" "$site/incoming/victim.fax" && return
-    cp "$work/original" "$site/incoming/victim.fax"
-    touch -d '10 minutes ago' "$site/incoming/victim.fax"
+    rm -rf "$site"/inboxes/*/[!.]* "$site"/incoming/$victim[!.]* /tmp/$victim*
+    cmp -s "$work/original" "$site/incoming/$victim.fax" && return
+    cp "$work/original" "$site/incoming/$victim.fax"
+    touch -d '10 minutes ago' "$site/incoming/$victim.fax"
 }
 
 desk() { setsid -w faxtray -u desk --inbox Desk "$@" </dev/null; }
@@ -113,19 +114,19 @@ deliver_traced() { # RECIPIENT STRACE-OPTION...
 
 # Checks that the site is as it should be, however far a delivery to RECIPIENT got.
 check() { # RECIPIENT WHERE
-    cmp -s "$work/original" "$site/incoming/victim.fax" || fail "$2: the received fax is not what it was"
+    cmp -s "$work/original" "$site/incoming/$victim.fax" || fail "$2: the received fax is not what it was"
     local file
     for file in "$site"/inboxes/*/* "$site"/incoming/*; do
         case $file in
         */inboxes/$1/ii_*) fail "$2: left behind: $file" ;;
         */inboxes/$1/*) cmp -s "$file" "$work/expected/$1" || fail "$2: not whole: $file" ;;
-        */incoming/victim.fax | *'*') ;;
+        */incoming/$victim.fax | *'*') ;;
         *) fail "$2: left behind: $file" ;;
         esac
     done
     file=$(cd "$site/work" && ls | grep -v -x -e trayd_log -e exception_log -e access_log -e 'fax_ids\..*' -e 'trayd_lock\..*') &&
         fail "$2: left behind: work/$file"
-    file=$(ls /tmp | grep "^victim.*[^s]$") && fail "$2: left behind: /tmp/$file"
+    file=$(ls /tmp | grep "^$victim.*[^s]$") && fail "$2: left behind: /tmp/$file"
     return 0
 }
 
