@@ -91,6 +91,11 @@ static bool no_signal_known()
     return false;  // select() reports signalfd as readable instead
 }
 
+static bool never()
+{
+    return false;  // end_on_signal() does not return
+}
+
 static void end_on_signal()
 {
     signalfd_siginfo info;
@@ -133,10 +138,12 @@ static void run(bool foreground)
         .dispatch = registry_1,
         .largest_reply = 64 * 1024,  // one record of the lists takes at most a few KiB
         .largest_request = max_registry_request,
-        .local = true,  // the lists are private to this host
+        .address = loopback_address(),  // the lists are private to this host
         .wake_fd = signals,
         .wake_pending = no_signal_known,
         .wake = end_on_signal,
+        .ending = never,
+        .unfinished = never,
     };
     if (!rpc_service_create(service)) {
         fail("Can't create service");

@@ -9,6 +9,7 @@
 
 #include "config/attributes.h"
 #include "daemon/bounded_text.h"
+#include "daemon/delivery_queue.h"
 #include "daemon/replies.h"
 #include "daemon/request_checks.h"
 #include "deliver/deliver.h"
@@ -247,10 +248,15 @@ static in_res_t *deliver(const send_t &send, const user_node_t &node, faxid_t fa
     return error_reply(result, err_t{send.code, 0, buf});
 }
 
-in_res_t *deliver_fax_1_svc(client_deliver_req_t *request, svc_req *) noexcept
+// What the checks have found, for the delivery that follows.
+static const user_node_t *fax_inbox;
+static char fax_path[MAXPATHLEN];
+static const av_list_t *recipient;
+
+// Null if the delivery may begin, else the reply to send at once.
+static in_res_t *check_request(client_deliver_req_t *request)
 {
     static in_res_t result;
-    static char path[MAXPATHLEN];
     const char *inbox = request->inbox ? request->inbox : "";  // "" is no inbox's handle
     trprintf("deliver_fax_1_svc request from inbox \"%s\" to \"%s\" by DF \"%s\".\n", shown(request->inbox),
              shown(request->recipients), shown(name_of(request->pw)));
@@ -264,13 +270,23 @@ in_res_t *deliver_fax_1_svc(client_deliver_req_t *request, svc_req *) noexcept
     }
     if (!check_caller(request->pw, result) || !check_forwards_for(*request, inbox, result))
         return &result;
-    const user_node_t *node = load_incoming(inbox, result);
-    if (!node || !find_fax(*node, request->faxid, path, result))
+    fax_inbox = load_incoming(inbox, result);
+    if (!fax_inbox || !find_fax(*fax_inbox, request->faxid, fax_path, result))
         return &result;
-    const av_list_t *entry = find_recipient(request->recipients, result);
-    if (!entry)
-        return &result;
-    return deliver(choose_send(entry, request->recipients), *node, request->faxid, path, result);
+    recipient = find_recipient(request->recipients, result);
+    return recipient ? nullptr : &result;
+}
+
+// Delivers as the last check_request() has found.
+static in_res_t *carry_out(client_deliver_req_t *request)
+{
+    static in_res_t result;
+    return deliver(choose_send(recipient, request->recipients), *fax_inbox, request->faxid, fax_path, result);
+}
+
+in_res_t *deliver_fax_1_svc(client_deliver_req_t *request, svc_req *rpc) noexcept
+{
+    return delivery_take({check_request, carry_out}, request, rpc->rq_xprt);
 }
 
 }  // namespace faxtray

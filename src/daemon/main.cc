@@ -4,7 +4,6 @@
 // the log file.
 #include <fcntl.h>
 #include <sys/resource.h>
-#include <sys/select.h>
 #include <sys/utsname.h>
 #include <unistd.h>
 
@@ -14,6 +13,7 @@
 #include <cstdlib>
 #include <cstring>
 
+#include "daemon/delivery_queue.h"
 #include "daemon/dispatcher.h"
 #include "daemon/inbox_root.h"
 #include "daemon/instance_lock.h"
@@ -37,6 +37,7 @@
 namespace faxtray {
 
 static constexpr int start_up_failure = 10;  // exit status
+static constexpr rlim_t most_descriptors = 20000;
 
 // Runs at exit. The port mapper's entry stays: the next start replaces it.
 static void cleanup()
@@ -79,11 +80,11 @@ static bool close_descriptors()
     close(STDOUT_FILENO);
     close_descriptors_from(STDERR_FILENO + 1);  // not one by one: the limit may be 2^30
 
-    // Children get the limit as it was; our own is lowered to what select() can hold.
+    // Children get the limit as it was; our own is raised, since each connection takes a descriptor.
     struct rlimit limit;
     if (getrlimit(RLIMIT_NOFILE, &limit) == 0) {
         child_set_limit(limit);
-        limit.rlim_cur = std::min<rlim_t>(limit.rlim_cur, FD_SETSIZE);
+        limit.rlim_cur = std::min<rlim_t>(limit.rlim_max, most_descriptors);
         setrlimit(RLIMIT_NOFILE, &limit);
     }
     return true;
@@ -181,6 +182,12 @@ static bool leave_terminal()
     return false;
 }
 
+// At the end: whether the delivery that is running may have the time to end by itself.
+static bool waits_for_delivery()
+{
+    return delivery_is_running() && !signals_hurried();
+}
+
 // The inbox program as a service. It has no largest request: one with absurdly long names is answered with an
 // error, not with a closed connection.
 static rpc_service_t inbox_service()
@@ -189,11 +196,13 @@ static rpc_service_t inbox_service()
             .version = IN_VERS,
             .dispatch = in_prog_1,
             .largest_reply = MAX_READ_SIZE,
-            .largest_request = 0,
-            .local = false,
+            .largest_request = 256 * 1024,
+            .address = any_address(),
             .wake_fd = signals_fd(),
             .wake_pending = signals_pending,
-            .wake = signals_handle};
+            .wake = signals_handle,
+            .ending = signals_ending,
+            .unfinished = waits_for_delivery};
 }
 
 static bool start_service()
@@ -204,11 +213,14 @@ static bool start_service()
     return false;
 }
 
-// Serves until select() fails with EBADF, which means that our descriptors are in disorder.
+// Serves until a terminating signal. Returns only when waiting itself has failed.
 static void cv_svc_run()
 {
-    rpc_service_run(inbox_service());
-    fprintf(stderr, "cv_svc_run: select: %s\n", strerror(EBADF));
+    const int error = rpc_service_run(inbox_service());
+    delivery_kill();
+    if (error == 0)
+        exit(0);  // runs cleanup()
+    fprintf(stderr, "cv_svc_run: select: %s\n", strerror(error));
 }
 
 // Failures are only logged: the daemon serves as well as it can, and every request tries again.

@@ -12,6 +12,7 @@
 #include <cstring>
 #include <initializer_list>
 
+#include "daemon/delivery_queue.h"
 #include "util/child_process.h"
 #include "util/io.h"
 
@@ -20,6 +21,8 @@ namespace faxtray {
 static int wake_pipe[2] = {-1, -1};  // the loop reads [0], handlers write [1]; neither end blocks
 static volatile sig_atomic_t child_signalled = 0;
 static volatile sig_atomic_t terminated_by = 0;  // the terminating signal, 0 for none
+static volatile sig_atomic_t hurried = 0;        // a second one has come
+static bool ending = false;
 
 // A crash may be a stack overflow, so its handler runs on a stack of its own.
 static char crash_stack[64 * 1024];
@@ -38,18 +41,6 @@ static void wake_loop()
     errno = saved;
 }
 
-// "Trayd: Interrupted: signal [%d]\n" without printf; `sig` has at most two digits.
-static void write_interrupted(int sig)
-{
-    char text[] = "Trayd: Interrupted: signal [00]\n";
-    char *digits = strchr(text, '0');
-    digits[0] = static_cast<char>('0' + sig / 10 % 10);
-    digits[1] = static_cast<char>('0' + sig % 10);
-    if (sig < 10)
-        memmove(digits, digits + 1, strlen(digits + 1) + 1);
-    write_text(text);
-}
-
 void exit_proc(int sig)
 {
     // Memory is in an unknown state, so nothing is cleaned up.
@@ -58,11 +49,9 @@ void exit_proc(int sig)
                                  : "Trayd: Internal failure: [SIGSEGV]\n");
         _exit(10);
     }
-    // The second terminating signal: whoever sends it does not want to wait for the request.
-    if (terminated_by != 0) {
-        write_interrupted(sig);
-        _exit(0);
-    }
+    // The second one: whoever sends it does not want to wait for the delivery that is running.
+    if (terminated_by != 0)
+        hurried = 1;
     terminated_by = sig;
     wake_loop();
 }
@@ -149,7 +138,8 @@ static void reap_children()
         }
         if (pid <= 0)
             return;
-        report_child(pid, status);
+        if (!delivery_has_ended(pid, status))
+            report_child(pid, status);
         explained = true;
     }
 }
@@ -164,11 +154,21 @@ void signals_handle()
         child_signalled = 0;
         reap_children();
     }
-    if (terminated_by) {
+    if (terminated_by && !ending) {
         fprintf(stderr, "Trayd: Interrupted: signal [%d]\n", static_cast<int>(terminated_by));
         fprintf(stderr, "Trayd: Shutting down...\n");
-        exit(0);  // runs main's cleanup
+        ending = true;
     }
+}
+
+bool signals_ending()
+{
+    return ending;
+}
+
+bool signals_hurried()
+{
+    return hurried != 0;
 }
 
 }  // namespace faxtray

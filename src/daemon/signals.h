@@ -1,8 +1,7 @@
 // signals: how the daemon reacts to signals.
 //
 // Handlers only set a flag and wake the service loop through a pipe; printing, exiting and clean-up happen in
-// signals_handle(), which the loop calls between requests. Two exceptions write a line and _exit(): a crash,
-// and a second terminating signal while the first one waits for a long request.
+// signals_handle(), which the loop calls between requests. A crash alone writes a line and leaves by _exit().
 #pragma once
 
 namespace faxtray {
@@ -13,7 +12,9 @@ int signals_init(int debug);
 
 int signals_fd();        // readable when signals_handle() has something to do
 bool signals_pending();  // the same question without a system call
-void signals_handle();   // reaps ended children; exits with 0 after a terminating signal
+void signals_handle();   // reaps ended children; announces the end after a terminating signal
+bool signals_ending();   // true from then on
+bool signals_hurried();  // true once a second one has come
 
 void sa_child(int sig);   // the handler of SIGCHLD
 void exit_proc(int sig);  // the handler of terminating and fatal signals

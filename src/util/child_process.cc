@@ -16,6 +16,7 @@
 #include <vector>
 
 #include "util/owned.h"
+#include "util/time_limit.h"
 
 namespace faxtray {
 
@@ -139,15 +140,22 @@ static pid_t start(const char *command, int in, int out)
     sigfillset(&all);
     sigprocmask(SIG_SETMASK, &all, &old);
     pid_t pid = fork();
-    if (pid == 0)
+    if (pid == 0) {
+        setpgid(0, 0);
         run_shell(command, in, out);
+    }
     int error = errno;
+    if (pid > 0) {
+        setpgid(pid, pid);  // in both, since either may be first; too late is too late for one only
+        begin_time_limit(pid);
+    }
     sigprocmask(SIG_SETMASK, &old, nullptr);
     errno = error;
     return pid;
 }
 
-// Waits for that child to end, by whatever signals interrupted. Its wait status, or -1 with errno.
+// Waits for that child to end, by whatever signals interrupted. Its wait status, or -1 with errno: ETIMEDOUT if
+// we ended it.
 static int await(pid_t pid)
 {
     int status;
@@ -155,10 +163,18 @@ static int await(pid_t pid)
     do
         got = waitpid(pid, &status, 0);
     while (got < 0 && errno == EINTR);
-    if (got < 0)
+    const int error = errno;
+    const bool overdue = end_time_limit(pid);
+    if (got < 0) {
+        errno = error;
         return -1;
+    }
     awaited++;
-    return status;
+    if (!overdue)
+        return status;
+    fprintf(stderr, "Trayd: Ended a command that took longer than it may.\n");
+    errno = ETIMEDOUT;
+    return -1;
 }
 
 // Makes room for one more stream before its child is started: afterwards nothing may fail. False with errno.

@@ -15,6 +15,9 @@ namespace faxtray {
 // Sets the descriptor limit that commands get; without this call they inherit the daemon's.
 void child_set_limit(const struct rlimit &nofile);
 
+// A command that takes longer than set_command_seconds() allows (util/time_limit.h) is ended, and counts as one
+// whose status was lost: -1 with ETIMEDOUT.
+//
 // popen, pclose and system as in POSIX, by way of "/bin/sh -c": standard output and error are flushed before
 // the fork, an interrupted wait is resumed, and a command that cannot be executed exits with status 127.
 // Streams are close-on-exec; several may be open at once. While one is open, writing to a child that does not

@@ -1,0 +1,227 @@
+// Requests that wait do so in their connections, undecoded: when its turn comes, one is served like any
+// other.
+#include "daemon/delivery_queue.h"
+
+#include <fcntl.h>
+#include <signal.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <cstdint>
+#include <cstdio>
+#include <cstring>
+#include <deque>
+#include <new>
+#include <string>
+#include <string_view>
+#include <utility>
+
+#include "daemon/replies.h"
+#include "deliver/node_queue.h"
+#include "disk/work_note.h"
+#include "protocol/xdr_records.h"
+#include "rpc/rpc_loop.h"
+#include "util/io.h"
+#include "util/owned.h"
+#include "util/time_limit.h"
+
+namespace faxtray {
+
+// So many may wait without their clients: the connections of others are closed when these hang up.
+static constexpr size_t most_kept = 64;
+
+namespace {
+
+// The delivery that is being carried out.
+struct running_t {
+    pid_t child = 0;  // 0: none
+    uint64_t connection = 0;
+    unique_fd pipe;        // the child's report, until its end
+    std::string received;  // of it so far
+};
+
+}  // namespace
+
+static running_t running;
+static std::deque<uint64_t> waiting;  // connections, in the order of arrival
+static bool is_next;                  // the request being served is the one whose turn it is
+
+// In the child
+
+// What the pipe carries: how many notices count within the day, the times until which they do, and the
+// encoded result. "" without memory.
+static std::string report_of(in_res_t *result)
+try {
+    std::string report;
+    const auto add = [&report](int64_t number) {
+        report.append(reinterpret_cast<const char *>(&number), sizeof number);
+    };
+    add(ncount());
+    for (; ncount() > 0; ndeq())
+        add(nhead());
+    std::string encoded(xdr_sizeof(reinterpret_cast<xdrproc_t>(xdr_in_res_t), result), '\0');
+    XDR xdrs;
+    xdrmem_create(&xdrs, encoded.data(), static_cast<u_int>(encoded.size()), XDR_ENCODE);
+    return xdr_in_res_t(&xdrs, result) ? report + encoded : "";
+} catch (const std::bad_alloc &) {
+    return "";
+}
+
+// The daemon wants the delivery to end. What it leaves is in its note.
+static void end_at_once(int)
+{
+    kill_commands();
+    _exit(1);
+}
+
+[[noreturn]] static void carry_out_in_child(const delivery_steps_t &steps, client_deliver_req_t *request,
+                                            int pipe)
+{
+    // The daemon's handlers are for its loop. What it ignores is ignored here too.
+    for (const int sig : {SIGINT, SIGQUIT, SIGTERM, SIGUSR1, SIGUSR2})
+        signal(sig, end_at_once);
+    signal(SIGCHLD, SIG_DFL);
+    rpc_leave();
+    const std::string report = report_of(steps.carry_out(request));
+    const bool told = !report.empty() && write_full(pipe, report.data(), report.size());
+    fflush(nullptr);
+    _exit(told ? 0 : 1);
+}
+
+// In the daemon
+
+static void read_report();
+
+// Starts the child; false with errno.
+static bool start_child(const delivery_steps_t &steps, client_deliver_req_t *request)
+{
+    int ends[2];
+    if (pipe2(ends, O_CLOEXEC) != 0)
+        return false;
+    unique_fd from(ends[0]);
+    const unique_fd to(ends[1]);
+    if (fcntl(from.get(), F_SETFL, O_NONBLOCK) != 0 || !rpc_watch(from.get(), read_report))
+        return false;
+    fflush(nullptr);  // or both processes would write what is buffered
+    const pid_t child = fork();
+    if (child == 0)
+        carry_out_in_child(steps, request, to.get());
+    if (child < 0) {
+        const int error = errno;
+        rpc_unwatch(from.get());
+        errno = error;
+        return false;
+    }
+    running.child = child;
+    running.pipe = std::move(from);
+    return true;
+}
+
+in_res_t *delivery_take(const delivery_steps_t &steps, client_deliver_req_t *request, SVCXPRT *transport)
+{
+    static in_res_t failure;
+    if (running.child != 0 || (!waiting.empty() && !is_next)) {
+        waiting.push_back(rpc_put_off(transport, waiting.size() < most_kept));
+        return nullptr;
+    }
+    if (in_res_t *reply = steps.check(request))
+        return reply;
+    if (!start_child(steps, request))
+        return error_reply(failure, IE_SYSTEM, errno, "Trayd: Can't start a delivery: %s", strerror(errno));
+    running.connection = rpc_put_off(transport, true);
+    return nullptr;
+}
+
+// The result of procedure 7 as the child has encoded it.
+static bool_t xdr_encoded(XDR *xdrs, std::string_view *encoded)
+{
+    return xdr_opaque(xdrs, const_cast<char *>(encoded->data()), static_cast<u_int>(encoded->size()));
+}
+
+// Takes over what the child has reported: the notices here, the result to the client. False if it is not
+// whole.
+static bool accept_report(const std::string &report, uint64_t connection)
+{
+    int64_t count, value;
+    if (report.size() < sizeof count)
+        return false;
+    memcpy(&count, report.data(), sizeof count);
+    const size_t numbers = (static_cast<size_t>(count) + 1) * sizeof value;
+    npurge();
+    for (size_t at = sizeof value; at < numbers; at += sizeof value) {
+        memcpy(&value, report.data() + at, sizeof value);
+        nenq(value);
+    }
+    std::string_view encoded = std::string_view(report).substr(numbers);
+    rpc_answer(connection, reinterpret_cast<xdrproc_t>(xdr_encoded), &encoded);
+    return true;
+}
+
+static void begin_next()
+{
+    while (running.child == 0 && !waiting.empty()) {
+        const uint64_t connection = waiting.front();
+        waiting.pop_front();
+        is_next = true;
+        rpc_serve_again(connection);
+        is_next = false;
+    }
+}
+
+// The child has ended, with its report read.
+static void conclude(int status)
+{
+    static in_res_t failure;
+    const running_t ended = std::exchange(running, {});
+    rpc_unwatch(ended.pipe.get());
+    const bool good = WIFEXITED(status) && WEXITSTATUS(status) == 0;
+    if (!good || !accept_report(ended.received, ended.connection)) {
+        fprintf(stderr, "Trayd: A delivery has ended early: wait status 0x%x.\n",
+                static_cast<unsigned>(status));
+        note_recover();
+        error_reply(failure, IE_SEND_FAILED, 0, "Trayd: Send failed: the delivery has ended early.");
+        rpc_answer(ended.connection, reinterpret_cast<xdrproc_t>(xdr_in_res_t), &failure);
+    }
+    begin_next();
+}
+
+// Reads what there is of the child's report. True at its end.
+static bool read_on()
+{
+    char bytes[4096];
+    ssize_t n;
+    while ((n = read(running.pipe.get(), bytes, sizeof bytes)) > 0)
+        running.received.append(bytes, static_cast<size_t>(n));
+    return n == 0 || (errno != EAGAIN && errno != EINTR);
+}
+
+// At the end of the report the child is about to end: all that is left for it is to flush.
+static void read_report()
+{
+    int status = 0;
+    if (read_on() && waitpid(running.child, &status, 0) == running.child)
+        conclude(status);
+}
+
+bool delivery_has_ended(pid_t child, int status)
+{
+    if (running.child == 0 || child != running.child)
+        return false;
+    read_on();
+    conclude(status);
+    return true;
+}
+
+bool delivery_is_running()
+{
+    return running.child != 0;
+}
+
+void delivery_kill()
+{
+    if (running.child != 0)
+        kill(running.child, SIGTERM);
+}
+
+}  // namespace faxtray
