@@ -22,6 +22,7 @@
 #include "disk/work_note.h"
 #include "protocol/xdr_records.h"
 #include "rpc/rpc_loop.h"
+#include "util/child_process.h"
 #include "util/io.h"
 #include "util/owned.h"
 #include "util/time_limit.h"
@@ -200,7 +201,7 @@ static bool read_on()
 static void read_report()
 {
     int status = 0;
-    if (read_on() && waitpid(running.child, &status, 0) == running.child)
+    if (read_on() && child_await(running.child, &status))
         conclude(status);
 }
 

@@ -48,6 +48,16 @@ int child_awaited()
     return std::exchange(awaited, 0);
 }
 
+bool child_await(pid_t pid, int *status)
+{
+    pid_t got;
+    do
+        got = waitpid(pid, status, 0);
+    while (got < 0 && errno == EINTR);
+    awaited += got == pid;
+    return got == pid;
+}
+
 // In the child, between fork and exec: async-signal-safe calls only, as for the daemon's own start
 
 // The decimal number `text`; -1 for any other text, such as "..".
@@ -159,17 +169,13 @@ static pid_t start(const char *command, int in, int out)
 static int await(pid_t pid)
 {
     int status;
-    pid_t got;
-    do
-        got = waitpid(pid, &status, 0);
-    while (got < 0 && errno == EINTR);
+    const bool got = child_await(pid, &status);
     const int error = errno;
     const bool overdue = end_time_limit(pid);
-    if (got < 0) {
+    if (!got) {
         errno = error;
         return -1;
     }
-    awaited++;
     if (!overdue)
         return status;
     fprintf(stderr, "Trayd: Ended a command that took longer than it may.\n");

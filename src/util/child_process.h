@@ -30,6 +30,9 @@ int child_system(const char *command);                     // the wait status, o
 // this number the handler's side knows that it may find no child left to reap.
 int child_awaited();
 
+// Awaits a child that was forked without this module, and counts it. waitpid(2) without options.
+bool child_await(pid_t pid, int *status);
+
 // Closes every descriptor from `lowest` on, whatever the limit: it may have been lowered after higher ones
 // were opened. The one way to do so; async-signal-safe.
 void close_descriptors_from(int lowest);
