@@ -248,10 +248,14 @@ static in_res_t *deliver(const send_t &send, const user_node_t &node, faxid_t fa
     return error_reply(result, err_t{send.code, 0, buf});
 }
 
-// What the checks have found, for the delivery that follows.
-static const user_node_t *fax_inbox;
-static char fax_path[MAXPATHLEN];
-static const av_list_t *recipient;
+// What the checks have found, for the delivery that follows. The pointers are good until the next request.
+static struct {
+    const user_node_t *inbox;
+    char handle[64];  // of the inbox
+    faxid_t id;
+    char path[MAXPATHLEN];
+    const av_list_t *recipient;
+} found;
 
 // Null if the delivery may begin, else the reply to send at once.
 static in_res_t *check_request(client_deliver_req_t *request)
@@ -270,23 +274,34 @@ static in_res_t *check_request(client_deliver_req_t *request)
     }
     if (!check_caller(request->pw, result) || !check_forwards_for(*request, inbox, result))
         return &result;
-    fax_inbox = load_incoming(inbox, result);
-    if (!fax_inbox || !find_fax(*fax_inbox, request->faxid, fax_path, result))
+    found.inbox = load_incoming(inbox, result);
+    if (!found.inbox || !find_fax(*found.inbox, request->faxid, found.path, result))
         return &result;
-    recipient = find_recipient(request->recipients, result);
-    return recipient ? nullptr : &result;
+    snprintf(found.handle, sizeof found.handle, "%s", inbox);
+    found.id = request->faxid;
+    found.recipient = find_recipient(request->recipients, result);
+    return found.recipient ? nullptr : &result;
 }
 
 // Delivers as the last check_request() has found.
 static in_res_t *carry_out(client_deliver_req_t *request)
 {
     static in_res_t result;
-    return deliver(choose_send(recipient, request->recipients), *fax_inbox, request->faxid, fax_path, result);
+    return deliver(choose_send(found.recipient, request->recipients), *found.inbox, found.id, found.path,
+                   result);
+}
+
+// The delivery may have met another file than the one that was listed: the next scan lists it.
+static void look_at_fax_again()
+{
+    const user_node_t *node = find_node(incoming, found.handle);
+    if (node && node->index && get_file_node(node->index, found.id))
+        is_there_as_listed(node->index, found.id, found.path);
 }
 
 in_res_t *deliver_fax_1_svc(client_deliver_req_t *request, svc_req *rpc) noexcept
 {
-    return delivery_take({check_request, carry_out}, request, rpc->rq_xprt);
+    return delivery_take({check_request, carry_out, look_at_fax_again}, request, rpc->rq_xprt);
 }
 
 }  // namespace faxtray

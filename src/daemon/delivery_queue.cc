@@ -38,6 +38,7 @@ namespace {
 struct running_t {
     pid_t child = 0;  // 0: none
     uint64_t connection = 0;
+    void (*conclude)() = nullptr;
     unique_fd pipe;        // the child's report, until its end
     std::string received;  // of it so far
 };
@@ -115,6 +116,7 @@ static bool start_child(const delivery_steps_t &steps, client_deliver_req_t *req
         return false;
     }
     running.child = child;
+    running.conclude = steps.conclude;
     running.pipe = std::move(from);
     return true;
 }
@@ -176,6 +178,7 @@ static void conclude(int status)
     static in_res_t failure;
     const running_t ended = std::exchange(running, {});
     rpc_unwatch(ended.pipe.get());
+    ended.conclude();
     const bool good = WIFEXITED(status) && WEXITSTATUS(status) == 0;
     if (!good || !accept_report(ended.received, ended.connection)) {
         fprintf(stderr, "Trayd: A delivery has ended early: wait status 0x%x.\n",

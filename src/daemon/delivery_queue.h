@@ -19,6 +19,8 @@ struct delivery_steps_t {
     in_res_t *(*check)(client_deliver_req_t *request);
     // Carries out what was checked last; runs in the child.
     in_res_t *(*carry_out)(client_deliver_req_t *request);
+    // Runs in the daemon once the child has ended: the daemon learns what the child may have noticed.
+    void (*conclude)();
 };
 
 // Takes a request of procedure 7. The reply if it is to be sent at once, else null: the request is answered,
