@@ -7,11 +7,18 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
+#include <algorithm>
+#include <iterator>
+#include <sstream>
 #include <string>
+#include <vector>
 
 #include "support/capture.h"
 #include "support/refuse_call.h"
+#include "support/temp_dir.h"
+#include "support/wait_for.h"
 #include "util/owned.h"
+#include "util/time_limit.h"
 
 namespace faxtray {
 
@@ -105,6 +112,46 @@ TEST(ChildProcess, StatusesAreItsOwnAmongOtherChildren)
         others++;
     EXPECT_EQ(others, 40) << "are left for the reaper";
     signal(SIGCHLD, SIG_DFL);
+}
+
+// The pids in the file, of which none may be left after a moment.
+static bool have_ended(const std::string &path)
+{
+    std::istringstream pids(read_file(path));
+    const std::vector<int> all{std::istream_iterator<int>(pids), {}};
+    return wait_for([&] {
+        return std::all_of(all.begin(), all.end(), [](int pid) {
+            // Who reaps them once their parents have gone may take its time.
+            return kill(pid, 0) != 0 || read_file("/proc/" + std::to_string(pid) + "/stat").find(") Z") != std::string::npos;
+        });
+    });
+}
+
+TEST(ChildProcess, OneThatTakesTooLongIsEndedWithItsGroup)
+{
+    const temp_dir dir;
+    const capture_stderr log;
+    const std::string pids = dir / "pids", note = "echo $$ >>" + pids + "; ", more(1 << 20, 'x');
+    set_command_seconds(1, 1);
+    // One that only SIGKILL ends, with a grandchild; one whose grandchild cleans up after SIGTERM; one from
+    // whose group somebody has gone who holds the pipe and reads nothing; one that has what it needs.
+    FILE *deaf = child_popen((note + "trap '' TERM; sh -c '" + note + "sleep 60; sleep 60'; sleep 60").c_str(), "w");
+    FILE *tidy = child_popen((note + "sh -c 'trap \"sleep 0.2; echo >" + dir.path() + "/cleaned; exit\" TERM; sleep 60 & wait'; true").c_str(), "w");
+    FILE *gone = child_popen((note + "exec setsid -w sleep 4").c_str(), "w");
+    FILE *good = child_popen("exec cat >/dev/null", "w");
+    for (FILE *stream : {good, deaf, tidy, gone})
+        EXPECT_EQ(fwrite(more.data(), 1, more.size(), stream) == more.size(), stream == good);
+    EXPECT_EQ(child_pclose(good), 0);
+    for (FILE *stream : {deaf, tidy, gone}) {
+        EXPECT_EQ(child_pclose(stream), -1);
+        EXPECT_EQ(errno, ETIMEDOUT);
+    }
+    EXPECT_TRUE(exists((dir / "cleaned").c_str()));
+    EXPECT_TRUE(have_ended(pids));
+    EXPECT_NE(log.text().find("took longer than 1 s: [" + note), std::string::npos);
+
+    set_command_seconds(0);
+    EXPECT_EQ(child_system("sleep 1.2"), 0) << "no limit, and no timer left";
 }
 
 }  // namespace faxtray

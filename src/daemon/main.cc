@@ -9,6 +9,7 @@
 
 #include <algorithm>
 #include <cerrno>
+#include <charconv>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
@@ -31,6 +32,8 @@
 #include "util/child_process.h"
 #include "util/settings.h"
 #include "util/standard_descriptors.h"
+#include "util/text.h"
+#include "util/time_limit.h"
 #include "util/trace.h"
 #include "util/version_id.h"
 
@@ -105,6 +108,21 @@ static bool open_log(const char *path)
         dup2(log, STDOUT_FILENO);
     setvbuf(stdout, nullptr, _IOLBF, 0);
     return true;
+}
+
+// The limit of each command that a delivery or a notice runs.
+static void limit_commands()
+{
+    const char *text = getenv("FAXTRAY_COMMAND_SECONDS");
+    unsigned seconds = default_command_seconds;
+    if (!is_empty(text)) {
+        const char *end = text + strlen(text);
+        const auto [parsed, error] = std::from_chars(text, end, seconds);
+        if (parsed != end || error != std::errc())
+            fprintf(stderr, "%s: Bad FAXTRAY_COMMAND_SECONDS: [%s]: %u is used\n", Program, text,
+                    seconds = default_command_seconds);
+    }
+    set_command_seconds(seconds);
 }
 
 // The daemon runs without a trace if it cannot have one.
@@ -244,6 +262,7 @@ static void run(options_t &options)
         return;
     start_tracing();
     start_exception_log();
+    limit_commands();
     if (!check_only_instance())
         return;
 

@@ -192,11 +192,14 @@ int exec_deliver(const av_list_t *record, const char *path, char *destination_ou
     write_record(stream, record);
 
     const int status = child_pclose(stream);
+    const bool overdue = status < 0 && errno == ETIMEDOUT;
     if (status < 0)
         trprintf("exec_deliver: pclose(\"%s\") warning: [%s] died before pclose() was executed. Possible "
                  "delivery failure.\n",
                  command.get(), text);
     trprintf("exec_deliver:  child exited with %d\n", WEXITSTATUS(status));
+    if (overdue)
+        return DELIVER_COMMAND_FAILED;
     // Kept: death by a signal counts as success, and so does a status that was lost: users whose command ends
     // itself that way get no notice of failure.
     if ((status & 0x7f) != 0)

@@ -64,6 +64,13 @@ static void trace_notice(const char *user, const char *subject, const char *mess
         trprintf("mail() 'user=%s' subject='%s' mess='%s'\n", user, subject, message);
 }
 
+// The entry for an agent that could not be run, or took too long.
+static int fail_notice(const mail_agent &agent)
+{
+    return log_and_trace({ELOG_ERROR, ELOG_FILE}, "mail: popen(\"%s\") failed: %s\n", agent.command(),
+                         strerror(agent.error()));
+}
+
 int mail(const char *user, const char *subject, const char *message)
 try {
     trace_notice(user, subject, message);
@@ -83,14 +90,13 @@ try {
                                "\n";
     mail_agent agent(mail_kind::notice, "mail", address.c_str());
     if (!agent.stream())
-        return log_and_trace({ELOG_ERROR, ELOG_FILE}, "mail: popen(\"%s\") failed: %s\n", agent.command(),
-                             strerror(agent.error()));
+        return fail_notice(agent);
     trprintf("mail(): header...\n");
     trprintf("%s", header.c_str());
     trprintf("mail(): mess...\n");
     trprintf("'%s'\n", message);
     fprintf(agent.stream(), "%s\n%s\n", header.c_str(), message);
-    return 1;
+    return agent.finish() ? 1 : fail_notice(agent);
 } catch (const std::bad_alloc &) {
     return no_memory("mail");
 }
@@ -117,6 +123,12 @@ static bool write_uuencode(FILE *fax, const char *name, FILE *out)
     return true;
 }
 
+static int fail_plain(const char *address, const mail_agent &agent)
+{
+    return log_and_trace({ELOG_WARNING, ELOG_FILE}, "mail_fax_image: Can't send mail to [%s]: %s\n", address,
+                         strerror(agent.error()));
+}
+
 // The form for recipients without a mail program that knows attachments: the encoded fax as part of the text.
 // Kept: the agent gets `address` as the recipient's entry has it, scheme and all.
 static int mail_plain(const char *address, const char *subject, const char *text, const char *path,
@@ -131,8 +143,7 @@ static int mail_plain(const char *address, const char *subject, const char *text
     mail_agent agent(mail_kind::fax, "mail_fax_image", address);
     FILE *out = agent.stream();
     if (!out)
-        return log_and_trace({ELOG_WARNING, ELOG_FILE}, "mail_fax_image: Can't send mail to [%s]: %s\n",
-                             address, strerror(agent.error()));
+        return fail_plain(address, agent);
     fprintf(out, "To:   %s\nFrom: %s\nSubject: %s\n\n", header_value(address).c_str(), sender.c_str(),
             header_value(subject).c_str());
     fputs(text, out);
@@ -141,6 +152,8 @@ static int mail_plain(const char *address, const char *subject, const char *text
     const bool encoded = encoding == IV_BODY_ENCODING_BASE64
                              ? write_base64(fax.get(), out)
                              : write_uuencode(fax.get(), last_component(path), out);
+    if (!agent.finish())
+        return fail_plain(address, agent);
     return encoded ? 1 : -1;
 }
 

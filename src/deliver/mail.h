@@ -2,8 +2,8 @@
 //
 // Recipients are mail targets (mail_target.h), or several plain addresses with blanks between them. The
 // functions return 1 if the message was handed to the agent, or -1 with an entry in the exception log or a
-// trace line, also if there is no agent. A failure of the agent itself is logged but does not change the
-// result.
+// trace line, also if there is no agent or if it had to be ended for taking too long. Any other failure of
+// the agent is logged but does not change the result.
 #pragma once
 
 namespace faxtray {

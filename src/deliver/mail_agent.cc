@@ -1,5 +1,5 @@
 // The agent's exit status is only logged: by the time it is known the message has left our hands, and the
-// agent may well have queued it.
+// agent may well have queued it. Only an agent that we had to end counts as failed.
 #include "deliver/mail_agent.h"
 
 #include <fcntl.h>
@@ -84,14 +84,24 @@ static int exit_code(int wait_status)
 
 mail_agent::~mail_agent()
 {
+    finish();
+}
+
+bool mail_agent::finish()
+{
     if (!stream_)
-        return;
-    const int status = exit_code(child_pclose(stream_));
+        return error_ == 0;
+    const int status = exit_code(child_pclose(std::exchange(stream_, nullptr)));
+    if (status == -1 && errno == ETIMEDOUT) {
+        error_ = ETIMEDOUT;
+        return false;
+    }
     if (kind_ == mail_kind::fax)
         fax_mail_status = status;
     if (status != 0)
         log_and_trace({ELOG_WARNING, ELOG_FILE}, "%s: mail agent exit status %d for [%s]\n", function_,
                       status, address_.c_str());
+    return true;
 }
 
 const char *mail_get_mail_from()

@@ -20,9 +20,13 @@ public:
     // more than 4095 characters, which is never cut; with ENOENT, EACCES...: an agent that is not there or
     // cannot be run.
     mail_agent(mail_kind kind, const char *function, const char *address);
-    ~mail_agent();  // ends the message and waits for the agent; an exit status other than 0 is logged
+    ~mail_agent();  // finishes, where that has not been done
     mail_agent(const mail_agent &) = delete;
     mail_agent &operator=(const mail_agent &) = delete;
+
+    // Ends the message and waits for the agent; an exit status other than 0 is logged. False, with ETIMEDOUT
+    // in error(), if the agent took too long and was ended: then the message may be lost, or cut.
+    bool finish();
 
     FILE *stream() const { return stream_; }  // null, with errno in error(), if the agent could not be run
     int error() const { return error_; }

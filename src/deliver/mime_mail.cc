@@ -31,6 +31,13 @@ static void write_fax_part(FILE *out, file_ptr fax, const char *fax_path, const 
                       strerror(errno));
 }
 
+// The entry for an agent that could not be run, or took too long.
+static int fail(const mail_agent &agent)
+{
+    return log_and_trace({ELOG_WARNING, ELOG_FILE}, "mime_mail_fax: popen(\"%s\") failed: %s\n",
+                         agent.command(), strerror(agent.error()));
+}
+
 int mime_mail_fax(const char *address, int, const char *subject, const char *text, const char *fax_path,
                   const char *content_type)
 {
@@ -54,8 +61,7 @@ int mime_mail_fax(const char *address, int, const char *subject, const char *tex
     mail_agent agent(mail_kind::fax, "mime_mail_fax", address);
     FILE *out = agent.stream();
     if (!out)
-        return log_and_trace({ELOG_WARNING, ELOG_FILE}, "mime_mail_fax: popen(\"%s\") failed: %s\n",
-                             agent.command(), strerror(agent.error()));
+        return fail(agent);
 
     // Header values come from the recipient's entry and the registry; each is made one line.
     fprintf(out,
@@ -68,7 +74,7 @@ int mime_mail_fax(const char *address, int, const char *subject, const char *tex
     if (fax)
         write_fax_part(out, std::move(fax), fax_path, content_type);
     fprintf(out, "\n\n--%s--\n", boundary);
-    return 1;
+    return agent.finish() ? 1 : fail(agent);
 }
 
 }  // namespace faxtray

@@ -162,6 +162,13 @@ static void trace_call(const char *address, const char *subject, const char *tex
                  address, subject, text, fax_path, shown(data_type));
 }
 
+// The entry for an agent that could not be run, or took too long.
+static int fail(const mail_agent &agent)
+{
+    return log_and_trace({ELOG_WARNING, ELOG_FILE}, "sun_mail_fax: popen(\"%s\") failed: %s\n",
+                         agent.command(), strerror(agent.error()));
+}
+
 int sun_mail_fax(const char *address, const char *subject, const char *text, const char *fax_path,
                  const char *data_type)
 {
@@ -194,8 +201,7 @@ int sun_mail_fax(const char *address, const char *subject, const char *text, con
     mail_agent agent(mail_kind::fax, "sun_mail_fax", address);
     FILE *out = agent.stream();
     if (!out)
-        return log_and_trace({ELOG_WARNING, ELOG_FILE}, "sun_mail_fax: popen(\"%s\") failed: %s\n",
-                             agent.command(), strerror(agent.error()));
+        return fail(agent);
     fprintf(out, "From: %s\nSubject: %s\nContent-Type: X-sun-attachment\nX-Lines: %d\nContent-Length: %d\n",
             sender.c_str(), header_value(subject).c_str(), total.lines, total.bytes);
     // Kept: the text is printed as a format, but its lines and bytes are counted before that: users who wrote
@@ -208,7 +214,7 @@ int sun_mail_fax(const char *address, const char *subject, const char *text, con
     if (fclose(encoded.release()) != 0)
         return log_and_trace({ELOG_WARNING, ELOG_FILE}, "sun_mail_fax: Can't send mail to [%s]: fclose->%s\n",
                              address, strerror(errno));
-    return 1;
+    return agent.finish() ? 1 : fail(agent);
 }
 
 }  // namespace faxtray

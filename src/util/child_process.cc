@@ -12,6 +12,7 @@
 #include <cstdint>
 #include <cstring>
 #include <new>
+#include <string>
 #include <utility>
 #include <vector>
 
@@ -26,6 +27,7 @@ namespace {
 struct stream_child {
     FILE *stream;
     pid_t pid;
+    std::string command;  // for messages
 };
 
 }  // namespace
@@ -33,6 +35,8 @@ struct stream_child {
 static std::vector<stream_child> open_streams;
 static bool sigpipe_off;  // whether this module ignores SIGPIPE for the process, to restore its default later
 static int awaited;       // children, since child_awaited() was last called
+
+static constexpr int longest_shown = 400;  // characters of a command in a message
 
 static struct rlimit child_limit;  // what commands get
 static bool child_limit_known;
@@ -137,9 +141,9 @@ static unique_fd above_standard(unique_fd fd)
     return unique_fd(fcntl(fd.get(), F_DUPFD_CLOEXEC, STDERR_FILENO + 1));
 }
 
-// Starts the command with `in` as descriptor 0 and, unless it is -1, `out` as descriptor 1. Its pid, or -1
-// with errno.
-static pid_t start(const char *command, int in, int out)
+// Starts the command with `in` as descriptor 0 and, unless it is -1, `out` as descriptor 1; `input` is our
+// own end of `in`, or -1. Its pid, or -1 with errno.
+static pid_t start(const char *command, int in, int out, int input)
 {
     // What is still buffered would be printed after the command's own output.
     fflush(stdout);
@@ -157,37 +161,35 @@ static pid_t start(const char *command, int in, int out)
     int error = errno;
     if (pid > 0) {
         setpgid(pid, pid);  // in both, since either may be first; too late is too late for one only
-        begin_time_limit(pid);
+        begin_time_limit(pid, input);
     }
     sigprocmask(SIG_SETMASK, &old, nullptr);
     errno = error;
     return pid;
 }
 
-// Waits for that child to end, by whatever signals interrupted. Its wait status, or -1 with errno: ETIMEDOUT if
-// we ended it.
-static int await(pid_t pid)
+// Waits for that child to end, by whatever signals interrupted. Its wait status, or -1 with errno: ETIMEDOUT
+// if we ended it.
+static int await(pid_t pid, const char *command)
 {
-    int status;
-    const bool got = child_await(pid, &status);
-    const int error = errno;
-    const bool overdue = end_time_limit(pid);
-    if (!got) {
-        errno = error;
-        return -1;
+    int status = -1;
+    int error = child_await(pid, &status) ? 0 : errno;
+    if (end_time_limit(pid)) {
+        fprintf(stderr, "Trayd: Ended a command that took longer than %u s: [%.*s]\n", command_seconds(),
+                longest_shown, command);
+        error = ETIMEDOUT;
     }
-    if (!overdue)
-        return status;
-    fprintf(stderr, "Trayd: Ended a command that took longer than it may.\n");
-    errno = ETIMEDOUT;
-    return -1;
+    errno = error;
+    return error == 0 ? status : -1;
 }
 
-// Makes room for one more stream before its child is started: afterwards nothing may fail. False with errno.
-static bool make_room()
+// Makes room for one more stream, and copies its command, before its child is started: afterwards nothing may
+// fail. False with errno.
+static bool make_room(const char *command, std::string &copy)
 {
     try {
         open_streams.reserve(open_streams.size() + 1);
+        copy = command;
         return true;
     } catch (const std::bad_alloc &) {
         errno = ENOMEM;
@@ -215,7 +217,8 @@ FILE *child_popen(const char *command, const char *mode)
         return nullptr;
     }
     int ends[2];
-    if (!make_room() || pipe2(ends, O_CLOEXEC) != 0)
+    std::string copy;
+    if (!make_room(command, copy) || pipe2(ends, O_CLOEXEC) != 0)
         return nullptr;
     unique_fd from = above_standard(unique_fd(ends[0])), to = above_standard(unique_fd(ends[1]));
     unique_fd null = above_standard(unique_fd(open("/dev/null", O_RDONLY | O_CLOEXEC)));
@@ -227,11 +230,11 @@ FILE *child_popen(const char *command, const char *mode)
     file_ptr stream(fdopen(ours.get(), mode));
     if (!stream)
         return nullptr;
-    ours.release();
-    pid_t pid = reading ? start(command, null.get(), to.get()) : start(command, from.get(), -1);
+    const int end = ours.release();
+    pid_t pid = reading ? start(command, null.get(), to.get(), -1) : start(command, from.get(), -1, end);
     if (pid < 0)
         return nullptr;
-    open_streams.push_back({stream.get(), pid});
+    open_streams.push_back({stream.get(), pid, std::move(copy)});
     switch_sigpipe(true);
     return stream.release();
 }
@@ -240,12 +243,12 @@ int child_pclose(FILE *stream)
 {
     for (auto it = open_streams.begin(); it != open_streams.end(); ++it)
         if (it->stream == stream) {
-            pid_t pid = it->pid;
+            const stream_child child = std::move(*it);
             open_streams.erase(it);
             fclose(stream);  // before the wait: the child may read until the end of its input
             if (open_streams.empty())
                 switch_sigpipe(false);
-            return await(pid);
+            return await(child.pid, child.command.c_str());
         }
     errno = EINVAL;
     return -1;
@@ -260,8 +263,8 @@ int child_system(const char *command)
     unique_fd null = above_standard(unique_fd(open("/dev/null", O_RDONLY | O_CLOEXEC)));
     if (!null)
         return -1;
-    pid_t pid = start(command, null.get(), -1);
-    return pid < 0 ? -1 : await(pid);
+    pid_t pid = start(command, null.get(), -1, -1);
+    return pid < 0 ? -1 : await(pid, command);
 }
 
 }  // namespace faxtray

@@ -2,7 +2,8 @@
 // child's status is taken for a command's.
 //
 // A command gets descriptor 0 (its pipe or /dev/null), the daemon's own 1 and 2 and no other, an empty signal
-// mask, default dispositions, and the descriptor limit with which the daemon itself was started.
+// mask, default dispositions, the descriptor limit with which the daemon itself was started, and a process
+// group of its own.
 #pragma once
 
 #include <sys/resource.h>
@@ -15,13 +16,13 @@ namespace faxtray {
 // Sets the descriptor limit that commands get; without this call they inherit the daemon's.
 void child_set_limit(const struct rlimit &nofile);
 
-// A command that takes longer than set_command_seconds() allows (util/time_limit.h) is ended, and counts as one
-// whose status was lost: -1 with ETIMEDOUT.
-//
 // popen, pclose and system as in POSIX, by way of "/bin/sh -c": standard output and error are flushed before
 // the fork, an interrupted wait is resumed, and a command that cannot be executed exits with status 127.
 // Streams are close-on-exec; several may be open at once. While one is open, writing to a child that does not
 // read fails with EPIPE; no SIGPIPE is raised.
+//
+// A command that takes longer than set_command_seconds() allows (util/time_limit.h) is ended, with its
+// process group and a line on standard error; its status is then -1 with ETIMEDOUT.
 FILE *child_popen(const char *command, const char *mode);  // "r" or "w"; null with errno
 int child_pclose(FILE *stream);                            // the wait status, or -1 with errno
 int child_system(const char *command);                     // the wait status, or -1 with errno
