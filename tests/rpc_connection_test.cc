@@ -1,4 +1,5 @@
-// What connections are made of: records from any pieces, replies in pieces, and who gives way to newcomers.
+// What connections are made of: an address to listen on, records from any pieces, replies in pieces, and who
+// gives way to newcomers.
 #include <arpa/inet.h>
 #include <gtest/gtest.h>
 
@@ -7,6 +8,7 @@
 #include <vector>
 
 #include "rpc/connection_table.h"
+#include "rpc/listen_address.h"
 #include "rpc/record_assembler.h"
 #include "rpc/record_encoder.h"
 
@@ -31,6 +33,26 @@ std::string fragmented(const std::string &record, std::mt19937 &random)
         if (last)
             return stream;
     }
+}
+
+TEST(ListenAddress, IsAnAddressAPortOrBothAndNothingElse)
+{
+    auto read = [](const char *text) -> std::string {
+        sockaddr_in address;
+        return !parse_listen_address(text, &address)
+                   ? "none"
+                   : std::string(inet_ntoa(address.sin_addr)) + " " + std::to_string(ntohs(address.sin_port));
+    };
+    const char *const rows[][2] = {{"", "0.0.0.0 0"},
+                                   {":7000", "0.0.0.0 7000"},
+                                   {"127.0.0.1", "127.0.0.1 0"},
+                                   {"10.0.0.1:65535", "10.0.0.1 65535"}};
+    for (const auto &[text, expected] : rows)
+        EXPECT_EQ(read(text), expected);
+    for (const char *text :
+         {":", ":0", ":65536", ":+7", ":7 ", ":7:8", "7000", "10.0.0", " 10.0.0.1", "10.0.0.1:", "localhost",
+          "[::1]:7000", "224.0.0.1", "255.255.255.255", "10.0.0.256"})
+        EXPECT_EQ(read(text), "none") << text;
 }
 
 TEST(RecordAssembler, FindsEveryRecordInAnyFragmentsAndPieces)

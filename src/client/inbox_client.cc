@@ -85,7 +85,7 @@ std::string inbox_client::connect_problem() const
     default:
         if (refused)
             return "faxtrayd at host " + host_ +
-                   " has ended without telling the port mapper (its port refuses): start it again";
+                   " refuses connections: it has ended, or listens on another address of that host";
         break;
     }
     return "can't reach host " + host_ + ": " + strerror(error.cf_error.re_errno);

@@ -19,6 +19,7 @@
 #include "companion/registry_procedures.h"
 #include "companion/registry_tables.h"
 #include "registry/regd_requests.h"
+#include "rpc/listen_address.h"
 #include "rpc/registration.h"
 #include "rpc/rpc_service.h"
 #include "rpc/trusted_client.h"

@@ -2,6 +2,7 @@
 //
 // Exits with status 10 when it cannot start. Messages go to standard error, which on the way is replaced by
 // the log file.
+#include <arpa/inet.h>
 #include <fcntl.h>
 #include <sys/resource.h>
 #include <sys/utsname.h>
@@ -27,6 +28,7 @@
 #include "log/log_and_trace.h"
 #include "protocol/records.h"
 #include "registry/regd_client.h"
+#include "rpc/listen_address.h"
 #include "rpc/rpc_service.h"
 #include "rpc/timed_client.h"
 #include "util/child_process.h"
@@ -56,6 +58,19 @@ static int print_revision()
     if (rev_revinfo(SCCS_ID, text, sizeof text))
         fprintf(stderr, "%-20s %s\n", "Faxtrayd", text);
     return 0;
+}
+
+static sockaddr_in listen_address = any_address();
+
+// What the site has set; false, with a message, if it means no address.
+static bool choose_listen_address()
+{
+    const char *text = getenv("FAXTRAY_LISTEN");
+    if (!text || parse_listen_address(text, &listen_address))
+        return true;
+    fprintf(stderr, "%s: FAXTRAY_LISTEN [%s] is not [ADDRESS][:PORT], with an IPv4 address in numbers\n",
+            Program, text);
+    return false;
 }
 
 // Makes sure that options.log_file has a name.
@@ -159,14 +174,17 @@ static bool answers_on(const char *name)
 }
 
 // False, with a message, if a faxtrayd runs on this host. The host's own name may not resolve, or not to an
-// IPv4 address, so "localhost" is asked too.
+// IPv4 address, so "localhost" is asked too, and the one address where another start of this site's listens.
 static bool check_only_instance()
 {
     if (uname(&host) < 0) {
         fprintf(stderr, "%s: Can't determine local host name: %s\n", Program, strerror(errno));
         return false;
     }
-    if (instance_lock_is_held(host.nodename) || answers_on(host.nodename) || answers_on("localhost"))
+    char listening[INET_ADDRSTRLEN];
+    inet_ntop(AF_INET, &listen_address.sin_addr, listening, sizeof listening);
+    if (instance_lock_is_held(host.nodename) || answers_on(host.nodename) || answers_on("localhost") ||
+        (listen_address.sin_addr.s_addr != INADDR_ANY && answers_on(listening)))
         return report_running();
     return true;
 }
@@ -215,7 +233,7 @@ static rpc_service_t inbox_service()
             .dispatch = in_prog_1,
             .largest_reply = MAX_READ_SIZE,
             .largest_request = 256 * 1024,
-            .address = any_address(),
+            .address = listen_address,
             .wake_fd = signals_fd(),
             .wake_pending = signals_pending,
             .wake = signals_handle,
@@ -258,7 +276,8 @@ static void load_lists()
 // ended.
 static void run(options_t &options)
 {
-    if (!name_log_file(options) || !close_descriptors() || !open_log(options.log_file.get()))
+    if (!choose_listen_address() || !name_log_file(options) || !close_descriptors() ||
+        !open_log(options.log_file.get()))
         return;
     start_tracing();
     start_exception_log();

@@ -14,24 +14,6 @@ namespace faxtray {
 
 static unique_fd listener;
 
-static sockaddr_in address_of(in_addr_t host)
-{
-    sockaddr_in address = {};
-    address.sin_family = AF_INET;
-    address.sin_addr.s_addr = htonl(host);
-    return address;
-}
-
-sockaddr_in any_address()
-{
-    return address_of(INADDR_ANY);
-}
-
-sockaddr_in loopback_address()
-{
-    return address_of(INADDR_LOOPBACK);
-}
-
 static bool set_option(int fd, int level, int option, int value)
 {
     return setsockopt(fd, level, option, &value, sizeof value) == 0;

@@ -13,7 +13,7 @@ struct rpc_service_t {
     void (*dispatch)(svc_req *, SVCXPRT *) noexcept;
     u_int largest_reply;  // bytes; sockets have room for two of them, so that clients read in their own time
     u_int largest_request;  // bytes, all marks included; a longer one closes its connection
-    sockaddr_in address;    // where to listen; port 0: any
+    sockaddr_in address;    // where to listen (see listen_address); port 0: any
 
     // Other work that the loop does, between requests and never during one.
     int wake_fd;             // readable when there is such work
@@ -22,10 +22,6 @@ struct rpc_service_t {
     bool (*ending)();        // true once no more requests are to be served
     bool (*unfinished)();    // true while, at the end, something is worth waiting ten seconds for
 };
-
-// Every address of this host, or its loopback address only, which no other host can reach; any port.
-sockaddr_in any_address();
-sockaddr_in loopback_address();
 
 // Opens a TCP port and registers the program there (see registration_make). Returns 1, or 0 with errno. A
 // process can have only one service.
