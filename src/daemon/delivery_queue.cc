@@ -41,6 +41,7 @@ struct running_t {
     void (*conclude)() = nullptr;
     unique_fd pipe;        // the child's report, until its end
     std::string received;  // of it so far
+    bool lost = false;     // a part of it, for want of memory
 };
 
 }  // namespace
@@ -125,7 +126,12 @@ in_res_t *delivery_take(const delivery_steps_t &steps, client_deliver_req_t *req
 {
     static in_res_t failure;
     if (running.child != 0 || (!waiting.empty() && !is_next)) {
-        waiting.push_back(rpc_put_off(transport, waiting.size() < most_kept));
+        try {
+            waiting.push_back(0);
+        } catch (const std::bad_alloc &) {
+            return error_reply(failure, IE_SYSTEM, ENOMEM, "Trayd: Not enough memory.");
+        }
+        waiting.back() = rpc_put_off(transport, waiting.size() <= most_kept);
         return nullptr;
     }
     if (in_res_t *reply = steps.check(request))
@@ -179,7 +185,7 @@ static void conclude(int status)
     const running_t ended = std::exchange(running, {});
     rpc_unwatch(ended.pipe.get());
     ended.conclude();
-    const bool good = WIFEXITED(status) && WEXITSTATUS(status) == 0;
+    const bool good = WIFEXITED(status) && WEXITSTATUS(status) == 0 && !ended.lost;
     if (!good || !accept_report(ended.received, ended.connection)) {
         fprintf(stderr, "Trayd: A delivery has ended early: wait status 0x%x.\n",
                 static_cast<unsigned>(status));
@@ -196,7 +202,11 @@ static bool read_on()
     char bytes[4096];
     ssize_t n;
     while ((n = read(running.pipe.get(), bytes, sizeof bytes)) > 0)
-        running.received.append(bytes, static_cast<size_t>(n));
+        try {
+            running.received.append(bytes, static_cast<size_t>(n));
+        } catch (const std::bad_alloc &) {
+            running.lost = true;  // and read on: the child must not be left writing
+        }
     return n == 0 || (errno != EAGAIN && errno != EINTR);
 }
 

@@ -10,7 +10,7 @@
 
 namespace faxtray {
 
-static constexpr timeval start_and_end = {10, 0}, look = {1, 0}, interval = {30, 0};
+static constexpr timeval start_and_end = {10, 0}, look = {0, 200'000}, interval = {30, 0};
 
 static rpcprog_t program;
 static rpcvers_t version;

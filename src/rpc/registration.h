@@ -18,7 +18,7 @@ timeval registration_due();
 
 // Looks at the entry, and makes it again if it is gone or if a stranger has taken its place; what cannot be
 // done is reported once, on standard error, and tried again the next time. A port mapper answers within a
-// millisecond; one that does not is given a second.
+// millisecond; one that does not is given 200, since nobody is served meanwhile.
 void registration_look();
 
 // Removes the entry, within 10 seconds, for a service that ends.

@@ -1,3 +1,5 @@
+// Level-triggered epoll: what is not read, or cannot be written, is reported again. So a connection only has
+// to say what it waits for, and nothing is lost when a round is cut short.
 #include "rpc/rpc_loop.h"
 
 #include <fcntl.h>
@@ -81,6 +83,7 @@ private:
     bool control(int operation, int fd, uint32_t events);
     void open_door(bool open);
     void handle(const epoll_event &event);
+    static uint32_t wanted_events(const client_t &client, bool served);
     void settle(client_t &client, bool good, bool served = false);
     void close(int fd);
     void serve(std::deque<int> &queue);
@@ -151,9 +154,21 @@ void rpc_loop::close(int fd)
     open_door(true);
 }
 
-// After anything has happened to a connection: sees that what it now waits for is noticed, or closes it.
-void rpc_loop::settle(client_t &client, bool good, bool served)
+// What epoll is to look for. With one request at hand nothing more is read either, but that is served sooner
+// than epoll could be told.
+uint32_t rpc_loop::wanted_events(const client_t &client, bool served)
 {
+    if (client.wants_room())
+        return EPOLLOUT;
+    if (client.is_put_off() || (served && client.has_request()))
+        return 0;
+    return EPOLLIN;
+}
+
+// After anything has happened to a connection, `served` if that was a request: sees that what it now waits
+// for is noticed, or closes it.
+void rpc_loop::settle(client_t &client, bool good, bool served)
+try {
     if (!good) {
         close(client.fd());
         return;
@@ -162,18 +177,22 @@ void rpc_loop::settle(client_t &client, bool good, bool served)
         table_.pin(client.fd());
     else
         table_.touch(client.fd(), now_);
+    if (client.is_put_off())
+        put_off_[client.serial()] = client.fd();
     if (client.has_request() && !client.queued) {
         (served ? busy_ : ready_).push_back(client.fd());
         client.queued = true;
     }
-    uint32_t events = EPOLLIN;
-    if (client.wants_room())
-        events = EPOLLOUT;
-    else if (client.is_put_off())
-        events = 0;
-    // With a request at hand nothing more is read, but it is served sooner than epoll could be asked.
-    if (events != client.events && control(EPOLL_CTL_MOD, client.fd(), events))
+    const uint32_t events = wanted_events(client, served);
+    if (events == client.events)
+        return;
+    // It is not there any more if its client had gone before it was answered.
+    if (control(EPOLL_CTL_MOD, client.fd(), events) || control(EPOLL_CTL_ADD, client.fd(), events))
         client.events = events;
+    else
+        close(client.fd());
+} catch (const std::bad_alloc &) {
+    close(client.fd());
 }
 
 void rpc_loop::handle(const epoll_event &event)
@@ -197,10 +216,7 @@ void rpc_loop::serve(std::deque<int> &queue)
     client_t &client = *clients_.at(queue.front());
     queue.pop_front();
     client.queued = false;
-    const bool good = client.serve(now_);
-    if (client.is_put_off())
-        put_off_[client.serial()] = client.fd();
-    settle(client, good, true);
+    settle(client, client.serve(now_), true);
     if (service_.wake_pending())
         service_.wake();
 }
@@ -275,9 +291,12 @@ void rpc_loop::end_overdue()
         return;
     looked_ = now_;
     std::vector<int> overdue;
-    for (const auto &[fd, client] : clients_)
-        if (client->is_overdue(now_))
-            overdue.push_back(fd);
+    try {
+        for (const auto &[fd, client] : clients_)
+            if (client->is_overdue(now_))
+                overdue.push_back(fd);
+    } catch (const std::bad_alloc &) {  // those found so far, then, and the others the next time
+    }
     for (const int fd : overdue)
         close(fd);
     open_door(true);
@@ -343,7 +362,8 @@ int rpc_loop::timeout() const
     if (!ready_.empty() || !busy_.empty())
         return 0;
     const int until = until_registration();
-    return clients_.empty() && door_open_ ? until : std::min(until, 1000);
+    const bool is_idle = clients_.empty() && door_open_ && closed_ < many_closed;
+    return is_idle ? until : std::min(until, 1000);
 }
 
 int rpc_loop::run()
@@ -403,10 +423,7 @@ void rpc_loop::serve_again(uint64_t number)
     client_t *client = take_put_off(number);
     if (!client)
         return;
-    const bool good = client->serve_again(now_);
-    if (client->is_put_off())
-        put_off_[number] = client->fd();
-    settle(*client, good, true);
+    settle(*client, client->serve_again(now_), true);
 }
 
 // Only closes: freeing what the daemon owns would cost the child time, and change nothing.
@@ -421,13 +438,16 @@ void rpc_loop::leave()
 }
 
 bool rpc_loop::watch(int fd, std::function<void()> ready)
-{
+try {
     watches_[fd] = std::move(ready);
     if (control(EPOLL_CTL_ADD, fd, EPOLLIN))
         return true;
     const int error = errno;
     watches_.erase(fd);
     errno = error;
+    return false;
+} catch (const std::bad_alloc &) {
+    errno = ENOMEM;
     return false;
 }
 
