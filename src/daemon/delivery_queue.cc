@@ -18,14 +18,14 @@
 #include <utility>
 
 #include "daemon/replies.h"
-#include "deliver/node_queue.h"
+#include "daemon/signals.h"
+#include "deliver/admin_notice.h"
 #include "disk/work_note.h"
 #include "protocol/xdr_records.h"
 #include "rpc/rpc_loop.h"
 #include "util/child_process.h"
 #include "util/io.h"
 #include "util/owned.h"
-#include "util/time_limit.h"
 
 namespace faxtray {
 
@@ -52,17 +52,11 @@ static bool is_next;                  // the request being served is the one who
 
 // In the child
 
-// What the pipe carries: how many notices count within the day, the times until which they do, and the
-// encoded result. "" without memory.
+// What the pipe carries: the notices sent, and the encoded result. "" without memory.
 static std::string report_of(in_res_t *result)
 try {
-    std::string report;
-    const auto add = [&report](int64_t number) {
-        report.append(reinterpret_cast<const char *>(&number), sizeof number);
-    };
-    add(ncount());
-    for (; ncount() > 0; ndeq())
-        add(nhead());
+    const notices_sent_t sent = admin_notices_sent();
+    const std::string report(reinterpret_cast<const char *>(&sent), sizeof sent);
     std::string encoded(xdr_sizeof(reinterpret_cast<xdrproc_t>(xdr_in_res_t), result), '\0');
     XDR xdrs;
     xdrmem_create(&xdrs, encoded.data(), static_cast<u_int>(encoded.size()), XDR_ENCODE);
@@ -71,21 +65,12 @@ try {
     return "";
 }
 
-// The daemon wants the delivery to end. What it leaves is in its note.
-static void end_at_once(int)
-{
-    kill_commands();
-    _exit(1);
-}
-
 [[noreturn]] static void carry_out_in_child(const delivery_steps_t &steps, client_deliver_req_t *request,
                                             int pipe)
 {
-    // The daemon's handlers are for its loop. What it ignores is ignored here too.
-    for (const int sig : {SIGINT, SIGQUIT, SIGTERM, SIGUSR1, SIGUSR2})
-        signal(sig, end_at_once);
-    signal(SIGCHLD, SIG_DFL);
+    signals_leave();
     rpc_leave();
+    admin_notice_init();
     const std::string report = report_of(steps.carry_out(request));
     const bool told = !report.empty() && write_full(pipe, report.data(), report.size());
     fflush(nullptr);
@@ -152,17 +137,12 @@ static bool_t xdr_encoded(XDR *xdrs, std::string_view *encoded)
 // whole.
 static bool accept_report(const std::string &report, uint64_t connection)
 {
-    int64_t count, value;
-    if (report.size() < sizeof count)
+    notices_sent_t sent;
+    if (report.size() < sizeof sent)
         return false;
-    memcpy(&count, report.data(), sizeof count);
-    const size_t numbers = (static_cast<size_t>(count) + 1) * sizeof value;
-    npurge();
-    for (size_t at = sizeof value; at < numbers; at += sizeof value) {
-        memcpy(&value, report.data() + at, sizeof value);
-        nenq(value);
-    }
-    std::string_view encoded = std::string_view(report).substr(numbers);
+    memcpy(&sent, report.data(), sizeof sent);
+    admin_notices_add(sent);
+    std::string_view encoded = std::string_view(report).substr(sizeof sent);
     rpc_answer(connection, reinterpret_cast<xdrproc_t>(xdr_encoded), &encoded);
     return true;
 }

@@ -19,6 +19,7 @@
 #include "daemon/dispatcher.h"
 #include "daemon/inbox_root.h"
 #include "daemon/instance_lock.h"
+#include "daemon/notice_queue.h"
 #include "daemon/options.h"
 #include "daemon/signals.h"
 #include "deliver/admin_notice.h"
@@ -218,10 +219,10 @@ static bool leave_terminal()
     return false;
 }
 
-// At the end: whether the delivery that is running may have the time to end by itself.
-static bool waits_for_delivery()
+// At the end: whether the children that are running may have the time to end by themselves.
+static bool waits_for_children()
 {
-    return delivery_is_running() && !signals_hurried();
+    return (delivery_is_running() || notices_are_left()) && !signals_hurried();
 }
 
 // The inbox program as a service. It has no largest request: one with absurdly long names is answered with an
@@ -238,7 +239,7 @@ static rpc_service_t inbox_service()
             .wake_pending = signals_pending,
             .wake = signals_handle,
             .ending = signals_ending,
-            .unfinished = waits_for_delivery};
+            .unfinished = waits_for_children};
 }
 
 static bool start_service()
@@ -254,6 +255,7 @@ static void cv_svc_run()
 {
     const int error = rpc_service_run(inbox_service());
     delivery_kill();
+    notices_kill();
     if (error == 0)
         exit(0);  // runs cleanup()
     fprintf(stderr, "cv_svc_run: select: %s\n", strerror(error));
@@ -305,6 +307,7 @@ static void run(options_t &options)
         fprintf(stderr, "%s: atexit(cleanup): %s\n", Program, strerror(errno));
     fprintf(stderr, "%s: Trayd version [%s] started\n", Program, SCCS_ID);
     trprintf("%s: Trayd version [%s] started\n", Program, SCCS_ID);
+    notice_queue_init();
     load_lists();
 
     cv_svc_run();

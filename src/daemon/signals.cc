@@ -13,8 +13,10 @@
 #include <initializer_list>
 
 #include "daemon/delivery_queue.h"
+#include "daemon/notice_queue.h"
 #include "util/child_process.h"
 #include "util/io.h"
+#include "util/time_limit.h"
 
 namespace faxtray {
 
@@ -33,7 +35,7 @@ static void write_text(const char *text)
     (void)write_full(STDERR_FILENO, text, strlen(text));
 }
 
-static void wake_loop()
+void signals_wake()
 {
     const int saved = errno;
     // If the pipe is full, the loop will wake anyway.
@@ -53,14 +55,14 @@ void exit_proc(int sig)
     if (terminated_by != 0)
         hurried = 1;
     terminated_by = sig;
-    wake_loop();
+    signals_wake();
 }
 
 // Reaping is left to the loop: a request that awaits its own child must find it there.
 void sa_child(int)
 {
     child_signalled = 1;
-    wake_loop();
+    signals_wake();
 }
 
 // Installs a handler and unblocks its signal, which whoever started us may have left blocked.
@@ -138,7 +140,7 @@ static void reap_children()
         }
         if (pid <= 0)
             return;
-        if (!delivery_has_ended(pid, status))
+        if (!delivery_has_ended(pid, status) && !notice_has_ended(pid, status))
             report_child(pid, status);
         explained = true;
     }
@@ -154,11 +156,26 @@ void signals_handle()
         child_signalled = 0;
         reap_children();
     }
+    notices_begin();
     if (terminated_by && !ending) {
         fprintf(stderr, "Trayd: Interrupted: signal [%d]\n", static_cast<int>(terminated_by));
         fprintf(stderr, "Trayd: Shutting down...\n");
         ending = true;
     }
+}
+
+// What a child leaves undone, the daemon or its next start knows of.
+static void end_child(int)
+{
+    kill_commands();
+    _exit(1);
+}
+
+void signals_leave()
+{
+    for (const int sig : {SIGINT, SIGQUIT, SIGTERM, SIGUSR1, SIGUSR2})
+        signal(sig, end_child);
+    signal(SIGCHLD, SIG_DFL);
 }
 
 bool signals_ending()

@@ -12,9 +12,16 @@ int signals_init(int debug);
 
 int signals_fd();        // readable when signals_handle() has something to do
 bool signals_pending();  // the same question without a system call
-void signals_handle();   // reaps ended children; announces the end after a terminating signal
+void signals_handle();   // reaps ended children, begins notices; announces the end after a terminating signal
 bool signals_ending();   // true from then on
 bool signals_hurried();  // true once a second one has come
+
+// Wakes the loop, which then calls signals_handle().
+void signals_wake();
+
+// In a child of the daemon's: a terminating signal kills the commands that it has started and ends it. What
+// the daemon ignores is ignored here too.
+void signals_leave();
 
 void sa_child(int sig);   // the handler of SIGCHLD
 void exit_proc(int sig);  // the handler of terminating and fatal signals

@@ -32,6 +32,8 @@ static constexpr int default_volume = 5;          // notices a day
 static constexpr time_t hold = 24 * 60 * 60;      // seconds that a notice counts against the volume
 static constexpr size_t subject_characters = 30;  // of the entry's message
 
+static notices_sent_t sent;  // since admin_notice_init()
+
 // The administrator's record from the registry; null, with an entry of its own, if there is none.
 static av_list_ptr admin_record(int queue)
 {
@@ -101,6 +103,7 @@ static void send_notice(const av_list_t *admin, const elog_entry_t &entry, int v
         message = "elog_writef: Error posting to exception log\n";
     } else {
         nenq(time(nullptr) + hold);
+        sent.count++;
         message = std::string(entry.prefix) + entry.message;
         // The subject shows the beginning of the message, as far as it fits on a line of a mailbox's list.
         subject += ": " + std::string(entry.message).substr(0, subject_characters);
@@ -111,28 +114,38 @@ static void send_notice(const av_list_t *admin, const elog_entry_t &entry, int v
     notify(admin, subject.c_str(), message.c_str(), IV_WHEN_TO_NOTIFY_FAX_EXCEPTION);
 }
 
+static void begin_anew()
+{
+    npurge();
+    sent = {0, true};
+}
+
+// Notices of more than a day ago count no longer.
+static void drop_old()
+{
+    for (const time_t now = time(nullptr); ncount() > 0 && nhead() <= now;)
+        ndeq();
+}
+
 // Decides whether the administrator gets a notice of this entry, and sends it.
 static void notify_administrator(const elog_entry_t &entry)
 {
     const av_list_ptr admin = admin_record(entry.queue);
     if (!admin || entry.level < ELOG_FATAL || entry.level > lowest_level(admin.get()))
         return;
-    // Notices of more than a day ago count no longer.
-    for (const time_t now = time(nullptr); ncount() > 0 && nhead() <= now;)
-        ndeq();
-
+    drop_old();
     int volume = daily_volume(admin.get());
     const bool limited = volume >= 1;
     if (!limited) {  // Kept: below 1 is no limit at all, though it looks like none a day.
         volume = 1;
-        npurge();
+        begin_anew();
     }
     if (volume > ncount())
         send_notice(admin.get(), entry, volume, limited);
 }
 
 // The exception log's callback. It is noexcept, because any code at all may have written the entry.
-static void handle_entry(const elog_entry_t &entry) noexcept
+void admin_notice_handle(const elog_entry_t &entry) noexcept
 try {
     if (*dvLog_callbacks) {
         // Kept: the format as the code has it, not the message: commands in use search for it.
@@ -148,7 +161,22 @@ try {
 
 void admin_notice_init()
 {
-    elog_set_notifier(handle_entry);
+    sent = {};
+    elog_set_notifier(admin_notice_handle);
+}
+
+notices_sent_t admin_notices_sent()
+{
+    return sent;
+}
+
+void admin_notices_add(notices_sent_t by_child)
+{
+    if (by_child.anew)
+        npurge();
+    drop_old();
+    for (int n = 0; n < by_child.count; n++)
+        nenq(time(nullptr) + hold);
 }
 
 }  // namespace faxtray

@@ -453,6 +453,15 @@ try {
     say("  error: ", e.what());
 }
 
+// Whether the daemon has no children: nothing that it has still to say will come. One may follow another, but
+// not while it answers.
+static bool is_alone()
+{
+    const std::string pid = std::to_string(daemon_pid),
+                      children = "/proc/" + pid + "/task/" + pid + "/children";
+    return read_file(children).empty() && daemon_answers() && read_file(children).empty();
+}
+
 static void take(const step_t &step)
 {
     if (step.verb == "fail") {
@@ -461,7 +470,9 @@ static void take(const step_t &step)
     }
     const pid_t injector = failure.verb.empty() ? -1 : inject(std::exchange(failure, {}));
     act(step);
-    // Once it answers, all that follows the step's reply is done.
+    // Once it answers and its notices are sent, all that follows the step's reply is done.
+    if (daemon_pid > 0 && !is_alone())
+        wait_for([] { return has_ended(daemon_pid) || is_alone(); });
     if (daemon_pid > 0 && !daemon_answers() && wait_for([] { return has_ended(daemon_pid); })) {
         const int status = await(std::exchange(daemon_pid, -1));
         say("  = ", status < 1000 ? "exit " + std::to_string(status)
