@@ -168,10 +168,10 @@ static bool report_running()
     return false;
 }
 
-// Whether any faxtrayd answers within the time for one name of the host.
-static bool answers_on(const char *name)
+// Whether any faxtrayd answers for one of the host's names.
+static bool answers_on(const char *name, deadline_t deadline)
 {
-    return rpc_answers_on(name, IN_PROG, IN_VERS, {5, 0});
+    return rpc_answers_on(name, IN_PROG, IN_VERS, time_left(deadline));
 }
 
 // False, with a message, if a faxtrayd runs on this host. The host's own name may not resolve, or not to an
@@ -184,8 +184,10 @@ static bool check_only_instance()
     }
     char listening[INET_ADDRSTRLEN];
     inet_ntop(AF_INET, &listen_address.sin_addr, listening, sizeof listening);
-    if (instance_lock_is_held(host.nodename) || answers_on(host.nodename) || answers_on("localhost") ||
-        (listen_address.sin_addr.s_addr != INADDR_ANY && answers_on(listening)))
+    const deadline_t deadline = deadline_after({5, 0});  // for all
+    if (instance_lock_is_held(host.nodename) || answers_on(host.nodename, deadline) ||
+        answers_on("localhost", deadline) ||
+        (listen_address.sin_addr.s_addr != INADDR_ANY && answers_on(listening, deadline)))
         return report_running();
     return true;
 }
