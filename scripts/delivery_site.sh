@@ -1,0 +1,195 @@
+# Sourced by kill-test.sh and fault-test.sh: a site in a temporary directory with a running faxtrayd, a received fax
+# and recipients of every kind; system calls of the daemon, or of the child that carries out a delivery, that are
+# tampered with by strace; and what has to be true afterwards.
+
+# on_private_host_only SCRIPT ARGUMENT...: runs the script again on a private host, unless it is on one already. The
+# daemon should be a release build: sanitizers make calls of their own.
+on_private_host_only() {
+    [ "${!#}" != on-private-host ] || return 0
+    [ "$(id -u)" = 0 ] || { echo "$1: run me as root: the test makes a private host" >&2; exit 1; }
+    if [ -z "${FAULT_BUILD:-}" ]; then # the programs to test; by default the release build
+        need $build_packages $service_packages strace
+        configure_release
+        cmake --build build -j "$(nproc)" --target faxtrayd faxtray on_private_host | tail -n 1
+    fi
+    local build
+    build=$(realpath "${FAULT_BUILD:-build}")
+    PATH=$build/bin:$PATH exec on_private_host bash "$@" on-private-host
+}
+
+failures=0
+
+fail() { # WHAT...
+    echo "FAILED: $*"
+    failures=$((failures + 1))
+}
+
+finish() {
+    [ $failures = 0 ] || { echo "$failures failures"; exit 1; }
+}
+
+add_converter() { # NAME SCRIPT
+    printf '#!/bin/sh\n%s\n' "$2" >"$site/utils/$1"
+    chmod 755 "$site/utils/$1"
+}
+
+# Sets $site, and $log: what the daemon, strace and the client print.
+make_site() {
+    work=$(mktemp -d)
+    export XDG_CACHE_HOME=$work
+    site=$work/site
+    log=$work/log
+    calls=$work/calls   # what strace has seen
+    answer=$work/answer # what the client of a delivery has printed
+    trap 'umount "$site/inboxes/other"; rm -rf "$work" /tmp/victim*' EXIT
+    mkdir -p "$site"/{work,incoming,utils,inboxes/{same,other,recoded,tiff,pdf,mail}} "$work/expected"
+    mount -t tmpfs tmpfs "$site/inboxes/other"
+    cp tests/data/faxes/letter-mmr.fax "$work/original"
+    add_converter tiffconv '(printf TIFF; cat "$2") >"$3"'
+    add_converter rasterps2 '(printf PS; cat "$3") >"$2"'
+    add_converter distill '(printf PDF; cat "$1") >"${1%.ps}.pdf"'
+    cat >"$site/USER_LIST.info" <<END
+[default]
+delivery_dir_root = $site/inboxes
+delivery_file_format = as_received
+[desk]
+forwarder = Desk
+[same]
+[other]
+[recoded]
+delivery_file_format = g3
+[tiff]
+delivery_file_format = tiff_f
+[pdf]
+delivery_file_format = pdf
+[mail]
+email_address = mail
+delivery_method = sunmail_attach
+delivery_file_format = tiff_f
+END
+    printf '[ttyS0]\nincoming_dir = %s\nincoming_gui = Desk\n' "$site/incoming" >"$site/MODEMS.info"
+    clear_site
+}
+
+# Removes everything delivered. The received fax stays if it is there, since only the file that was listed is delivered.
+clear_site() {
+    rm -rf "$site"/inboxes/*/[!.]* "$site"/incoming/victim[!.]* /tmp/victim*
+    cmp -s "$work/original" "$site/incoming/victim.fax" && return
+    cp "$work/original" "$site/incoming/victim.fax"
+    touch -d '10 minutes ago' "$site/incoming/victim.fax"
+}
+
+desk() { setsid -w faxtray -u desk --inbox Desk "$@" </dev/null; }
+
+start_daemon() {
+    # In a subshell: this shell would report how each of its own jobs ends.
+    daemon=$(
+        cd "$site"
+        ONDRIXHOME=$site PATH=$site/utils:$PATH faxtrayd -f -d 0 >>"$log" 2>&1 &
+        echo $!
+    )
+    until faxtray status >/dev/null 2>&1; do
+        kill -0 $daemon 2>/dev/null || { cat "$log" "$site/work/trayd_log"; exit 1; }
+    done
+    fax=$(desk list | awk 'NR == 2 { print $1 }')
+}
+
+stop_daemon() { # SIGNAL
+    kill "-$1" $daemon 2>/dev/null || true
+    while kill -0 $daemon 2>/dev/null; do :; done
+}
+
+# Starts strace on that process, in $tracer, and returns when it watches.
+trace() { # PID STRACE-OPTION...
+    local pid=$1
+    shift
+    strace -qq -p "$pid" "$@" 2>>"$log" &
+    tracer=$!
+    until grep -q "TracerPid:.$tracer" "/proc/$pid/status" 2>/dev/null; do
+        kill -0 $tracer 2>/dev/null || break
+    done
+}
+
+end_trace() {
+    kill -INT $tracer 2>/dev/null || true
+    wait $tracer 2>/dev/null || true
+}
+
+# The child of the daemon that carries out a delivery, or nothing.
+child() { pgrep -P $daemon || true; }
+
+# Delivers to RECIPIENT while strace watches WHOM: the daemon or its child. The client's exit status is in $status, what
+# it printed in $answer.
+deliver_traced() { # RECIPIENT daemon|child STRACE-OPTION...
+    local recipient=$1 whom=$2 client
+    shift 2
+    if [ "$whom" = daemon ]; then
+        trace $daemon "$@"
+        desk deliver "$fax" "$recipient" >"$answer" 2>&1 && status=0 || status=$?
+    else
+        # Of the two, only the child makes this call, its first: it stops there until strace watches it alone.
+        trace $daemon -f -o "$work/stop" -e inject=set_robust_list:signal=STOP
+        desk deliver "$fax" "$recipient" >"$answer" 2>&1 &
+        client=$!
+        until grep -q 'stopped by SIGSTOP' "$work/stop"; do
+            kill -0 $client 2>/dev/null || break
+        done
+        end_trace
+        local child
+        child=$(child)
+        [ -z "$child" ] || { trace "$child" "$@"; kill -CONT "$child"; }
+        wait $client && status=0 || status=$?
+    fi
+    end_trace
+}
+
+# Writes where the process that strace has watched may be tampered with, "NAME COUNT" for the COUNTth call of that NAME.
+places() {
+    awk -F'(' '/^[a-z_0-9]+\(/ { print $1, ++seen[$1] }' "$calls"
+}
+
+# Children of the daemon, and theirs, may outlive it: waits for them.
+await_children() {
+    while pgrep -f 'tiffconv|rasterps2|distill|sendmail' >/dev/null || [ "$(pgrep -c -x faxtrayd)" -gt "${1:-0}" ]; do :; done
+}
+
+# Checks that the site is as it should be, however far a delivery to RECIPIENT got.
+check() { # RECIPIENT WHERE
+    cmp -s "$work/original" "$site/incoming/victim.fax" || fail "$2: the received fax is not what it was"
+    local file
+    for file in "$site"/inboxes/*/* "$site"/incoming/*; do
+        case $file in
+        */inboxes/$1/ii_*) fail "$2: left behind: $file" ;;
+        */inboxes/$1/*) cmp -s "$file" "$work/expected/$1" || fail "$2: not whole: $file" ;;
+        */incoming/victim.fax | *'*') ;;
+        *) fail "$2: left behind: $file" ;;
+        esac
+    done
+    file=$(cd "$site/work" && ls | grep -v -x -e trayd_log -e exception_log -e access_log -e 'fax_ids\..*' -e 'trayd_lock\..*') &&
+        fail "$2: left behind: work/$file"
+    file=$(ls /tmp | grep "^victim.*[^s]$") && fail "$2: left behind: /tmp/$file"
+    return 0
+}
+
+# Checks that the inbox of RECIPIENT holds the fax, whole and once.
+check_delivered() { # RECIPIENT WHERE
+    { cat "$site/inboxes/$1"/* 2>/dev/null || true; } | cmp -s - "$work/expected/$1" ||
+        fail "$2: delivered, but the inbox holds $(ls "$site/inboxes/$1")"
+}
+
+# Delivers to RECIPIENT with nothing tampered with.
+check_delivers() { # RECIPIENT WHERE
+    desk deliver "$fax" "$1" >>"$log" 2>&1 || fail "$2: cannot be delivered again"
+    check_delivered "$1" "$2, delivered again"
+    check "$1" "$2, delivered again"
+}
+
+# Delivers to RECIPIENT while strace watches WHOM; $calls and $work/expected/RECIPIENT then say what happens without a
+# fault.
+record_delivery() { # RECIPIENT daemon|child
+    clear_site
+    deliver_traced "$1" "$2" -o "$calls"
+    [ $status = 0 ] || fail "$1: cannot be delivered: $(cat "$answer")"
+    cat "$site/inboxes/$1"/* >"$work/expected/$1" 2>/dev/null || true # a mail leaves none
+    [ "$1" != recoded ] || grep -qa ^COMPRESSION:0 "$work/expected/$1" || fail "$1: is not re-coded"
+}
