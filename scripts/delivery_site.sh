@@ -115,29 +115,26 @@ end_trace() {
     wait $tracer 2>/dev/null || true
 }
 
-# The child of the daemon that carries out a delivery, or nothing.
-child() { pgrep -P $daemon || true; }
-
-# Delivers to RECIPIENT while strace watches WHOM: the daemon or its child. The client's exit status is in $status, what
-# it printed in $answer.
-deliver_traced() { # RECIPIENT daemon|child STRACE-OPTION...
-    local recipient=$1 whom=$2 client
-    shift 2
+# Runs a command of the client while strace watches the daemon, or the child that carries out the delivery that the
+# command asks for, with the options in $tamper; $calls gets the calls, $status the exit status and $answer the output.
+tamper=()
+traced() { # daemon|child COMMAND...
+    local whom=$1 client child
+    shift
+    : >"$calls"
     if [ "$whom" = daemon ]; then
-        trace $daemon "$@"
-        desk deliver "$fax" "$recipient" >"$answer" 2>&1 && status=0 || status=$?
+        trace $daemon -o "$calls" "${tamper[@]}"
+        "$@" >"$answer" 2>&1 && status=0 || status=$?
     else
         # Of the two, only the child makes this call, its first: it stops there until strace watches it alone.
         trace $daemon -f -o "$work/stop" -e inject=set_robust_list:signal=STOP
-        desk deliver "$fax" "$recipient" >"$answer" 2>&1 &
+        "$@" >"$answer" 2>&1 &
         client=$!
         until grep -q 'stopped by SIGSTOP' "$work/stop"; do
             kill -0 $client 2>/dev/null || break
         done
         end_trace
-        local child
-        child=$(child)
-        [ -z "$child" ] || { trace "$child" "$@"; kill -CONT "$child"; }
+        child=$(pgrep -P $daemon) && trace "$child" -o "$calls" "${tamper[@]}" && kill -CONT "$child"
         wait $client && status=0 || status=$?
     fi
     end_trace
@@ -188,7 +185,8 @@ check_delivers() { # RECIPIENT WHERE
 # fault.
 record_delivery() { # RECIPIENT daemon|child
     clear_site
-    deliver_traced "$1" "$2" -o "$calls"
+    tamper=()
+    traced "$2" desk deliver "$fax" "$1"
     [ $status = 0 ] || fail "$1: cannot be delivered: $(cat "$answer")"
     cat "$site/inboxes/$1"/* >"$work/expected/$1" 2>/dev/null || true # a mail leaves none
     [ "$1" != recoded ] || grep -qa ^COMPRESSION:0 "$work/expected/$1" || fail "$1: is not re-coded"

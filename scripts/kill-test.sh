@@ -25,7 +25,8 @@ log_line='Trayd: A delivery has ended early: wait status 0x9.'
 kill_at() { # RECIPIENT daemon|child NAME COUNT
     clear_site
     : >"$site/work/trayd_log"
-    deliver_traced "$1" "$2" -o "$calls" -e "inject=$3:signal=KILL:when=$4"
+    tamper=(-e "inject=$3:signal=KILL:when=$4")
+    traced "$2" desk deliver "$fax" "$1"
     grep -q '^+++ killed by SIGKILL' "$calls"
 }
 

@@ -26,6 +26,7 @@
 #include "util/child_process.h"
 #include "util/io.h"
 #include "util/owned.h"
+#include "util/session.h"
 
 namespace faxtray {
 
@@ -69,6 +70,7 @@ try {
                                             int pipe)
 {
     signals_leave();
+    setsid();  // by which the daemon finds our commands, should we die
     rpc_leave();
     admin_notice_init();
     const std::string report = report_of(steps.carry_out(request));
@@ -169,6 +171,8 @@ static void conclude(int status)
     if (!good || !accept_report(ended.received, ended.connection)) {
         fprintf(stderr, "Trayd: A delivery has ended early: wait status 0x%x.\n",
                 static_cast<unsigned>(status));
+        kill_session(
+            ended.child);  // its commands would go on making files, and finish a mail that was cut off
         note_recover();
         error_reply(failure, IE_SEND_FAILED, 0, "Trayd: Send failed: the delivery has ended early.");
         rpc_answer(ended.connection, reinterpret_cast<xdrproc_t>(xdr_in_res_t), &failure);

@@ -1,0 +1,121 @@
+#!/bin/bash
+# Makes each system call of a listing, a removal, a reload of the lists and each kind of delivery fail in turn, with every
+# error of six that it can return, and checks that the client was told the truth, nothing was lost or left behind, what
+# is in the inbox is whole, and the daemon goes on.
+#
+# usage: scripts/fault-test.sh [STEP]    as root; with STEP, at every STEPth fault only
+#
+# At the end it prints how often each answer was given.
+set -euo pipefail
+cd "$(dirname "$0")/.."
+source scripts/deps.sh
+source scripts/delivery_site.sh
+
+step=${1:-1}
+on_private_host_only scripts/fault-test.sh "$step" "${@:2}"
+
+# The errors of a call that are tried. Calls that cannot fail in these ways have none; close() would not close.
+errors_of() { # NAME
+    case $1 in
+    openat) echo ENOSPC EIO EMFILE EINTR ENOMEM EDQUOT ;;
+    write | writev | pwrite64 | fsync | fdatasync | copy_file_range | sendfile | ftruncate) echo ENOSPC EIO EINTR EDQUOT ;;
+    rename | renameat | renameat2 | link | linkat | mkdir | mkdirat) echo ENOSPC EIO ENOMEM EDQUOT ;;
+    unlink | unlinkat | rmdir | newfstatat | fstat | statx | readlink | utimensat | fchmod) echo EIO ENOMEM ;;
+    read | pread64) echo EIO EINTR ;;
+    recvfrom | sendmsg) echo EINTR ENOMEM ;;
+    epoll_ctl) echo ENOSPC ENOMEM ;;
+    accept4) echo EMFILE EINTR ENOMEM ;;
+    socket | pipe2 | epoll_create1) echo EMFILE ENOMEM ;;
+    epoll_wait | wait4 | flock | connect) echo EINTR ;;
+    clone | clone3 | mmap | brk | mremap | getcwd | getdents64) echo ENOMEM ;;
+    dup2 | dup3) echo EINTR EMFILE ;;
+    esac
+}
+
+# Every fault of the calls that strace has seen, "NAME COUNT ERROR" a line.
+faults() {
+    local name count error
+    places | while read -r name count; do
+        for error in $(errors_of "$name"); do
+            echo "$name $count $error"
+        done
+    done
+}
+
+# What is tried: each prints what the client prints, and fails if the client does.
+list() { desk list; }
+remove() { desk rm "$fax"; }
+reload() {
+    touch "$site/USER_LIST.info" "$site/MODEMS.info"
+    desk inboxes
+}
+deliver() { desk deliver "$fax" "$1"; } # RECIPIENT
+
+# Brings the site to where each try begins. A daemon that has listed a fax lists no older one that comes later.
+begin() { # COMMAND
+    [ "$1" != remove ] || { rm -f "$site/incoming/.inbox_index"; stop_daemon TERM; }
+    clear_site
+    kill -0 $daemon 2>/dev/null || start_daemon
+}
+
+check_answer() { # WHERE COMMAND [RECIPIENT]
+    sed "s|$site||; s|[0-9][0-9][0-9][0-9]*|N|g" "$answer" | sed "s|^|$2: |" >>"$work/answers"
+    faxtray status >/dev/null 2>&1 || { fail "$1: the daemon is gone"; start_daemon; }
+    if [ $status != 0 ]; then
+        [ -s "$answer" ] || fail "$1: no answer"
+    elif [ "$2" = deliver ]; then
+        check_delivered "$3" "$1"
+    elif [ "$2" = remove ]; then
+        [ ! -e "$site/incoming/victim.fax" ] || fail "$1: told as removed, and is there"
+    else
+        cmp -s "$answer" "$work/expected/$2" || fail "$1: answered $(cat "$answer")"
+    fi
+    [ "$2" = remove ] || check "${3:-none}" "$1"
+}
+
+# Tries the same with nothing failing.
+check_again() { # WHERE COMMAND [RECIPIENT]
+    [ ! -e "$site/incoming/victim.fax" ] || "${@:2}" >"$answer" 2>&1 || fail "$1, again: $(cat "$answer")"
+    status=0
+    check_answer "$1, again" "${@:2}"
+}
+
+fail_at_every_call() { # daemon|child COMMAND [RECIPIENT]
+    local whom=$1 tries=0 number=0 name count error where
+    shift
+    begin "$@"
+    tamper=()
+    traced "$whom" "$@"
+    [ $status = 0 ] || fail "$*: $(cat "$answer")"
+    cp "$answer" "$work/expected/$1"
+    [ $# = 1 ] || cat "$site/inboxes/$2"/* >"$work/expected/$2" 2>/dev/null || true # a mail leaves none
+    faults >"$work/faults"
+    while read -r name count error; do
+        number=$((number + 1))
+        [ $(((number - 1) % step)) = 0 ] || continue
+        tries=$((tries + 1))
+        where="$*, $name $count of the $whom fails with $error"
+        begin "$@"
+        tamper=(-e "inject=$name:error=$error:when=$count")
+        traced "$whom" "$@"
+        grep -q INJECTED "$calls" || missed=$((missed + 1))
+        check_answer "$where" "$@"
+        check_again "$where" "$@"
+    done <"$work/faults"
+    echo "$*: $number faults of the $whom, $tries tried"
+}
+
+missed=0
+make_site
+start_daemon
+fail_at_every_call daemon list
+fail_at_every_call daemon reload
+fail_at_every_call daemon remove
+fail_at_every_call daemon deliver same
+for recipient in same other recoded tiff pdf mail; do
+    fail_at_every_call child deliver $recipient
+done
+stop_daemon TERM
+echo "$missed calls did not come, and could not fail; the answers:"
+sort "$work/answers" | uniq -c | sort -rn
+finish
