@@ -81,6 +81,8 @@ clear_site() {
 
 desk() { setsid -w faxtray -u desk --inbox Desk "$@" </dev/null; }
 
+listed_fax() { desk list | awk 'NR == 2 { print $1 }'; } # its id
+
 start_daemon() {
     # In a subshell: this shell would report how each of its own jobs ends.
     daemon=$(
@@ -91,7 +93,7 @@ start_daemon() {
     until faxtray status >/dev/null 2>&1; do
         kill -0 $daemon 2>/dev/null || { cat "$log" "$site/work/trayd_log"; exit 1; }
     done
-    fax=$(desk list | awk 'NR == 2 { print $1 }')
+    fax=$(listed_fax)
 }
 
 stop_daemon() { # SIGNAL

@@ -5,7 +5,7 @@
 #
 # usage: scripts/fault-test.sh [STEP]    as root; with STEP, at every STEPth fault only
 #
-# At the end it prints how often each answer was given.
+# At the end it prints how often each answer was given, and when first.
 set -euo pipefail
 cd "$(dirname "$0")/.."
 source scripts/deps.sh
@@ -51,15 +51,20 @@ reload() {
 }
 deliver() { desk deliver "$fax" "$1"; } # RECIPIENT
 
-# Brings the site to where each try begins. A daemon that has listed a fax lists no older one that comes later.
-begin() { # COMMAND
-    [ "$1" != remove ] || { rm -f "$site/incoming/.inbox_index"; stop_daemon TERM; }
+# Brings the site to where each try begins.
+begin() {
+    if ! cmp -s "$work/original" "$site/incoming/victim.fax"; then
+        # A running daemon would list no fax that is older than its last scan.
+        stop_daemon TERM
+        rm -f "$site/incoming/.inbox_index"
+    fi
     clear_site
     kill -0 $daemon 2>/dev/null || start_daemon
+    fax=$(listed_fax)
 }
 
 check_answer() { # WHERE COMMAND [RECIPIENT]
-    sed "s|$site||; s|[0-9][0-9][0-9][0-9]*|N|g" "$answer" | sed "s|^|$2: |" >>"$work/answers"
+    sed -E "s|$site||g; s|[0-9]{2,}|N|g; s|^|$2: |; s|\$|\t($1)|" "$answer" >>"$work/answers"
     faxtray status >/dev/null 2>&1 || { fail "$1: the daemon is gone"; start_daemon; }
     if [ $status != 0 ]; then
         [ -s "$answer" ] || fail "$1: no answer"
@@ -83,7 +88,7 @@ check_again() { # WHERE COMMAND [RECIPIENT]
 fail_at_every_call() { # daemon|child COMMAND [RECIPIENT]
     local whom=$1 tries=0 number=0 name count error where
     shift
-    begin "$@"
+    begin
     tamper=()
     traced "$whom" "$@"
     [ $status = 0 ] || fail "$*: $(cat "$answer")"
@@ -95,7 +100,7 @@ fail_at_every_call() { # daemon|child COMMAND [RECIPIENT]
         [ $(((number - 1) % step)) = 0 ] || continue
         tries=$((tries + 1))
         where="$*, $name $count of the $whom fails with $error"
-        begin "$@"
+        begin
         tamper=(-e "inject=$name:error=$error:when=$count")
         traced "$whom" "$@"
         grep -q INJECTED "$calls" || missed=$((missed + 1))
@@ -117,5 +122,5 @@ for recipient in same other recoded tiff pdf mail; do
 done
 stop_daemon TERM
 echo "$missed calls did not come, and could not fail; the answers:"
-sort "$work/answers" | uniq -c | sort -rn
+awk -F'\t' '{ if (!seen[$1]++) first[$1] = $2 } END { for (text in seen) print seen[text], text, first[text] }' "$work/answers" | sort -rn
 finish
