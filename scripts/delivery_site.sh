@@ -38,10 +38,11 @@ make_site() {
     work=$(mktemp -d)
     export XDG_CACHE_HOME=$work
     site=$work/site
+    victim=victim${work##*.} # the fax; what is made of it in /tmp must not be another run's
     log=$work/log
     calls=$work/calls   # what strace has seen
     answer=$work/answer # what the client of a delivery has printed
-    trap 'umount "$site/inboxes/other"; rm -rf "$work" /tmp/victim*' EXIT
+    trap 'umount "$site/inboxes/other"; rm -rf "$work" /tmp/$victim*' EXIT
     mkdir -p "$site"/{work,incoming,utils,inboxes/{same,other,recoded,tiff,pdf,mail}} "$work/expected"
     mount -t tmpfs tmpfs "$site/inboxes/other"
     cp tests/data/faxes/letter-mmr.fax "$work/original"
@@ -73,10 +74,10 @@ END
 
 # Removes everything delivered. The received fax stays if it is there, since only the file that was listed is delivered.
 clear_site() {
-    rm -rf "$site"/inboxes/*/[!.]* "$site"/incoming/victim[!.]* /tmp/victim*
-    cmp -s "$work/original" "$site/incoming/victim.fax" && return
-    cp "$work/original" "$site/incoming/victim.fax"
-    touch -d '10 minutes ago' "$site/incoming/victim.fax"
+    rm -rf "$site"/inboxes/*/[!.]* "$site"/incoming/$victim[!.]* /tmp/$victim* "$site"/work/{FD[FM].*,delivery_note.*}
+    cmp -s "$work/original" "$site/incoming/$victim.fax" && return
+    cp "$work/original" "$site/incoming/$victim.fax"
+    touch -d '10 minutes ago' "$site/incoming/$victim.fax"
 }
 
 desk() { setsid -w faxtray -u desk --inbox Desk "$@" </dev/null; }
@@ -154,19 +155,19 @@ await_children() {
 
 # Checks that the site is as it should be, however far a delivery to RECIPIENT got.
 check() { # RECIPIENT WHERE
-    cmp -s "$work/original" "$site/incoming/victim.fax" || fail "$2: the received fax is not what it was"
+    cmp -s "$work/original" "$site/incoming/$victim.fax" || fail "$2: the received fax is not what it was"
     local file
     for file in "$site"/inboxes/*/* "$site"/incoming/*; do
         case $file in
         */inboxes/$1/ii_*) fail "$2: left behind: $file" ;;
         */inboxes/$1/*) cmp -s "$file" "$work/expected/$1" || fail "$2: not whole: $file" ;;
-        */incoming/victim.fax | *'*') ;;
+        */incoming/$victim.fax | *'*') ;;
         *) fail "$2: left behind: $file" ;;
         esac
     done
     file=$(cd "$site/work" && ls | grep -v -x -e trayd_log -e exception_log -e access_log -e 'fax_ids\..*' -e 'trayd_lock\..*') &&
         fail "$2: left behind: work/$file"
-    file=$(ls /tmp | grep "^victim.*[^s]$") && fail "$2: left behind: /tmp/$file"
+    file=$(ls /tmp | grep "^$victim.*[^s]$") && fail "$2: left behind: /tmp/$file"
     return 0
 }
 

@@ -252,7 +252,7 @@ static bool fax_to_pdf(const char *path, std::string &pdf)
     ps_scratch.keep();
     pdf_scratch.keep();
     trprintf("unlink %s\n", path);
-    unlink(path);
+    note_remove(path);
     return true;
 }
 

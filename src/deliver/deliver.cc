@@ -475,7 +475,7 @@ static int deliver_given(delivery_t &d)
     note_begin();
     const int result = deliver_to_recipient(d);
     if (d.own_temporary)
-        unlink(d.temporary);
+        note_remove(d.temporary);
     note_end();
     return result;
 }

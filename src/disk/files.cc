@@ -125,7 +125,7 @@ static bool copy_bytes(const char *src, int in, const char *dst, int out)
 static void remove_half_made(const char *path)
 {
     const int error = errno;
-    if (unlink(path) != 0 && errno != ENOENT)
+    if (!note_remove(path) && errno != ENOENT)
         trprintf("copy: unlink(\"%s\") failed: %s.\n", path, strerror(errno));
     errno = error;
 }

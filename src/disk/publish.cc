@@ -14,6 +14,7 @@
 #include "disk/file_names.h"
 #include "disk/files.h"
 #include "disk/flush.h"
+#include "disk/work_note.h"
 #include "util/io.h"
 #include "util/owned.h"
 #include "util/paths.h"
@@ -152,12 +153,12 @@ static int publish_across(const char *src, char *dst, bool dos_names)
         return 0;
     const bool flushed = close_flushed(std::move(copied)) || failed("fsync", staged);
     if (!flushed || !give_name(staged, dst, dos_names)) {
-        unlink(staged);
+        note_remove(staged);
         return 0;
     }
     if (!sync_directory_of(dst))
         return failed("fsync", dst);
-    if (unlink(src) != 0)
+    if (!note_remove(src))
         failed("unlink", src);  // the fax is delivered: two copies are better than none
     return 1;
 }

@@ -1,12 +1,12 @@
 // scratch_file: a file that is removed when its owner goes out of scope, unless it was kept. The owner has
-// only its path: the file may be open, closed or not yet made. A failure to remove it is not reported; after
-// a crash work_note removes it, if it was noted.
+// only its path: the file may be open, closed or not yet made. A failure to remove it is not reported:
+// work_note sees to it, as after a crash.
 #pragma once
-
-#include <unistd.h>
 
 #include <string>
 #include <utility>
+
+#include "disk/work_note.h"
 
 namespace faxtray {
 
@@ -29,7 +29,7 @@ public:
     void remove() noexcept                                       // the file is removed now
     {
         if (!path_.empty())
-            unlink(path_.c_str());
+            note_remove(path_.c_str());
         path_.clear();
     }
 

@@ -12,6 +12,10 @@
 #include <cstdint>
 #include <cstdio>
 #include <cstring>
+#include <new>
+#include <string>
+#include <utility>
+#include <vector>
 
 #include "disk/dir_list.h"
 #include "disk/flush.h"
@@ -47,8 +51,9 @@ constexpr size_t line_size = 3 * MAXPATHLEN + 128;
 
 static int depth;       // how many note_begin() wait for their note_end()
 static unique_fd note;  // the note being written; none outside a delivery, or when it could not be made
-static char note_path[MAXPATHLEN];  // its path
-static bool name_on_disk;           // whether that name has been flushed
+static char note_path[MAXPATHLEN];            // its path
+static bool name_on_disk;                     // whether that name has been flushed
+static std::vector<std::string> not_removed;  // by note_remove()
 
 // Fills in the file at `path`, no link followed, and its owner. False unless it is a regular file; `identity`
 // is then that of what is there all the same.
@@ -142,6 +147,21 @@ void note_will_move(const char *from, const char *to)
     name_on_disk = name_on_disk || sync_directory_of(note_path);
 }
 
+bool note_remove(const char *path)
+{
+    if (unlink(path) == 0)
+        return true;
+    const int error = errno;
+    try {
+        if (error != ENOENT && note)
+            not_removed.emplace_back(path);
+    } catch (const std::bad_alloc &) {
+        trprintf("work_note: cannot note \"%s\"\n", path);
+    }
+    errno = error;
+    return false;
+}
+
 // Beginning and ending
 
 // Creates and locks a note; none with errno.
@@ -177,7 +197,11 @@ void note_end()
 {
     if (depth == 0 || --depth > 0 || !note)
         return;
-    if (unlink(note_path) != 0)
+    // What else the note names may have been delivered meanwhile: only what could not be removed stays in it.
+    if (!not_removed.empty() && ftruncate(note.get(), 0) == 0)
+        for (const std::string &path : std::exchange(not_removed, {}))
+            note_made(path.c_str());
+    else if (unlink(note_path) != 0)
         trprintf("note_end: unlink(\"%s\") failed: %s.\n", note_path, strerror(errno));
     note.reset();
 }

@@ -15,7 +15,7 @@
 // final name before the rename; a file that someone else put there never has the same identity. A fax that is
 // delivered (publish) is not noted under its final name: once there, it stays.
 //
-// While no note is open, all calls but note_begin() and note_recover() do nothing.
+// While no note is open, all calls but note_begin(), note_remove() and note_recover() do nothing.
 #pragma once
 
 namespace faxtray {
@@ -33,6 +33,10 @@ void note_made(const char *path);       // the file exists now
 // The file `from` is about to be renamed to `to`. Returns when that is in the note and on the disk, as far as
 // the disk allows.
 void note_will_move(const char *from, const char *to);
+
+// Removes a file that the delivery has made. False with errno; note_end() then leaves a note of the file for
+// the next start.
+bool note_remove(const char *path);
 
 // At start-up: removes what the notes of dead processes name, as described above, with a line on standard
 // error for each file, and then the notes. A note whose files cannot all be removed is kept for the next

@@ -65,6 +65,14 @@ static user_node_t *node_failure(int line)
     return nullptr;
 }
 
+// Whether stat(2) has failed for a reason that says nothing of the directory itself. Its inbox is then kept:
+// requests are answered with an error until it can be read again, while an inbox that is left out stays out
+// until the lists are edited.
+static bool may_come_back(int error)
+{
+    return error == EIO || error == ESTALE || error == ETIMEDOUT || error == ENOMEM;
+}
+
 // Makes sure that the inbox exists and can be used. False with the reason in `message`.
 static bool prepare_directory(const char *inbox)
 {
@@ -78,7 +86,7 @@ static bool prepare_directory(const char *inbox)
         }
         exists = stat(inbox, &st) == 0;
     }
-    if (exists && check_access_stat(st, S_IFDIR, "rwx"))
+    if (exists ? check_access_stat(st, S_IFDIR, "rwx") : may_come_back(errno))
         return true;
     snprintf(message, sizeof message, "%s: Can't use directory [%s]: %s\n", "create_user_node", inbox,
              strerror(EACCES));
@@ -249,11 +257,15 @@ static const char *incoming_path(const av_list_t *tty)
 // Only directories that exist: unlike users' inboxes, these are created by the fax system.
 static bool is_usable_directory(const char *path, const char *tty)
 {
-    if (!check_dir_access(path, "")) {
+    struct stat st;
+    const bool exists = stat(path, &st) == 0;
+    if (!exists && may_come_back(errno))
+        return true;
+    if (!exists || !check_access_stat(st, S_IFDIR, "")) {
         report("load_incoming_list: Incoming directory [%s] for tty [%s] doesn't exist.\n", path, tty);
         return false;
     }
-    if (!check_dir_access(path, "rwx")) {
+    if (!check_access_stat(st, S_IFDIR, "rwx")) {
         report("load_incoming_list: Incoming directory [%s] for tty [%s] has invalid permissions.\n", path,
                tty);
         return false;
