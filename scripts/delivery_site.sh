@@ -144,8 +144,12 @@ traced() { # daemon|child COMMAND...
 }
 
 # Writes where the process that strace has watched may be tampered with, "NAME COUNT" for the COUNTth call of that NAME.
+# Files in memory are left out: nothing happens to them.
 places() {
-    awk -F'(' '/^[a-z_0-9]+\(/ { print $1, ++seen[$1] }' "$calls"
+    awk '{ split($0, part, /[(,)]/) }
+        /^[a-z_0-9]+\(/ { seen[part[1]]++; if (!(part[2] in memory)) print part[1], seen[part[1]] }
+        /^memfd_create\(/ { memory[$NF] }
+        /^close\(/ { delete memory[part[2]] }' "$calls"
 }
 
 # Children of the daemon, and theirs, may outlive it: waits for them.

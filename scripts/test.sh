@@ -69,6 +69,10 @@ kill_test() {
     scripts/kill-test.sh 5 || [ $? = 77 ] # 77: no private hosts here
 }
 
+fault_test() {
+    scripts/fault-test.sh 45 || [ $? = 77 ]
+}
+
 # Service tests mostly wait, so more of them run at a time than there are processors.
 run_tests() { # NAME DIRECTORY
     local log=$2/tests.log summary
@@ -95,6 +99,7 @@ check "Build of the release by gcc" build/build.log build_release &&
     run_tests "Tests of the release build" build
 if [ "$(id -u)" = 0 ]; then
     check "Kills at every fifth system call of a delivery" build/kill-test.log kill_test
+    check "Failures of every forty-fifth system call of the daemon" build/fault-test.log fault_test
 else
     step "NOTE: the service tests need root and were skipped: run sudo scripts/test.sh"
 fi

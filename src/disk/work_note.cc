@@ -176,8 +176,9 @@ static unique_fd new_note()
         struct stat st;
         if (!fd || (flock(fd.get(), LOCK_EX | LOCK_NB) == 0 && fstat(fd.get(), &st) == 0 && st.st_nlink > 0))
             return fd;
-        // Before it was locked, another daemon's start took it for a dead process's and removed it: try
-        // again.
+        // It could not be locked, or before it was, another daemon's start took it for a dead process's and
+        // removed it: try again with another.
+        unlink(note_path);
     }
     return {};
 }
