@@ -82,13 +82,14 @@ clear_site() {
 
 desk() { setsid -w faxtray -u desk --inbox Desk "$@" </dev/null; }
 
+environment=(env) # of the daemon; what else is to be in it can be added
 listed_fax() { desk list | awk 'NR == 2 { print $1 }'; } # its id
 
 start_daemon() {
     # In a subshell: this shell would report how each of its own jobs ends.
     daemon=$(
         cd "$site"
-        ONDRIXHOME=$site PATH=$site/utils:$PATH faxtrayd -f -d 0 >>"$log" 2>&1 &
+        ONDRIXHOME=$site PATH=$site/utils:$PATH "${environment[@]}" faxtrayd -f -d 0 >>"$log" 2>&1 &
         echo $!
     )
     until faxtray status >/dev/null 2>&1; do

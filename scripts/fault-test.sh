@@ -1,11 +1,11 @@
 #!/bin/bash
 # Makes each system call of a listing, a removal, a reload of the lists and each kind of delivery fail in turn, with every
-# error of six that it can return, and checks that the client was told the truth, nothing was lost or left behind, what
+# error of six that it can return, then each allocation of memory, and checks that the client was told the truth, nothing was lost or left behind, what
 # is in the inbox is whole, and the daemon goes on.
 #
 # usage: scripts/fault-test.sh [STEP]    as root; with STEP, at every STEPth fault only
 #
-# At the end it prints how often each answer was given, and when first.
+# Whatever fails, the daemon must not keep memory for it. At the end it prints how often each answer was given, and when first.
 set -euo pipefail
 cd "$(dirname "$0")/.."
 source scripts/deps.sh
@@ -32,14 +32,25 @@ errors_of() { # NAME
     esac
 }
 
-# Every fault of the calls that strace has seen, "NAME COUNT ERROR" a line.
-faults() {
+# What the preloaded library is told and tells, in $control: three numbers of four bytes.
+arm() { # daemon|child|nobody COUNT: that allocation fails
+    local number numbers=("$(case $1 in daemon) echo 1 ;; child) echo 2 ;; *) echo 0 ;; esac)" "$2")
+    for number in "${numbers[@]}"; do
+        printf "$(printf '\\x%02x' $((number & 255)) $((number >> 8 & 255)) $((number >> 16 & 255)) $((number >> 24)))"
+    done 1<>"$control" >&1
+}
+left() { od -An -td4 -j4 -N4 "$control" | tr -d ' '; } # allocations until the one that fails
+live() { od -An -td4 -j8 -N4 "$control" | tr -d ' '; } # allocations that the daemon has not freed
+
+# Every fault of the calls that strace has seen and of that many allocations, "NAME COUNT ERROR" a line.
+faults() { # ALLOCATIONS
     local name count error
     places | while read -r name count; do
         for error in $(errors_of "$name"); do
             echo "$name $count $error"
         done
     done
+    seq -f 'malloc %g ENOMEM' "$1"
 }
 
 # What is tried: each prints what the client prints, and fails if the client does.
@@ -86,44 +97,74 @@ check_again() { # WHERE COMMAND [RECIPIENT]
     check_answer "$1, again" "${@:2}"
 }
 
-fail_at_every_call() { # daemon|child COMMAND [RECIPIENT]
-    local whom=$1 tries=0 number=0 name count error where
-    shift
+# Runs a command with one fault; false if what should have failed did not come.
+run_with_fault() { # daemon|child NAME COUNT ERROR COMMAND...
+    if [ "$2" = malloc ]; then
+        arm "$1" "$3"
+        "${@:5}" >"$answer" 2>&1 && status=0 || status=$?
+        [ "$(left)" -le 0 ] && came=yes || came=
+        arm nobody 0
+        [ $came ]
+    else
+        tamper=(-e "inject=$2:error=$4:when=$3")
+        traced "$1" "${@:5}"
+        grep -q INJECTED "$calls"
+    fi
+}
+
+# Runs a command without a fault, for what it answers and does, and how many calls and allocations it makes.
+record() { # daemon|child COMMAND [RECIPIENT]
     begin
     tamper=()
-    traced "$whom" "$@"
-    [ $status = 0 ] || fail "$*: $(cat "$answer")"
-    cp "$answer" "$work/expected/$1"
-    [ $# = 1 ] || cat "$site/inboxes/$2"/* >"$work/expected/$2" 2>/dev/null || true # a mail leaves none
-    faults >"$work/faults"
+    traced "$@"
+    [ $status = 0 ] || fail "${*:2}: $(cat "$answer")"
+    cp "$answer" "$work/expected/$2"
+    [ $# = 2 ] || cat "$site/inboxes/$3"/* >"$work/expected/$3" 2>/dev/null || true # a mail leaves none
+    begin
+    arm "$1" $many
+    "${@:2}" >/dev/null
+    local allocations=$((many - $(left)))
+    arm nobody 0
+    faults $allocations >"$work/faults"
+}
+
+fail_in_every_way() { # daemon|child COMMAND [RECIPIENT]
+    local whom=$1 tries=0 number=0 name count error where before
+    record "$@"
+    shift
     while read -r name count error; do
         number=$((number + 1))
         [ $(((number - 1) % step)) = 0 ] || continue
         tries=$((tries + 1))
         where="$*, $name $count of the $whom fails with $error"
         begin
-        tamper=(-e "inject=$name:error=$error:when=$count")
-        traced "$whom" "$@"
-        grep -q INJECTED "$calls" || missed=$((missed + 1))
+        before=$(live)
+        run_with_fault "$whom" "$name" "$count" "$error" "$@" || missed=$((missed + 1))
         # What cannot be removed is left to the next start.
         [ $name != unlink ] || { stop_daemon TERM; start_daemon; }
         check_answer "$where" "$@"
         check_again "$where" "$@"
+        [ $name = unlink ] || [ "$(live)" -le $((before + 0)) ] || fail "$where: the daemon has kept $(($(live) - before)) allocations"
     done <"$work/faults"
     echo "$*: $number faults of the $whom, $tries tried"
 }
 
+many=1000000000 # allocations, more than anything makes
 missed=0
 make_site
+control=$work/control
+head -c 12 /dev/zero >"$control"
+cc -O1 -shared -fPIC -o "$work/fail_malloc.so" scripts/fail_malloc.c
+environment+=(LD_PRELOAD="$work/fail_malloc.so" FAIL_MALLOC="$control")
 start_daemon
-fail_at_every_call daemon list
-fail_at_every_call daemon reload
-fail_at_every_call daemon remove
-fail_at_every_call daemon deliver same
+fail_in_every_way daemon list
+fail_in_every_way daemon reload
+fail_in_every_way daemon remove
+fail_in_every_way daemon deliver same
 for recipient in same other recoded tiff pdf mail; do
-    fail_at_every_call child deliver $recipient
+    fail_in_every_way child deliver $recipient
 done
 stop_daemon TERM
-echo "$missed calls did not come, and could not fail; the answers:"
+echo "$missed faults did not come; the answers:"
 awk -F'\t' '{ if (!seen[$1]++) first[$1] = $2 } END { for (text in seen) print seen[text], text, first[text] }' "$work/answers" | sort -rn
 finish

@@ -70,7 +70,7 @@ kill_test() {
 }
 
 fault_test() {
-    scripts/fault-test.sh 45 || [ $? = 77 ]
+    scripts/fault-test.sh 110 || [ $? = 77 ]
 }
 
 # Service tests mostly wait, so more of them run at a time than there are processors.
@@ -99,7 +99,7 @@ check "Build of the release by gcc" build/build.log build_release &&
     run_tests "Tests of the release build" build
 if [ "$(id -u)" = 0 ]; then
     check "Kills at every fifth system call of a delivery" build/kill-test.log kill_test
-    check "Failures of every forty-fifth system call of the daemon" build/fault-test.log fault_test
+    check "Failures of every 110th system call and allocation" build/fault-test.log fault_test
 else
     step "NOTE: the service tests need root and were skipped: run sudo scripts/test.sh"
 fi
