@@ -192,6 +192,11 @@ int mi_stale(const char *path)
     return source_stale(source, path);
 }
 
+void mi_forget()
+{
+    source.last_open = {};
+}
+
 time_t mi_last_update(const char *path)
 {
     return source_last_update(source, path);

@@ -33,6 +33,7 @@ int mi_rewind();  // to the first section; returns 1 or 0
 
 // 1 if the file was modified after it was last opened, or exists and could not be opened then; else 0.
 int mi_stale(const char *path);
+void mi_forget();                         // the file counts as stale until it is opened again
 time_t mi_last_update(const char *path);  // the file's modification time; 0 on failure
 
 void mi_close();

@@ -343,21 +343,30 @@ static void trace_incoming(const inbox_list_t *list)
 int load_incoming_list(inbox_list_t *list, const char *path)
 {
     trprintf("load_incoming_list: Loading new unrouted inbox DF list\n");
-    dump_list(list);
     if (!mi_open(path, stderr)) {
         report("load_incoming_list: Can't open modem list file [%s].\n", mi_location(path));
         return 0;
     }
-    while (av_list_ptr tty{mi_get(nullptr)})
+    // An entry is left out for faults of its own. Without memory for it the list is not complete, and the
+    // next request tries again.
+    inbox_list_t loaded;
+    bool complete = true;
+    errno = 0;
+    while (av_list_ptr tty{mi_get(nullptr)}) {
         if (strcmp(tty->key, "default") != 0)
-            add_incoming(list, tty.get());
-    int error = mi_error();
+            add_incoming(&loaded, tty.get());
+        complete = complete && errno != ENOMEM;
+    }
+    complete = complete && mi_error() == 0;
     mi_close();
-    if (error != 0) {
+    if (!complete) {
         report("load_incoming_list: Can't load modem info file [%s].\n", mi_location(path));
-        free_user_list(list);
+        mi_forget();
+        free_user_list(&loaded);
         return 0;
     }
+    dump_list(list);
+    list->swap(loaded);
     trace_incoming(list);
     return 1;
 }

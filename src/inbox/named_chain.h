@@ -62,6 +62,12 @@ template <class Record, const char *(*Name)(const Record *)> struct named_chain_
         return at == by_name.end() ? nullptr : at->second;
     }
 
+    void swap(named_chain_t &other) noexcept
+    {
+        std::swap(head, other.head);
+        by_name.swap(other.by_name);
+    }
+
     // Empties chain and index. Returns the first record, the others still chained to it.
     Record *release() noexcept
     {
