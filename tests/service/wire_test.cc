@@ -106,7 +106,8 @@ TEST(Wire, SignalsEndTheDaemonWhateverClientsDo)
     EXPECT_EQ(other.call(9, al).at(1), 1u);
     const auto start = std::chrono::steady_clock::now();
     EXPECT_EQ(daemon.stop(SIGTERM), 0);
-    EXPECT_LT(std::chrono::steady_clock::now() - start, std::chrono::seconds(5)) << "a second is given to readers";
+    EXPECT_LT(std::chrono::steady_clock::now() - start, std::chrono::seconds(5))
+        << "a second is given to readers";
     EXPECT_NE(daemon.log().find("Shutting down"), std::string::npos) << daemon.log();
 }
 
