@@ -171,8 +171,8 @@ static void conclude(int status)
     if (!good || !accept_report(ended.received, ended.connection)) {
         fprintf(stderr, "Trayd: A delivery has ended early: wait status 0x%x.\n",
                 static_cast<unsigned>(status));
-        kill_session(
-            ended.child);  // its commands would go on making files, and finish a mail that was cut off
+        // Its commands would go on making files, and finish a mail that was cut off.
+        kill_session(ended.child);
         note_recover();
         error_reply(failure, IE_SEND_FAILED, 0, "Trayd: Send failed: the delivery has ended early.");
         rpc_answer(ended.connection, reinterpret_cast<xdrproc_t>(xdr_in_res_t), &failure);
