@@ -69,7 +69,6 @@ try {
 [[noreturn]] static void carry_out_in_child(const delivery_steps_t &steps, client_deliver_req_t *request,
                                             int pipe)
 {
-    signals_leave();
     setsid();  // by which the daemon finds our commands, should we die
     rpc_leave();
     admin_notice_init();
@@ -93,8 +92,7 @@ static bool start_child(const delivery_steps_t &steps, client_deliver_req_t *req
     const unique_fd to(ends[1]);
     if (fcntl(from.get(), F_SETFL, O_NONBLOCK) != 0 || !rpc_watch(from.get(), read_report))
         return false;
-    fflush(nullptr);  // or both processes would write what is buffered
-    const pid_t child = fork();
+    const pid_t child = fork_worker();
     if (child == 0)
         carry_out_in_child(steps, request, to.get());
     if (child < 0) {

@@ -4,8 +4,10 @@
 // the log file.
 #include <arpa/inet.h>
 #include <fcntl.h>
+#include <signal.h>
 #include <sys/resource.h>
 #include <sys/utsname.h>
+#include <sys/wait.h>
 #include <unistd.h>
 
 #include <algorithm>
@@ -168,26 +170,43 @@ static bool report_running()
     return false;
 }
 
-// Whether any faxtrayd answers for one of the host's names.
-static bool answers_on(const char *name, deadline_t deadline)
+// Whether any faxtrayd answers on this host within five seconds. The host's own name may not resolve, or not
+// to an IPv4 address, or only after a long time: so "localhost" is asked first, then the one address where
+// another start of this site's listens, and all by a child that the alarm ends. Without a child nobody is
+// asked; the lock is looked at all the same.
+static bool another_answers()
 {
-    return rpc_answers_on(name, IN_PROG, IN_VERS, time_left(deadline));
+    static constexpr unsigned limit = 5;
+    char listening[INET_ADDRSTRLEN];
+    inet_ntop(AF_INET, &listen_address.sin_addr, listening, sizeof listening);
+    fflush(nullptr);
+    signal(SIGCHLD, SIG_DFL);  // ignored, it would leave no child to await
+    const pid_t child = fork();
+    if (child == 0) {
+        signal(SIGALRM, SIG_DFL);
+        alarm(limit);
+        const auto answers_on = [](const char *name) {
+            return rpc_answers_on(name, IN_PROG, IN_VERS, {limit, 0});
+        };
+        const bool found = answers_on("localhost") ||
+                           (listen_address.sin_addr.s_addr != INADDR_ANY && answers_on(listening)) ||
+                           answers_on(host.nodename);
+        _exit(found ? 0 : 1);
+    }
+    int status = -1;
+    while (child > 0 && waitpid(child, &status, 0) < 0 && errno == EINTR) {
+    }
+    return status == 0;
 }
 
-// False, with a message, if a faxtrayd runs on this host. The host's own name may not resolve, or not to an
-// IPv4 address, so "localhost" is asked too, and the one address where another start of this site's listens.
+// False, with a message, if a faxtrayd runs on this host.
 static bool check_only_instance()
 {
     if (uname(&host) < 0) {
         fprintf(stderr, "%s: Can't determine local host name: %s\n", Program, strerror(errno));
         return false;
     }
-    char listening[INET_ADDRSTRLEN];
-    inet_ntop(AF_INET, &listen_address.sin_addr, listening, sizeof listening);
-    const deadline_t deadline = deadline_after({5, 0});  // for all
-    if (instance_lock_is_held(host.nodename) || answers_on(host.nodename, deadline) ||
-        answers_on("localhost", deadline) ||
-        (listen_address.sin_addr.s_addr != INADDR_ANY && answers_on(listening, deadline)))
+    if (instance_lock_is_held(host.nodename) || another_answers())
         return report_running();
     return true;
 }

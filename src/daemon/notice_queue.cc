@@ -78,7 +78,6 @@ void notice_queue_init()
 
 [[noreturn]] static void handle_in_child(const entry_t &entry)
 {
-    signals_leave();
     rpc_leave();
     admin_notice_init();
     elog_toggle_notify(1);  // what is logged on the way asks for no notice
@@ -99,8 +98,7 @@ void notices_begin()
     }
     if (waiting.empty())
         return;
-    fflush(nullptr);  // or both processes would write what is buffered
-    const pid_t child = fork();
+    const pid_t child = fork_worker();
     if (child == 0)
         handle_in_child(waiting.front());
     if (child < 0) {  // the next entry tries again

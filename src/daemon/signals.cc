@@ -171,11 +171,23 @@ static void end_child(int)
     _exit(1);
 }
 
-void signals_leave()
+pid_t fork_worker()
 {
-    for (const int sig : {SIGINT, SIGQUIT, SIGTERM, SIGUSR1, SIGUSR2})
-        signal(sig, end_child);
-    signal(SIGCHLD, SIG_DFL);
+    fflush(nullptr);
+    // Signals wait until the child has handlers of its own: the daemon's would only take note of them.
+    sigset_t all, before;
+    sigfillset(&all);
+    sigprocmask(SIG_SETMASK, &all, &before);
+    const pid_t child = fork();
+    const int error = errno;
+    if (child == 0) {
+        for (const int sig : {SIGINT, SIGQUIT, SIGTERM, SIGUSR1, SIGUSR2})
+            signal(sig, end_child);
+        signal(SIGCHLD, SIG_DFL);
+    }
+    sigprocmask(SIG_SETMASK, &before, nullptr);
+    errno = error;
+    return child;
 }
 
 bool signals_ending()

@@ -4,6 +4,8 @@
 // signals_handle(), which the loop calls between requests. A crash alone writes a line and leaves by _exit().
 #pragma once
 
+#include <sys/types.h>
+
 namespace faxtray {
 
 // Installs the handlers; while `debug` is set, SIGBUS and SIGSEGV keep their default action. 1, or 0 with
@@ -19,9 +21,10 @@ bool signals_hurried();  // true once a second one has come
 // Wakes the loop, which then calls signals_handle().
 void signals_wake();
 
-// In a child of the daemon's: a terminating signal kills the commands that it has started and ends it. What
-// the daemon ignores is ignored here too.
-void signals_leave();
+// fork(2) for a child that goes on with a part of the daemon's work. In the child a terminating signal kills
+// the commands that it has started, and ends it; what the daemon ignores is ignored there too. What is
+// buffered is written first, or both processes would write it.
+pid_t fork_worker();
 
 void sa_child(int sig);   // the handler of SIGCHLD
 void exit_proc(int sig);  // the handler of terminating and fatal signals

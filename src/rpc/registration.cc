@@ -10,7 +10,7 @@
 
 namespace faxtray {
 
-static constexpr timeval start_and_end = {10, 0}, look = {0, 200'000}, interval = {30, 0};
+static constexpr timeval start = {25, 0}, end = {10, 0}, look = {0, 200'000}, interval = {30, 0};
 
 static rpcprog_t program;
 static rpcvers_t version;
@@ -37,7 +37,7 @@ int registration_make(rpcprog_t of, rpcvers_t of_version, u_short at)
     version = of_version;
     port = at;
     next_look = deadline_after(interval);
-    if (port_mapper_replace(program, version, port, deadline_after(start_and_end)))
+    if (port_mapper_replace(program, version, port, deadline_after(start)))
         return 1;
     errno = error_of_mapper();
     return 0;
@@ -73,7 +73,7 @@ void registration_look()
 
 void registration_remove()
 {
-    port_mapper_remove(program, version, deadline_after(start_and_end));
+    port_mapper_remove(program, version, deadline_after(end));
 }
 
 }  // namespace faxtray

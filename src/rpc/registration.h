@@ -9,7 +9,7 @@
 namespace faxtray {
 
 // Registers the program on a TCP port, in place of the entry that an earlier instance may have left. Takes at
-// most 10 seconds. Returns 1, or 0 with errno: ECONNREFUSED without a port mapper, ETIMEDOUT when it does not
+// most 25 seconds. Returns 1, or 0 with errno: ECONNREFUSED without a port mapper, ETIMEDOUT when it does not
 // answer, EACCES when it keeps another user's entry.
 int registration_make(rpcprog_t program, rpcvers_t version, u_short port);
 
