@@ -358,8 +358,10 @@ exit_status commit_command(session &s)
     return EXIT_DONE;
 }
 
-// Seconds. The server answers only after it has converted and mailed the fax for every member of a group.
-static constexpr int delivery_timeout = 600;
+// Seconds: a day. The server answers only after it has carried out the deliveries asked for before, and has
+// converted and mailed the fax for every member of a group; a program that it runs may take 15 minutes. To
+// give up earlier would not stop it, only tempt the user to deliver the fax twice.
+static constexpr int delivery_timeout = 24 * 60 * 60;
 
 exit_status deliver_command(session &s)
 {
@@ -372,7 +374,12 @@ exit_status deliver_command(session &s)
     if (exit_status status = find_fax(s, s.chosen.ids[0], &fax); status != EXIT_DONE)
         return status;
     s.client.set_timeout(std::max(s.chosen.timeout, delivery_timeout));
-    if (!s.client.deliver_fax(*s.inbox, fax.id, s.chosen.recipient))
+    bool delivered = false;
+    {
+        const waiting_line shown("waiting for the delivery to " + printable(s.chosen.recipient));
+        delivered = s.client.deliver_fax(*s.inbox, fax.id, s.chosen.recipient);
+    }
+    if (!delivered)
         return report_failure(s.client);
     if (s.chosen.json)
         print_json(to_json(fax));

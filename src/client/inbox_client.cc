@@ -6,6 +6,7 @@
 #include <cerrno>
 #include <cstring>
 
+#include "rpc/keep_alive.h"
 #include "rpc/timed_client.h"
 
 namespace faxtray {
@@ -95,18 +96,28 @@ bool inbox_client::connect(const std::string &host)
 {
     host_ = host;
     client_.reset(timed_clnt_create(host.c_str(), IN_PROG, IN_VERS, timeout_));
-    return client_ ? true : fail(client_failure::TRANSPORT, connect_problem());
+    if (!client_)
+        return fail(client_failure::TRANSPORT, connect_problem());
+    // An answer may take hours, and the server's host vanish meanwhile.
+    int fd = -1;
+    if (!clnt_control(client_.get(), CLGET_FD, reinterpret_cast<char *>(&fd)) || !set_keep_alive(fd))
+        return fail(client_failure::TRANSPORT, std::string("can't watch the connection: ") + strerror(errno));
+    return true;
 }
 
 // Calling.
 
-bool inbox_client::call_failed(clnt_stat status)
+bool inbox_client::call_failed(u_long procedure, clnt_stat status)
 {
-    // A busy server is the usual case: it serves one request at a time, and a delivery may take minutes.
+    // The server does what it was asked for, even if nobody waits for the answer any more. To ask again does
+    // no harm, except for a delivery: the recipients would get the fax twice.
+    const std::string advice = procedure == DELIVER_FAX
+                                   ? "the fax may be delivered all the same, so find out before you try again"
+                                   : "try again";
     if (status == RPC_TIMEDOUT)
         return fail(client_failure::TRANSPORT, "faxtrayd at host " + host_ + " has not answered within " +
-                                                   std::to_string(timeout_.tv_sec) +
-                                                   " s: it may be busy, try again");
+                                                   std::to_string(timeout_.tv_sec) + " s: it may be busy, " +
+                                                   advice);
     // Whatever else it was, the connection cannot be used any more; libtirpc may know the system's reason.
     rpc_err error = {};
     clnt_geterr(client_.get(), &error);
@@ -114,7 +125,7 @@ bool inbox_client::call_failed(clnt_stat status)
     if (status == RPC_CANTSEND || status == RPC_CANTRECV) {
         if (error.re_errno)
             message += std::string(": ") + strerror(error.re_errno);
-        message += ": the connection was lost, try again";
+        message += ": the connection was lost, " + advice;
     }
     return fail(client_failure::TRANSPORT, message);
 }
@@ -153,7 +164,7 @@ template <class Request, class Take> bool inbox_client::call(u_long procedure,
     clnt_stat status = clnt_call(client_.get(), procedure, reinterpret_cast<xdrproc_t>(encode), request,
                                  xdr_result, reinterpret_cast<char *>(&result), timeout_);
     if (status != RPC_SUCCESS)
-        return call_failed(status);
+        return call_failed(procedure, status);
     if (result.res_type == expected)
         return take(result);
     if (result.res_type != RES_ERROR)
@@ -190,7 +201,7 @@ bool inbox_client::null_call()
     // libtirpc's xdr_void takes no arguments, so it cannot be called through an xdrproc_t.
     const auto none = reinterpret_cast<xdrproc_t>(xdr_nothing);
     clnt_stat status = clnt_call(client_.get(), TRAYD_NULL, none, nullptr, none, nullptr, timeout_);
-    return status == RPC_SUCCESS || call_failed(status);
+    return status == RPC_SUCCESS || call_failed(TRAYD_NULL, status);
 }
 
 bool inbox_client::trayd_rev(revision *rev)

@@ -121,7 +121,8 @@ public:
     // One chunk of a fax: up to `size` bytes (at most MAX_READ_SIZE) from byte `offset` on; none at the end.
     bool get_fax(const inbox_ref &inbox, faxid_t id, u_int size, u_int offset, const byte_sink &sink);
     bool commit_fax(const inbox_ref &inbox, faxid_t id);  // removes one fax
-    // Delivers a fax of an incoming inbox to a user or group; returns when it has reached all members.
+    // Delivers a fax of an incoming inbox to a user or group; returns when it has reached all members, which
+    // may take hours: the server carries out one delivery after another.
     bool deliver_fax(const std::string &inbox, faxid_t id, const std::string &recipient);
     bool get_ui(u_int check_value, recipient_list *list);  // who a forwarder can deliver to
     bool get_fax_count(const inbox_ref &inbox, u_int *count);
@@ -151,7 +152,7 @@ private:
                                                    bool_t (*encode)(XDR *, Request *) noexcept,
                                                    Request *request, res_type_t expected, Take take);
     template <class Take> bool call_with_identity(u_long procedure, res_type_t expected, Take take);
-    bool call_failed(clnt_stat status);
+    bool call_failed(u_long procedure, clnt_stat status);
     bool fail(client_failure::kind_t kind, std::string message);
     bool append_page(const inbox_ref &inbox, listing *all, listed_t *listed);
 

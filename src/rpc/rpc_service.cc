@@ -6,6 +6,7 @@
 
 #include <cerrno>
 
+#include "rpc/keep_alive.h"
 #include "rpc/registration.h"
 #include "rpc/rpc_loop.h"
 #include "util/owned.h"
@@ -29,11 +30,7 @@ static unique_fd make_listener(const rpc_service_t &service)
         // As root, beyond net.core.wmem_max; otherwise as much as that allows.
         !(set_option(fd.get(), SOL_SOCKET, SO_SNDBUFFORCE, room) ||
           set_option(fd.get(), SOL_SOCKET, SO_SNDBUF, room)) ||
-        !set_option(fd.get(), SOL_SOCKET, SO_KEEPALIVE, 1) ||
-        !set_option(fd.get(), IPPROTO_TCP, TCP_KEEPIDLE, 60) ||
-        !set_option(fd.get(), IPPROTO_TCP, TCP_KEEPINTVL, 15) ||
-        !set_option(fd.get(), IPPROTO_TCP, TCP_KEEPCNT, 4) ||
-        !set_option(fd.get(), IPPROTO_TCP, TCP_NODELAY, 1) ||
+        !set_keep_alive(fd.get()) || !set_option(fd.get(), IPPROTO_TCP, TCP_NODELAY, 1) ||
         // Only with a port that the site has chosen: a restart must get it while old connections linger.
         (service.address.sin_port != 0 && !set_option(fd.get(), SOL_SOCKET, SO_REUSEADDR, 1)) ||
         bind(fd.get(), reinterpret_cast<const sockaddr *>(&service.address), sizeof service.address) != 0 ||

@@ -61,6 +61,8 @@ template <class Move> static bool move_all(int fd, short events, size_t n, deadl
         const ssize_t moved = move(done);
         if (moved == 0)
             errno = ECONNRESET;
+        if (moved < 0 && errno == ETIMEDOUT)  // the system's, which has probed the peer, not the caller's
+            errno = EHOSTDOWN;
         if (moved == 0 || (moved < 0 && errno != EAGAIN && errno != EINTR))
             return false;
         if (moved > 0)

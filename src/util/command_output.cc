@@ -6,6 +6,7 @@
 #include <algorithm>
 #include <cerrno>
 #include <clocale>
+#include <condition_variable>
 #include <csignal>
 #include <cstdio>
 #include <cstdlib>
@@ -13,7 +14,9 @@
 #include <cwchar>
 #include <cwctype>
 #include <exception>
+#include <mutex>
 #include <nlohmann/json.hpp>
+#include <system_error>
 
 #include "util/standard_descriptors.h"
 
@@ -64,6 +67,8 @@ void print_json(const nlohmann::json &value)
     puts(json_text(value).c_str());
 }
 
+static constexpr char clear_line[] = "\r\x1b[K";  // back to its start, then erase to its end
+
 progress_bar::progress_bar(std::string what, long total, unit_t unit)
     : what_(std::move(what)), total_(total), unit_(unit), on_terminal_(isatty(STDERR_FILENO) == 1)
 {
@@ -73,7 +78,7 @@ progress_bar::progress_bar(std::string what, long total, unit_t unit)
 progress_bar::~progress_bar()
 {
     if (shown_)
-        fputs("\r\x1b[K", stderr);  // back to the line's start, then erase to its end
+        fputs(clear_line, stderr);
 }
 
 void progress_bar::add(size_t n)
@@ -91,6 +96,32 @@ void progress_bar::add(size_t n)
     fprintf(stderr, "\r%s [%s] %3d %%  %ld of %ld %s", what_.c_str(), bar.c_str(),
             static_cast<int>(share * 100), done_ / unit, total_ / unit, unit_ == BYTES ? "KB" : "pages");
     fflush(stderr);
+}
+
+static void show_waiting(const std::stop_token &end, const std::string &what)
+{
+    using namespace std::chrono_literals;
+    std::mutex mutex;
+    std::condition_variable_any ended;
+    std::unique_lock lock(mutex);
+    for (int seconds = 1; !ended.wait_for(lock, end, 1s, [&] { return end.stop_requested(); }); seconds++)
+        fprintf(stderr, "\r%s: %d:%02d", what.c_str(), seconds / 60, seconds % 60);
+}
+
+waiting_line::waiting_line(const std::string &what)
+try {
+    if (isatty(STDERR_FILENO) == 1)
+        clock_ = std::jthread(show_waiting, what);
+} catch (const std::system_error &) {  // no thread to be had: what is waited for matters more
+}
+
+waiting_line::~waiting_line()
+{
+    if (!clock_.joinable())
+        return;
+    clock_.request_stop();
+    clock_.join();
+    fputs(clear_line, stderr);
 }
 
 stdout_on_stderr::stdout_on_stderr()

@@ -7,6 +7,7 @@
 #include <chrono>
 #include <nlohmann/json_fwd.hpp>
 #include <string>
+#include <thread>
 
 namespace faxtray {
 
@@ -44,6 +45,19 @@ private:
     unit_t unit_;
     bool on_terminal_, shown_ = false;
     std::chrono::steady_clock::time_point began_ = std::chrono::steady_clock::now();
+};
+
+// While it exists, and once it has for a second, shows for how long: `what`, then minutes and seconds. Only
+// while standard error is a terminal; nothing else may be printed there meanwhile.
+class waiting_line {
+public:
+    explicit waiting_line(const std::string &what);
+    ~waiting_line();  // clears the line
+    waiting_line(const waiting_line &) = delete;
+    waiting_line &operator=(const waiting_line &) = delete;
+
+private:
+    std::jthread clock_;  // since whoever waits is held by a call
 };
 
 // While it exists, what is printed on standard output goes to standard error: messages of decoders, of which
