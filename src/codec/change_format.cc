@@ -424,7 +424,7 @@ static int change_format(input_t &in, int to, void (*progress)())
         return 0;
     conversion.fd = out.fd.get();
     conversion.offset = lseek(out.fd.get(), 0, SEEK_CUR);
-    return recode_pages(in, from, to, vr, progress) && move_output(out, in);
+    return recode_pages(in, from, to, vr, progress) && !putrunlen_failed() && move_output(out, in);
 }
 
 int t4dec_change_format(const char *path, int df, int /*ignored*/, void (*progress)())
@@ -438,6 +438,7 @@ int t4dec_change_format(const char *path, int df, int /*ignored*/, void (*progre
     // What an earlier page left in the line assembler must not show in this fax.
     conversion = {};
     putrunlen(true, 0, nullptr, nullptr, nullptr);
+    putrunlen_failed();
     int result = 0;
     try {
         result = change_format(in, df, progress);

@@ -5,6 +5,7 @@
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
+#include <utility>
 
 #include "codec/bit_runs.h"
 #include "codec/t4_codes.h"
@@ -37,6 +38,7 @@ struct line_assembler_t {
 }  // namespace
 
 static line_assembler_t assembler;
+static bool failed;  // for putrunlen_failed()
 
 void t4dec_set_pixel_width(int width)
 {
@@ -54,11 +56,17 @@ static bool make_room()
     if (!assembler.buf) {
         fprintf(stderr, "putrunlen: allocation error, %d\n", errno);
         assembler.bufsize = 0;
+        failed = true;
         return false;
     }
     assembler.bufsize = bytes;
     assembler.clear();
     return true;
+}
+
+bool putrunlen_failed()
+{
+    return std::exchange(failed, false);
 }
 
 unsigned char *putrunlen_last_line()

@@ -36,6 +36,9 @@ void putrunlen(bool reset, int run, t4_run_callback run_found, t4_line_callback 
 // again. Null, with a message, without memory. The buffer stays putrunlen's own.
 unsigned char *putrunlen_last_line();
 
+// Whether memory has been missing since the last call: lines have then been lost.
+bool putrunlen_failed();
+
 // How a page was decoded. Code that passes a line on counts it here; decoders start every page at 0.
 struct t4_page_counts_t {
     long lines;        // passed on
