@@ -1,7 +1,7 @@
 #!/bin/bash
-# Makes each system call of a listing, a removal, a reload of the lists and each kind of delivery fail in turn, with every
-# error of six that it can return, then each allocation of memory, and checks that the client was told the truth, nothing was lost or left behind, what
-# is in the inbox is whole, and the daemon goes on.
+# Makes each system call of a listing, a removal, a reload of the lists and each kind of delivery fail in turn, with
+# every error of six that it can return, then each allocation of memory, and checks that the client was told the truth,
+# nothing was lost or left behind, what is in the inbox is whole, and the daemon goes on.
 #
 # usage: scripts/fault-test.sh [STEP]    as root; with STEP, at every STEPth fault only
 #

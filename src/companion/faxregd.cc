@@ -89,7 +89,7 @@ static bool watch_signals()
 
 static bool no_signal_known()
 {
-    return false;  // select() reports signalfd as readable instead
+    return false;  // the loop finds signalfd readable instead
 }
 
 static bool never()

@@ -111,6 +111,7 @@ in_res_t *delivery_take(const delivery_steps_t &steps, client_deliver_req_t *req
 {
     static in_res_t failure;
     if (running.child != 0 || (!waiting.empty() && !is_next)) {
+        // The place first, which may fail: a connection that is put off and in no queue would wait for ever.
         try {
             waiting.push_back(0);
         } catch (const std::bad_alloc &) {

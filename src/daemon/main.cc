@@ -246,7 +246,7 @@ static bool waits_for_children()
     return (delivery_is_running() || notices_are_left()) && !signals_hurried();
 }
 
-// The inbox program as a service. It has no largest request: one with absurdly long names is answered with an
+// The inbox program as a service. Its largest request leaves room for long names: these are answered with an
 // error, not with a closed connection.
 static rpc_service_t inbox_service()
 {

@@ -29,9 +29,9 @@ struct transport_operations {
     {
         return rpc_connection::of(transport).broken_ ? XPRT_DIED : XPRT_IDLE;
     }
+    // xdrproc_t is the type of no routine: RPC is older than that sanitizer.
 #ifdef __clang__
-    __attribute__((
-        no_sanitize("function")))  // xdrproc_t is not the type of any routine; RPC's ways are older
+    __attribute__((no_sanitize("function")))
 #endif
     static bool_t
     get_arguments(SVCXPRT *transport, xdrproc_t xdr, void *arguments)
