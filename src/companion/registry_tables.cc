@@ -9,8 +9,8 @@
 #include "config/av_table.h"
 #include "config/info_file.h"
 #include "config/modem_list_file.h"
-#include "config/munged_name.h"
 #include "config/user_list_file.h"
+#include "config/user_settings.h"
 #include "util/text.h"
 
 namespace faxtray {
@@ -42,8 +42,7 @@ static bool load_users(av_table_t *table)
         if (!store_user(table, av_list_ptr(ui_get(name))))
             return false;
     while (av_list_ptr entry{ui_get(nullptr)})
-        if (munged_strcmp(entry->key, "admin") != 0 && munged_strcmp(entry->key, "default") != 0 &&
-            !store_user(table, std::move(entry)))
+        if (!is_special_name(entry->key) && !store_user(table, std::move(entry)))
             fprintf(stderr, "registry_tables: Ignoring problem entry.\n");
     return true;
 }

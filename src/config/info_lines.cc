@@ -16,6 +16,12 @@ namespace faxtray {
 static FILE *Error_fp = nullptr;  // where failures are reported; null: nowhere
 static int parse_errno = 0;       // 1 after the line reader failed
 
+static info_observer observer;  // empty: nobody listens, and places are not counted
+static struct {
+    long line;     // the number of the line read last
+    bool goes_on;  // it was too long: what is read next is its rest
+} reading;
+
 static constexpr size_t max_line = 8318;    // characters of a line; the rest of a longer one is the next line
 static constexpr size_t max_name = 63;      // characters of an attribute name
 static constexpr size_t max_raw = 8191;     // characters of a value as written in the file
@@ -30,6 +36,23 @@ void info_set_error_stream(FILE *stream)
 FILE *info_error_stream()
 {
     return Error_fp;
+}
+
+void info_observe(info_observer new_observer)
+{
+    observer = std::move(new_observer);
+}
+
+static void tell(info_event what, const char *text, const char *value = "")
+{
+    if (observer)
+        observer({what, reading.line, text, value});
+}
+
+// Where faults of lines are reported.
+static FILE *complaints()
+{
+    return observer ? nullptr : stderr;
 }
 
 bool info_is_raw(const char *key)
@@ -57,6 +80,11 @@ static char unescaped(char ch)
     }
 }
 
+// Of the value parsed last.
+static struct {
+    bool cut, comment, quote;  // as the events
+} faults;
+
 const char *info_parse_value(const char *text)
 {
     static char value[max_value + 1];
@@ -64,6 +92,7 @@ const char *info_parse_value(const char *text)
     const char *p = text ? text : "";
     while (is_space(*p))
         p++;
+    const char *const begin = p;
     bool quoted = *p == '"';
     if (quoted)
         p++;
@@ -88,14 +117,17 @@ const char *info_parse_value(const char *text)
             value[n++] = *p++;
         solid = n;
     }
-    bool cut = n == max_value && *p;
+    const bool closed = solid > 0 && value[solid - 1] == '"';
+    faults.cut = n == max_value && *p;
+    faults.comment = !faults.cut && *p && p > begin && !is_space(p[-1]) && !(quoted && closed);
+    faults.quote = quoted && !closed;
 
     // The closing quote is removed only now, since it protected the blanks before it from being trimmed.
     n = solid;
-    if (quoted && n > 0 && value[n - 1] == '"')
+    if (quoted && closed)
         n--;
     value[n] = '\0';
-    if (cut)
+    if (faults.cut)
         report_to(Error_fp, "%s: Truncated [%s] to [%s]\n", "info_parse_value", text, value);
     return value;
 }
@@ -150,18 +182,42 @@ const char *info_unparse_value(const char *value)
 
 // Lines
 
+// Counts the line just read into `line`, all of whose `size` bytes were 1 before, and tells what befalls it.
+// A 1 behind the terminator shows where the line ends even if null bytes are in it.
+static void note_line(FILE *file, const char *line, size_t size)
+{
+    if (!reading.goes_on)
+        reading.line++;
+    const char *end = static_cast<const char *>(memrchr(line, '\0', size));
+    const char *shown_end = line + strcspn(line, "\r\n");
+    const bool crlf = end - shown_end == 2 && memcmp(shown_end, "\r\n", 2) == 0;
+    if (end - shown_end > 1 && !crlf)
+        tell(info_event::ENDS_EARLY, line);
+    reading.goes_on = end[-1] != '\n';
+    const int next = reading.goes_on ? getc(file) : EOF;
+    if (next == EOF)
+        return;
+    ungetc(next, file);
+    if (next != '\n' && next != '\r')
+        tell(info_event::TOO_LONG, line);
+}
+
 // Reads a line without its end and points `*text` at its first character that is not white space, or at ""
 // if the line is to be ignored. The text is valid until the next call. Returns 1, 0 at the end of the file,
 // or -1 on failure.
 static int get_next_line(FILE *file, char **text)
 {
     static char line[max_line + 2];
+    if (observer)
+        memset(line, 1, sizeof line);
     if (!fgets(line, max_line + 1, file)) {
         if (feof(file))
             return 0;
         fprintf(stderr, "get_next_line: fgets failure: %s.\n", strerror(errno));
         return -1;
     }
+    if (observer)
+        note_line(file, line, sizeof line);
     *text = rm_leading_whitespace(line);
     (*text)[strcspn(*text, "\r\n")] = '\0';
     if (**text == '#')
@@ -169,18 +225,20 @@ static int get_next_line(FILE *file, char **text)
     return 1;
 }
 
-// The key of a section line, cut out of `text`, or null if this is no section line.
-static char *section_key(char *text)
+// The key of a section line, cut out of `text`, or null if this is no section line. `rest` gets what follows
+// the "]".
+static char *section_key(char *text, char **rest)
 {
     if (*text != '[')
         return nullptr;
     char *end = strchr(text, ']');
     if (!end) {
         // Kept: the line then counts as an attribute line, where it ends the section.
-        fprintf(stderr, "is_key: Warning: Ignoring unterminated entry: [%s].\n", text);
+        report_to(complaints(), "is_key: Warning: Ignoring unterminated entry: [%s].\n", text);
         return nullptr;
     }
     *end = '\0';
+    *rest = rm_leading_whitespace(end + 1);
     char *key = rm_leading_whitespace(text + 1);
     rm_trailing_whitespace(key);
     return key;
@@ -194,19 +252,38 @@ static size_t name_length(const char *text)
     return n;
 }
 
+// Tells of an attribute as it is kept. `tail` is what follows the name in the line.
+static void tell_attribute(const av_node_t *node, size_t name_length, const char *tail, bool raw)
+{
+    tell(info_event::ATTRIBUTE, node->attr, node->value);
+    if (name_length > max_name)
+        tell(info_event::NAME_CUT, node->attr);
+    if (*tail && !strchr("=;#", *tail))
+        tell(info_event::NO_EQUALS, node->attr);
+    else if (*tail == '=' && !raw && faults.cut)
+        tell(info_event::VALUE_CUT, node->attr, node->value);
+    else if (*tail == '=' && !raw && faults.comment)
+        tell(info_event::COMMENT, node->attr, node->value);
+    else if (*tail == '=' && !raw && faults.quote)
+        tell(info_event::QUOTE, node->attr, node->value);
+}
+
 // The attribute in a line whose name has `n` characters. Whatever exceeds a limit is cut off.
 static av_node_t *parse_attribute(char *text, size_t n, bool raw)
 {
     // Anything but "=" after the name means no value; what is there is ignored.
-    char *value = rm_leading_whitespace(text + n);
-    value = *value == '=' ? rm_leading_whitespace(value + 1) : value + strlen(value);
+    char *const tail = rm_leading_whitespace(text + n);
+    char *value = *tail == '=' ? rm_leading_whitespace(tail + 1) : tail + strlen(tail);
     if (strlen(value) > max_raw)
         value[max_raw] = '\0';
 
     // A longer name is cut, not refused: two that agree so far are one attribute.
     char name[max_name + 1] = "";
     memcpy(name, text, std::min(n, max_name));
-    return new_av_node(name, raw ? value : info_parse_value(value));
+    av_node_t *node = new_av_node(name, raw ? value : info_parse_value(value));
+    if (node && observer)
+        tell_attribute(node, n, tail, raw);
+    return node;
 }
 
 // Sections
@@ -251,12 +328,13 @@ static int load_av(FILE *file, av_list_t *list)
     av_node_t *last = nullptr;
     for (;;) {
         // Remembered so that the section line that ends this section can be read again by the next call.
+        const auto before = reading;
         long start = ftell(file);
         if (start < 0) {
             fprintf(stderr, "load_av: Can't determine file position: %s.\n", strerror(errno));
             return 0;
         }
-        char *text;
+        char *text, *rest;
         int got = get_next_line(file, &text);
         if (got < 0) {
             fprintf(stderr, "load_av: Problem reading user info file.\n");
@@ -266,7 +344,8 @@ static int load_av(FILE *file, av_list_t *list)
             break;
         if (!*text)
             continue;
-        if (section_key(text)) {
+        if (section_key(text, &rest)) {
+            reading = before;
             if (fseek(file, start, SEEK_SET) != 0) {
                 fprintf(stderr, "load_av: Can't set file position: %s.\n", strerror(errno));
                 return 0;
@@ -276,7 +355,8 @@ static int load_av(FILE *file, av_list_t *list)
         size_t n = name_length(text);
         if (n == 0) {
             // Kept: one bad line drops the rest of its section; the manual page warns of it.
-            fprintf(stderr, "load_av: Ignoring bad entry: [%s].\n", text);
+            report_to(complaints(), "load_av: Ignoring bad entry: [%s].\n", text);
+            tell(*text == '[' ? info_event::NO_BRACKET : info_event::NO_NAME, text);
             break;
         }
         av_node_t *node = parse_attribute(text, n, raw);
@@ -298,11 +378,14 @@ static int load_av(FILE *file, av_list_t *list)
 av_list_t *get_row(FILE *file)
 {
     parse_errno = 1;  // until the section is whole
-    char *text, *key = nullptr;
+    if (observer && ftell(file) == 0)
+        reading = {};
+    char *text, *rest = nullptr, *key = nullptr;
     int got;
     // Lines before the first section, or after a bad line in the last one, belong to none.
-    while ((got = get_next_line(file, &text)) > 0 && !(key = section_key(text)))
-        ;
+    while ((got = get_next_line(file, &text)) > 0 && !(key = section_key(text, &rest)))
+        if (*text)
+            tell(*text == '[' ? info_event::NO_BRACKET : info_event::DROPPED, text);
     if (got < 0) {
         fprintf(stderr, "get_row: Problem reading info file.\n");
         return nullptr;
@@ -311,6 +394,9 @@ av_list_t *get_row(FILE *file)
         parse_errno = 0;
         return nullptr;
     }
+    tell(info_event::SECTION, key);
+    if (*rest && !strchr(";#", *rest))
+        tell(info_event::AFTER_KEY, rest);
     // The key points into the line buffer, so it is copied before the next line is read.
     av_list_ptr list(av_new(key));
     if (!list) {

@@ -15,6 +15,7 @@
 #pragma once
 
 #include <cstdio>
+#include <functional>
 
 #include "config/av_list.h"
 
@@ -32,6 +33,35 @@ const char *info_parse_value(const char *text);
 const char *info_unparse_value(const char *value);
 
 bool info_is_raw(const char *key);  // whether the values of that section are raw
+
+// What the reader makes of the lines of a file, for a program that explains a list to its administrator. What
+// befalls a line itself comes before what the line is, what befalls an attribute after it.
+enum class info_event {
+    SECTION,     // text: its key
+    ATTRIBUTE,   // text: its name, value: its value, both as they are kept
+    NO_NAME,     // neither section nor attribute: what follows up to the next section is DROPPED
+    NO_BRACKET,  // the same, of a line that begins with "["
+    DROPPED,     // part of no section
+    TOO_LONG,    // the rest of the line is read as the next line
+    ENDS_EARLY,  // a carriage return or null byte ends it; the rest is ignored
+    AFTER_KEY,   // a section line goes on after the "]", with text; it is ignored
+    NO_EQUALS,   // after the attribute's name comes something else than "="; it is ignored
+    NAME_CUT,    // to the longest name
+    VALUE_CUT,   // to the longest value
+    COMMENT,     // the comment that ends the value touches it
+    QUOTE,       // the value begins with a quote and does not end with one
+};
+struct info_news_t {
+    info_event what;
+    long line;                 // of the file, from 1
+    const char *text, *value;  // valid during the call; of most events the line and ""
+};
+using info_observer = std::function<void(const info_news_t &)>;
+
+// Calls `observer` for every line that is read from here on, except empty ones and comments, also when a line
+// is read again, and prints nothing about lines and sections any more; an empty one ends this. For one file
+// at a time. What it throws leaves get_row.
+void info_observe(info_observer observer);
 
 // Where this module and info_file report failures; null: nowhere.
 void info_set_error_stream(FILE *stream);

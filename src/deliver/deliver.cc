@@ -16,6 +16,7 @@
 #include "codec/change_format.h"
 #include "config/attributes.h"
 #include "config/user_list_file.h"
+#include "config/user_settings.h"
 #include "deliver/convert.h"
 #include "deliver/mail.h"
 #include "disk/file_names.h"
@@ -69,13 +70,6 @@ static void set_text(char *out, const char *text)
 {
     if (out)
         snprintf(out, text_size, "%s", text);
-}
-
-// What follows the first ":" of a method, unchanged; null without one.
-static const char *command_text(const char *method)
-{
-    const char *colon = strchr(method, ':');
-    return colon ? colon + 1 : nullptr;
 }
 
 // Filters the last component of `path`, a buffer of MAXPATHLEN bytes, in place. No listing shows names that
@@ -412,15 +406,6 @@ static int deliver_copy(delivery_t &d, const char *method, const char *keyword)
                         d.fax_path, user_of(d.record));
     }
     return d.method == IV_DELIVERY_METHOD_EXEC ? deliver_by_command(d) : deliver_to_inbox(d);
-}
-
-// The method's keyword: the text before the first ':', leading colons skipped.
-static char *cut_keyword(char *method)
-{
-    char *keyword = method + strspn(method, ":");
-    keyword[strcspn(keyword, ":")] = '\0';
-    rm_trailing_whitespace(keyword);
-    return keyword;
 }
 
 // Checks that the recipient can be delivered to, makes the copy and delivers it.

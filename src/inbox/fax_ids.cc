@@ -17,7 +17,7 @@
 #include <ctime>
 
 #include "disk/files.h"
-#include "inbox/messages.h"
+#include "log/report.h"
 #include "util/io.h"
 #include "util/owned.h"
 #include "util/settings.h"

@@ -17,10 +17,8 @@ inline const char *recipient_name(const ui_entry_t *entry)
 // that is sent to clients. Has no destructor: free_recipients() frees the entries.
 struct recipients_t : named_chain_t<ui_entry_t, recipient_name> {};
 
-// Assigns to `user` the incoming inboxes that its "forwarder" claims and nobody holds yet. If it gets any,
-// its "forwarder" and "forwarder_handle" become the comma-separated descriptions and handles of those, and a
-// copy of the entry is added to `forwarders`; otherwise "forwarder" is removed. Users without inbox delivery
-// are left alone. Returns 1, or 0 without memory.
+// Assigns to `user` the inboxes of `incoming` that its "forwarder" claims and nobody holds yet: see
+// claim_inboxes() in config/forwarder_claims.h. Returns 1, or 0 without memory.
 int update_forwarder(av_list_t *user, av_table_t *forwarders, const inbox_list_t *incoming);
 
 // Returns 1 if `user` is a forwarder (and, unless `inbox` is null, the forwarder of the inbox with that

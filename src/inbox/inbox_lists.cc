@@ -15,9 +15,10 @@
 #include "config/av_list.h"
 #include "config/modem_list_file.h"
 #include "config/user_list_file.h"
-#include "inbox/messages.h"
+#include "config/user_settings.h"
 #include "log/exception_log.h"
 #include "log/log_and_trace.h"
+#include "log/report.h"
 #include "util/access.h"
 #include "util/crc.h"
 #include "util/paths.h"
@@ -176,7 +177,7 @@ static void load_metausers(user_list_t *list)
 static void load_users(user_list_t *list)
 {
     while (av_list_ptr entry{ui_get(nullptr)}) {
-        if (munged_strcmp(entry->key, "default") == 0 || munged_strcmp(entry->key, "admin") == 0)
+        if (is_special_name(entry->key))
             continue;
         trprintf("load_user_list: adding ul node for user \"%s\", check_value = %d.\n", entry->key,
                  entry->check_value);
@@ -374,13 +375,6 @@ int load_incoming_list(inbox_list_t *list, const char *path)
 // The refresh
 
 static constexpr char refresh[] = "update_lists";
-
-// Kept: "faxtray" anywhere in the method, while only a method that is exactly "faxtray" makes a forwarder.
-static bool takes_inbox_delivery(const av_list_t *user)
-{
-    const char *method = av_getv(user, "delivery_method");
-    return method && strstr(method, "faxtray");
-}
 
 // A user whose inbox cannot be created is left without one; others are served.
 static void create_inbox(inbox_list_t *list, const av_list_t *user)

@@ -27,7 +27,7 @@
 #include "inbox/fax_ids.h"
 #include "inbox/fax_index.h"
 #include "inbox/listed_file.h"
-#include "inbox/messages.h"
+#include "log/report.h"
 #include "util/access.h"
 #include "util/paths.h"
 #include "util/settings.h"

@@ -11,7 +11,7 @@
 #include <new>
 
 #include "inbox/fax_index.h"
-#include "inbox/messages.h"
+#include "log/report.h"
 #include "util/paths.h"
 #include "util/settings.h"
 #include "util/text.h"
