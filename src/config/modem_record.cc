@@ -431,4 +431,71 @@ const char *build_speaker_string(const av_list_t *entry)
     return text;
 }
 
+// Checks
+
+static bool is_number(const char *text)
+{
+    int number;
+    return scan_number(text, &number);
+}
+
+static bool is_class_list(const char *text)
+{
+    modem_text_t list;
+    snprintf(list.data(), list.size(), "%s", text);
+    return mi_is_fclass(list.data(), "2") || mi_is_fclass(list.data(), "2.0");
+}
+
+template <const auto &Table> static bool is_code(const char *text)
+{
+    return find_code(Table, text) >= 0;
+}
+
+template <const auto &Table> static bool is_speaker(const char *text)
+{
+    return speaker_command(Table, text) != nullptr;
+}
+
+static bool is_usage(const char *text)
+{
+    return mi_reservation(text) >= 0;
+}
+
+static bool is_permissions(const char *text)
+{
+    return octal_perms_to_int(text) >= 0;
+}
+
+// Settings that take only some values.
+static constexpr struct {
+    const char *attr;
+    bool (*accepts)(const char *text);
+} checked_settings[] = {
+    {"usage", is_usage},
+    {"class", is_class_list},
+    {"max_receive_fax_rate", is_code<fax_rates>},
+    {"max_send_fax_rate", is_code<fax_rates>},
+    {"min_send_fax_rate", is_code<fax_rates>},
+    {"tty_baud_rate", is_code<line_speeds>},
+    {"receive_compression", is_code<compressions>},
+    {"send_compression", is_code<compressions>},
+    {"incoming_perms", is_permissions},
+    {"out_queue_num", is_number},
+    {"heroic_timeout", is_number},
+    {"get_reply_timeout", is_number},
+    {"mchannel_remote_port", is_number},
+    {"mchannel_local_channel", is_number},
+    {"mchannel_remote_channel", is_number},
+    {"speaker_on", is_speaker<speaker_modes>},
+    {"speaker_volume", is_speaker<speaker_volumes>},
+};
+
+bool mi_is_valid_setting(const char *attr, const char *value)
+{
+    for (const auto &row : checked_settings)
+        if (strcmp(row.attr, attr) == 0)
+            return row.accepts(value);
+    return true;
+}
+
 }  // namespace faxtray

@@ -74,6 +74,10 @@ int mi_fax_rate(const char *text);
 int mi_line_speed(const char *text);
 int mi_reservation(const char *usage);  // null or "" is general
 
+// Whether mi_init_modem_info and build_speaker_string take that value of a setting as it stands; true for
+// settings that may have any.
+bool mi_is_valid_setting(const char *attr, const char *value);
+
 // The modem command for an entry's speaker_on and speaker_volume, such as "M1L0", in a static buffer. A
 // setting that is missing or invalid is traced and left out.
 const char *build_speaker_string(const av_list_t *entry);

@@ -26,6 +26,7 @@
 #include "util/owned.h"
 #include "util/paths.h"
 #include "util/shell_word.h"
+#include "util/site_programs.h"
 #include "util/text.h"
 #include "util/trace.h"
 
@@ -134,7 +135,7 @@ static bool accept_output(const char *path, uid_t owner, const char *fax)
 
 // TIFF
 
-// The directory that holds "utils/tiffconv".
+// The directory below which the TIFF converter is.
 static const char *converter_base(char (&buffer)[MAXPATHLEN])
 {
     if (const char *home = getenv("ONDRIXHOME"))
@@ -150,8 +151,8 @@ static const char *converter_base(char (&buffer)[MAXPATHLEN])
 static bool run_tiffconv(const char *path, const char *tiff)
 {
     char base[MAXPATHLEN];
-    const std::string command = shell_word(std::string(converter_base(base)) + "/utils/tiffconv") + " -m " +
-                                shell_word(path) + " " + shell_word(tiff);
+    const std::string command = shell_word(std::string(converter_base(base)) + "/" + tiff_converter) +
+                                " -m " + shell_word(path) + " " + shell_word(tiff);
     const int status = run_converter(command);
     if (status == -1)
         log_and_trace({ELOG_ERROR, ELOG_FILE}, "fax_to_tiff: Can't execute '%s' tiff filter for [%s]: %s\n",
@@ -223,7 +224,7 @@ static bool run_pdf_converter(const std::string &command)
     return run_converter(command) == 0;
 }
 
-// Converts by way of /tmp/NAME.ps and /tmp/NAME.pdf, the names that rasterps2 and distill agree on, and
+// Converts by way of /tmp/NAME.ps and /tmp/NAME.pdf, the names that the two converters agree on, and
 // removes the fax. False with trace lines; the fax is then as it was.
 static bool fax_to_pdf(const char *path, std::string &pdf)
 {
@@ -233,10 +234,12 @@ static bool fax_to_pdf(const char *path, std::string &pdf)
     scratch_file ps_scratch, pdf_scratch;
     if (pdf.size() >= MAXPATHLEN || !make_way(ps_path, ps_scratch) || !make_way(pdf_path, pdf_scratch))
         return false;
-    if (!run_pdf_converter("rasterps2 -f " + shell_word(ps_path) + " " + shell_word(path)) ||
+    if (!run_pdf_converter(std::string(postscript_converter) + " -f " + shell_word(ps_path) + " " +
+                           shell_word(path)) ||
         !accept_output(ps_path.c_str(), geteuid(), nullptr))
         return false;
-    if (!run_pdf_converter("echo 1 | distill " + shell_word(ps_path) + " 2>/dev/null\n") ||
+    if (!run_pdf_converter(std::string("echo 1 | ") + pdf_converter + " " + shell_word(ps_path) +
+                           " 2>/dev/null\n") ||
         !accept_output(pdf_path.c_str(), geteuid(), path))
         return false;
 

@@ -2,10 +2,7 @@
 // agent may well have queued it. Only an agent that we had to end counts as failed.
 #include "deliver/mail_agent.h"
 
-#include <fcntl.h>
-#include <sys/stat.h>
 #include <sys/wait.h>
-#include <unistd.h>
 
 #include <algorithm>
 #include <cerrno>
@@ -16,13 +13,14 @@
 #include "log/exception_log.h"
 #include "log/log_and_trace.h"
 #include "registry/regd_client.h"
+#include "util/access.h"
 #include "util/child_process.h"
 #include "util/shell_word.h"
+#include "util/site_programs.h"
 #include "util/text.h"
 
 namespace faxtray {
 
-static constexpr char agent_file[] = "/usr/lib/sendmail";
 static constexpr char agent_option[] = " -om";
 static constexpr size_t longest_command = 4095;
 static constexpr char default_sender[] = "Ondrix_server";
@@ -32,16 +30,6 @@ static int fax_mail_status;  // for take_fax_mail_status()
 int take_fax_mail_status()
 {
     return std::exchange(fax_mail_status, 0);
-}
-
-// Why the agent cannot be run: an errno, or 0. The shell would start all the same, and its exit status look
-// like the agent's.
-static int agent_error()
-{
-    struct stat st;
-    if (stat(agent_file, &st) != 0 || faccessat(AT_FDCWD, agent_file, X_OK, AT_EACCESS) != 0)
-        return errno;
-    return S_ISREG(st.st_mode) ? 0 : EACCES;
 }
 
 int mail_agent::add_recipients()
@@ -62,11 +50,12 @@ int mail_agent::add_recipients()
 
 mail_agent::mail_agent(mail_kind kind, const char *function, const char *address)
     : kind_(kind), function_(function), address_(address ? address : ""),
-      command_(std::string(agent_file) + agent_option)
+      command_(std::string(mail_agent_file) + agent_option)
 {
     error_ = add_recipients();
+    // Without an agent the shell would start all the same, and its exit status look like the agent's.
     if (error_ == 0)
-        error_ = agent_error();
+        error_ = execution_error(mail_agent_file);
     if (error_ != 0)
         return;
     stream_ = child_popen(command_.c_str(), "w");

@@ -2,6 +2,8 @@
 // would also answer for the real user instead of the effective one.
 #include "util/access.h"
 
+#include <fcntl.h>
+
 #include <algorithm>
 #include <cerrno>
 #include <cstring>
@@ -97,6 +99,14 @@ int is_readable_file(const char *path)
 int is_executable_file(const char *path)
 {
     return check_file_access(path, "rx");
+}
+
+int execution_error(const char *path)
+{
+    struct stat st;
+    if (stat(path, &st) != 0 || faccessat(AT_FDCWD, path, X_OK, AT_EACCESS) != 0)
+        return errno;
+    return S_ISREG(st.st_mode) ? 0 : EACCES;
 }
 
 }  // namespace faxtray

@@ -40,4 +40,7 @@ int check_dir_access(const char *path, const char *perms);   // a directory
 int is_readable_file(const char *path);                      // a regular file, "r"
 int is_executable_file(const char *path);                    // a regular file, "rx"
 
+// Why the effective user cannot run the program: an errno, or 0. Asks the system, unlike the calls above.
+int execution_error(const char *path);
+
 }  // namespace faxtray

@@ -1,0 +1,250 @@
+// Whoever does not answer is asked under a time limit of its own; the programs that are not running yet when
+// this is run before a start, faxtrayd above all, are no problem.
+#include "check/machine_checks.h"
+
+#include <netdb.h>
+#include <sys/utsname.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <csignal>
+#include <cstdlib>
+#include <cstring>
+#include <set>
+
+#include "check/inbox_checks.h"
+#include "check/user_checks.h"
+#include "config/attributes.h"
+#include "config/user_settings.h"
+#include "protocol/records.h"
+#include "registry/regd_client.h"
+#include "rpc/listen_address.h"
+#include "rpc/port_mapper.h"
+#include "rpc/trusted_client.h"
+#include "util/access.h"
+#include "util/paths.h"
+#include "util/site_programs.h"
+#include "util/text.h"
+
+namespace faxtray {
+
+static constexpr timeval patience = {3, 0};  // for each answer
+
+// Commands
+
+// Whether the shell would find the command.
+static bool is_command(const std::string &name)
+{
+    if (name.find('/') != name.npos)
+        return execution_error(name.c_str()) == 0;
+    const char *path = getenv("PATH");
+    for (const char *dir = path ? path : "/usr/bin:/bin";;) {
+        const size_t n = strcspn(dir, ":");
+        if (execution_error((std::string(dir, n) + "/" + name).c_str()) == 0)
+            return true;
+        if (!dir[n])
+            return false;
+        dir += n + 1;
+    }
+}
+
+static std::string tiff_converter_path()
+{
+    const char *home = getenv("ONDRIXHOME");
+    return std::string(home ? home : ".") + "/" + tiff_converter;
+}
+
+// The converters of a file format, once for each.
+static void check_converters(int format, const place_t &place, problems_t &problems)
+{
+    std::vector<std::string> needed;
+    if (format == IV_FILE_FORMAT_TIFF_F)
+        needed = {tiff_converter_path()};
+    if (format == IV_FILE_FORMAT_PDF)
+        needed = {postscript_converter, pdf_converter};
+    for (const std::string &converter : needed)
+        if (!is_command(converter))
+            problems.add(trap("no-converter"), place,
+                         {as_get_value_string(AS_DELIVERY_FILE_FORMAT, format), converter});
+}
+
+// The first word of an exec command, unless only the shell knows what it will be.
+static std::string program_of(const av_list_t *user)
+{
+    const std::string command = command_text(av_getv(user, as_get_attr(AS_DELIVERY_METHOD)));
+    const size_t begin = command.find_first_not_of(" \t");
+    const std::string word = command.substr(begin, command.find_first_of(" \t;&|<>", begin) - begin);
+    return word.find_first_of("$`'\"\\(){}*?[]~=!") == word.npos ? word : "";
+}
+
+static bool wants_notices(const av_list_t *user)
+{
+    const char *when = av_getv(user, as_get_attr(AS_WHEN_TO_NOTIFY));
+    return !is_empty(when) && !strstr(when, "never") &&
+           !is_empty(av_getv(user, as_get_attr(AS_EMAIL_ADDRESS)));
+}
+
+namespace {
+
+// Of all users together.
+struct needs_t {
+    std::set<int> formats;
+    bool mail = false, notices = false;
+};
+
+}  // namespace
+
+static void check_commands_of(const seen_users_t &list, const av_list_t *user, needs_t &needs,
+                              problems_t &problems)
+{
+    const int method = delivery_of(user);
+    const seen_section_t *section = list.section_of(user);
+    if (is_group(user))
+        return;
+    needs.notices = needs.notices || wants_notices(user);
+    if (method < 0)
+        return;
+    if (method != IV_DELIVERY_METHOD_EXEC && method != IV_DELIVERY_METHOD_FAXTRAY)
+        needs.mail = true;
+    const int format = as_get_value_handle_av(AS_DELIVERY_FILE_FORMAT, user);
+    if (needs.formats.insert(format).second)
+        check_converters(format, list.place_of(section, as_get_attr(AS_DELIVERY_FILE_FORMAT)), problems);
+    if (method == IV_DELIVERY_METHOD_EXEC)
+        if (const std::string program = program_of(user); !program.empty() && !is_command(program))
+            problems.add(trap("no-command"), list.place_of(section, as_get_attr(AS_DELIVERY_METHOD)),
+                         {program});
+}
+
+static void check_mail_agent(const needs_t &needs, problems_t &problems)
+{
+    if ((needs.mail || needs.notices) && execution_error(mail_agent_file) != 0)
+        problems.add(trap("no-mail-agent"), {},
+                     {mail_agent_file, needs.mail ? "faxes are to be delivered by mail: those deliveries fail"
+                                                  : "users want notices: none is sent"});
+}
+
+// The network
+
+// Whether the name resolves, asked by a child that an alarm ends: a resolver may take minutes.
+static bool resolves(const char *name)
+{
+    const pid_t child = fork();
+    if (child == 0) {
+        signal(SIGALRM, SIG_DFL);
+        alarm(static_cast<unsigned>(patience.tv_sec));
+        addrinfo hints = {}, *found = nullptr;
+        hints.ai_family = AF_INET;
+        _exit(getaddrinfo(name, nullptr, &hints, &found) == 0 ? 0 : 1);
+    }
+    int status = -1;
+    while (child > 0 && waitpid(child, &status, 0) < 0 && errno == EINTR) {
+    }
+    return status == 0;
+}
+
+static const char *rpc_reason()
+{
+    const int error_number = rpc_createerr.cf_error.re_errno;
+    if (rpc_createerr.cf_stat == RPC_TIMEDOUT)
+        return "it takes too long";
+    return error_number ? strerror(error_number) : clnt_sperrno(rpc_createerr.cf_stat);
+}
+
+static std::string owner_text(const mapping_t &mapping)
+{
+    if (!mapping.owner[0] || strcmp(mapping.owner, "unknown") == 0)
+        return "an unknown user";
+    return strcmp(mapping.owner, "superuser") == 0 ? "root" : std::string("user ") + mapping.owner;
+}
+
+// False if there is no port mapper to ask of anything.
+static bool check_registration(problems_t &problems)
+{
+    mapping_t mapping;
+    if (!port_mapper_find(IN_PROG, IN_VERS, deadline_after(patience), &mapping)) {
+        problems.add(trap("no-rpcbind"), {}, {rpc_reason()});
+        return false;
+    }
+    if (mapping.port == 0)
+        return true;
+    const std::string port = std::to_string(mapping.port);
+    if (!is_trusted(mapping) && geteuid() != 0)
+        problems.add(trap("foreign-registration"), {}, {port, owner_text(mapping)});
+    else if (!rpc_answers_on("localhost", IN_PROG, IN_VERS, patience))
+        problems.add(trap("stale-registration"), {}, {port, owner_text(mapping)});
+    return true;
+}
+
+// The registry
+
+// Settings of the administrator that the daemon takes from the registry, not from the list.
+static void compare_admin(const av_list_t *theirs, const av_list_t *ours, problems_t &problems)
+{
+    for (const int attr : {AS_ADMIN_NOTIFY_LEVEL, AS_ADMIN_EXCEPTION_VOLUME, AS_EMAIL_ADDRESS,
+                           AS_HOW_TO_NOTIFY, AS_WHEN_TO_NOTIFY, AS_SERVER_MAIL_FROM}) {
+        const char *name = as_get_attr(attr), *their_value = av_getv(theirs, name),
+                   *our_value = av_getv(ours, name);
+        if (strcmp(their_value ? their_value : "", our_value ? our_value : "") != 0)
+            problems.add(trap("other-registry"), {}, {name, their_value ? their_value : ""});
+    }
+}
+
+static void ask_registry(const av_list_t *admin, problems_t &problems)
+{
+    regd_set_timeout(patience);
+    regd_handle_t *registry = regd_open(nullptr, 1);
+    const av_list_t *found = registry ? regd_get_ui_entry(registry, regd_credentials(), "admin") : nullptr;
+    if (found)
+        compare_admin(found, admin, problems);
+    else
+        problems.add(trap("registry-without-admin"), {}, {regd_error() ? regd_error()->message : "no reply"});
+    regd_close(registry);
+}
+
+static void check_registry(const av_list_t *admin, const needs_t &needs, problems_t &problems)
+{
+    std::string stranger;
+    const client_ptr client(trusted_clnt_create(REGD_PROG_BASE + 1, REGD_VERS, patience, &stranger));
+    if (!stranger.empty())
+        problems.add(trap("foreign-registry"), {}, {stranger});
+    else if (client && rpc_answers(client.get(), patience))
+        ask_registry(admin, problems);
+    else if (needs.mail || needs.notices)
+        problems.add(trap("no-registry"), {});
+}
+
+// The environment
+
+static void check_environment(const char *work_directory, problems_t &problems)
+{
+    const char *home = getenv("ONDRIXHOME"), *listen = getenv("FAXTRAY_LISTEN");
+    if (home && !(is_valid_path(home) && is_full_path(home)))
+        problems.add(trap("bad-home"), {}, {home});
+    sockaddr_in address;
+    if (listen && !parse_listen_address(listen, &address))
+        problems.add(trap("bad-listen"), {}, {listen});
+    const std::string found = directory_fault(work_directory);
+    if (!found.empty())
+        problems.add(trap("work-unusable"), {}, {work_directory, found});
+}
+
+void check_machine(const seen_users_t &list, const char *work_directory, problems_t &problems)
+{
+    check_environment(work_directory, problems);
+    needs_t needs;
+    const av_list_t *admin = nullptr;
+    for (const av_list_t *user = list.users.head(); user; user = user->next) {
+        check_commands_of(list, user, needs, problems);
+        if (strcmp(user->key, "admin") == 0)
+            admin = user;
+    }
+    check_mail_agent(needs, problems);
+    struct utsname host;
+    if (uname(&host) == 0 && !resolves(host.nodename))
+        problems.add(trap("no-host-name"), {}, {host.nodename});
+    if (check_registration(problems))
+        check_registry(admin, needs, problems);
+}
+
+}  // namespace faxtray

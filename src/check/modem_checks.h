@@ -1,0 +1,13 @@
+// modem_checks: the fax lines of MODEMS.info, and the incoming inboxes that they come to.
+#pragma once
+
+#include "check/seen_lists.h"
+
+namespace faxtray {
+
+// Names of lines and inboxes, and what their directories are. With `on_disk` also whether the directories are
+// there and usable. `user_list`: the path of the list of users.
+void check_modems(const seen_modems_t &modems, const std::string &user_list, bool on_disk,
+                  problems_t &problems);
+
+}  // namespace faxtray
