@@ -37,7 +37,7 @@ static constexpr int accepted_at_once = 64;
 static constexpr auto farewell = 1s;           // for clients to take their replies, at the end
 static constexpr auto longest_farewell = 10s;  // for what is unfinished then
 static constexpr auto busy_time = 5ms;         // of the loop's time at once, for clients that never pause
-static constexpr size_t many_closed = 1000;    // connections: so much memory is worth giving back
+static constexpr size_t worth_returning = 512 * 1024;  // bytes of memory, to the system
 
 static rpc_time now()
 {
@@ -110,7 +110,7 @@ private:
     // Connections with a whole request, in the order in which they are served: those whose client has waited
     // for a reply before it sent the request, and those that had it at hand already.
     std::deque<int> ready_, busy_;
-    size_t closed_ = 0;  // connections, since memory was last given back
+    size_t freed_ = 0;  // bytes, about, since memory was last returned to the system
     uint64_t last_serial_ = 0;
     rpc_time now_ = now(), looked_ = now_, served_busy_ = now_, complained_ = now_ - 1h;
 };
@@ -142,6 +142,7 @@ rpc_loop::client_t *rpc_loop::find(int fd) const
 void rpc_loop::close(int fd)
 {
     const auto found = clients_.find(fd);
+    freed_ += sizeof(client_t) + found->second->unsent_size();
     if (found->second->queued) {
         std::erase(ready_, fd);
         std::erase(busy_, fd);
@@ -150,7 +151,6 @@ void rpc_loop::close(int fd)
         put_off_.erase(found->second->serial());
     table_.remove(fd);
     clients_.erase(found);
-    closed_++;
     open_door(true);
 }
 
@@ -200,9 +200,10 @@ void rpc_loop::handle(const epoll_event &event)
     client_t *client = find(event.data.fd);
     if (!client)  // closed earlier in this round
         return;
-    if (event.events & EPOLLOUT)
+    if (event.events & EPOLLOUT) {
+        freed_ += client->unsent_size();  // at each piece: it is soon freed
         settle(*client, client->send_more(now_));
-    else if (client->is_kept())  // its client has gone, but what it asked for is done all the same
+    } else if (client->is_kept())  // its client has gone, but what it asked for is done all the same
         control(EPOLL_CTL_DEL, event.data.fd, 0);
     else if (event.events & (EPOLLERR | EPOLLHUP) && !(event.events & EPOLLIN))
         close(event.data.fd);
@@ -300,8 +301,8 @@ void rpc_loop::end_overdue()
     for (const int fd : overdue)
         close(fd);
     open_door(true);
-    if (closed_ >= many_closed) {
-        closed_ = 0;
+    if (freed_ >= worth_returning) {
+        freed_ = 0;
         malloc_trim(0);
     }
 }
@@ -362,7 +363,7 @@ int rpc_loop::timeout() const
     if (!ready_.empty() || !busy_.empty())
         return 0;
     const int until = until_registration();
-    const bool is_idle = clients_.empty() && door_open_ && closed_ < many_closed;
+    const bool is_idle = clients_.empty() && door_open_ && freed_ < worth_returning;
     return is_idle ? until : std::min(until, 1000);
 }
 
