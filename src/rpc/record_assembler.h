@@ -29,6 +29,8 @@ public:
     // All memory is given back when nothing has.
     bool next();
 
+    size_t memory() const { return buffer_.capacity(); }  // bytes
+
 private:
     bool parse();
 

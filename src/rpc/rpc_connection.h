@@ -35,9 +35,11 @@ public:
     // has put off, or else more bytes from the client.
     bool has_request() const { return request_.is_whole() && !wants_room() && !put_off_; }
     bool wants_room() const { return !unsent_.empty(); }
-    size_t unsent_size() const { return unsent_.size(); }  // of the buffer, in bytes
     bool is_put_off() const { return put_off_; }
     bool is_kept() const { return put_off_ && kept_; }
+
+    // Bytes that are free when it has closed.
+    size_t memory() const { return sizeof *this + request_.memory() + unsent_.capacity(); }
 
     // Each returns false when the connection is to be closed.
     bool receive(rpc_time now);

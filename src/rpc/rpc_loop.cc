@@ -142,7 +142,7 @@ rpc_loop::client_t *rpc_loop::find(int fd) const
 void rpc_loop::close(int fd)
 {
     const auto found = clients_.find(fd);
-    freed_ += sizeof(client_t) + found->second->unsent_size();
+    freed_ += found->second->memory();
     if (found->second->queued) {
         std::erase(ready_, fd);
         std::erase(busy_, fd);
@@ -201,7 +201,7 @@ void rpc_loop::handle(const epoll_event &event)
     if (!client)  // closed earlier in this round
         return;
     if (event.events & EPOLLOUT) {
-        freed_ += client->unsent_size();  // at each piece: it is soon freed
+        freed_ += client->memory();  // at each piece: its buffer is soon freed
         settle(*client, client->send_more(now_));
     } else if (client->is_kept())  // its client has gone, but what it asked for is done all the same
         control(EPOLL_CTL_DEL, event.data.fd, 0);
