@@ -43,7 +43,7 @@ make_site() {
     calls=$work/calls   # what strace has seen
     answer=$work/answer # what the client of a delivery has printed
     trap 'umount "$site/inboxes/other"; rm -rf "$work" /tmp/$victim*' EXIT
-    mkdir -p "$site"/{work,incoming,utils,inboxes/{same,other,recoded,tiff,pdf,mail}} "$work/expected"
+    mkdir -p "$site"/{work,incoming,utils,inboxes/{same,other,recoded,tiff,pdf,mail,mime,body,command}} "$work/expected"
     mount -t tmpfs tmpfs "$site/inboxes/other"
     cp tests/data/faxes/letter-mmr.fax "$work/original"
     add_converter tiffconv '(printf TIFF; cat "$2") >"$3"'
@@ -67,6 +67,18 @@ delivery_file_format = pdf
 email_address = mail
 delivery_method = sunmail_attach
 delivery_file_format = tiff_f
+[mime]
+email_address = mime
+delivery_method = mimemail_attach
+[body]
+email_address = body
+delivery_method = email_body
+[command]
+email_address = command
+when_to_notify = fax_incoming
+how_to_notify = email
+delivery_method = exec:cp
+delivery_dir_root = $site/inboxes/command
 END
     printf '[ttyS0]\nincoming_dir = %s\nincoming_gui = Desk\n' "$site/incoming" >"$site/MODEMS.info"
     clear_site

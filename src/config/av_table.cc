@@ -62,4 +62,11 @@ void av_table_t::clear() noexcept
     head_ = last_ = nullptr;
 }
 
+void av_table_t::swap(av_table_t &other) noexcept
+{
+    std::swap(head_, other.head_);
+    std::swap(last_, other.last_);
+    index_.swap(other.index_);
+}
+
 }  // namespace faxtray

@@ -30,6 +30,7 @@ public:
     av_list_t *get(const char *name) const noexcept;
 
     void clear() noexcept;
+    void swap(av_table_t &other) noexcept;
 
 private:
     void append(av_list_t *list) noexcept;

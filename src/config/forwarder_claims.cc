@@ -137,17 +137,20 @@ static bool assign(char *claims, const char *user, const av_table_t *forwarders,
     return true;
 }
 
-// Stores what was assigned in the entry and adds a copy of it to the forwarders.
-static void register_forwarder(av_list_t *user, av_table_t *forwarders, const char *names,
+// Stores what was assigned in the entry, in place of the claims, and adds a copy of it to the forwarders.
+// False without memory. To claim what was assigned comes to the same, so that this may be done again.
+static bool register_forwarder(av_list_t *user, av_table_t *forwarders, const char *names,
                                const char *handles)
 {
     if (!av_put(user, claimed_names, names) || !av_put(user, assigned_handles, handles)) {
         report("update_forwarder: av_put failed.\n");
-        return;
+        return false;
     }
     av_list_ptr entry(av_copy(user));
-    if (!entry || !forwarders->update(std::move(entry)))
-        report("update_forwarder: avl_update failed.\n");
+    if (entry && forwarders->update(std::move(entry)))
+        return true;
+    report("update_forwarder: avl_update failed.\n");
+    return false;
 }
 
 int claim_inboxes(av_list_t *user, av_table_t *forwarders, const find_inbox_t &find_inbox,
@@ -172,14 +175,13 @@ int claim_inboxes(av_list_t *user, av_table_t *forwarders, const find_inbox_t &f
         report("update_forwarder: strdup(\"%s\"): %s.\n", claimed, strerror(errno));
         return 0;
     }
-    // From here on the attribute is what the user was given, which may be nothing.
-    av_delete(user, claimed_names);
     try {
         std::string names, handles;
         if (!assign(claims.get(), user->key, forwarders, find_inbox, listener, &names, &handles))
             return 0;
         if (!names.empty())
-            register_forwarder(user, forwarders, names.c_str(), handles.c_str());
+            return register_forwarder(user, forwarders, names.c_str(), handles.c_str());
+        av_delete(user, claimed_names);
     } catch (const std::bad_alloc &) {
         report("update_forwarder: strdup(\"%s\"): %s.\n", claims.get(), strerror(ENOMEM));
         return 0;

@@ -24,7 +24,8 @@ using claim_listener = std::function<void(claim_result result, const char *name,
 // Assigns to `user` the incoming inboxes that its "forwarder" claims and nobody holds yet. If it gets any,
 // its "forwarder" and "forwarder_handle" become the comma-separated descriptions and handles of those, and a
 // copy of the entry is added to `forwarders`; otherwise "forwarder" is removed. Users without inbox delivery
-// are left alone. `listener` hears of each name. Returns 1, or 0 without memory.
+// are left alone. `listener` hears of each name. Returns 1, or 0 without memory: the claims are then still
+// there.
 int claim_inboxes(av_list_t *user, av_table_t *forwarders, const find_inbox_t &find_inbox,
                   const claim_listener &listener = {});
 

@@ -1,6 +1,7 @@
 // The built-in defaults, look-ups, and the incoming directory of each line.
 #include "config/modem_list_file.h"
 
+#include <cerrno>
 #include <cstdlib>
 #include <cstring>
 
@@ -78,9 +79,11 @@ static char *incoming_path(const av_list_t *entry)
     return path;
 }
 
-// Brings an entry into the form that callers get. Returns 0 if its directory cannot be determined.
+// Brings an entry into the form that callers get. Returns 0 if its directory cannot be determined, or, with
+// errno ENOMEM, without memory.
 static int _mi_fix(av_list_t *entry)
 {
+    errno = 0;
     // Information lines of direct inward dialling run at this speed, whatever the file says.
     const char *usage = av_getv(entry, "usage");
     if (usage && strstr(usage, "ondrix_did_info") && !av_put(entry, "tty_baud_rate", "9600"))
@@ -146,10 +149,17 @@ int mi_open(const char *path, FILE *error_stream)
     if (!source_reset(source, error_stream, build_defaults))
         return 0;
     source_open_file(source, path);
+    if (_mi_fix(source.defaults))
+        return 1;
+    const bool no_memory = errno == ENOMEM;
+    report_to(source.Error_fp, "%s: Internal failure: _mi_fix.\n", "mi_open");
     // A default directory that cannot be determined concerns only the devices that have none of their own.
-    if (!_mi_fix(source.defaults))
-        report_to(source.Error_fp, "%s: Internal failure: _mi_fix.\n", "mi_open");
-    return 1;
+    if (!no_memory)
+        return 1;
+    mi_close();
+    mi_forget();
+    source.error = INFO_FAILED;
+    return 0;
 }
 
 static av_list_t *_mi_get(const char *name, bool with_defaults)
@@ -163,8 +173,9 @@ static av_list_t *_mi_get(const char *name, bool with_defaults)
             return nullptr;
         if (_mi_fix(entry.get()))
             return entry.release();
+        const bool no_memory = errno == ENOMEM;
         report_to(source.Error_fp, "%s: Internal failure: _mi_fix.\n", "_mi_get");
-        if (!is_empty(name)) {
+        if (no_memory || !is_empty(name)) {
             source.error = INFO_FAILED;
             return nullptr;
         }

@@ -18,7 +18,7 @@ const char *mi_location(const char *path);  // ui_location
 // Opens `path`, or with null or "" the file that find_file finds, after closing what was open; without an
 // mi_look before, it is read now. Messages go to `error_stream` until mi_close (null: none). Returns 1, also
 // if there is no file (mi_error() is then not 0) or if the incoming directory of its section "default" cannot
-// be determined, or 0 if the built-in defaults cannot be built.
+// be determined, or 0 without memory.
 int mi_open(const char *path, FILE *error_stream);
 
 // A device's settings over the defaults; the name is matched exactly. "default" returns the defaults; null

@@ -80,8 +80,9 @@ static av_list_t *build_defaults()
     return build_list("default", default_settings);
 }
 
-// Puts the file's "admin" section over the built-in one.
-static void load_admin()
+// Puts the file's "admin" section over the built-in one. False without memory: the built-in one asks for no
+// password, so it must not stand in.
+static bool load_admin()
 {
     av_list_t *merged = info_get(source.fp, admin, strcmp, "admin");
     if (merged) {
@@ -90,8 +91,9 @@ static void load_admin()
     } else if (info_error() != INFO_OK) {
         // Kept: the message of a failure to build the lists; the log shows no other for this one.
         report_to(source.Error_fp, "ui_open: av_put failed.\n");
-        source.error = INFO_FAILED;
+        return false;
     }
+    return true;
 }
 
 list_look_t ui_look(const char *path)
@@ -110,17 +112,13 @@ int ui_open(const char *path, FILE *error_stream)
     if (!source_reset(source, error_stream, build_defaults))
         return 0;
     admin = build_list("admin", admin_settings);
-    if (!admin) {
-        ui_close();
-        source.error = INFO_FAILED;
-        return 0;
-    }
     // Without a file the built-in records serve, so that the daemon runs on a host that has no list yet.
-    if (source_open_file(source, path)) {
-        load_admin();
-        ui_rewind();
-    }
-    return 1;
+    if (admin && (!source_open_file(source, path) || (load_admin() && ui_rewind())))
+        return 1;
+    ui_close();
+    ui_forget();
+    source.error = INFO_FAILED;
+    return 0;
 }
 
 static av_list_t *get_admin(bool with_defaults)
@@ -172,6 +170,11 @@ int ui_rewind()
 int ui_stale(const char *path)
 {
     return source_stale(source, path);
+}
+
+void ui_forget()
+{
+    source.last_open = {};
 }
 
 time_t ui_last_update(const char *path)

@@ -37,6 +37,7 @@ int ui_rewind();  // to the first section; returns 1 or 0
 
 // 1 if the file was modified after it was last opened, or exists and could not be opened then; else 0.
 int ui_stale(const char *path);
+void ui_forget();                         // the file counts as stale until it is opened again
 time_t ui_last_update(const char *path);  // the file's modification time; 0 on failure
 
 void ui_close();

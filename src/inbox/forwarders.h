@@ -18,7 +18,8 @@ inline const char *recipient_name(const ui_entry_t *entry)
 struct recipients_t : named_chain_t<ui_entry_t, recipient_name> {};
 
 // Assigns to `user` the inboxes of `incoming` that its "forwarder" claims and nobody holds yet: see
-// claim_inboxes() in config/forwarder_claims.h. Returns 1, or 0 without memory.
+// claim_inboxes() in config/forwarder_claims.h. Returns 1, or 0 without memory: the claims are then still
+// there.
 int update_forwarder(av_list_t *user, av_table_t *forwarders, const inbox_list_t *incoming);
 
 // Returns 1 if `user` is a forwarder (and, unless `inbox` is null, the forwarder of the inbox with that

@@ -150,43 +150,55 @@ static void report_problem(const av_list_t *entry)
     av_printf(stderr, entry);
 }
 
-// Adds a copy of `entry` to `table`.
-static void store_copy(av_table_t *table, const av_list_t *entry)
+// Adds a copy of `entry` to `table`. False without memory.
+static bool store_copy(av_table_t *table, const av_list_t *entry)
 {
     av_list_ptr copy(av_copy(entry));
-    if (!copy || !table->update(std::move(copy)))
-        report_problem(entry);
+    if (copy && table->update(std::move(copy)))
+        return true;
+    report_problem(entry);
+    return false;
 }
 
-// Reads "default" and "admin". The administrator is also an ordinary user with an inbox.
-static void load_metausers(user_list_t *list)
+// Reads "default" and "admin". The administrator is also an ordinary user with an inbox. False without
+// memory.
+static bool load_metausers(user_list_t *list)
 {
+    bool whole = true;
     for (const char *name : {"default", "admin"}) {
         av_list_ptr entry(ui_get(name));
         if (!entry) {
             trprintf("Warning: No %s metauser record.\n", name);
+            whole = false;
             continue;
         }
-        store_copy(&list->metausers, entry.get());
+        whole = store_copy(&list->metausers, entry.get()) && whole;
         if (strcmp(name, "admin") == 0)
-            store_copy(&list->users, entry.get());
+            whole = store_copy(&list->users, entry.get()) && whole;
     }
+    return whole;
 }
 
-// Reads all other entries, in the order of the file.
-static void load_users(user_list_t *list)
+// Reads all other entries, in the order of the file. False without memory for one of them.
+static bool load_users(user_list_t *list)
 {
+    bool whole = true;
     while (av_list_ptr entry{ui_get(nullptr)}) {
         if (is_special_name(entry->key))
             continue;
         trprintf("load_user_list: adding ul node for user \"%s\", check_value = %d.\n", entry->key,
                  entry->check_value);
-        if (!recips_list_update(&list->recipients, entry.get()))
+        if (!recips_list_update(&list->recipients, entry.get())) {
             report_problem(entry.get());
+            whole = false;
+        }
         const av_list_t *offered = entry.get();
-        if (!list->users.update(std::move(entry)))
+        if (!list->users.update(std::move(entry))) {
             report_problem(offered);  // update() did not take it, so it still exists
+            whole = whole && is_empty(offered->key);
+        }
     }
+    return whole;
 }
 
 int load_user_list(user_list_t *user_list, const char *path)
@@ -195,19 +207,23 @@ int load_user_list(user_list_t *user_list, const char *path)
         fprintf(stderr, "load_user_list: Can't open user list file [%s].\n", ui_location(path));
         return 0;
     }
-    // The old list goes only once there is a file to replace it.
-    user_list->users.clear();
-    user_list->metausers.clear();
-    free_recipients(&user_list->recipients);
-
-    load_metausers(user_list);
-    load_users(user_list);
-    int error = ui_error();
+    // The old list goes only once the new one is whole; if there was no memory for it, the next request tries
+    // again.
+    user_list_t loaded;
+    bool whole = load_metausers(&loaded);
+    whole = load_users(&loaded) && whole;
+    const int error = ui_error();
     ui_close();
-    if (error != 0 && error != 2) {  // 2: there is no file; the built-in default and admin serve
+    const bool good = whole && (error == 0 || error == 2);  // 2: no file; the built-in records serve
+    if (good) {
+        user_list->users.swap(loaded.users);
+        user_list->metausers.swap(loaded.metausers);
+        user_list->recipients.swap(loaded.recipients);
+    }
+    free_recipients(&loaded.recipients);
+    if (!good) {
         fprintf(stderr, "load_user_list: Can't load user list file [%s].\n", ui_location(path));
-        user_list->users.clear();
-        user_list->metausers.clear();
+        ui_forget();
         return 0;
     }
     user_list->loaded = time(nullptr);
@@ -352,8 +368,8 @@ int load_incoming_list(inbox_list_t *list, const char *path)
     // next request tries again.
     inbox_list_t loaded;
     bool complete = true;
-    errno = 0;
     while (av_list_ptr tty{mi_get(nullptr)}) {
+        errno = 0;
         if (strcmp(tty->key, "default") != 0)
             add_incoming(&loaded, tty.get());
         complete = complete && errno != ENOMEM;
@@ -376,17 +392,21 @@ int load_incoming_list(inbox_list_t *list, const char *path)
 
 static constexpr char refresh[] = "update_lists";
 
-// A user whose inbox cannot be created is left without one; others are served.
-static void create_inbox(inbox_list_t *list, const av_list_t *user)
+// A user whose inbox cannot be created is left without one; others are served. False without memory.
+static bool create_inbox(inbox_list_t *list, const av_list_t *user)
 {
     trprintf("update_lists: creating new node for user \"%s\".\n", user->key);
+    errno = 0;
     user_node_ptr node(create_user_node(user));
     if (!node)
-        return;
-    if (add_user_node(list, node.get()))
+        return errno != ENOMEM;
+    if (add_user_node(list, node.get())) {
         (void)node.release();
-    else
-        refresh_failure(__LINE__, "%s: Can't update user list\n", refresh);
+        return true;
+    }
+    const bool no_memory = errno == ENOMEM;  // else the name is taken
+    refresh_failure(__LINE__, "%s: Can't update user list\n", refresh);
+    return !no_memory;
 }
 
 // Takes the inbox out of the list and frees it; its files stay.
@@ -403,7 +423,7 @@ static bool remove_inbox(inbox_list_t *list, user_node_t *node)
     return true;
 }
 
-// Creates, keeps, replaces or removes a user's inbox as the new entry demands.
+// Creates, keeps, replaces or removes a user's inbox as the new entry demands. False without memory.
 static bool update_inbox(inbox_list_t *list, const av_list_t *user)
 {
     trprintf("update_lists: checking inbox status of user \"%s\".\n", user->key);
@@ -415,21 +435,15 @@ static bool update_inbox(inbox_list_t *list, const av_list_t *user)
     trprintf(wanted ? "update_lists: user \"%s\" is in new list.\n"
                     : "update_lists: user \"%s\" is not in new list.\n",
              user->key);
-    if (!node) {
-        if (wanted)
-            create_inbox(list, user);
-        return true;
-    }
+    if (!node)
+        return !wanted || create_inbox(list, user);
     if (!wanted)
         return remove_inbox(list, node);
     if (node->identity->check_value == static_cast<u_int>(user->check_value))
         return true;
     // Kept: "inbox path", although any change of the entry leads here; clients then see new fax ids.
     trprintf("update_lists: user \"%s\" has new inbox path.\n", user->key);
-    if (!remove_inbox(list, node))
-        return false;
-    create_inbox(list, user);
-    return true;
+    return remove_inbox(list, node) && create_inbox(list, user);
 }
 
 // One of the files is being written: the lists stay, and the next request looks again.
@@ -509,11 +523,12 @@ static int read_lists(inbox_list_t *incoming_nodes, user_list_t *user_list, cons
     return read && user_list->complete;
 }
 
-// Rebuilds what depends on both lists, after incoming inboxes were, since forwarders claim them. Once only
-// for users just read: claims are replaced by what was assigned. Returns 1 or 0.
+// Rebuilds what depends on both lists, after incoming inboxes were, since forwarders claim them. Returns 1,
+// or 0 without memory: the next request then tries again, for which the claims of users are still there, or
+// have been replaced by what they come to.
 static int settle_users(inbox_list_t *user_nodes, const inbox_list_t *incoming_nodes, user_list_t *user_list)
 {
-    if (!std::exchange(user_list->unsettled, false))
+    if (!user_list->unsettled)
         return 1;
     Forwarder.clear();
     for (av_list_t *user = user_list->users.head(); user; user = user->next) {
@@ -525,17 +540,17 @@ static int settle_users(inbox_list_t *user_nodes, const inbox_list_t *incoming_n
         if (!update_inbox(user_nodes, user))
             return 0;
     }
+    user_list->unsettled = false;
     return 1;
 }
 
 int update_lists(inbox_list_t *user_nodes, inbox_list_t *incoming_nodes, user_list_t *user_list,
                  const char *user_path, const char *modem_path)
 {
-    if (user_list->complete && !ui_stale(user_path) && !mi_stale(modem_path)) {
+    const bool current = user_list->complete && !ui_stale(user_path) && !mi_stale(modem_path);
+    if (current)
         trprintf("update_lists: neither USER_LIST.info nor MODEMS.info is stale.\n");
-        return 1;
-    }
-    const int read = read_lists(incoming_nodes, user_list, user_path, modem_path);
+    const int read = current || read_lists(incoming_nodes, user_list, user_path, modem_path);
     return settle_users(user_nodes, incoming_nodes, user_list) && read;
 }
 

@@ -35,8 +35,8 @@ extern av_table_t Forwarder;  // designated forwarders
 // cannot be read stays too; without a user list at the start the built-in records serve.
 //
 // Returns 1, or 0 on failure with messages; a failure that lasts is reported once a change of the file, and
-// the lists then count as current. Until both files have been read once, returns 0, and every call tries
-// again.
+// the lists then count as current. Until both files have been read once, and while there is no memory for
+// what they hold, returns 0, and every call tries again.
 int update_lists(inbox_list_t *users, inbox_list_t *incoming, user_list_t *user_list, const char *user_path,
                  const char *modem_path);
 
@@ -48,7 +48,7 @@ int update_lists();
 int read_lists();
 int settle_users();
 
-// The steps of update_lists: each reads one file. They return 1, or 0 with a message.
+// The steps of update_lists: each reads one file. They return 1, or 0 with a message; the list then stays.
 int load_user_list(user_list_t *user_list, const char *path);
 int load_incoming_list(inbox_list_t *incoming, const char *path);
 
