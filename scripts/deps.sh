@@ -45,6 +45,13 @@ configure() {
     cmake -S . -B "$dir" -DFAXTRAY_WERROR=ON -DFAXTRAY_TESTS=ON -DFAXTRAY_PCH=ON "$@" >/dev/null
 }
 
+# The build under the address and undefined-behaviour sanitizers, in build/sanitize; the benchmarks are in it so that they
+# are compiled at all.
+configure_sanitized() {
+    configure build/sanitize -DCMAKE_CXX_COMPILER=clang++-14 -DCMAKE_C_COMPILER=clang-14 -DCMAKE_BUILD_TYPE=Debug \
+        -DFAXTRAY_SANITIZE=ON -DFAXTRAY_BENCH=ON -DCMAKE_EXE_LINKER_FLAGS=-fuse-ld=lld
+}
+
 # The release build in build/, the same for the tests, the demo and the kill-test.
 configure_release() {
     configure build -DCMAKE_BUILD_TYPE=Release

@@ -1,5 +1,5 @@
-// A library to be preloaded into faxtrayd: makes an allocation of the daemon, or of the child that carries out a
-// delivery, fail when fault-test.sh wants it, and counts what the daemon has allocated.
+// Makes an allocation of a program fail when fault-test.sh wants it, and counts what the program has allocated. A library
+// to be preloaded or, under the address sanitizer, a part of the program.
 #define _GNU_SOURCE
 #include <errno.h>
 #include <fcntl.h>
@@ -9,37 +9,43 @@
 #include <sys/mman.h>
 #include <unistd.h>
 
-enum { NOBODY, DAEMON, CHILD };
+#ifdef FAIL_UNDER_SANITIZER
+#define REAL(name) __interceptor_##name
+#else
+#define REAL(name) __libc_##name
+#endif
+
+enum { NOBODY, PROGRAM, CHILD };
 
 // The file that the environment's FAIL_MALLOC names.
 static struct {
     int32_t whose;  // allocations may fail
     int32_t left;   // of them until one does, which makes it 0
-    int32_t live;   // allocations of the daemon
+    int32_t live;   // allocations of the program
 } *control;
-static pid_t daemon_pid;
+static pid_t program_pid;
 
-void *__libc_malloc(size_t size);
-void *__libc_calloc(size_t n, size_t size);
-void *__libc_realloc(void *p, size_t size);
-void __libc_free(void *p);
+void *REAL(malloc)(size_t size);
+void *REAL(calloc)(size_t n, size_t size);
+void *REAL(realloc)(void *p, size_t size);
+void REAL(free)(void *p);
 
 __attribute__((constructor)) static void begin(void)
 {
-    const char *path = getenv("FAIL_MALLOC");
-    if (!path || strcmp(program_invocation_short_name, "faxtrayd") != 0)
+    const char *path = getenv("FAIL_MALLOC"), *name = program_invocation_short_name;
+    if (!path || (strcmp(name, "faxtrayd") != 0 && strcmp(name, "faxconv") != 0))
         return;
     int fd = open(path, O_RDWR | O_CLOEXEC);
     void *map = fd < 0 ? MAP_FAILED : mmap(NULL, sizeof *control, PROT_READ | PROT_WRITE, MAP_SHARED, fd, 0);
     if (fd >= 0)
         close(fd);
-    daemon_pid = getpid();
+    program_pid = getpid();
     control = map == MAP_FAILED ? NULL : map;
 }
 
 static int fails(void)
 {
-    if (!control || control->whose == NOBODY || control->whose != (getpid() == daemon_pid ? DAEMON : CHILD) ||
+    if (!control || control->whose == NOBODY || control->whose != (getpid() == program_pid ? PROGRAM : CHILD) ||
         --control->left != 0)
         return 0;
     errno = ENOMEM;
@@ -48,30 +54,40 @@ static int fails(void)
 
 static void *counted(void *p, int change)
 {
-    if (control && p && getpid() == daemon_pid)
+    if (control && p && getpid() == program_pid)
         control->live += change;
     return p;
 }
 
 void *malloc(size_t size)
 {
-    return fails() ? NULL : counted(__libc_malloc(size), 1);
+    return fails() ? NULL : counted(REAL(malloc)(size), 1);
 }
 
 void *calloc(size_t n, size_t size)
 {
-    return fails() ? NULL : counted(__libc_calloc(n, size), 1);
+    return fails() ? NULL : counted(REAL(calloc)(n, size), 1);
 }
 
 void *realloc(void *p, size_t size)
 {
     if (fails())
         return NULL;
-    void *moved = __libc_realloc(p, size);
+    void *moved = REAL(realloc)(p, size);
     return p ? moved : counted(moved, 1);
 }
 
 void free(void *p)
 {
-    __libc_free(counted(p, -1));
+    REAL(free)(counted(p, -1));
 }
+
+#ifdef FAIL_UNDER_SANITIZER
+// The sanitizer's own does not call malloc().
+char *strdup(const char *text)
+{
+    const size_t size = strlen(text) + 1;
+    char *copy = malloc(size);
+    return copy ? memcpy(copy, text, size) : NULL;
+}
+#endif

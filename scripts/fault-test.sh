@@ -3,10 +3,13 @@
 # every error of six that it can return, then each allocation of memory, and checks that the client was told the truth,
 # nothing was lost or left behind, what is in the inbox is whole, and the daemon goes on.
 #
-# usage: scripts/fault-test.sh [STEP [WHAT...]]    as root; with STEP, at every STEPth fault only
+# usage: scripts/fault-test.sh [--sanitized] [STEP [WHAT...]]    as root; with STEP, at every STEPth fault only
 #
 # WHAT: list, reload, remove, deliver (the daemon's part of a delivery), and recipients, for the child's part; by default
 # all. Several runs may go on beside each other.
+#
+# With --sanitized only allocations fail, in programs under the address and undefined-behaviour sanitizers. WHAT may then
+# be convert, too: faxconv reads a fax of each coding, and re-codes it to each.
 #
 # Whatever fails, the daemon must not keep memory for it. At the end it prints how often each answer was given, and when first.
 set -euo pipefail
@@ -14,9 +17,17 @@ cd "$(dirname "$0")/.."
 source scripts/deps.sh
 source scripts/delivery_site.sh
 
+sanitized=
+[ "${1:-}" != --sanitized ] || { sanitized=$1; shift; }
 step=${1:-1}
-on_private_host_only scripts/fault-test.sh "$step" "${@:2}"
-everything=(list reload remove deliver same other recoded tiff pdf mail mime body command)
+if [ $sanitized ] && [ -z "${FAULT_BUILD:-}" ]; then
+    need $build_packages $service_packages clang-14 libclang-rt-14-dev lld
+    configure_sanitized
+    cmake --build build/sanitize -j "$(nproc)" --target faxtrayd faxtray faxconv on_private_host | tail -n 1
+    export FAULT_BUILD=build/sanitize
+fi
+on_private_host_only scripts/fault-test.sh $sanitized "$step" "${@:2}"
+everything=(list reload remove deliver same other recoded tiff pdf mail mime body command ${sanitized:+convert})
 [ $# -gt 2 ] && wanted=("${@:2:$# - 2}") || wanted=("${everything[@]}")
 
 # The errors of a call that are tried: all six where a file system has a say, else those that the call knows. Calls that
@@ -38,7 +49,7 @@ errors_of() { # NAME
 }
 
 # What the preloaded library is told and tells, in $control: three numbers of four bytes.
-arm() { # daemon|child|nobody COUNT: that allocation fails
+arm() { # daemon|child|nobody COUNT: that allocation fails; of faxconv, which has no children, as of the daemon
     local number numbers=("$(case $1 in daemon) echo 1 ;; child) echo 2 ;; *) echo 0 ;; esac)" "$2")
     for number in "${numbers[@]}"; do
         printf "$(printf '\\x%02x' $((number & 255)) $((number >> 8 & 255)) $((number >> 16 & 255)) $((number >> 24)))"
@@ -50,7 +61,7 @@ live() { od -An -td4 -j8 -N4 "$control" | tr -d ' '; } # allocations that the da
 # Every fault of the calls that strace has seen and of that many allocations, "NAME COUNT ERROR" a line.
 faults() { # ALLOCATIONS
     local name count error
-    places | while read -r name count; do
+    [ $sanitized ] || places | while read -r name count; do
         for error in $(errors_of "$name"); do
             echo "$name $count $error"
         done
@@ -79,7 +90,14 @@ begin() {
     fax=$(listed_fax)
 }
 
+# Shows what a sanitizer has found; WHERE is where it was looking.
+check_reports() { # WHERE FILE
+    ! grep -a -A 20 -E '(Address|Leak)Sanitizer|runtime error' "$2" || fail "$1: see above"
+}
+
 check_answer() { # WHERE COMMAND [RECIPIENT]
+    check_reports "$1" "$site/work/trayd_log"
+    : >"$site/work/trayd_log"
     sed -E "s|$site||g; s|$victim|victim|g; s|[0-9]{2,}|N|g; s|^|$2: |; s|\$|\t($1)|" "$answer" >>"$work/answers"
     faxtray status >/dev/null 2>&1 || { fail "$1: the daemon is gone"; start_daemon; }
     if [ $status != 0 ]; then
@@ -121,7 +139,11 @@ run_with_fault() { # daemon|child NAME COUNT ERROR COMMAND...
 record() { # daemon|child COMMAND [RECIPIENT]
     begin
     tamper=()
-    traced "$@"
+    if [ $sanitized ]; then
+        "${@:2}" >"$answer" 2>&1 && status=0 || status=$?
+    else
+        traced "$@"
+    fi
     [ $status = 0 ] || fail "${*:2}: $(cat "$answer")"
     cp "$answer" "$work/expected/$2"
     [ $# = 2 ] || cat "$site/inboxes/$3"/* >"$work/expected/$3" 2>/dev/null || true # a mail leaves none
@@ -168,22 +190,73 @@ fail_in_every_way() { # daemon|child COMMAND [RECIPIENT]
     echo "$*: $number faults of the $whom, $tries tried"
 }
 
+# One run of faxconv, in a directory of its own that holds the fax; an allocation fails if $control says so.
+convert() { # ARGUMENT...
+    rm -rf "$work/convert" && mkdir "$work/convert"
+    cp "$work/coded/$coding.fax" "$work/convert/in.fax"
+    (cd "$work/convert" && FAIL_MALLOC=$control faxconv "$@") >"$answer" 2>&1 && status=0 || status=$?
+}
+
+convert_failing() { # ARGUMENT...
+    local count=0 tries=0 where
+    arm daemon $many
+    convert "$@"
+    [ $status = 0 ] || fail "$coding $*: $(cat "$answer")"
+    local allocations=$((many - $(left)))
+    rm -rf "$work/expected/convert" && cp -r "$work/convert" "$work/expected/convert"
+    for ((count = 1; count <= allocations; count += step)); do
+        tries=$((tries + 1))
+        where="$coding $*, malloc $count"
+        arm daemon $count
+        convert "$@"
+        check_reports "$where" "$answer"
+        if [ $status = 0 ]; then
+            diff -r "$work/expected/convert" "$work/convert" || fail "$where: succeeded, but differs"
+        else
+            [ -s "$answer" ] || fail "$where: no message"
+            cmp -s "$work/coded/$coding.fax" "$work/convert/in.fax" || fail "$where: the fax is not what it was"
+            [ "$(ls -A "$work/convert")" = in.fax ] || fail "$where: left behind: $(ls -A "$work/convert")"
+        fi
+    done
+    arm nobody 0
+    echo "faxconv, $coding $*: $allocations faults, $tries tried"
+}
+
+convert_in_every_way() {
+    local coding to
+    mkdir -p "$work/coded"
+    for coding in mh mr mmr; do
+        faxconv --to "$work/coded/$coding.fax" "$work/original" $coding
+        convert_failing --info in.fax
+        convert_failing --pbm page in.fax
+        for to in mh mr mmr; do
+            convert_failing --to out.fax in.fax $to
+            convert_failing in.fax $to
+        done
+    done
+}
+
 many=1000000000 # allocations, more than anything makes
 missed=0
 make_site
 control=$work/control
 head -c 12 /dev/zero >"$control"
-cc -O1 -shared -fPIC -o "$work/fail_malloc.so" scripts/fail_malloc.c
-environment+=(LD_PRELOAD="$work/fail_malloc.so" FAIL_MALLOC="$control")
+environment+=(FAIL_MALLOC="$control")
+if [ ! $sanitized ]; then
+    cc -O1 -shared -fPIC -o "$work/fail_malloc.so" scripts/fail_malloc.c
+    environment+=(LD_PRELOAD="$work/fail_malloc.so")
+fi
 start_daemon
 for what in "${wanted[@]}"; do
     case $what in
     list | reload | remove) fail_in_every_way daemon $what ;;
     deliver) fail_in_every_way daemon deliver same ;;
+    convert) convert_in_every_way ;;
     *) fail_in_every_way child deliver "$what" ;;
     esac
 done
 stop_daemon TERM
+check_reports "at the end" "$site/work/trayd_log" # of leaks, too
 echo "$missed faults did not come; the answers:"
 awk -F'\t' '{ if (!seen[$1]++) first[$1] = $2 } END { for (text in seen) print seen[text], text, first[text] }' "$work/answers" | sort -rn
 finish

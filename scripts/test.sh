@@ -56,9 +56,7 @@ layout() {
 }
 
 build_sanitized() {
-    configure build/sanitize -DCMAKE_CXX_COMPILER=clang++-14 -DCMAKE_C_COMPILER=clang-14 -DCMAKE_BUILD_TYPE=Debug \
-        -DFAXTRAY_SANITIZE=ON -DFAXTRAY_BENCH=ON -DCMAKE_EXE_LINKER_FLAGS=-fuse-ld=lld &&
-        cmake --build build/sanitize -j "$(nproc)"
+    configure_sanitized && cmake --build build/sanitize -j "$(nproc)"
 }
 
 build_release() {
@@ -70,7 +68,11 @@ kill_test() {
 }
 
 fault_test() {
-    scripts/fault-test.sh 110 || [ $? = 77 ]
+    scripts/fault-test.sh 200 || [ $? = 77 ]
+}
+
+allocation_test() {
+    FAULT_BUILD=build/sanitize scripts/fault-test.sh --sanitized 100 || [ $? = 77 ]
 }
 
 # Service tests mostly wait, so more of them run at a time than there are processors.
@@ -99,7 +101,8 @@ check "Build of the release by gcc" build/build.log build_release &&
     run_tests "Tests of the release build" build
 if [ "$(id -u)" = 0 ]; then
     check "Kills at every fifth system call of a delivery" build/kill-test.log kill_test
-    check "Failures of every 110th system call and allocation" build/fault-test.log fault_test
+    check "Failures of every 200th system call and allocation" build/fault-test.log fault_test
+    check "Failures of every 100th allocation under the sanitizers" build/allocation-test.log allocation_test
 else
     step "NOTE: the service tests need root and were skipped: run sudo scripts/test.sh"
 fi

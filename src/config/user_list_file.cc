@@ -112,9 +112,12 @@ int ui_open(const char *path, FILE *error_stream)
     if (!source_reset(source, error_stream, build_defaults))
         return 0;
     admin = build_list("admin", admin_settings);
-    // Without a file the built-in records serve, so that the daemon runs on a host that has no list yet.
-    if (admin && (!source_open_file(source, path) || (load_admin() && ui_rewind())))
-        return 1;
+    if (admin) {
+        source_open_file(source, path);
+        // Without a file the built-in records serve, so that the daemon runs on a host that has no list yet.
+        if (source.failure != 0 || (source.fp && load_admin() && ui_rewind()))
+            return 1;
+    }
     ui_close();
     ui_forget();
     source.error = INFO_FAILED;

@@ -152,13 +152,14 @@ static void log_delivery(const char *path, const char *name, const char *destina
                     agent_status != 0 ? detail : nullptr);
 }
 
-// Delivers to the recipient `entry` and notifies those concerned; true on success. Kept: a problem fax counts
-// as failed although it arrived, and recipient and administrator are notified of a failure.
-static bool deliver_to(const av_list_t *entry, const char *name, const char *path)
+// Delivers the fax that is open at `fax` to the recipient `entry` and notifies those concerned; true on
+// success. Kept: a problem fax counts as failed although it arrived, and recipient and administrator are
+// notified of a failure.
+static bool deliver_to(const av_list_t *entry, const char *name, int fax, const char *path)
 {
     static char destination[MAXPATHLEN];
     destination[0] = '\0';
-    const int ret = deliver_fax(entry, path, account, destination, nullptr, 0);
+    const int ret = deliver_open_fax(fax, entry, path, account, destination);
     trprintf("deliver_fax_1_svc: ret=%d, %s, %s->%s\n", ret, name, path, destination);
     log_delivery(path, entry->key, destination, ret);
     if (ret == DELIVERED) {
@@ -183,7 +184,7 @@ static void add_failure(bounded_text &message, const char *name, bool single)
 }
 
 // Delivers to the user called `name`; false after adding a failure to `message`.
-static bool serve(const char *name, const char *path, bool single, bounded_text &message)
+static bool serve(const char *name, int fax, const char *path, bool single, bounded_text &message)
 {
     const av_list_t *entry = User_list.users.get(name);
     if (!entry) {
@@ -194,11 +195,21 @@ static bool serve(const char *name, const char *path, bool single, bounded_text 
                       "deliver_fax_1_svc: '%s' not found in user list!\n", name);
         return false;
     }
-    if (deliver_to(entry, name, path))
+    if (deliver_to(entry, name, fax, path))
         return true;
     const char *human_name = av_getv(entry, "human_name");
     add_failure(message, human_name ? human_name : name, single);
     return false;
+}
+
+// Adds the failure that the fax could not be opened for the recipient called `name`, for the reason in errno.
+static void refuse_delivery(const char *name, const char *path, bool single, bounded_text &message)
+{
+    const char *reason = errno == ESTALE ? "it has changed" : strerror(errno);
+    snprintf(account, sizeof account, "Fax routing failure: Can't read the fax: %s.\n", reason);
+    add_failure(message, name, single);
+    log_and_trace({ELOG_WARNING, elog_file_and_stderr},
+                  "deliver_fax_1_svc: Can't read \"%s\": %s: not delivered to '%s'\n", path, reason, name);
 }
 
 // Kept: a single send's message ends with the reason twice, whole and as its first line. Clients show it so.
@@ -211,8 +222,8 @@ static void finish_message(bounded_text &message, bool single)
     message.append(account);
 }
 
-// Delivers to all names while the fax is the one that was listed: a delivery may take long. What has been
-// delivered stays delivered if another name fails.
+// Delivers the fax to all names, opened anew for each while it is the one that was listed: a delivery may
+// take long. What has been delivered stays delivered if another name fails.
 static in_res_t *deliver(const send_t &send, const user_node_t &node, faxid_t faxid, const char *path,
                          in_res_t &result)
 {
@@ -232,14 +243,10 @@ static in_res_t *deliver(const send_t &send, const user_node_t &node, faxid_t fa
     // One note for a whole group, since each costs a write to the disk.
     note_begin();
     for (int i = 0; i < count; i++) {  // one failure does not stop the others
-        if (i == 0 || is_there_as_listed(node.index, faxid, path)) {
-            failed |= !serve(names[i], path, send.single, message);
-            continue;
-        }
-        failed = true;
-        add_failure(message, names[i], send.single);
-        log_and_trace({ELOG_WARNING, elog_file_and_stderr},
-                      "deliver_fax_1_svc: file \"%s\" has changed: not delivered to '%s'\n", path, names[i]);
+        const unique_fd fax = open_listed(node.index, faxid, path);
+        if (!fax)
+            refuse_delivery(names[i], path, send.single, message);
+        failed |= !fax || !serve(names[i], fax.get(), path, send.single, message);
     }
     note_end();
     if (!failed)

@@ -53,15 +53,16 @@ static bool is_next;                  // the request being served is the one who
 
 // In the child
 
-// What the pipe carries: the notices sent, and the encoded result. "" without memory.
+// What the pipe carries: the encoded result, with its length in front. "" without memory.
 static std::string report_of(in_res_t *result)
 try {
-    const notices_sent_t sent = admin_notices_sent();
-    const std::string report(reinterpret_cast<const char *>(&sent), sizeof sent);
     std::string encoded(xdr_sizeof(reinterpret_cast<xdrproc_t>(xdr_in_res_t), result), '\0');
     XDR xdrs;
     xdrmem_create(&xdrs, encoded.data(), static_cast<u_int>(encoded.size()), XDR_ENCODE);
-    return xdr_in_res_t(&xdrs, result) ? report + encoded : "";
+    const size_t length = encoded.size();
+    return xdr_in_res_t(&xdrs, result)
+               ? std::string(reinterpret_cast<const char *>(&length), sizeof length) + encoded
+               : "";
 } catch (const std::bad_alloc &) {
     return "";
 }
@@ -134,16 +135,16 @@ static bool_t xdr_encoded(XDR *xdrs, std::string_view *encoded)
     return xdr_opaque(xdrs, const_cast<char *>(encoded->data()), static_cast<u_int>(encoded->size()));
 }
 
-// Takes over what the child has reported: the notices here, the result to the client. False if it is not
-// whole.
+// Passes the result that the child has reported to the client. False if the report is not whole.
 static bool accept_report(const std::string &report, uint64_t connection)
 {
-    notices_sent_t sent;
-    if (report.size() < sizeof sent)
+    size_t length;
+    if (report.size() < sizeof length)
         return false;
-    memcpy(&sent, report.data(), sizeof sent);
-    admin_notices_add(sent);
-    std::string_view encoded = std::string_view(report).substr(sizeof sent);
+    memcpy(&length, report.data(), sizeof length);
+    std::string_view encoded = std::string_view(report).substr(sizeof length);
+    if (encoded.size() != length)
+        return false;
     rpc_answer(connection, reinterpret_cast<xdrproc_t>(xdr_encoded), &encoded);
     return true;
 }
@@ -166,10 +167,11 @@ static void conclude(int status)
     const running_t ended = std::exchange(running, {});
     rpc_unwatch(ended.pipe.get());
     ended.conclude();
-    const bool good = WIFEXITED(status) && WEXITSTATUS(status) == 0 && !ended.lost;
-    if (!good || !accept_report(ended.received, ended.connection)) {
-        fprintf(stderr, "Trayd: A delivery has ended early: wait status 0x%x.\n",
-                static_cast<unsigned>(status));
+    const bool answered = !ended.lost && accept_report(ended.received, ended.connection);
+    if (!answered || status != 0)
+        fprintf(stderr, "Trayd: A delivery has ended %s: wait status 0x%x.\n",
+                answered ? "badly, after its report" : "early", static_cast<unsigned>(status));
+    if (!answered) {
         // Its commands would go on making files, and finish a mail that was cut off.
         kill_session(ended.child);
         note_recover();

@@ -3,7 +3,7 @@
 //
 // A request is checked when its turn comes, in the daemon, against the lists and indexes as they are then.
 // The child has what it needs in its copy of the daemon's memory; it hands the encoded result back through a
-// pipe. What it has changed in memory that others must know of, the notices sent within a day, comes with it.
+// pipe. Once that is whole the delivery counts as done, however the child then ends.
 #pragma once
 
 #include <rpc/rpc.h>

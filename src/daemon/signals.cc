@@ -99,7 +99,7 @@ int signals_init(int debug)
     for (const int sig : {SIGINT, SIGQUIT, SIGTERM, SIGUSR1, SIGUSR2})
         if (!install(sig, exit_proc, SA_RESTART))
             return 0;
-    return install(SIGHUP, SIG_IGN, SA_RESTART) && install(SIGCHLD, sa_child, SA_RESTART) &&
+    return install(SIGHUP, SIG_IGN, SA_RESTART) && install(SIGCHLD, sa_child, SA_RESTART | SA_NOCLDSTOP) &&
            install(SIGPIPE, SIG_IGN, SA_RESTART) && install(SIGXFSZ, SIG_IGN, SA_RESTART);
 }
 

@@ -3,7 +3,8 @@
 // mailbox.
 //
 // The queue (node_queue.h) holds, for each notice of the last day, the time from which it counts no longer.
-// It lives as long as the process: a restart begins a new day.
+// It lives as long as the daemon and is shared with its children, several of which may have an entry to tell
+// of at the same time: a restart begins a new day.
 #include "deliver/admin_notice.h"
 
 #include <algorithm>
@@ -31,8 +32,6 @@ static constexpr int exception_log_type = 2;      // of run_log_callbacks
 static constexpr int default_volume = 5;          // notices a day
 static constexpr time_t hold = 24 * 60 * 60;      // seconds that a notice counts against the volume
 static constexpr size_t subject_characters = 30;  // of the entry's message
-
-static notices_sent_t sent;  // since admin_notice_init()
 
 // The administrator's record from the registry; null, with an entry of its own, if there is none.
 static av_list_ptr admin_record(int queue)
@@ -94,37 +93,46 @@ static std::string limit_note(int volume)
     return note;
 }
 
-// Sends the notice of an entry, with the note if it is the last one within the limit.
-static void send_notice(const av_list_t *admin, const elog_entry_t &entry, int volume, bool limited)
-{
-    std::string subject = "Ondrix: exception logged", message;
-    if (entry.written < 0) {
-        // Kept: takes no place in the queue, so the administrator hears of every entry that cannot be logged.
-        message = "elog_writef: Error posting to exception log\n";
-    } else {
-        nenq(time(nullptr) + hold);
-        sent.count++;
-        message = std::string(entry.prefix) + entry.message;
-        // The subject shows the beginning of the message, as far as it fits on a line of a mailbox's list.
-        subject += ": " + std::string(entry.message).substr(0, subject_characters);
-        subject.resize(std::min(subject.find('\n'), subject.size()));
-    }
-    if (limited && ncount() == volume)
-        message += limit_note(volume);
-    notify(admin, subject.c_str(), message.c_str(), IV_WHEN_TO_NOTIFY_FAX_EXCEPTION);
-}
-
-static void begin_anew()
-{
-    npurge();
-    sent = {0, true};
-}
-
 // Notices of more than a day ago count no longer.
 static void drop_old()
 {
     for (const time_t now = time(nullptr); ncount() > 0 && nhead() <= now;)
         ndeq();
+}
+
+// Takes a place in the day's volume for the notice of an entry; false if there is none. `note` gets what the
+// last one within the limit ends with.
+static bool take_place(const elog_entry_t &entry, int volume, std::string &note)
+{
+    const nlock others_wait;  // who have entries of their own to tell of
+    drop_old();
+    const bool limited = volume >= 1;
+    if (!limited)  // Kept: below 1 is no limit at all, though it looks like none a day.
+        npurge();
+    else if (ncount() >= volume)
+        return false;
+    // Kept: what cannot be logged takes no place, so the administrator hears of every such entry.
+    if (entry.written >= 0)
+        nenq(time(nullptr) + hold);
+    if (limited && ncount() == volume)
+        note = limit_note(volume);
+    return true;
+}
+
+// Sends the notice of an entry, which ends in `note`.
+static void send_notice(const av_list_t *admin, const elog_entry_t &entry, const std::string &note)
+{
+    std::string subject = "Ondrix: exception logged", message;
+    if (entry.written < 0) {
+        message = "elog_writef: Error posting to exception log\n";
+    } else {
+        message = std::string(entry.prefix) + entry.message;
+        // The subject shows the beginning of the message, as far as it fits on a line of a mailbox's list.
+        subject += ": " + std::string(entry.message).substr(0, subject_characters);
+        subject.resize(std::min(subject.find('\n'), subject.size()));
+    }
+    message += note;
+    notify(admin, subject.c_str(), message.c_str(), IV_WHEN_TO_NOTIFY_FAX_EXCEPTION);
 }
 
 // Decides whether the administrator gets a notice of this entry, and sends it.
@@ -133,15 +141,9 @@ static void notify_administrator(const elog_entry_t &entry)
     const av_list_ptr admin = admin_record(entry.queue);
     if (!admin || entry.level < ELOG_FATAL || entry.level > lowest_level(admin.get()))
         return;
-    drop_old();
-    int volume = daily_volume(admin.get());
-    const bool limited = volume >= 1;
-    if (!limited) {  // Kept: below 1 is no limit at all, though it looks like none a day.
-        volume = 1;
-        begin_anew();
-    }
-    if (volume > ncount())
-        send_notice(admin.get(), entry, volume, limited);
+    std::string note;
+    if (take_place(entry, daily_volume(admin.get()), note))
+        send_notice(admin.get(), entry, note);
 }
 
 // The exception log's callback. It is noexcept, because any code at all may have written the entry.
@@ -161,22 +163,9 @@ try {
 
 void admin_notice_init()
 {
-    sent = {};
+    if (!nshare())
+        fprintf(stderr, "elog_writef:  Memory allocation error, %d\n", ENOMEM);
     elog_set_notifier(admin_notice_handle);
-}
-
-notices_sent_t admin_notices_sent()
-{
-    return sent;
-}
-
-void admin_notices_add(notices_sent_t by_child)
-{
-    if (by_child.anew)
-        npurge();
-    drop_old();
-    for (int n = 0; n < by_child.count; n++)
-        nenq(time(nullptr) + hold);
 }
 
 }  // namespace faxtray

@@ -12,19 +12,11 @@
 namespace faxtray {
 
 // Registers itself as the exception log's notifier: from now on this process handles its entries itself, each
-// before elog_writef returns. In a child it replaces the notifier that the parent had registered.
+// before elog_writef returns. In a child it replaces the notifier that the parent had registered. The notices
+// of a process and of all that it forks after its first call are counted together.
 void admin_notice_init();
 
 // Handles one entry, for notifiers that pass entries on.
 void admin_notice_handle(const elog_entry_t &entry) noexcept;
-
-// Notices that count within the day, as a child tells its parent of them.
-struct notices_sent_t {
-    int count;
-    bool anew;  // those sent before them count no longer
-};
-
-notices_sent_t admin_notices_sent();          // by this process, since admin_notice_init()
-void admin_notices_add(notices_sent_t sent);  // by a child: they count here as of now
 
 }  // namespace faxtray

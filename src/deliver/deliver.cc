@@ -208,6 +208,7 @@ namespace {
 struct delivery_t {
     const av_list_t *record;
     const char *fax_path;
+    int fax;  // open there, or -1
     char *destination_out;
     void (*keepalive)();
     int did;
@@ -285,7 +286,8 @@ static bool make_copy(delivery_t &d)
         if (!is_result_free(d))
             continue;
         trprintf("deliver_fax: copy \"%s\" to \"%s\"\n", d.fax_path, d.temporary);
-        d.own_temporary = d.temporary[0] && copy_new(d.fax_path, d.temporary);
+        d.own_temporary = d.temporary[0] && (d.fax < 0 ? copy_new(d.fax_path, d.temporary)
+                                                       : copy_new_open(d.fax, d.fax_path, d.temporary));
         if (d.own_temporary)
             return true;
         if (d.temporary[0] && errno == EEXIST)  // taken by another process since
@@ -465,27 +467,44 @@ static int deliver_given(delivery_t &d)
     return result;
 }
 
-int deliver_fax(const av_list_t *record, const char *fax_path, char *message_out, char *destination_out,
-                void (*keepalive)(), int did)
+// Carries out what `d` asks for; `message_out` as in deliver_fax.
+static int deliver_and_tell(delivery_t &d, char *message_out)
 {
-    if (keepalive)
-        keepalive();
+    if (d.keepalive)
+        d.keepalive();
     tr_puts("deliver_fax...\n");
-    set_text(destination_out, "");
-
-    delivery_t d = {};
-    d.record = record;
-    d.fax_path = fax_path;
-    d.destination_out = destination_out;
-    d.keepalive = keepalive;
-    d.did = did;
+    set_text(d.destination_out, "");
     const int result = deliver_given(d);
 
     // Only routing and commands name a destination; otherwise the copy's name says how far the delivery got.
-    if (destination_out && !*destination_out)
-        set_text(destination_out, d.temporary);
+    if (d.destination_out && !*d.destination_out)
+        set_text(d.destination_out, d.temporary);
     set_text(message_out, d.message);
     return result;
+}
+
+int deliver_fax(const av_list_t *record, const char *fax_path, char *message_out, char *destination_out,
+                void (*keepalive)(), int did)
+{
+    delivery_t d = {};
+    d.record = record;
+    d.fax_path = fax_path;
+    d.fax = -1;
+    d.destination_out = destination_out;
+    d.keepalive = keepalive;
+    d.did = did;
+    return deliver_and_tell(d, message_out);
+}
+
+int deliver_open_fax(int fd, const av_list_t *record, const char *fax_path, char *message_out,
+                     char *destination_out)
+{
+    delivery_t d = {};
+    d.record = record;
+    d.fax_path = fax_path;
+    d.fax = fd;
+    d.destination_out = destination_out;
+    return deliver_and_tell(d, message_out);
 }
 
 }  // namespace faxtray

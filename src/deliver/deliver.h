@@ -28,6 +28,10 @@ enum : int {
 int deliver_fax(const av_list_t *record, const char *fax_path, char *message_out, char *destination_out,
                 void (*keepalive)(), int did);
 
+// The same for the fax that is open at `fd`, whatever is at `fax_path` by now.
+int deliver_open_fax(int fd, const av_list_t *record, const char *fax_path, char *message_out,
+                     char *destination_out);
+
 // The steps, with the same results. `path` is a buffer of MAXPATHLEN bytes, which may get a new name; what
 // convert.h says about names holds for it. Failures are traced or logged.
 

@@ -30,14 +30,10 @@ static bool open_failed(const char *path)
     return false;
 }
 
-// Opens for reading and refuses what is no regular file. O_NONBLOCK: opening a FIFO would otherwise wait for
-// a writer, and the daemon with it.
-static bool open_source(const char *path, unique_fd &in, struct stat &st, int flags = 0)
+// Refuses what is no regular file.
+static bool is_fit_source(const char *path, int in, struct stat &st)
 {
-    in.reset(open(path, O_RDONLY | O_NONBLOCK | O_NOCTTY | O_CLOEXEC | flags));
-    if (!in)
-        return open_failed(path);
-    if (fstat(in.get(), &st) != 0) {
+    if (fstat(in, &st) != 0) {
         trprintf("copy: stat(\"%s\") failed: %s.\n", path, strerror(errno));
         return false;
     }
@@ -46,6 +42,13 @@ static bool open_source(const char *path, unique_fd &in, struct stat &st, int fl
         return false;
     }
     return true;
+}
+
+// Opens for reading. O_NONBLOCK: opening a FIFO would otherwise wait for a writer, and the daemon with it.
+static bool open_source(const char *path, unique_fd &in, struct stat &st, int flags = 0)
+{
+    in.reset(open(path, O_RDONLY | O_NONBLOCK | O_NOCTTY | O_CLOEXEC | flags));
+    return in ? is_fit_source(path, in.get(), st) : open_failed(path);
 }
 
 // The path of the copy of `src`: `dst`, or the same name in it when that is a directory. False with errno
@@ -185,13 +188,10 @@ void give_permissions(int fd, const char *path, mode_t mode)
         trprintf("copy: fchmod(\"%s\") failed: %s.\n", path, strerror(errno));
 }
 
-// As copy_staged, the source being opened with those flags too.
-static unique_fd stage(const char *src, const char *dst, char *staged, int flags)
+// As copy_staged, with the source open at `in`.
+static unique_fd stage(int in, const struct stat &st, const char *src, const char *dst, char *staged)
 {
-    unique_fd in, out;
-    struct stat st;
-    if (!open_source(src, in, st, flags))
-        return {};
+    unique_fd out;
     // A dead process that had our pid may have left the name in use: take the next.
     do {
         if (staged_path(dst, staged))
@@ -203,7 +203,7 @@ static unique_fd stage(const char *src, const char *dst, char *staged, int flags
         open_failed(staged);
         return {};
     }
-    if (!copy_bytes(src, in.get(), staged, out.get())) {
+    if (!copy_bytes(src, in, staged, out.get())) {
         remove_half_made(staged);
         return {};
     }
@@ -213,7 +213,9 @@ static unique_fd stage(const char *src, const char *dst, char *staged, int flags
 
 unique_fd copy_staged(const char *src, const char *dst, char *staged)
 {
-    return stage(src, dst, staged, O_NOFOLLOW);
+    unique_fd in;
+    struct stat st;
+    return open_source(src, in, st, O_NOFOLLOW) ? stage(in.get(), st, src, dst, staged) : unique_fd();
 }
 
 int unique_file(const char *prefix, char *path)
@@ -327,10 +329,10 @@ int move_new(const char *src, const char *dst)
     return move_file(src, dst, false);
 }
 
-int copy_new(const char *src, const char *dst)
+static int copy_to_new(int in, const struct stat &st, const char *src, const char *dst)
 {
     char staged[MAXPATHLEN];
-    unique_fd out = stage(src, dst, staged, 0);
+    unique_fd out = stage(in, st, src, dst, staged);
     if (!out)
         return 0;
     bool good = close(out.release()) == 0 || write_failed(staged);
@@ -343,6 +345,19 @@ int copy_new(const char *src, const char *dst)
     if (!good)
         remove_half_made(staged);
     return good;
+}
+
+int copy_new(const char *src, const char *dst)
+{
+    unique_fd in;
+    struct stat st;
+    return open_source(src, in, st) && copy_to_new(in.get(), st, src, dst);
+}
+
+int copy_new_open(int fd, const char *src, const char *dst)
+{
+    struct stat st;
+    return is_fit_source(src, fd, st) && lseek(fd, 0, SEEK_SET) == 0 && copy_to_new(fd, st, src, dst);
 }
 
 int cv_ftruncate(int fd, off_t length)

@@ -55,6 +55,9 @@ int move_new(const char *src, const char *dst);
 // visible, but not flushed: for files that the running delivery only works on.
 int copy_new(const char *src, const char *dst);
 
+// The same for the file that is open at `fd`, whatever is at `src` by now.
+int copy_new_open(int fd, const char *src, const char *dst);
+
 // Others
 
 // Makes a file in the work directory, empty, for our user alone, named `prefix` ("FDF." or "FDM.")

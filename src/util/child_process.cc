@@ -145,6 +145,10 @@ static unique_fd above_standard(unique_fd fd)
 // own end of `in`, or -1. Its pid, or -1 with errno.
 static pid_t start(const char *command, int in, int out, int input)
 {
+    if (!has_room_for_command()) {
+        errno = EAGAIN;
+        return -1;
+    }
     // What is still buffered would be printed after the command's own output.
     fflush(stdout);
     fflush(stderr);

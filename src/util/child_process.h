@@ -18,7 +18,8 @@ void child_set_limit(const struct rlimit &nofile);
 
 // popen, pclose and system as in POSIX, by way of "/bin/sh -c": standard output and error are flushed before
 // the fork, an interrupted wait is resumed, and a command that cannot be executed exits with status 127.
-// Streams are close-on-exec; several may be open at once. While one is open, writing to a child that does not
+// Streams are close-on-exec; several may be open at once, and 16 commands run: for more there is no process
+// (EAGAIN). While one is open, writing to a child that does not
 // read fails with EPIPE; no SIGPIPE is raised.
 //
 // A command that takes longer than set_command_seconds() allows (util/time_limit.h) is ended, with its

@@ -17,7 +17,7 @@
 namespace faxtray {
 
 static constexpr int64_t no_deadline = std::numeric_limits<int64_t>::max();
-static constexpr int most_groups = 16;  // at once; further ones have no limit. A delivery has two or three
+static constexpr int most_groups = 16;  // at once; a delivery has two or three
 
 namespace {
 
@@ -114,6 +114,11 @@ void set_command_seconds(unsigned seconds, unsigned grace)
 unsigned command_seconds()
 {
     return limit_seconds;
+}
+
+bool has_room_for_command()
+{
+    return find(0) != nullptr;
 }
 
 void begin_time_limit(pid_t group, int input)

@@ -16,6 +16,9 @@ inline constexpr unsigned default_command_seconds = 900;
 void set_command_seconds(unsigned seconds, unsigned grace = 5);
 unsigned command_seconds();
 
+// Whether one more command may be started: 16 are watched at once.
+bool has_room_for_command();
+
 // Begins to watch the group that a command leads. `input` is the descriptor by which we write to it, or -1: a
 // write that is blocked when the group has been killed fails then with EAGAIN.
 void begin_time_limit(pid_t group, int input);
