@@ -114,6 +114,18 @@ TEST(ChildProcess, StatusesAreItsOwnAmongOtherChildren)
     signal(SIGCHLD, SIG_DFL);
 }
 
+TEST(ChildProcess, NoneIsRunThatCouldNotBeWatched)
+{
+    std::vector<FILE *> streams;
+    for (FILE *stream; streams.size() < 20 && (stream = child_popen("exec cat", "w"));)
+        streams.push_back(stream);
+    EXPECT_EQ(errno, EAGAIN);
+    EXPECT_EQ(streams.size(), 16u);
+    for (FILE *stream : streams)
+        EXPECT_EQ(child_pclose(stream), 0);
+    EXPECT_EQ(child_system("true"), 0);
+}
+
 // The pids in the file, of which none may be left after a moment.
 static bool have_ended(const std::string &path)
 {
