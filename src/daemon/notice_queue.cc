@@ -2,7 +2,6 @@
 #include "daemon/notice_queue.h"
 
 #include <signal.h>
-#include <sys/wait.h>
 #include <unistd.h>
 
 #include <algorithm>

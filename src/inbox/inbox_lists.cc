@@ -71,7 +71,7 @@ static user_node_t *node_failure(int line)
 // until the lists are edited.
 static bool may_come_back(int error)
 {
-    return error == EIO || error == ESTALE || error == ETIMEDOUT || error == ENOMEM;
+    return error != ENOENT && error != ENOTDIR && error != ELOOP && error != ENAMETOOLONG && error != EACCES;
 }
 
 // Makes sure that the inbox exists and can be used. False with the reason in `message`.
