@@ -55,8 +55,8 @@ arm() { # daemon|child|nobody COUNT: that allocation fails; of faxconv, which ha
         printf "$(printf '\\x%02x' $((number & 255)) $((number >> 8 & 255)) $((number >> 16 & 255)) $((number >> 24)))"
     done 1<>"$control" >&1
 }
-left() { od -An -td4 -j4 -N4 "$control" | tr -d ' '; } # allocations until the one that fails
-live() { od -An -td4 -j8 -N4 "$control" | tr -d ' '; } # allocations that the daemon has not freed
+left() { echo $(od -An -td4 -j4 -N4 "$control"); } # allocations until the one that fails
+live() { echo $(od -An -td4 -j8 -N4 "$control"); } # allocations that the daemon has not freed
 
 # Every fault of the calls that strace has seen and of that many allocations, "NAME COUNT ERROR" a line.
 faults() { # ALLOCATIONS
@@ -99,7 +99,7 @@ check_answer() { # WHERE COMMAND [RECIPIENT]
     check_reports "$1" "$site/work/trayd_log"
     : >"$site/work/trayd_log"
     sed -E "s|$site||g; s|$victim|victim|g; s|[0-9]{2,}|N|g; s|^|$2: |; s|\$|\t($1)|" "$answer" >>"$work/answers"
-    faxtray status >/dev/null 2>&1 || { fail "$1: the daemon is gone"; start_daemon; }
+    kill -0 $daemon 2>/dev/null || { fail "$1: the daemon is gone"; start_daemon; }
     if [ $status != 0 ]; then
         [ -s "$answer" ] || fail "$1: no answer"
     elif [ "$2" = deliver ]; then
@@ -242,6 +242,7 @@ make_site
 control=$work/control
 head -c 12 /dev/zero >"$control"
 environment+=(FAIL_MALLOC="$control")
+export LSAN_OPTIONS=suppressions=$PWD/tests/support/libtirpc.supp:print_suppressions=0
 if [ ! $sanitized ]; then
     cc -O1 -shared -fPIC -o "$work/fail_malloc.so" scripts/fail_malloc.c
     environment+=(LD_PRELOAD="$work/fail_malloc.so")

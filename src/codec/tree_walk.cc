@@ -71,7 +71,7 @@ MR_MMR_walk::MR_MMR_walk(coding which, const unsigned char *data, size_t length,
     : coding_(which), width_(std::max(width, 1)), line_size_((static_cast<size_t>(width_) + 7) / 8),
       found_(found), at_{data, length, 0, eoltree},
       lines_(static_cast<unsigned char *>(calloc(2, line_size_))), current_(lines_.get()),
-      reference_(current_ + line_size_)
+      reference_(current_ ? current_ + line_size_ : nullptr)
 {
     t4_page_counts = {};
     if (coding_ == MR) {

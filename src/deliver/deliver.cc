@@ -267,7 +267,7 @@ try {
     const std::string result = converted_fax(d.temporary, format, is_mail(d.method));
     return result.empty() || !exists(result.c_str());
 } catch (const std::bad_alloc &) {
-    return false;
+    return true;  // as if it had been taken since
 }
 
 // Makes the copy beside the fax, under the fax's name less its last four characters (".fax") and the first
