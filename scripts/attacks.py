@@ -6,12 +6,14 @@ from calls import connect, message, record, text
 
 ATTACKER, ACCOMPLICE = "127.0.0.2", "127.0.0.3"  # other hosts than the client that behaves well
 
-share = 1.0         # of the numbers below; less for a short run
-read_call = b""     # of 256 KiB
+# What an attack has to know; set before it begins.
+share = 1.0          # of the numbers below: less in a short run
+read_call = b""      # of 256 KiB
+deliver_call = None  # makes one, of half a megabyte, to the recipient of that name
+deliveries = 1       # how many of those
+registry = 0         # its process id
+
 count_call = record(message(calls.COUNT, calls.identity("reader")))
-deliver_call = None # of a fax of half a megabyte to the recipient of that name
-deliveries = 1      # how many of those
-registry = 0        # its process id
 
 def many(n):
     return max(1, int(n * share))

@@ -6,14 +6,8 @@
 # daemon should be a release build: sanitizers make calls of their own.
 on_private_host_only() {
     [ "${!#}" != on-private-host ] || return 0
-    [ "$(id -u)" = 0 ] || { echo "$1: run me as root: the test makes a private host" >&2; exit 1; }
-    if [ -z "${FAULT_BUILD:-}" ]; then # the programs to test; by default the release build
-        need $build_packages $service_packages strace
-        configure_release
-        cmake --build build -j "$(nproc)" --target faxtrayd faxtray on_private_host | tail -n 1
-    fi
     local build
-    build=$(realpath "${FAULT_BUILD:-build}")
+    programs_for "$1" "${FAULT_BUILD:-}" faxtrayd faxtray
     PATH=$build/bin:$PATH exec on_private_host bash "$@" on-private-host
 }
 

@@ -56,3 +56,15 @@ configure_sanitized() {
 configure_release() {
     configure build -DCMAKE_BUILD_TYPE=Release
 }
+
+# programs_for SCRIPT BUILD TARGET...: sets $build, the directory of a build with these programs, for a test on a private
+# host: BUILD or, if that is empty, the release, brought up to date.
+programs_for() {
+    [ "$(id -u)" = 0 ] || { echo "$1: run me as root: the test makes a private host" >&2; exit 1; }
+    if [ -z "$2" ]; then
+        need $build_packages $service_packages python3 strace
+        configure_release
+        cmake --build build -j "$(nproc)" --target on_private_host "${@:3}" | tail -n 1
+    fi
+    build=$(realpath "${2:-build}")
+}

@@ -1,9 +1,10 @@
 """A site in a temporary directory with a running registry daemon and faxtrayd, and recipients of every kind, among them
 programs that hang; and what the daemon holds. Only for a private host, since it puts a mail agent into /usr/lib."""
-import json, os, shutil, signal, subprocess, sys, tempfile, time
+import collections, json, os, shutil, signal, subprocess, sys, tempfile, time
 import calls
 
 LETTER = "tests/data/faxes/letter-mmr.fax"
+LARGE = 500000  # bytes of the fax of that name
 USERS = """[default]
 delivery_dir_root = {site}/inboxes
 delivery_file_format = as_received
@@ -38,6 +39,9 @@ esac""",
     "{site}/utils/tiffconv": "exec sleep 60",
 }
 
+# Memory in KiB, descriptors, processor time in seconds, and bytes of the logs but that of accesses.
+state = collections.namedtuple("state", "memory descriptors processor log")
+
 class live_site:
     def __init__(self, programs, environment={}, where=None):
         """`programs` is the directory of faxtrayd, faxregd and faxtray; `where` that of the site, by default for temporary
@@ -61,7 +65,7 @@ class live_site:
         directory."""
         for n in range(faxes):
             self.add_fax(f"inboxes/reader/f{n:05}", calls.CHUNK if n == 0 else 10, 1700000000 + n)
-        self.add_fax("incoming/large", 500000, 1700000000)
+        self.add_fax("incoming/large", LARGE, 1700000000)
 
     def add_fax(self, name, size, time):
         with open(f"{self.path}/{name}", "wb") as out:
@@ -140,7 +144,7 @@ class live_site:
             sum((has(f"inboxes/{user}", "ii_") for user in os.listdir(f"{self.path}/inboxes")), [])
 
     def state(self):
-        """Memory in KiB, descriptors, processor time in seconds, and bytes of the logs but that of accesses."""
+        """What the daemon holds now, and has used."""
         process = f"/proc/{self.daemon.pid}"
         with open(f"{process}/status") as lines:
             memory = next(int(line.split()[1]) for line in lines if line.startswith("VmRSS"))
@@ -148,7 +152,7 @@ class live_site:
             ticks = sum(map(int, stat.read().split()[13:15]))
         log = sum(os.path.getsize(f"{self.path}/work/{name}") for name in ("trayd_log", "exception_log")
                   if os.path.exists(f"{self.path}/work/{name}"))
-        return memory, len(os.listdir(f"{process}/fd")), ticks / os.sysconf("SC_CLK_TCK"), log
+        return state(memory, len(os.listdir(f"{process}/fd")), ticks / os.sysconf("SC_CLK_TCK"), log)
 
 
 def port_mapper():

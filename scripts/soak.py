@@ -168,10 +168,10 @@ def print_minutes(site, all_waits):
         for kind, values in answer.items():
             all_waits[kind] += values
         spreads = [calls.spread(values)[1:] for values in answer.values()]
-        memory, descriptors, processor, log = site.state()
+        now = site.state()
         print(f"{minute:6} | {received:8} {list(told.values()).count(''):9} {sum(1 for text in told.values() if text):3} |" +
               " |".join("{:7.1f} {:8.1f}".format(*values) for values in spreads) +
-              f" | {memory:6} {descriptors:12} | {processor:5.1f} | {log / 1024:8.1f}", flush=True)
+              f" | {now.memory:6} {now.descriptors:12} | {now.processor:5.1f} | {now.log / 1024:8.1f}", flush=True)
 
 
 # The verdict
@@ -209,7 +209,7 @@ def judge(site, before, all_waits):
     def check(right, text):
         nonlocal good
         good &= bool(right)
-        print(("      " if right else "WRONG ") + text)
+        print(("       " if right else "FAILED ") + text)
     count = delivered(site)
     names = [f"f{number:06}" for number in range(received)]
     lost = [name for name in names if count[name] == 0 and not told.get(name)]
@@ -221,13 +221,13 @@ def judge(site, before, all_waits):
     for kind, values in all_waits.items():
         median, p99, worst = calls.spread(values)
         check(values and p99 < P99, f"{kind}: {len(values)} times, median {median:.1f}, p99 {p99:.1f}, worst {worst:.1f} ms")
-    first, last = tenths([sample[0] for sample in samples])
+    first, last = tenths([sample.memory for sample in samples])
     check(last - first <= MEMORY, f"memory: {first:.0f} KiB in the first tenth, {last:.0f} in the last")
-    first, last = tenths([sample[1] for sample in samples])
+    first, last = tenths([sample.descriptors for sample in samples])
     check(last - first <= DESCRIPTORS, f"descriptors: {first:.0f} in the first tenth, {last:.0f} in the last")
     after = site.state()
-    check(before[1] == after[1], f"descriptors without clients: {before[1]} at the start, {after[1]} at the end; "
-                                 f"memory {before[0]} and {after[0]} KiB")
+    check(before.descriptors == after.descriptors, f"descriptors without clients: {before.descriptors} at the start, {after.descriptors} at the end; "
+                                 f"memory {before.memory} and {after.memory} KiB")
     left = site.left_behind()
     check(not left, f"left behind: {left}")
     status, took = site.stop()

@@ -15,11 +15,5 @@ cd "$(dirname "$0")/.."
 source scripts/deps.sh
 
 [ $# = 1 ] || { sed -n 's/^# usage: /usage: /p' "$0" >&2; exit 2; }
-[ "$(id -u)" = 0 ] || { echo "soak.sh: run me as root: the test makes a private host" >&2; exit 1; }
-if [ -z "${SOAK_BUILD:-}" ]; then
-    need $build_packages $service_packages python3
-    configure_release
-    cmake --build build -j "$(nproc)" --target faxtrayd faxregd faxtray on_private_host | tail -n 1
-fi
-build=$(realpath "${SOAK_BUILD:-build}")
+programs_for soak.sh "${SOAK_BUILD:-}" faxtrayd faxregd faxtray
 exec "$build/bin/on_private_host" timeout $(($1 * 60 + 600)) python3 scripts/soak.py "$build/bin" "$1"

@@ -75,6 +75,10 @@ allocation_test() {
     FAULT_BUILD=build/sanitize scripts/fault-test.sh --sanitized 100 || [ $? = 77 ]
 }
 
+attack_test() {
+    ATTACK_BUILD=build scripts/attack.sh short || [ $? = 77 ]
+}
+
 # Service tests mostly wait, so more of them run at a time than there are processors.
 run_tests() { # NAME DIRECTORY
     local log=$2/tests.log summary
@@ -103,6 +107,7 @@ if [ "$(id -u)" = 0 ]; then
     check "Kills at every fifth system call of a delivery" build/kill-test.log kill_test
     check "Failures of every 200th system call and allocation" build/fault-test.log fault_test
     check "Failures of every 100th allocation under the sanitizers" build/allocation-test.log allocation_test
+    check "Each attack for a moment" build/attack.log attack_test
 else
     step "NOTE: the service tests need root and were skipped: run sudo scripts/test.sh"
 fi
