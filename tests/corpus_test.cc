@@ -5,6 +5,7 @@
 #include <memory>
 #include <string>
 
+#include "../fuzz/check_lists.h"
 #include "../fuzz/fax_file.h"
 #include "../fuzz/fax_header.h"
 #include "../fuzz/info_file.h"
@@ -21,10 +22,11 @@ TEST(Corpus, EveryInputHoldsWhatTheFuzzersCheck)
     struct {
         const char *name;
         void (*run)(const uint8_t *, size_t);
-    } rows[] = {
-        {"fax_header", fuzz_fax_header}, {"info_file", fuzz_info_file}, {"requests", fuzz_requests},
-        {"rpc_stream", fuzz_rpc_stream}, {"fax_file", fuzz_fax_file},   {"t4_mh", fuzz_t4_mh},
-        {"t4_mr", fuzz_t4_mr},           {"t4_mmr", fuzz_t4_mmr},       {"t4_recode", fuzz_t4_recode}};
+    } rows[] = {{"fax_header", fuzz_fax_header}, {"info_file", fuzz_info_file},
+                {"requests", fuzz_requests},     {"rpc_stream", fuzz_rpc_stream},
+                {"fax_file", fuzz_fax_file},     {"t4_mh", fuzz_t4_mh},
+                {"t4_mr", fuzz_t4_mr},           {"t4_mmr", fuzz_t4_mmr},
+                {"t4_recode", fuzz_t4_recode},   {"check_lists", fuzz_check_lists}};
     for (const auto &row : rows) {
         std::string folder = std::string(TEST_DATA "/../../fuzz/corpus/") + row.name;
         dir_ptr dir(opendir(folder.c_str()));

@@ -16,6 +16,7 @@
 #include "config/user_list_file.h"
 #include "disk/file_names.h"
 #include "support/capture.h"
+#include "support/daemon.h"
 #include "util/paths.h"
 #include "util/short_hash.h"
 #include "util/text.h"
@@ -212,6 +213,18 @@ static void print_modems(const std::string &path)
     mi_close();
 }
 
+// What faxtray-check says of a user list and the fax lines beside it, NAME.modems, if there are any.
+static void print_check(const std::string &path)
+{
+    const std::string modems = path.substr(0, path.size() - strlen("info")) + "modems";
+    const temp_dir dir;
+    const std::string command = "cd " + (dir / "") + " && install -m 600 " + path +
+                                " USER_LIST.info && install -m 600 " + modems +
+                                " MODEMS.info 2>/dev/null || ln -s /dev/null MODEMS.info; " BINARIES
+                                "/faxtray-check --lists -U USER_LIST.info -M MODEMS.info; echo exit $?";
+    fputs(run_shell(command).output.c_str(), stderr);
+}
+
 TEST(Reference, EveryFileGivesWhatItsRefSays)
 {
     scoped_env home("ONDRIXHOME", "/opt/fax");
@@ -220,10 +233,11 @@ TEST(Reference, EveryFileGivesWhatItsRefSays)
     for (auto [folder, print] : {std::pair("calls", &run_calls),
                                  {"info", print_info},
                                  {"users", print_users},
-                                 {"modems", print_modems}}) {
+                                 {"modems", print_modems},
+                                 {"check", print_check}}) {
         for (const auto &file : std::filesystem::directory_iterator(std::string(TEST_DATA "/") + folder)) {
             std::filesystem::path path = file.path();
-            if (path.extension() == ".ref")
+            if (path.extension() == ".ref" || path.extension() == ".modems")
                 continue;
             capture_stderr err;
             print(path);

@@ -79,6 +79,12 @@ static const char *setting(const av_list_t *user, int attr)
     return value ? value : "";
 }
 
+static bool depends_on_start(const av_list_t *user)
+{
+    return !is_full_path(setting(user, AS_DELIVERY_DIR)) &&
+           !is_full_path(setting(user, AS_DELIVERY_DIR_ROOT));
+}
+
 // A path that is valid where it stands, and not when it is put together.
 static void report_invalid(inboxes_t &all, const av_list_t *user, const place_t &place)
 {
@@ -97,6 +103,9 @@ static void check_inbox(inboxes_t &all, const av_list_t *user)
         report_invalid(all, user, place);
         return;
     }
+    if (section && section->find(as_get_attr(AS_DELIVERY_DIR_ROOT)) && depends_on_start(user))
+        all.problems.add(trap("relative-root"),
+                         all.list.place_of(section, as_get_attr(AS_DELIVERY_DIR_ROOT)));
     const std::string inbox = path.get();
     const c_string mapped(ui_map_name(user->key));
     if (!*setting(user, AS_DELIVERY_DIR) && mapped && !*mapped)

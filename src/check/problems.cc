@@ -11,6 +11,13 @@
 
 namespace faxtray {
 
+// As much of a word as is readable in a line.
+static std::string shortened(const std::string &word)
+{
+    static constexpr size_t longest = 100;
+    return word.size() <= longest ? word : word.substr(0, longest) + "...";
+}
+
 static std::string filled(const char *text, const std::vector<std::string> &words)
 {
     std::string all;
@@ -21,7 +28,7 @@ static std::string filled(const char *text, const std::vector<std::string> &word
         }
         const auto word = static_cast<size_t>(*++p - '1');
         if (word < words.size())
-            all += words[word];
+            all += shortened(words[word]);
     }
     return all;
 }

@@ -120,24 +120,32 @@ static void check_method(const char *value, const place_t &place, problems_t &pr
     check_value(AS_DELIVERY_METHOD, cut_keyword(method.data()), place, problems);
 }
 
-// The words of when_to_notify, whatever stands between them; each is searched for the events' names. Those of
-// the built-in value are known to other programs of the fax system.
-static void check_events(const std::string &value, const char *built_in, const place_t &place,
-                         problems_t &problems)
+// The words of a text, whatever stands between them.
+static words_t words_of(const std::string &text)
 {
     static constexpr char letters[] = "abcdefghijklmnopqrstuvwxyzABCDEFGHIJKLMNOPQRSTUVWXYZ0123456789_";
-    const words_t events = values_of(AS_WHEN_TO_NOTIFY);
-    int count = 0;
-    for (size_t at = 0, end = 0; (at = value.find_first_of(letters, end)) != value.npos; count++) {
-        end = std::min(value.find_first_not_of(letters, at), value.size());
-        const std::string word = value.substr(at, end - at);
-        bool known = built_in && strstr(built_in, word.c_str());
+    words_t words;
+    for (size_t at = 0, end = 0; (at = text.find_first_of(letters, end)) != text.npos;) {
+        end = std::min(text.find_first_not_of(letters, at), text.size());
+        words.push_back(text.substr(at, end - at));
+    }
+    return words;
+}
+
+// The daemon searches the whole for the events' names. Words of the built-in value are known to other
+// programs of the fax system.
+static void check_events(const std::string &value, const std::string &built_in, const place_t &place,
+                         problems_t &problems)
+{
+    const words_t events = values_of(AS_WHEN_TO_NOTIFY), others = words_of(built_in), words = words_of(value);
+    for (const std::string &word : words) {
+        bool known = contains(others, word);
         for (const std::string &event : events)
             known = known || word.find(event) != word.npos;
         if (!known)
             problems.add(trap("unknown-event"), place, {word, did_you_mean(word, events)});
     }
-    if (count > 1 && value.find("never") != value.npos)
+    if (words.size() > 1 && value.find("never") != value.npos)
         problems.add(trap("never-among-events"), place);
 }
 
@@ -198,7 +206,7 @@ static void check_user_value(const seen_users_t &list, const seen_attribute_t &l
     if (attr == AS_DELIVERY_METHOD)
         check_method(value, place, problems);
     else if (attr == AS_WHEN_TO_NOTIFY)
-        check_events(value, av_getv(list.built_in.get(), row->name), place, problems);
+        check_events(value, shown(av_getv(list.built_in.get(), row->name)), place, problems);
     else if (row && row->values)
         check_value(attr, value, place, problems);
     else if (attr == AS_ADMIN_EXCEPTION_VOLUME)

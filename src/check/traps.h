@@ -43,7 +43,7 @@ inline constexpr trap_t traps[] = {
     {"unknown-attribute", WARNING, "nothing in this server reads the attribute [%1]"},
     {"bad-value", ERROR, "%1 cannot be [%2], and %3%4"},
     {"unknown-event", WARNING, "[%1] is no event and is ignored%2"},
-    {"never-among-events", WARNING, "'never' counts wherever it stands: none of the other events is notified"},
+    {"never-among-events", WARNING, "never counts wherever it stands: none of the other events is notified"},
     {"notify-exec", WARNING, "notices cannot be sent by exec: none is sent"},
     {"no-number", WARNING, "%1 is no number: 5 is used"},
     {"no-limit", WARNING, "0 or less means no limit: every such entry is mailed"},

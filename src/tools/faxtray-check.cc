@@ -11,11 +11,8 @@
 #include <cstring>
 
 #include "check/effective.h"
-#include "check/inbox_checks.h"
+#include "check/lists_check.h"
 #include "check/machine_checks.h"
-#include "check/modem_checks.h"
-#include "check/settings_check.h"
-#include "check/user_checks.h"
 #include "util/command_output.h"
 #include "util/standard_options.h"
 
@@ -60,12 +57,7 @@ static int check(const options &chosen, const seen_users_t &users, problems_t &p
 {
     seen_modems_t modems;
     see_modems(chosen.modems.c_str(), problems, &modems);
-    check_user_settings(users, problems);
-    check_modem_settings(modems, problems);
-    check_users(users, problems);
-    check_forwarders(users, modems, problems);
-    check_inboxes(users, modems, !chosen.lists, problems);
-    check_modems(modems, users.path, !chosen.lists, problems);
+    check_lists(users, modems, !chosen.lists, problems);
     if (!chosen.lists)
         check_machine(users, chosen.work.c_str(), problems);
 
@@ -90,6 +82,9 @@ static int run(const options &chosen)
         (chosen.json ? print_problems_json : print_problems)(problems.sorted());
         return status;
     }
+    if (!users.is_read)
+        for (const problem_t &problem : problems.sorted())
+            fprintf(stderr, "faxtray-check: %s: %s\n", printable(users.path).c_str(), problem.text.c_str());
     if (show_settings(users, chosen.user, chosen.changed, chosen.json))
         return EXIT_CLEAN;
     fprintf(stderr, "faxtray-check: There is no user [%s] in %s\n", printable(chosen.user).c_str(),
