@@ -1,9 +1,10 @@
 // The table of procedures, and the steps that every call goes through.
 #include "daemon/dispatcher.h"
 
-#include <netdb.h>
+#include <arpa/inet.h>
 #include <syslog.h>
 
+#include <charconv>
 #include <cstdlib>
 #include <cstring>
 #include <ctime>
@@ -27,17 +28,18 @@ namespace {
 
 // A client's address.
 struct peer_t {
-    char address[64] = "unknown", port[8] = "";
+    char address[INET_ADDRSTRLEN] = "unknown", port[8] = "";
 };
 
 }  // namespace
 
+// By hand: getnameinfo(3) takes longer than a NULL call.
 static peer_t peer_of(SVCXPRT *transport)
 {
     peer_t peer;
-    const netbuf *address = svc_getrpccaller(transport);
-    getnameinfo(static_cast<const sockaddr *>(address->buf), address->len, peer.address, sizeof peer.address,
-                peer.port, sizeof peer.port, NI_NUMERICHOST | NI_NUMERICSERV);
+    const auto *address = static_cast<const sockaddr_in *>(svc_getrpccaller(transport)->buf);
+    inet_ntop(AF_INET, &address->sin_addr, peer.address, sizeof peer.address);
+    *std::to_chars(peer.port, std::end(peer.port), ntohs(address->sin_port)).ptr = '\0';
     return peer;
 }
 

@@ -7,6 +7,7 @@
 
 #include <algorithm>
 #include <cerrno>
+#include <charconv>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
@@ -57,7 +58,7 @@ public:
     void add(const char *key, unsigned value)
     {
         char digits[16];
-        snprintf(digits, sizeof digits, "%u", value);
+        *std::to_chars(digits, std::end(digits), value).ptr = '\0';
         add(key, digits);
     }
     void add(const char *key, time_t when)
@@ -84,7 +85,7 @@ private:
     }
     void put_escaped(char ch)
     {
-        if (ch > ' ' && ch <= '~' && !strchr("\\\"'", ch))
+        if (ch > ' ' && ch <= '~' && ch != '\\' && ch != '"' && ch != '\'')
             return put(ch);
         char hex[8];
         snprintf(hex, sizeof hex, "\\x%02X", static_cast<unsigned char>(ch));

@@ -16,27 +16,34 @@ static constexpr size_t usual_size =
 static constexpr size_t long_run = 8 * 1024;  // bytes from which a run is not copied; copying less is cheaper
 static constexpr size_t most_long_runs = 500;  // writev(2) takes 1,024 pieces, two for each long run
 
-// Makes room as needed. False beyond the largest reply.
-bool record_encoder::put(const void *bytes, size_t n)
+// Makes room for more bytes. Exceptions must not pass through libtirpc, so no memory is a failed encoding.
+bool record_encoder::grow(size_t n)
+try {
+    encoded_.resize(std::max(used_ + n, 2 * encoded_.size()));
+    return true;
+} catch (const std::bad_alloc &) {
+    return false;
+}
+
+// False beyond the largest reply, or without memory.
+inline bool record_encoder::put(const void *bytes, size_t n)
 {
-    if (n > largest_ - total_)
+    if (n > largest_ - total_ || (used_ + n > encoded_.size() && !grow(n)))
         return false;
-    if (used_ + n > encoded_.size())
-        encoded_.resize(std::max(used_ + n, 2 * encoded_.size()));
     memcpy(encoded_.data() + used_, bytes, n);
     used_ += n;
     total_ += n;
     return true;
 }
 
-// What xdr_... functions call. Exceptions must not pass through libtirpc, so no memory is a failed encoding.
+// What xdr_... functions call.
 struct record_encoder_operations {
     static record_encoder *self(XDR *xdrs) { return static_cast<record_encoder *>(xdrs->x_private); }
 
     static bool_t put_long(XDR *xdrs, const long *value) noexcept
     {
         const uint32_t word = htonl(static_cast<uint32_t>(*value));
-        return put_bytes(xdrs, reinterpret_cast<const char *>(&word), sizeof word);
+        return self(xdrs)->put(&word, sizeof word);
     }
     static bool_t put_bytes(XDR *xdrs, const char *bytes, u_int n) noexcept
     try {

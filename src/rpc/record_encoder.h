@@ -25,6 +25,7 @@ private:
         size_t position;
         iovec bytes;
     };
+    bool grow(size_t n);
     bool put(const void *bytes, size_t n);
     void list_pieces();
 

@@ -173,10 +173,13 @@ bool rpc_connection::dispatch()
 // Sends as much of `pieces` as the socket takes. The number of bytes, or -1 when the connection is broken.
 static ssize_t send_pieces(int fd, const std::vector<iovec> &pieces)
 {
+    static constexpr int flags = MSG_NOSIGNAL | MSG_DONTWAIT;
     msghdr message = {};
     message.msg_iov = const_cast<iovec *>(pieces.data());
     message.msg_iovlen = pieces.size();
-    const ssize_t n = sendmsg(fd, &message, MSG_NOSIGNAL | MSG_DONTWAIT);
+    // One piece, as in most replies, is sent faster by send(2).
+    const ssize_t n = pieces.size() == 1 ? send(fd, pieces[0].iov_base, pieces[0].iov_len, flags)
+                                         : sendmsg(fd, &message, flags);
     return n < 0 && (errno == EAGAIN || errno == EINTR) ? 0 : n;
 }
 

@@ -362,9 +362,8 @@ int rpc_loop::timeout() const
 {
     if (!ready_.empty() || !busy_.empty())
         return 0;
-    const int until = until_registration();
     const bool is_idle = clients_.empty() && door_open_ && freed_ < worth_returning;
-    return is_idle ? until : std::min(until, 1000);
+    return is_idle ? until_registration() : 1000;
 }
 
 int rpc_loop::run()
