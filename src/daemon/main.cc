@@ -16,6 +16,7 @@
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
+#include <ctime>
 
 #include "daemon/delivery_queue.h"
 #include "daemon/dispatcher.h"
@@ -305,6 +306,7 @@ static void run(options_t &options)
     start_tracing();
     start_exception_log();
     limit_commands();
+    tzset();  // or each child would read the time zone's file
     if (!check_only_instance())
         return;
 
