@@ -218,7 +218,7 @@ static bool gets_a_line(limit_t &limit)
 void access_request(const access_request_t &now)
 {
     const errno_keeper keeper;
-    if (open_windows > 0)
+    if (open_windows > 0 && now.when != request.when)
         close_windows(now.when);
     request.when = now.when;
     snprintf(request.peer, sizeof request.peer, "%s", now.peer);
