@@ -11,7 +11,7 @@
 #include "check.h"
 #include "codec/change_format.h"
 #include "t4_page.h"
-#include "tools/fax_pages.h"
+#include "document/fax_pages.h"
 
 namespace faxtray {
 

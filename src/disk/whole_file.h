@@ -25,6 +25,8 @@ public:
     bool begin(const std::string &target, bool replace);
     // Appends `n` bytes. After a failure the file can only be given up.
     bool write(const char *bytes, size_t n);
+    // For writers that take a descriptor: the file's own. A temporary file is empty, and open for reading too.
+    int fd() const { return fd_.get(); }
     // Puts the file on the disk under the target's name, with mode 0666 less the umask or, for a cache, 0600:
     // a crash afterwards loses nothing. Call it once, last.
     bool keep();

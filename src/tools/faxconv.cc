@@ -2,9 +2,9 @@
 #include <CLI/CLI.hpp>
 #include <cstdio>
 
+#include "document/pbm.h"
 #include "faxfile/fax_params.h"
-#include "tools/fax_pages.h"
-#include "tools/pbm.h"
+#include "tools/fax_info.h"
 #include "tools/recode.h"
 #include "util/command_output.h"
 #include "util/standard_options.h"

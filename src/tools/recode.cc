@@ -20,7 +20,7 @@
 #include "codec/change_format.h"
 #include "disk/flush.h"
 #include "faxfile/fax_params.h"
-#include "tools/fax_pages.h"
+#include "document/fax_pages.h"
 #include "util/command_output.h"
 #include "util/ending_signals.h"
 #include "util/io.h"

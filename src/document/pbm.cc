@@ -1,11 +1,11 @@
 // A PBM file begins with its height, so every page is decoded twice: to count its lines, then to write them.
 // This way no page is held in memory, however many lines it has.
-#include "tools/pbm.h"
+#include "document/pbm.h"
 
 #include <cstdio>
 
 #include "disk/whole_file.h"
-#include "tools/fax_pages.h"
+#include "document/fax_pages.h"
 #include "util/command_output.h"
 
 namespace faxtray {

@@ -3,7 +3,12 @@
 
 #include <string>
 
+#include "document/page_image.h"
+
 namespace faxtray {
+
+// Writes one page. False with a message on standard error.
+bool write_pbm(const page_image_t &page, int fd);
 
 // Writes each page of a fax file to "PREFIX-001.pbm" and so on, each whole
 // or not at all; files of these names are replaced. False with a message on

@@ -1,0 +1,39 @@
+// page_image: one page as a bitmap, and its preview.
+#pragma once
+
+#include <cstddef>
+#include <vector>
+
+#include "document/fax_pages.h"
+
+namespace faxtray {
+
+// A bitmap. Each row is row_bytes() bytes, the leftmost pixel in the highest bit of the first; 1 is black.
+// The bits after the last pixel of a row are 0.
+struct page_image_t {
+    int width = 0;    // pixels
+    long height = 0;  // rows
+    std::vector<unsigned char> rows;
+
+    size_t row_bytes() const { return (static_cast<size_t>(width) + 7) / 8; }
+    const unsigned char *row(long n) const { return rows.data() + static_cast<size_t>(n) * row_bytes(); }
+};
+
+inline constexpr long most_rows = 1000000;  // of an image: a page of up to 130 m
+
+// Decodes a page of `fax`, damaged lines concealed. A page without lines becomes one white row. False with a
+// message on standard error if there is no decoder for it, or if it has more than most_rows.
+bool decode_page(const fax_pages_t &fax, const std::vector<unsigned char> &data, page_image_t *page);
+
+// A grey image, one byte a pixel, 0 black and 255 white; pixels are as wide as they are high.
+struct grey_image_t {
+    int width = 0;
+    long height = 0;
+    std::vector<unsigned char> rows;
+};
+
+// The page, whose rows lie vertical_dpi to an inch, scaled to `width` (at least 1), each pixel the mean of
+// what lies under it. `width` may be larger than the page's.
+grey_image_t scaled_preview(const page_image_t &page, int vertical_dpi, int width);
+
+}  // namespace faxtray
