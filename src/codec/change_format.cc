@@ -22,6 +22,7 @@
 
 #include "codec/fast_encoder.h"
 #include "codec/line_assembler.h"
+#include "codec/page_coding.h"
 #include "codec/t4_codes.h"
 #include "codec/t4_decoder.h"
 #include "codec/t4_encoder.h"
@@ -36,8 +37,8 @@
 namespace faxtray {
 
 static constexpr int line_width = changes_width;
-static constexpr size_t first_capacity = 512 * 1024, growth = 64 * 1024, max_capacity = 256 * 1024 * 1024;
-static constexpr long max_lines = max_capacity / changes_line_bytes;  // of a page; more are dropped
+static constexpr size_t first_capacity = 512 * 1024, growth = 64 * 1024;
+static constexpr size_t max_capacity = most_recoded_lines * changes_line_bytes;
 static constexpr size_t piece_size = 4096;
 static constexpr int most_names = 1000;  // tried for the output
 
@@ -48,9 +49,8 @@ using byte_ptr = std::unique_ptr<unsigned char, deleter<free>>;
 // The conversion under way. The decoder's and the encoder's
 // callbacks have no argument that could point to it.
 struct Oconv_st {
-    byte_ptr lines;                     // decoded lines of the page, where bitmaps are collected
-    size_t capacity = 0, used = 0;      // bytes of `lines`
-    fast_encoder_t *encoder = nullptr;  // takes the lines where no bitmaps are collected
+    byte_ptr lines;                 // decoded lines of the page, where bitmaps are collected
+    size_t capacity = 0, used = 0;  // bytes of `lines`
 
     int fd = -1;                      // output file
     off_t offset = 0;                 // where in it the next bytes go
@@ -237,32 +237,15 @@ static bool recode_lines(const unsigned char *data, size_t length, int from, int
     return true;
 }
 
-// Encodes a damaged line as it was concealed.
-static void recode_line(const unsigned char *line, int /*bytes*/)
-{
-    if (conversion.encoder->lines() < max_lines)
-        conversion.encoder->line(line, false);
-}
-
-// Encodes a clean line.
-static void recode_changes(void *, const line_changes_t &line, bool same)
-{
-    if (conversion.encoder->lines() < max_lines)
-        conversion.encoder->line(line, same);
-}
-
 // From changing elements to changing elements, without bitmaps of clean lines: the same bits, several times
 // faster, and no memory for the page.
 static bool recode_changing_elements(const unsigned char *data, size_t length, int from, int to, int vr)
 {
     fast_encoder_t encoder(to, vr == 1 ? 4 : 2, fp_putdataf);
-    conversion.encoder = &encoder;
-    t4_callbacks_t damaged;
-    damaged.line = recode_line;
-    if (!t4dec_changes(data, length, from, recode_changes, nullptr, damaged))
+    if (!decode_changes(data, length, from, encode_changes, &encoder))
         return false;
     if (to == DF_MH)
-        putrunlen(false, T4_EOL, nullptr, recode_line, nullptr);
+        encode_changes(&encoder, {}, false);
     encoder.finish();
     return true;
 }

@@ -1,36 +1,44 @@
-// page_coding: coded pages in memory: what they hold, and the same lines in another coding.
+// page_coding: coded pages in memory, and their lines in another coding.
 #pragma once
 
 #include <cstddef>
 #include <vector>
 
-#include "codec/fast_encoder.h"
-#include "codec/line_assembler.h"
+#include "codec/fast_decoder.h"
 
 namespace faxtray {
 
-// A page that any reader decodes to the lines that t4dec passes on.
+// Decodes a page of `df` DF_MH, DF_MR or DF_MMR and passes every line on as a list of changing elements,
+// damage concealed; the lines and counts are those of t4dec. False where that returns 0.
+bool decode_changes(const unsigned char *data, size_t length, int df, changes_callback found, void *user);
+
+// The same for a page as it was sent, without the white lines that t4dec makes of the EOLs around the lines
+// of MH: of the one before the first line and of the end-of-page code, which is removed from `data`. A page
+// without any line, or without data, becomes one white line.
+bool decode_sent_lines(std::vector<unsigned char> *data, int df, changes_callback found, void *user);
+
+// The most lines of a page that are re-coded; more are dropped. The limit is against pages made to exhaust
+// memory or time: one byte of T.6 can be eight lines.
+inline constexpr long most_recoded_lines = 256 * 1024 * 1024 / changes_line_bytes;
+
+// A changes_callback that codes lines; `encoder` is a fast_encoder_t.
+void encode_changes(void *encoder, const line_changes_t &line, bool same);
+
+// Codes the sent lines of a page anew as `to`. `vr` as of encode_g3_fax. `coded` gets the data, `lines` the
+// number of lines. False where t4dec returns 0.
+bool recode_in_memory(std::vector<unsigned char> *data, int df, int to, int vr,
+                      std::vector<unsigned char> *coded, long *lines);
+
+// The lines of a clean page, one that every reader decodes to the lines that were sent.
 struct clean_page_t {
     long lines;
     size_t bytes;  // of its data up to the end of the lines: for MH and MR with the EOL that ends the last
-                   // one, but without the rest of the end-of-page code; for MMR with that code
+                   // line but without the rest of the end-of-page code, for MMR with all of that code
 };
 
-// Whether the page is clean: it begins with its first line (for MH and MR, with the EOL before it), every
-// line is coded without fault and without anything between it and the next, and after the last comes the
-// end-of-page code (for MH and MR at least one EOL), then nothing but zeros. Of 1 to 2^31 - 1 lines.
+// Whether the page is clean: it begins with its first line (for MH and MR with the EOL before it, for MR with
+// a line coded one-dimensionally), has at least one, and all are coded without fault and follow each other
+// directly; after the last comes the end-of-page code (for MH and MR one EOL suffices), then only zeros.
 bool is_clean_page(const unsigned char *data, size_t length, int df, clean_page_t *page);
-
-// Decodes a page of `df` DF_MH, DF_MR or DF_MMR and passes its lines, damage concealed, to `encoder`, up to
-// `most_lines` of them; more are dropped. The page is not finished: encoder->finish() is the caller's. False
-// if t4dec fails, as for another `df`.
-bool encode_lines_of(const unsigned char *data, size_t length, int df, fast_encoder_t *encoder,
-                     long most_lines);
-
-// Codes a page anew as `to`, in `vr`'s way (as encode_g3_fax), damage concealed; `coded` gets the data, and
-// `lines` their number. A page without lines becomes one white line. False if t4dec fails, with `coded`
-// undefined, or without memory.
-bool recode_page(const unsigned char *data, size_t length, int df, int to, int vr,
-                 std::vector<unsigned char> *coded, long *lines);
 
 }  // namespace faxtray

@@ -10,6 +10,7 @@
 #include <iterator>
 #include <utility>
 
+#include "codec/page_coding.h"
 #include "faxfile/fax_params.h"
 #include "util/command_output.h"
 #include "util/io.h"
@@ -115,6 +116,8 @@ bool find_pages(fax_pages_t *fax, page_range_t *pages)
         return complain(*fax, "its pages are in a coding that cannot be decoded");
     if (fax->pages < 1)
         return complain(*fax, "it has no pages");
+    if (fax->pages > most_pages)
+        return complain(*fax, "it has more than " + std::to_string(most_pages) + " pages");
     if (pages->last == 0)
         pages->last = fax->pages;
     if (pages->first < 1 || pages->last < pages->first || pages->last > fax->pages)
@@ -133,6 +136,20 @@ bool return_to_page(fax_pages_t *fax, const page_place_t &place)
     fax->left = place.left;
     return lseek(fax->fd.get(), static_cast<off_t>(fax->size - fax->left), SEEK_SET) >= 0 ||
            complain(*fax, strerror(errno));
+}
+
+std::string fax_title(const fax_pages_t &fax)
+{
+    const char *sender = get_fax_header_value(fax.header.get(), "SENDER_FAX#");
+    return sender && *sender ? std::string("Fax from ") + sender : "Fax";
+}
+
+bool decode_fax_page(const fax_pages_t &fax, std::vector<unsigned char> *data, changes_callback found,
+                     void *user)
+{
+    const stdout_on_stderr no_output;  // of the decoder's messages
+    return decode_sent_lines(data, fax.df, found, user) ||
+           complain(fax, "page " + std::to_string(fax.next - 1) + " cannot be decoded");
 }
 
 page_info_t look_at_page(int df, const std::vector<unsigned char> &data)

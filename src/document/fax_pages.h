@@ -46,8 +46,10 @@ struct page_range_t {
     long first = 1, last = 0;
 };
 
+inline constexpr long most_pages = 65535;  // of a document: TIFF counts them in 16 bits
+
 // Moves on to page `pages->first`, and sets a `last` of 0. False with a message on standard error if the fax
-// has not all of these pages, if there are none, or if their coding is none that can be decoded.
+// does not have all of these pages, or none, or more than most_pages, or if their coding cannot be decoded.
 bool find_pages(fax_pages_t *fax, page_range_t *pages);
 
 // A page's place in the file, to read it again: goes back to where `next` and `left` were these.
@@ -57,7 +59,15 @@ struct page_place_t {
 };
 bool return_to_page(fax_pages_t *fax, const page_place_t &place);  // false with a message on standard error
 
-// How a page decodes.
+// "Fax from +99 555 0143", or "Fax" if the sender gave no number: the bytes of the header, whatever they are.
+std::string fax_title(const fax_pages_t &fax);
+
+// Decodes the page read last and passes on its lines as they were sent (codec/page_coding.h), damage
+// concealed. `data` may be changed. False with a message on standard error.
+bool decode_fax_page(const fax_pages_t &fax, std::vector<unsigned char> *data, changes_callback found,
+                     void *user);
+
+// How a page decodes, with the white lines that t4dec makes of EOLs.
 struct page_info_t {
     size_t bytes;
     bool decoded;             // false: no decoder for its coding, or nothing to decode

@@ -21,9 +21,10 @@ struct page_image_t {
 
 inline constexpr long most_rows = 1000000;  // of an image: a page of up to 130 m
 
-// Decodes a page of `fax`, damaged lines concealed. A page without lines becomes one white row. False with a
-// message on standard error if there is no decoder for it, or if it has more than most_rows.
-bool decode_page(const fax_pages_t &fax, const std::vector<unsigned char> &data, page_image_t *page);
+// Decodes `data`, the page of `fax` that was read last: its lines as they were sent, damage concealed. A page
+// without lines becomes one white row; rows beyond most_rows are dropped. False with a message on standard
+// error.
+bool decode_page(const fax_pages_t &fax, std::vector<unsigned char> data, page_image_t *page);
 
 // A grey image, one byte a pixel, 0 black and 255 white; pixels are as wide as they are high.
 struct grey_image_t {

@@ -19,8 +19,8 @@
 
 #include "codec/change_format.h"
 #include "disk/flush.h"
-#include "faxfile/fax_params.h"
 #include "document/fax_pages.h"
+#include "faxfile/fax_params.h"
 #include "util/command_output.h"
 #include "util/ending_signals.h"
 #include "util/io.h"
@@ -104,17 +104,6 @@ static bool recode_copy(const fax_pages_t &fax, const char *path, int df, const 
 }
 
 // Files.
-
-// Copies what is left to read of one file to another. False with errno.
-static bool copy_rest(int from, int to)
-{
-    char block[65536];
-    ssize_t n;
-    while ((n = read_full(from, block, sizeof block)) > 0)
-        if (!write_full(to, block, static_cast<size_t>(n)))
-            return false;
-    return n == 0;
-}
 
 namespace {
 

@@ -54,4 +54,14 @@ bool write_full_at(int fd, const void *bytes, size_t n, off_t offset)
     });
 }
 
+bool copy_rest(int from, int to)
+{
+    char block[65536];
+    ssize_t n;
+    while ((n = read_full(from, block, sizeof block)) > 0)
+        if (!write_full(to, block, static_cast<size_t>(n)))
+            return false;
+    return n == 0;
+}
+
 }  // namespace faxtray

@@ -19,4 +19,7 @@ bool write_full(int fd, const void *bytes, size_t n);
 // The same at `offset`, leaving the descriptor's position alone.
 bool write_full_at(int fd, const void *bytes, size_t n, off_t offset);
 
+// Copies what is left to read of one file to another. False with errno.
+bool copy_rest(int from, int to);
+
 }  // namespace faxtray
