@@ -10,8 +10,9 @@
 
 #include "check.h"
 #include "codec/change_format.h"
-#include "t4_page.h"
 #include "document/fax_pages.h"
+#include "t4_page.h"
+#include "tools/fax_info.h"
 
 namespace faxtray {
 

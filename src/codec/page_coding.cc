@@ -76,18 +76,23 @@ bool decode_changes(const unsigned char *data, size_t length, int df, changes_ca
     return t4dec_changes(data, length, df, found, user, damaged) == 1;
 }
 
-// Cuts what follows the EOL at the end of an MH page's last line: further EOLs, with fill or without.
-static void cut_end_of_page(std::vector<unsigned char> *data)
+// Ends an MH page with one EOL, the one after its last line: cuts further ones, or appends one, without which
+// the decoder does not pass on that line.
+static void end_with_one_eol(std::vector<unsigned char> *data)
 {
     const page_bits_t bits = {data->data(), data->size() * 8};
-    size_t end = bits.count;
+    size_t end = 0;
     // Backwards, from EOL to EOL.
-    for (size_t one = bits.after_last_one(end); one > 0;) {
+    for (size_t one = bits.after_last_one(bits.count); one > 0;) {
         const size_t before = bits.after_last_one(one - 1);
         if (one - 1 - before < eol_zeros)
             break;
         end = one;
         one = before;
+    }
+    if (end == 0) {
+        data->insert(data->end(), {0x00, 0x80});
+        return;
     }
     data->resize((end + 7) / 8);
     if (end % 8 != 0)
@@ -119,8 +124,8 @@ static void pass_on_sent(void *user, const line_changes_t &line, bool same)
 bool decode_sent_lines(std::vector<unsigned char> *data, int df, changes_callback found, void *user)
 {
     sent_lines_t lines = {{found, user}, 0};
-    if (df == DF_MH) {
-        cut_end_of_page(data);
+    if (df == DF_MH && !data->empty()) {
+        end_with_one_eol(data);
         size_t at = 0;
         lines.skip = skip_eol({data->data(), data->size() * 8}, false, &at);
     }

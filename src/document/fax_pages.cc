@@ -116,8 +116,8 @@ bool find_pages(fax_pages_t *fax, page_range_t *pages)
         return complain(*fax, "its pages are in a coding that cannot be decoded");
     if (fax->pages < 1)
         return complain(*fax, "it has no pages");
-    if (fax->pages > most_pages)
-        return complain(*fax, "it has more than " + std::to_string(most_pages) + " pages");
+    if (fax->pages > most_document_pages)
+        return complain(*fax, "it has more than " + std::to_string(most_document_pages) + " pages");
     if (pages->last == 0)
         pages->last = fax->pages;
     if (pages->first < 1 || pages->last < pages->first || pages->last > fax->pages)

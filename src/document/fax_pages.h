@@ -46,10 +46,11 @@ struct page_range_t {
     long first = 1, last = 0;
 };
 
-inline constexpr long most_pages = 65535;  // of a document: TIFF counts them in 16 bits
+inline constexpr long most_document_pages = 65535;  // of a document: TIFF counts them in 16 bits
 
 // Moves on to page `pages->first`, and sets a `last` of 0. False with a message on standard error if the fax
-// does not have all of these pages, or none, or more than most_pages, or if their coding cannot be decoded.
+// does not have all of these pages, or none, or more than most_document_pages, or if their coding cannot be
+// decoded.
 bool find_pages(fax_pages_t *fax, page_range_t *pages);
 
 // A page's place in the file, to read it again: goes back to where `next` and `left` were these.

@@ -1,5 +1,6 @@
 #include "support/tiff_oracle.h"
 
+#include <fcntl.h>
 #include <gtest/gtest.h>
 #include <sys/mman.h>
 #include <tiffio.h>
@@ -77,6 +78,25 @@ page_t tiff_decode(std::string bytes, int df, size_t lines, int width)
     for (size_t y = 0; y < lines; y++)
         EXPECT_EQ(TIFFReadScanline(reader.get(), page[y].data(), static_cast<uint32_t>(y)), 1) << y;
     return page;
+}
+
+std::vector<page_t> tiff_pages(const std::string &path)
+{
+    std::vector<page_t> pages;
+    const unique_fd fd(open(path.c_str(), O_RDONLY | O_CLOEXEC));
+    const tiff_ptr tiff = open_tiff(fd, "r");
+    do {
+        uint32_t lines = 0;
+        std::string line = white_line();
+        TIFFGetField(tiff.get(), TIFFTAG_IMAGELENGTH, &lines);
+        page_t page;
+        for (uint32_t n = 0; n < lines; n++) {
+            EXPECT_EQ(TIFFReadScanline(tiff.get(), line.data(), n), 1);
+            page.push_back(line);
+        }
+        pages.push_back(page);
+    } while (TIFFReadDirectory(tiff.get()));
+    return pages;
 }
 
 }  // namespace faxtray

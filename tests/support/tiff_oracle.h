@@ -11,4 +11,7 @@ std::string tiff_encode(const page_t &page, int df, int width = 1728, bool fine 
 
 page_t tiff_decode(std::string bytes, int df, size_t lines, int width = 1728);
 
+// The pages of a TIFF file whose lines have 1728 pixels.
+std::vector<page_t> tiff_pages(const std::string &path);
+
 }  // namespace faxtray
