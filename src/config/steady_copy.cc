@@ -3,16 +3,14 @@
 #include "config/steady_copy.h"
 
 #include <fcntl.h>
-#include <linux/magic.h>
 #include <sys/mman.h>
 #include <sys/sysmacros.h>
-#include <sys/vfs.h>
 
 #include <cerrno>
-#include <csignal>
 #include <cstdint>
 #include <ctime>
 
+#include "disk/lease.h"
 #include "util/io.h"
 
 namespace faxtray {
@@ -25,30 +23,6 @@ static bool may_wait(const struct stat &st)
 {
     const bool is_null = S_ISCHR(st.st_mode) && st.st_rdev == makedev(1, 3);
     return !S_ISREG(st.st_mode) && !S_ISDIR(st.st_mode) && !is_null;
-}
-
-// Network file systems refuse a lease, as if there were a writer, when the server has not handed the file
-// over to this host; and a lease says nothing of writers on other hosts.
-static bool is_remote(int fd)
-{
-    struct statfs fs;
-    if (fstatfs(fd, &fs) != 0)
-        return false;
-    const auto type = static_cast<uint32_t>(fs.f_type);
-    return type == NFS_SUPER_MAGIC || type == SMB_SUPER_MAGIC || type == CIFS_SUPER_MAGIC ||
-           type == SMB2_SUPER_MAGIC;
-}
-
-// Takes a read lease, which closing `fd` drops. Returns 0, EBUSY if somebody has the file open for writing,
-// or another error number if no lease can be had.
-static int take_lease(int fd)
-{
-    if (is_remote(fd))
-        return EINVAL;
-    signal(SIGIO, SIG_IGN);  // first: by default it would end the process
-    if (fcntl(fd, F_SETLEASE, F_RDLCK) == 0)
-        return 0;
-    return errno == EAGAIN ? EBUSY : errno;
 }
 
 // Whether what stands in the file now may be half of a change.
@@ -106,7 +80,7 @@ int read_steady(const char *path, const struct stat &last, steady_copy_t *copy)
     const unique_fd fd(open(path, O_RDONLY | O_NONBLOCK | O_NOCTTY | O_CLOEXEC));
     if (!fd)
         return errno == EAGAIN ? EBUSY : errno;
-    const int lease = take_lease(fd.get());
+    const int lease = take_read_lease(fd.get());
     if (lease == EBUSY)
         return EBUSY;
 

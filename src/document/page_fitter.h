@@ -43,10 +43,10 @@ private:
     const page_form_t form_;
     const page_fit_t fit_;
     page_image_t image_;
-    long taken_ = 0;                      // rows
-    std::vector<double> ink_;             // of a row: how much there is to the left of each pixel
-    std::vector<double> across_, sum_;    // a row scaled in width; the output row so far, 0 white to 1 black
-    std::vector<double> error_, next_;    // diffused to the output row and to the one after it
+    long taken_ = 0;                    // rows
+    std::vector<double> ink_;           // of a row: how much there is to the left of each pixel
+    std::vector<double> across_, sum_;  // a row scaled in width; the output row so far, 0 white to 1 black
+    std::vector<double> error_, next_;  // diffused to the output row and to the one after it
 };
 
 }  // namespace faxtray

@@ -23,8 +23,8 @@ bool page_source::is_fit(long width, long height)
         return refuse("a page of " + std::to_string(width) + " pixels a line; at most " +
                       std::to_string(most_pixels) + " are read");
     if (height > most_lines)
-        return refuse("a page of " + std::to_string(height) + " lines; at most " + std::to_string(most_lines) +
-                      " are read");
+        return refuse("a page of " + std::to_string(height) + " lines; at most " +
+                      std::to_string(most_lines) + " are read");
     return true;
 }
 

@@ -8,18 +8,27 @@
 
 namespace faxtray {
 
+// Why something could not be done with a document.
+struct reason_t {
+    std::string text;
+    bool is_ours =
+        false;  // the document may be sound: a full disk, a program that is not installed, a signal
+};
+
 // What is read at most; documents come from strangers. Checked before anything is allocated for a page.
-inline constexpr long most_pixels = 20000;   // a line
-inline constexpr long most_lines = 100000;   // a page
-inline constexpr long most_pages = 10000;    // a document
-inline constexpr size_t most_bytes = 256 << 20;  // in memory at a time, where a format needs a whole page there
+inline constexpr long most_pixels = 20000;  // a line
+inline constexpr long most_lines = 100000;  // a page
+inline constexpr long most_pages = 10000;   // a document
+inline constexpr size_t most_bytes = 256
+                                     << 20;  // in memory at a time, where a format needs a whole page there
 
 // A page as its document has it.
 struct page_form_t {
     long width = 0, height = 0;   // pixels
     double x_dpi = 0, y_dpi = 0;  // pixels an inch; 0: not known
-    bool grey = false;  // rows are a byte a pixel, 0 black and 255 white; else a bit a pixel, as in page_image_t
-    int df = -1;        // DF code in which coded() returns the page; -1: it does not
+    bool grey =
+        false;    // rows are a byte a pixel, 0 black and 255 white; else a bit a pixel, as in page_image_t
+    int df = -1;  // DF code in which coded() returns the page; -1: it does not
 };
 
 // A document, opened. Each format has a class of its own behind it; open_document() chooses.
@@ -36,8 +45,8 @@ public:
     using take_row = std::function<bool(const unsigned char *row)>;
     virtual bool rows(const take_row &take) = 0;
 
-    // The page's own coded data, of lines of 1728 pixels, the first bit of each byte in its lowest place. They
-    // may be damaged, and need not have an end-of-page code.
+    // The page's own coded data, of lines of 1728 pixels, the first bit of each byte in its lowest place.
+    // They may be damaged, and need not have an end-of-page code.
     virtual bool coded(std::vector<unsigned char> *data);
 
     // Back to before the first page.
@@ -47,7 +56,7 @@ public:
     const std::string &why() const { return why_; }
 
 protected:
-    bool refuse(std::string why);  // remembers the first reason; false
+    bool refuse(std::string why);          // remembers the first reason; false
     bool is_fit(long width, long height);  // within the limits, else refuses
 
 private:

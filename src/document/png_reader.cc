@@ -18,7 +18,7 @@ public:
     bool rewind() override;
 
 private:
-    static void remember(png_structp png, png_const_charp message);
+    [[noreturn]] static void remember(png_structp png, png_const_charp message);
     template <class Work> bool guarded(Work work);
     bool begin();
     void pass_on(const unsigned char *pixels);
@@ -102,8 +102,8 @@ page_source::step_t png_source::next(page_form_t *form)
         return FAILED;
     constexpr double metre = 0.0254;  // of an inch
     *form = {static_cast<long>(width_), static_cast<long>(height_),
-             png_get_x_pixels_per_meter(png_, info_) * metre,
-             png_get_y_pixels_per_meter(png_, info_) * metre, grey_};
+             png_get_x_pixels_per_meter(png_, info_) * metre, png_get_y_pixels_per_meter(png_, info_) * metre,
+             grey_};
     return PAGE;
 }
 

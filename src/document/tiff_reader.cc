@@ -77,7 +77,7 @@ private:
     }
 
     unique_fd fd_;
-    off_t size_ = 0;  // of the file
+    off_t size_ = 0;       // of the file
     std::string message_;  // libtiff's last one
     tiff_ptr tiff_;
     bool begun_ = false;
@@ -219,7 +219,8 @@ bool tiff_source::coded(std::vector<unsigned char> *data)
     if (TIFFReadRawStrip(tiff_.get(), 0, data->data(), size) != size)
         return failed("can't be read");
     if (field<uint16_t>(TIFFTAG_FILLORDER) != FILLORDER_LSB2MSB)
-        std::transform(data->begin(), data->end(), data->begin(), [](unsigned char byte) { return turned[byte]; });
+        std::transform(data->begin(), data->end(), data->begin(),
+                       [](unsigned char byte) { return turned[byte]; });
     return true;
 }
 

@@ -1,0 +1,2 @@
+#include "tools/watch.h"
+namespace faxtray { bool watch(const import_job_t &, const std::string &) { return false; } }
