@@ -19,8 +19,8 @@ static std::string survey(page_source *source, const fax_wishes_t &wishes, fax_f
     page_source::step_t step;
     facts->vr = 0;
     while ((step = source->next(&form)) == page_source::PAGE) {
-        if (++facts->pages > most_pages)
-            return "more than " + std::to_string(most_pages) + " pages";
+        if (++facts->pages > most_read_pages)
+            return "more than " + std::to_string(most_read_pages) + " pages";
         facts->df = facts->pages == 1 || facts->df == form.df ? form.df : DF_MMR;
         facts->vr = std::max(facts->vr, natural_vr(form));
     }
@@ -64,10 +64,9 @@ static std::string make_page(page_source *source, const fax_facts_t &facts, std:
         return source->why();
     if (form.df == facts.df && complete_strip(coded, facts.df, form.height))
         return "";
-    // The decoder of MH makes a white line of the EOL at the top of the page.
-    const long most = form.height + (form.df == DF_MH);
-    return recode_strip(std::move(*coded), form.df, facts.df, facts.vr, most, coded) ? ""
-                                                                                     : "no memory for a page";
+    return recode_strip(std::move(*coded), form.df, facts.df, facts.vr, form.height, coded)
+               ? ""
+               : "no memory for a page";
 }
 
 bool make_fax(page_source *source, const fax_wishes_t &wishes, int fd, const ending_signals_held &signals,

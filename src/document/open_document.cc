@@ -88,7 +88,7 @@ static page_source_ptr draw(unique_fd fd, const open_settings_t &settings, const
     }
     if (!run_ghostscript(scratch.path(),
                          {"-sDEVICE=tiffg4", "-r204x196", "-dMaxStripSize=0", "-dFillOrder=2",
-                          "-dLastPage=" + std::to_string(most_pages + 1), "-sOutputFile=pages.tif",
+                          "-dLastPage=" + std::to_string(most_read_pages + 1), "-sOutputFile=pages.tif",
                           "document"},
                          settings.seconds, signals, why))
         return nullptr;

@@ -5,6 +5,7 @@
 #include <algorithm>
 
 #include "codec/fast_decoder.h"
+#include "codec/fast_encoder.h"
 #include "codec/page_coding.h"
 #include "faxfile/fax_params.h"
 
@@ -107,13 +108,29 @@ template <class Put> static bool code_page(int df, int vr, bytes_t *coded, Put p
     return true;
 }
 
+namespace {
+
+struct limited_t {
+    fast_encoder_t *encoder;
+    long most;  // lines
+};
+
+}  // namespace
+
+static void encode_up_to_limit(void *user, const line_changes_t &line, bool same)
+{
+    const auto *limited = static_cast<limited_t *>(user);
+    if (limited->encoder->lines() < limited->most)
+        limited->encoder->line(line, same);
+}
+
 bool recode_strip(bytes_t data, int from, int to, int vr, long most, bytes_t *coded)
 {
     if (from != DF_MMR)
         end_last_line(&data, from);
-    putrunlen_failed();  // of earlier pages
     return code_page(to, vr, coded, [&](fast_encoder_t *encoder) {
-        return encode_lines_of(data.data(), data.size(), from, encoder, most) && !putrunlen_failed();
+        limited_t limited = {encoder, most};
+        return decode_sent_lines(&data, from, encode_up_to_limit, &limited);
     });
 }
 

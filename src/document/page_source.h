@@ -16,9 +16,9 @@ struct reason_t {
 };
 
 // What is read at most; documents come from strangers. Checked before anything is allocated for a page.
-inline constexpr long most_pixels = 20000;  // a line
-inline constexpr long most_lines = 100000;  // a page
-inline constexpr long most_pages = 10000;   // a document
+inline constexpr long most_pixels = 20000;      // a line
+inline constexpr long most_lines = 100000;      // a page
+inline constexpr long most_read_pages = 10000;  // a document
 inline constexpr size_t most_bytes = 256
                                      << 20;  // in memory at a time, where a format needs a whole page there
 

@@ -128,8 +128,7 @@ static int parse_and_run(int argc, char **argv)
     app.add_flag("--problem", chosen.job.problem, "Mark the faxes as problem faxes");
     app.add_option("--header", chosen.headers, "Another attribute of the fax; may be given several times")
         ->type_name("NAME=VALUE")
-        ->expected(1)
-        ->multi_option_policy(CLI::MultiOptionPolicy::TakeAll);
+        ->allow_extra_args(false);
     into->excludes(modem);
     output->excludes(modem)->excludes(into)->excludes(watched);
     watched->excludes(files);
