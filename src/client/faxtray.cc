@@ -5,7 +5,12 @@
 #include <CLI/CLI.hpp>
 #include <cstdio>
 
-#include "client/commands.h"
+#include "client/deliver_command.h"
+#include "client/fax_forms.h"
+#include "client/get_command.h"
+#include "client/look_commands.h"
+#include "client/password.h"
+#include "client/remove_commands.h"
 #include "util/command_output.h"
 #include "util/standard_options.h"
 
@@ -38,26 +43,28 @@ namespace {
 struct command_row {
     const char *name, *help;
     exit_status (*run)(session &);  // null for passwd, which needs no server
-    enum { NO_ID, ONE_MAYBE, ONE, SEVERAL } ids;
+    // How many faxes it takes. Those that only look take newest and oldest, too; what is removed or delivered
+    // has been seen, and has an id.
+    enum { NONE, FAX_MAYBE, FAX, FAXES, ID, IDS } faxes;
     bool anonymous;
 };
 
 constexpr command_row commands[] = {
-    {"list", "List the inbox, oldest fax first", list_command, command_row::NO_ID, false},
-    {"count", "Print how many faxes the inbox holds", count_command, command_row::NO_ID, false},
-    {"info", "Print what is known of a fax, or of the oldest", info_command, command_row::ONE_MAYBE, false},
-    {"get", "Fetch faxes into files", get_command, command_row::SEVERAL, false},
-    {"rm", "Remove faxes from the server", rm_command, command_row::SEVERAL, false},
-    {"commit", "List the inbox, ask, and remove what was listed", commit_command, command_row::NO_ID, false},
-    {"inboxes", "List the incoming inboxes that the user forwards for", inboxes_command, command_row::NO_ID,
+    {"list", "List the inbox, oldest fax first", list_command, command_row::NONE, false},
+    {"count", "Print how many faxes the inbox holds", count_command, command_row::NONE, false},
+    {"info", "Print what is known of a fax, or of the oldest", info_command, command_row::FAX_MAYBE, false},
+    {"get", "Fetch faxes into files", get_command, command_row::FAXES, false},
+    {"rm", "Remove faxes from the server", rm_command, command_row::IDS, false},
+    {"commit", "List the inbox, ask, and remove what was listed", commit_command, command_row::NONE, false},
+    {"inboxes", "List the incoming inboxes that the user forwards for", inboxes_command, command_row::NONE,
      false},
     {"recipients", "List the users and groups a fax can be delivered to", recipients_command,
-     command_row::NO_ID, false},
-    {"deliver", "Deliver a fax of an incoming inbox to a user or group", deliver_command, command_row::ONE,
+     command_row::NONE, false},
+    {"deliver", "Deliver a fax of an incoming inbox to a user or group", deliver_command, command_row::ID,
      false},
-    {"rev", "Print the server's revision", rev_command, command_row::NO_ID, true},
-    {"status", "Ask whether the server answers", status_command, command_row::NO_ID, true},
-    {"passwd", "Print the password line for the server's USER_LIST.info", nullptr, command_row::NO_ID, true},
+    {"rev", "Print the server's revision", rev_command, command_row::NONE, true},
+    {"status", "Ask whether the server answers", status_command, command_row::NONE, true},
+    {"passwd", "Print the password line for the server's USER_LIST.info", nullptr, command_row::NONE, true},
 };
 
 }  // namespace
@@ -82,27 +89,60 @@ static void add_common_options(CLI::App &app, options &chosen)
     app.add_flag("--json", chosen.json, "Print JSON");
 }
 
+// The faxes that a command is about.
+static void add_faxes(CLI::App *command, const command_row &row, options &chosen)
+{
+    // 0 is no id: to the server it means the oldest fax, which is not what a typing error should remove.
+    const CLI::Validator is_id = CLI::Range(faxid_t{1}, faxid_t{0xFFFFFFFF}).description("");
+    const bool by_id = row.faxes == command_row::ID || row.faxes == command_row::IDS;
+    auto is_fax = [=](std::string &word) {
+        return !by_id && is_place_in_list(word) ? std::string() : is_id(word);
+    };
+    auto *faxes = command
+                      ->add_option("FAXID", chosen.faxes,
+                                   by_id ? "Id of the fax, as list prints it"
+                                         : "Id of the fax, as list prints it, or newest or oldest")
+                      ->check(is_fax)
+                      ->type_name("");
+    if (row.faxes != command_row::IDS && row.faxes != command_row::FAXES)
+        faxes->expected(1)->allow_extra_args(false);
+    if (row.faxes == command_row::FAXES)
+        faxes->excludes(command->add_flag("--all", chosen.all, "All faxes of the inbox"));
+    else if (row.faxes != command_row::FAX_MAYBE)
+        faxes->required();
+}
+
+static void add_get_options(CLI::App *command, options &chosen)
+{
+    command->add_option("--as", chosen.form, "Form: fax (as it is), tiff, pdf, png or pbm")
+        ->check(CLI::IsMember(form_names()).description(""))
+        ->type_name("FORM")
+        ->capture_default_str();
+    command
+        ->add_option("-o,--output", chosen.output,
+                     "File, directory, or - for standard output (default: the fax's own name)")
+        ->type_name("PATH");
+    command->add_flag("-f,--force", chosen.force, "Replace a file that exists");
+    command->add_flag("--rm", chosen.remove, "Remove each fax from the server once it is on the disk");
+}
+
+static void add_page(CLI::App *command, options &chosen, const char *help)
+{
+    command->add_option("--page", chosen.page, help)
+        ->check(CLI::PositiveNumber.description(""))
+        ->type_name("N");
+}
+
 // A subcommand with its arguments and the options that only it takes.
 static void add_command(CLI::App &app, const command_row &row, options &chosen)
 {
     CLI::App *command = app.add_subcommand(row.name, row.help);
-    if (row.ids != command_row::NO_ID) {
-        // 0 is no id: to the server it means the oldest fax, which is not what a typing error should remove.
-        auto *ids = command->add_option("FAXID", chosen.ids, "Id of the fax, as list prints it")
-                        ->check(CLI::Range(faxid_t{1}, faxid_t{0xFFFFFFFF}).description(""))
-                        ->type_name("");
-        if (row.ids != command_row::SEVERAL)
-            ids->expected(1)->allow_extra_args(false);
-        if (row.ids != command_row::ONE_MAYBE)
-            ids->required();
-    }
+    if (row.faxes != command_row::NONE)
+        add_faxes(command, row, chosen);
     // Options of single commands; the table has no room for them.
     if (row.run == get_command) {
-        command
-            ->add_option("-o,--output", chosen.output,
-                         "File, directory, or - for standard output (default: the fax's own name)")
-            ->type_name("PATH");
-        command->add_flag("-f,--force", chosen.force, "Replace a file that exists");
+        add_get_options(command, chosen);
+        add_page(command, chosen, "Only this page");
     }
     if (row.run == commit_command)
         command->add_flag("-y,--yes", chosen.yes, "Do not ask");
@@ -127,12 +167,14 @@ static int parse_and_run(int argc, char **argv)
         add_command(app, row, chosen);
     try {
         app.parse(argc, argv);
+        if (app.got_subcommand("get") && chosen.faxes.empty() && !chosen.all)
+            throw CLI::RequiredError("FAXID or --all");
     } catch (const CLI::ParseError &error) {
         return app.exit(error) == 0 ? EXIT_DONE : EXIT_USAGE;
     }
     for (const command_row &row : commands) {
         if (app.got_subcommand(row.name))
-            return row.run ? run(chosen, row.run, row.anonymous) : passwd_command(chosen);
+            return row.run ? run(chosen, row.run, row.anonymous) : passwd_command(chosen.password_file);
     }
     return EXIT_USAGE;
 }

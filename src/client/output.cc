@@ -21,8 +21,12 @@ std::string file_name_for(const fax_entry &fax)
     return plain ? fax.name : "fax-" + std::to_string(fax.id);
 }
 
-// "2026-11-21 04:39:13", local time; "?" for a time that no calendar has.
-static std::string date_text(time_t t)
+std::string named(const fax_entry &fax)
+{
+    return printable(fax.name) + (fax.sender.empty() ? "" : " (sender " + printable(fax.sender) + ")");
+}
+
+std::string date_text(time_t t)
 {
     char text[64];
     tm parts;

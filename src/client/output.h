@@ -13,6 +13,12 @@ namespace faxtray {
 // A file name for the fax: its own if that is a plain, visible name, else "fax-ID".
 std::string file_name_for(const fax_entry &fax);
 
+// A fax in the words that say what has been done with it: "NAME (sender NUMBER)".
+std::string named(const fax_entry &fax);
+
+// Local time, "2026-11-21 04:39:13"; "?" for a time that no calendar has.
+std::string date_text(time_t t);
+
 void print_faxes(const std::deque<fax_entry> &faxes);       // a table, or the line "no faxes"
 void print_faxes_json(const std::deque<fax_entry> &faxes);  // an array
 void print_fax(const fax_entry &fax);                       // one field a line

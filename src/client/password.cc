@@ -134,4 +134,25 @@ bool hash_password(const std::string &password, std::string *hash)
     return text != nullptr;
 }
 
+exit_status passwd_command(const std::string &password_file)
+{
+    // The password is typed twice only where it cannot be seen.
+    std::string password, again, hash;
+    if (!password_file.empty()) {
+        if (!read_password_file(password_file, &password))
+            return EXIT_LOCAL;
+    } else {
+        if (!ask_password("New password: ", &password) || !ask_password("Again: ", &again))
+            return EXIT_LOCAL;
+        if (password != again) {  // typed unseen: a slip would lock the user out
+            fprintf(stderr, "faxtray: the passwords differ\n");
+            return EXIT_USAGE;
+        }
+    }
+    if (!hash_password(password, &hash))
+        return EXIT_USAGE;
+    printf("password = %s\n", hash.c_str());
+    return EXIT_DONE;
+}
+
 }  // namespace faxtray

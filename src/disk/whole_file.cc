@@ -55,6 +55,25 @@ static std::string directory_of(const std::string &path)
     return slash == std::string::npos ? "." : path.substr(0, slash + 1);
 }
 
+// Why no file of that name may be written; "" if one may.
+static std::string refusal(const std::string &target, bool replace)
+{
+    struct stat status;
+    if (lstat(target.c_str(), &status) != 0)
+        return errno == ENOENT ? "" : std::string("can't be used: ") + strerror(errno);
+    if (!replace)
+        return "exists: choose another name with -o, or --force";
+    return S_ISREG(status.st_mode) ? "" : "exists and is no regular file";
+}
+
+bool may_become_output(const std::string &target, bool replace)
+{
+    const std::string why = refusal(target, replace);
+    if (!why.empty())
+        fprintf(stderr, "%s: %s %s\n", program_invocation_short_name, printable(target).c_str(), why.c_str());
+    return why.empty();
+}
+
 bool whole_file::complain(const char *what) const
 {
     if (kind_ == CACHE)
@@ -74,17 +93,8 @@ bool whole_file::begin(const std::string &target, bool replace)
         return fd_ || complain("write to");
     }
     // Refused now, not after all the work; keep() looks again, by the rename.
-    struct stat status;
-    if (lstat(target.c_str(), &status) == 0) {
-        if (!replace || !S_ISREG(status.st_mode)) {
-            if (kind_ == OUTPUT)
-                fprintf(stderr, "%s: %s exists%s\n", program_invocation_short_name, printable(target).c_str(),
-                        replace ? " and is no regular file" : ": choose another name with -o, or --force");
-            return false;
-        }
-    } else if (errno != ENOENT) {
-        return complain("use");
-    }
+    if (kind_ == OUTPUT ? !may_become_output(target, replace) : !refusal(target, replace).empty())
+        return false;
     // A signal in between would leave a file of which nobody knows.
     const ending_signals_held until_doomed;
     std::string path = directory_of(target) + "/.faxtray-XXXXXX";

@@ -23,6 +23,8 @@ public:
     // `replace` is set and it is a regular file. The temporary file is also removed when a signal ends the
     // program, SIGKILL excepted; one such file at a time.
     bool begin(const std::string &target, bool replace);
+    // For whoever writes by descriptor; open for reading and writing unless it is standard output.
+    int fd() const { return fd_.get(); }
     // Appends `n` bytes. After a failure the file can only be given up.
     bool write(const char *bytes, size_t n);
     // For writers that take a descriptor: the file's own. A temporary file is empty, and open for reading too.
@@ -39,5 +41,9 @@ private:
     bool replace_ = false;
     unique_fd fd_;
 };
+
+// Whether a command may write a file of that name: nothing is there or, with `replace`, a regular file. False
+// with the reason on standard error.
+bool may_become_output(const std::string &target, bool replace);
 
 }  // namespace faxtray

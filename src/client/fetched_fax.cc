@@ -1,0 +1,70 @@
+#include "client/fetched_fax.h"
+
+#include <unistd.h>
+
+#include <cerrno>
+#include <cstdio>
+#include <cstring>
+
+#include "disk/unnamed_file.h"
+#include "util/command_output.h"
+#include "util/io.h"
+
+namespace faxtray {
+
+exit_status fetch_fax(session &s, const fax_entry &fax, const byte_sink &sink)
+{
+    bool fetched;
+    {  // the bar is off the screen before anything else is printed
+        progress_bar bar(printable(fax.name), fax.size);
+        fetched = s.client.fetch(s.inbox, fax, [&](const char *bytes, size_t n) {
+            bar.add(n);
+            return sink(bytes, n);
+        });
+    }
+    if (fetched)
+        return EXIT_DONE;
+    return s.client.failure().kind == client_failure::STOPPED ? EXIT_LOCAL
+                                                              : report_failure(s.client, about(fax.id));
+}
+
+// Returns false, so that a caller can return its result.
+static bool complain_of_room(const fax_entry &fax)
+{
+    fprintf(stderr, "faxtray: %sno room for it in $TMPDIR, or else /tmp: %s\n", about(fax.id).c_str(),
+            strerror(errno));
+    return false;
+}
+
+exit_status fetch_pages(session &s, const fax_entry &fax, fax_pages_t *pages)
+{
+    unique_fd fd = make_unnamed_file();
+    if (!fd) {
+        complain_of_room(fax);
+        return EXIT_LOCAL;
+    }
+    const exit_status status = fetch_fax(s, fax, [&](const char *bytes, size_t n) {
+        return write_full(fd.get(), bytes, n) || complain_of_room(fax);
+    });
+    if (status != EXIT_DONE)
+        return status;
+    if (!open_fax_pages(std::move(fd), "fax " + std::to_string(fax.id), pages))
+        return EXIT_REFUSED;
+    pages->received = fax.mtime;
+    return EXIT_DONE;
+}
+
+exit_status find_whole_pages(fax_pages_t *pages, page_range_t *range)
+{
+    if (!find_pages(pages, range))
+        return EXIT_REFUSED;
+    const page_place_t first = {pages->next, pages->left};
+    while (pages->next <= range->last)
+        if (!skip_fax_page(pages)) {
+            complain(*pages, "the file ends before the end of page " + std::to_string(pages->next));
+            return EXIT_REFUSED;
+        }
+    return return_to_page(pages, first) ? EXIT_DONE : EXIT_LOCAL;
+}
+
+}  // namespace faxtray
