@@ -65,8 +65,8 @@ exit_status choose_fax(session &s, faxid_t *id);
 // the reason printed, the exit status.
 exit_status find_fax(session &s, faxid_t id, fax_entry *fax);
 
-// Runs `act` for each fax. One that fails does not keep the others from their turn, unless the server is lost.
-// Returns the highest exit status.
+// Runs `act` for each fax. One that fails does not keep the others from their turn, unless the server is
+// lost. Returns the highest exit status.
 template <class Act> exit_status for_each_fax(const std::vector<faxid_t> &ids, Act act)
 {
     exit_status worst = EXIT_DONE;

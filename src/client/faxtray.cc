@@ -11,6 +11,7 @@
 #include "client/look_commands.h"
 #include "client/password.h"
 #include "client/remove_commands.h"
+#include "client/view_command.h"
 #include "util/command_output.h"
 #include "util/standard_options.h"
 
@@ -54,6 +55,7 @@ constexpr command_row commands[] = {
     {"count", "Print how many faxes the inbox holds", count_command, command_row::NONE, false},
     {"info", "Print what is known of a fax, or of the oldest", info_command, command_row::FAX_MAYBE, false},
     {"get", "Fetch faxes into files", get_command, command_row::FAXES, false},
+    {"view", "Show a fax, in the terminal or by a viewer", view_command, command_row::FAX, false},
     {"rm", "Remove faxes from the server", rm_command, command_row::IDS, false},
     {"commit", "List the inbox, ask, and remove what was listed", commit_command, command_row::NONE, false},
     {"inboxes", "List the incoming inboxes that the user forwards for", inboxes_command, command_row::NONE,
@@ -95,7 +97,7 @@ static void add_faxes(CLI::App *command, const command_row &row, options &chosen
     // 0 is no id: to the server it means the oldest fax, which is not what a typing error should remove.
     const CLI::Validator is_id = CLI::Range(faxid_t{1}, faxid_t{0xFFFFFFFF}).description("");
     const bool by_id = row.faxes == command_row::ID || row.faxes == command_row::IDS;
-    auto is_fax = [=](std::string &word) {
+    auto is_fax = [=](const std::string &word) {
         return !by_id && is_place_in_list(word) ? std::string() : is_id(word);
     };
     auto *faxes = command
@@ -140,10 +142,15 @@ static void add_command(CLI::App &app, const command_row &row, options &chosen)
     if (row.faxes != command_row::NONE)
         add_faxes(command, row, chosen);
     // Options of single commands; the table has no room for them.
+    if (row.run == list_command)
+        command->add_option("--html", chosen.directory, "Write a page with pictures into this directory")
+            ->type_name("DIR");
     if (row.run == get_command) {
         add_get_options(command, chosen);
         add_page(command, chosen, "Only this page");
     }
+    if (row.run == view_command)
+        add_page(command, chosen, "Page that the terminal shows (default: 1), or the only one for a viewer");
     if (row.run == commit_command)
         command->add_flag("-y,--yes", chosen.yes, "Do not ask");
     if (row.run == deliver_command)

@@ -1,10 +1,11 @@
-// Whatever is listed is read whole before anything is printed: a listing that breaks off prints nothing that a
-// script could take for all there is.
+// Whatever is listed is read whole before anything is printed: a listing that breaks off prints nothing that
+// a script could take for all there is.
 #include "client/look_commands.h"
 
 #include <cstdio>
 #include <nlohmann/json.hpp>
 
+#include "client/html_list.h"
 #include "client/output.h"
 #include "util/command_output.h"
 
@@ -25,8 +26,16 @@ exit_status list_command(session &s)
     listing all;
     if (!s.client.list(s.inbox, &all))
         return report_failure(s.client);
-    show(s, all.faxes);
-    return EXIT_DONE;
+    if (s.chosen.directory.empty()) {
+        show(s, all.faxes);
+        return EXIT_DONE;
+    }
+    const exit_status status = write_html_list(s, all.faxes);
+    if (s.chosen.json)
+        show(s, all.faxes);
+    else if (status == EXIT_DONE || status == EXIT_REFUSED)
+        printf("%s/index.html\n", printable(s.chosen.directory).c_str());
+    return status;
 }
 
 exit_status count_command(session &s)

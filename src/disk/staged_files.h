@@ -1,5 +1,5 @@
-// staged_files: several files that a command writes, such as the pages of a fax. They get their names when all
-// of them are whole; a failure before that leaves nothing, and what they were to replace as it was.
+// staged_files: several files that a command writes, such as the pages of a fax. They get their names when
+// all of them are whole; a failure before that leaves nothing, and what they were to replace as it was.
 #pragma once
 
 #include <string>

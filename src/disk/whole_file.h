@@ -23,11 +23,10 @@ public:
     // `replace` is set and it is a regular file. The temporary file is also removed when a signal ends the
     // program, SIGKILL excepted; one such file at a time.
     bool begin(const std::string &target, bool replace);
-    // For whoever writes by descriptor; open for reading and writing unless it is standard output.
-    int fd() const { return fd_.get(); }
     // Appends `n` bytes. After a failure the file can only be given up.
     bool write(const char *bytes, size_t n);
-    // For writers that take a descriptor: the file's own. A temporary file is empty, and open for reading too.
+    // For writers that take a descriptor: the file's own. A temporary file is empty, and open for reading
+    // too.
     int fd() const { return fd_.get(); }
     // Puts the file on the disk under the target's name, with mode 0666 less the umask or, for a cache, 0600:
     // a crash afterwards loses nothing. Call it once, last.
