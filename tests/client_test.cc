@@ -4,7 +4,7 @@
 #include <clocale>
 #include <memory>
 
-#include "client/commands.h"
+#include "client/client_session.h"
 #include "client/output.h"
 #include "disk/whole_file.h"
 #include "support/capture.h"

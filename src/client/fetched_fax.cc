@@ -38,6 +38,11 @@ static bool complain_of_room(const fax_entry &fax)
 
 exit_status fetch_pages(session &s, const fax_entry &fax, fax_pages_t *pages)
 {
+    if (!fax.is_fax) {
+        fprintf(stderr, "faxtray: %sno fax file, so it can be had only as it is (--as fax)\n",
+                about(fax.id).c_str());
+        return EXIT_REFUSED;
+    }
     unique_fd fd = make_unnamed_file();
     if (!fd) {
         complain_of_room(fax);
