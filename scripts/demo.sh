@@ -1,11 +1,12 @@
 #!/bin/bash
-# Shows the main job: a sample site, a real faxtrayd and faxregd beside a real rpcbind, and the faxtray command
-# that lists, fetches and removes faxes, first for a user, then for a designated forwarder, who also delivers.
+# Shows the main job: a fax comes in, the front desk sees it and passes it on, by mail as PDF and into an inbox,
+# and the person it is for fetches it as a picture. A sample site, a real faxtrayd and faxregd beside a real rpcbind.
 #
 # usage: scripts/demo.sh    as root; on a fresh Debian 12 it first installs what is missing
 #
 # Everything but the build runs on a private host (namespaces) and in a temporary directory, both removed when
-# the demo ends; nothing else on this machine is touched. Fails if any step fails.
+# the demo ends. What it leaves is in build/demo: the fax as a picture, the PDF that was mailed, and a page in HTML
+# with Anna's faxes. Fails if any step fails.
 set -euo pipefail
 cd "$(dirname "$0")/.."
 source scripts/deps.sh
@@ -18,23 +19,24 @@ build_and_enter() {
     need $build_packages $service_packages $sample_packages
     title "Building"
     configure_release
-    cmake --build build -j "$(nproc)" --target faxtrayd faxtray faxregd on_private_host | tail -n 1
+    cmake --build build -j "$(nproc)" --target faxtrayd faxtray faxregd faxtray-import \
+        tiffconv rasterps2 distill on_private_host | tail -n 1
     exec build/bin/on_private_host bash scripts/demo.sh on-private-host
 }
 
 # Makes new faxes some minutes old: none is listed until it has been unchanged for a minute.
 let_settle() { find "$site" -name '*.fax' -mmin -1 -exec touch -d "$1 minutes ago" {} +; }
 
-# The site of examples/site with faxes for Anna and for nobody in particular, still for ten minutes.
+# The site of examples/site, with two faxes that Anna has had for a while, and where the daemon finds the converters.
 make_site() {
     title "A sample site"
     mkdir -p "$site"/{work,incoming,incoming_orders} "$site"/faxtrayes/{anna,orders} faxes
     cp "$top"/examples/site/* "$site"
+    ln -s "$top/build/bin" "$site/utils"
     "$top"/scripts/make-faxes.sh --big faxes
-    cp faxes/{letter-mh,big-mh,form-mr}.fax "$site/faxtrayes/anna"
-    cp faxes/{big-mh,letter-mmr,form-mr}.fax "$site/incoming"
+    cp faxes/{big-mh,form-mr}.fax "$site/faxtrayes/anna"
     let_settle 10
-    (umask 077; echo mainsail >anna.password; echo halyard >bela.password; echo lantern >desk.password)
+    (umask 077; echo mainsail >anna.password; echo lantern >desk.password)
 }
 
 start_daemon() {
@@ -55,50 +57,58 @@ start_daemon() {
     show rpcinfo -p | grep -e '\$' -e program -e 351229 -e 351165
 }
 
-# fetch_and_remove ON-DISK ARGUMENT...: lists an inbox, fetches its 1 MB fax, compares, removes, lists.
-fetch_and_remove() {
-    local on_disk=$1 id
-    shift
-    show faxtray "$@" list
-    id=$(faxtray "$@" --json list | python3 -c 'import json, sys
-faxes = json.load(sys.stdin)
-print(max(faxes, key=lambda fax: fax["size"])["faxid"])')
-    cp "$on_disk" original
-    show faxtray "$@" get "$id" -o fetched
-    show cmp original fetched
-    echo "byte-identical: $(stat -c %s fetched) bytes"
-    show faxtray "$@" rm "$id"
-    [ ! -e "$on_disk" ]
-    echo "removed from the server's disk"
-    show faxtray "$@" list
-    rm original fetched
-}
-
-# The id of the fax of that name in an inbox.
-id_of() { # NAME ARGUMENT...
-    local name=$1
-    shift
-    faxtray "$@" --json list | python3 -c 'import json, sys
-print(next(fax["faxid"] for fax in json.load(sys.stdin) if fax["name"] == sys.argv[1]))' "$name"
-}
-
-# Delivers to one user, and to a group: two of its members have inboxes, the third gets mail.
-deliver() {
-    local desk=(-u desk --inbox "General Incoming")
-    show faxtray -u desk recipients
-    show faxtray "${desk[@]}" list
-    show faxtray "${desk[@]}" deliver "$(id_of letter-mmr.fax "${desk[@]}")" anna
-    show faxtray "${desk[@]}" deliver "$(id_of form-mr.fax "${desk[@]}")" sales
-    title "A while later: Anna has two more, Bela one, and Carl got his by mail"
+# As a modem's program would bring it: a document becomes a fax file in the modem's directory.
+receive() {
+    gs -q -dSAFER -dBATCH -dNOPAUSE -sDEVICE=pdfwrite -skind=letter -dpages=2 -sPAPERSIZE=a4 \
+        -sOutputFile=letter.pdf "$top/scripts/sample_pages.ps"
+    show faxtray-import --modem ttyS0 --sender "+99 555 0143" --subaddress 2041 letter.pdf
     let_settle 5
-    FAXTRAY_PASSWORD_FILE=$work/anna.password show faxtray -u anna list
-    FAXTRAY_PASSWORD_FILE=$work/bela.password show faxtray -u bela list
-    show grep -h -e ^args: -e ^From: -e ^Subject: -e ^Content-Type: -r /run/mail
+}
+
+# The front desk looks at the fax, and delivers it to Anna's inbox and to Carl, who gets his faxes by mail as PDF.
+pass_on() {
+    local desk=(-u desk --inbox "General Incoming") id
+    show faxtray -u desk inboxes
+    show faxtray "${desk[@]}" list
+    if [ -t 1 ]; then show faxtray "${desk[@]}" view newest; fi
+    show faxtray -u desk recipients
+    id=$(faxtray "${desk[@]}" --json list | python3 -c 'import json, sys; print(json.load(sys.stdin)[-1]["faxid"])')
+    show faxtray "${desk[@]}" deliver "$id" anna
+    show faxtray "${desk[@]}" deliver "$id" carl
+    show faxtray "${desk[@]}" rm "$id"
+    let_settle 2
+}
+
+# What Carl's mail reader would show.
+open_mail() {
+    local mail
+    mail=$(grep -l application/pdf -r /run/mail)
+    show grep -e ^args: -e ^From: -e ^Subject: -e ^Content-Type: "$mail"
+    # The file of the mail begins with the agent's arguments.
+    python3 -c 'import email, sys
+mail = email.message_from_bytes(sys.stdin.buffer.read().split(b"\n", 1)[1])
+sys.stdout.buffer.write(mail.get_payload()[-1].get_payload(decode=True))' <"$mail" >"$kept/carl.pdf"
+    show pdfinfo "$kept/carl.pdf"
+}
+
+# Anna takes the fax as a picture, all her faxes as a page in HTML, and the largest as it is, which she removes.
+fetch() {
+    show faxtray -u anna list
+    show faxtray -u anna get newest --as png --page 1 -o "$kept/letter.png"
+    show faxtray -u anna list --html "$kept/faxes"
+    if [ -t 1 ]; then show faxtray -u anna view newest; fi
+    cp "$site/faxtrayes/anna/big-mh.fax" original
+    show faxtray -u anna get oldest --rm -o fetched.fax
+    show cmp original fetched.fax
+    [ ! -e "$site/faxtrayes/anna/big-mh.fax" ]
+    show faxtray -u anna list
 }
 
 [ "${1:-}" = on-private-host ] || build_and_enter
 
 top=$PWD
+kept=$top/build/demo
+rm -rf "$kept" && mkdir -p "$kept"
 export PATH=$top/build/bin:$PATH
 work=$(mktemp -d)
 trap 'rm -rf "$work"' EXIT
@@ -108,19 +118,20 @@ site=$work/site
 make_site
 start_daemon
 
-title "Anna fetches her faxes"
-export FAXTRAY_PASSWORD_FILE=$work/anna.password
-fetch_and_remove "$site/faxtrayes/anna/big-mh.fax" -u anna
+title "A fax comes in"
+receive
 
-title "The front desk, forwarder for the general incoming inbox"
-export FAXTRAY_PASSWORD_FILE=$work/desk.password
-show faxtray -u desk inboxes
-fetch_and_remove "$site/incoming/big-mh.fax" -u desk --inbox "General Incoming"
+title "The front desk passes it on"
+FAXTRAY_PASSWORD_FILE=$work/desk.password pass_on
 
-title "The front desk delivers what it has not taken"
-deliver
+title "Carl got it by mail"
+open_mail
+
+title "Anna has it in her inbox"
+FAXTRAY_PASSWORD_FILE=$work/anna.password fetch
 
 title "The end"
 kill $daemon $registry
 wait $daemon
 tail -n 2 "$site/work/trayd_log"
+echo "See build/demo: letter.png, carl.pdf and faxes/index.html"
