@@ -27,7 +27,7 @@ static constexpr char messages[] = "messages";  // the file that gets what gs pr
 
 bool scratch_directory::make_in(const std::string &parent)
 {
-    std::string path = parent + "/faxtray-import-XXXXXX";
+    std::string path = parent + "/" + scratch_prefix + "XXXXXX";
     if (!mkdtemp(path.data()))
         return false;
     path_ = path;

@@ -9,8 +9,10 @@
 
 namespace faxtray {
 
+inline constexpr char scratch_prefix[] = ".faxtray-import-";
+
 // A directory for the files of one run, for us alone, gone with all it holds when its owner goes out of
-// scope.
+// scope. Its name begins with scratch_prefix.
 class scratch_directory {
 public:
     scratch_directory() = default;

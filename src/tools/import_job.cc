@@ -56,7 +56,8 @@ bool import_into(const import_job_t &job, const std::string &path, const incomin
 {
     const ending_signals_held until_done;
     staged_fax fax;
-    if (!fax.choose_name(incoming, job.problem) || !fax.create())
+    fax.choose_name(incoming, job.problem);
+    if (!fax.create())
         return complain(incoming.directory, std::string("can't create a fax there: ") + strerror(errno));
     if (!make_fax_at(job, path, fax.fd(), until_done))
         return false;

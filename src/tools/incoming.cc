@@ -117,7 +117,7 @@ static void wait_for_next_name()
     nanosleep(&millisecond, nullptr);
 }
 
-bool staged_fax::choose_name(const incoming_t &incoming, bool problem)
+void staged_fax::choose_name(const incoming_t &incoming, bool problem)
 {
     std::string name = name_by_time(problem);
     for (; exists(incoming.directory + "/" + name) || exists(incoming.directory + "/" + staged_prefix + name);
@@ -125,7 +125,6 @@ bool staged_fax::choose_name(const incoming_t &incoming, bool problem)
         wait_for_next_name();
     path_ = incoming.directory + "/" + staged_prefix + name;
     permissions_ = incoming.permissions;
-    return true;
 }
 
 bool staged_fax::create()

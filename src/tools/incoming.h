@@ -22,12 +22,12 @@ bool find_incoming(const std::string &modem, const std::string &file, incoming_t
 // A fax on its way into an incoming directory. Until it is published it is "ii_NAME", which nobody lists.
 // NAME is "fax-" and the time, so that names stand in the order of arrival; for a problem fax "pfax-".
 //
-// All members return false with errno.
+// Members that can fail return false with errno.
 class staged_fax {
 public:
     ~staged_fax();  // removes what was neither published nor kept
 
-    bool choose_name(const incoming_t &incoming, bool problem);  // of a file that does not exist
+    void choose_name(const incoming_t &incoming, bool problem);  // of a file that does not exist
     const std::string &path() const { return path_; }            // "DIRECTORY/ii_NAME"
     bool create();
     int fd() const { return fd_.get(); }
