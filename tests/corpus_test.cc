@@ -8,6 +8,7 @@
 #include "../fuzz/check_lists.h"
 #include "../fuzz/fax_file.h"
 #include "../fuzz/fax_header.h"
+#include "../fuzz/import.h"
 #include "../fuzz/info_file.h"
 #include "../fuzz/requests.h"
 #include "../fuzz/rpc_stream.h"
@@ -22,11 +23,19 @@ TEST(Corpus, EveryInputHoldsWhatTheFuzzersCheck)
     struct {
         const char *name;
         void (*run)(const uint8_t *, size_t);
-    } rows[] = {{"fax_header", fuzz_fax_header}, {"info_file", fuzz_info_file},
-                {"requests", fuzz_requests},     {"rpc_stream", fuzz_rpc_stream},
-                {"fax_file", fuzz_fax_file},     {"t4_mh", fuzz_t4_mh},
-                {"t4_mr", fuzz_t4_mr},           {"t4_mmr", fuzz_t4_mmr},
-                {"t4_recode", fuzz_t4_recode},   {"check_lists", fuzz_check_lists}};
+    } rows[] = {{"fax_header", fuzz_fax_header},
+                {"info_file", fuzz_info_file},
+                {"requests", fuzz_requests},
+                {"rpc_stream", fuzz_rpc_stream},
+                {"fax_file", fuzz_fax_file},
+                {"t4_mh", fuzz_t4_mh},
+                {"t4_mr", fuzz_t4_mr},
+                {"t4_mmr", fuzz_t4_mmr},
+                {"t4_recode", fuzz_t4_recode},
+                {"check_lists", fuzz_check_lists},
+                {"import_tiff", fuzz_import_tiff},
+                {"import_pbm", fuzz_import_pbm},
+                {"import_png", fuzz_import_png}};
     for (const auto &row : rows) {
         std::string folder = std::string(TEST_DATA "/../../fuzz/corpus/") + row.name;
         dir_ptr dir(opendir(folder.c_str()));
