@@ -69,13 +69,13 @@ TEST(Documents, ShowEveryPixelThatWasSent)
         temp_dir dir;
         const std::string resolution = row.resolution, x = resolution.substr(0, 3), y = resolution.substr(4);
         const std::vector<sent_page_t> pages = sent_pages(row.df, row.vr);
-        std::vector<std::string> coded;
+        std::vector<std::string> data;
         std::vector<page_t> lines;
         for (const sent_page_t &page : pages) {
-            coded.push_back(page.coded);
+            data.push_back(page.coded);
             lines.push_back(page.lines);
         }
-        dir.write("fax", fax_file_of(coded, row.df, "#PAGES:6\nRESOLUTION:" + std::to_string(row.vr) + "\n"));
+        dir.write("fax", fax_file_of(data, row.df, "#PAGES:6\nRESOLUTION:" + std::to_string(row.vr) + "\n"));
         ASSERT_TRUE(make(dir, write_tiff, "tif") && make(dir, write_pdf, "pdf") &&
                     make(dir, write_postscript, "ps"));
         EXPECT_TRUE(tiff_pages(dir / "tif") == lines) << row.df;
@@ -103,8 +103,8 @@ TEST(Documents, CopyCleanPagesOnly)
         long lines;    // -1: not clean
         size_t bytes;  // of these up to the end of the lines
     } rows[] = {
-        {DF_MH, "EOL w1728 EOL", 1, 5},
-        {DF_MH, "EOL w1728 EOL w4 b1724 EOL EOL EOL EOL EOL EOL", 2, 10},
+        {DF_MH, "EOL w1728 EOL", 1, 6},
+        {DF_MH, "EOL w1728 EOL w4 b1724 EOL EOL EOL EOL EOL EOL", 2, 11},
         {DF_MH, "| EOL w1728 | EOL", 1, 6},                   // fill
         {DF_MH, "EOL w1728", -1, 0},                          // the last line's end is not known
         {DF_MH, "w1728 EOL", -1, 0},                          // nor this one's beginning
@@ -115,7 +115,7 @@ TEST(Documents, CopyCleanPagesOnly)
         {DF_MR, "EOL+1 w1728 EOL+0 V0 EOL+1 EOL+1", 2, 8},
         {DF_MR, "EOL+0 V0 EOL+1", -1, 0},
         {DF_MR, "EOL+1 w1728 EOL+1 EOL+0", -1, 0},
-        {DF_MMR, "V0 H w4 b1724 V0 EOL EOL", 2, 9},
+        {DF_MMR, "V0 H w4 b1724 EOL EOL", 2, 8},
         {DF_MMR, "V0 EOL", -1, 0},
         {DF_MMR, "V0 EOL 0 EOL", -1, 0},
         {DF_MMR, "V0 VL3 EOL EOL", -1, 0},
@@ -127,9 +127,10 @@ TEST(Documents, CopyCleanPagesOnly)
         const std::vector<unsigned char> data(bytes.begin(), bytes.end());
         clean_page_t page = {-1, 0};
         const bool clean = is_clean_page(data.data(), data.size(), row.df, &page);
-        EXPECT_EQ(clean, row.lines >= 0) << row.codes;
-        if (clean)
-            EXPECT_EQ(std::pair(page.lines, page.bytes), std::pair(row.lines, row.bytes)) << row.codes;
+        ASSERT_EQ(clean, row.lines >= 0) << row.codes;
+        if (!clean)
+            continue;
+        EXPECT_EQ(std::pair(page.lines, page.bytes), std::pair(row.lines, row.bytes)) << row.codes;
     }
     // A reader of the TIFF finds the bytes that were received.
     temp_dir dir;
@@ -236,8 +237,7 @@ TEST(Documents, ShowOnePageAsAnImage)
         ASSERT_EQ(std::pair(grey.height, grey.rows.size()),
                   std::pair(height, static_cast<size_t>(width * height)));
         EXPECT_EQ(grey.rows[0], width == 1 ? 64 : 0);
-        if (width == 100)
-            EXPECT_NEAR(grey.rows.back(), 127, 10);
+        EXPECT_NEAR(grey.rows.back(), width == 1 ? 64 : 127, width > 100 ? 128 : 10);
     }
     const unique_fd small(open((dir / "small").c_str(), O_RDWR | O_CREAT | O_CLOEXEC, 0600));
     const grey_image_t grey = scaled_preview(page, 98, 100);

@@ -70,6 +70,7 @@ static std::string beginning(const fax_pages_t &fax, const page_range_t &pages)
 /faxpage {
     /lines exch def /height exch def /width exch def
     << /PageSize [width height] >> setpagedevice
+    /saved save def
     width height scale
     /DeviceGray setcolorspace
     /coded currentfile /ASCII85Decode filter def
@@ -77,6 +78,7 @@ static std::string beginning(const fax_pages_t &fax, const page_range_t &pages)
        /ImageMatrix [1728 0 0 lines neg 0 lines]
        /DataSource coded << /K -1 /Columns 1728 /Rows lines >> /CCITTFaxDecode filter >>
     image coded flushfile
+    saved restore showpage
 } bind def
 %%EndProlog
 )";
@@ -86,10 +88,10 @@ static std::string page_text(const coded_page_t &page, long number, const std::s
                              const std::string &height)
 {
     const std::string n = std::to_string(number);
-    std::string text = "%%Page: " + n + " " + n + "\nsave " + width + " " + height + " " +
+    std::string text = "%%Page: " + n + " " + n + "\n" + width + " " + height + " " +
                        std::to_string(page.lines) + " faxpage\n";
     append_ascii85(page.data, &text);
-    return text + "restore showpage\n";
+    return text;
 }
 
 static bool write_text(const fax_pages_t &fax, const std::string &text, int fd)

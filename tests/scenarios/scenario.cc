@@ -499,7 +499,7 @@ static void make_site()
         setenv(name, value, 1);
     tzset();
     unsetenv("ONDRIXHOME");
-    setenv("PATH", (BINARIES ":" + site_path + ":" + getenv("PATH")).c_str(), 1);
+    setenv("PATH", (site_path + ":" BINARIES ":" + getenv("PATH")).c_str(), 1);  // the site may replace programs
     umask(022);
     fs::current_path(site_path);
 }
