@@ -38,6 +38,24 @@ static std::string colour(unsigned char shade, bool ground, const block_style_t 
     return (ground ? "48;5;" : "38;5;") + std::to_string(level == 0 ? 16 : level == 25 ? 231 : 231 + level);
 }
 
+namespace {
+
+struct cell_t {
+    const char *character;
+    unsigned char front, ground;
+};
+
+}  // namespace
+
+// The character is the darker part, as ink is: a picture copied without its colours is still one.
+static cell_t cell_of(unsigned char upper, unsigned char lower, bool half_blocks)
+{
+    static constexpr char upper_half[] = "\u2580", lower_half[] = "\u2584", whole[] = "\u2588";
+    if (!half_blocks || upper == lower)
+        return {half_blocks && upper < 128 ? whole : " ", upper, upper};
+    return upper < lower ? cell_t{upper_half, upper, lower} : cell_t{lower_half, lower, upper};
+}
+
 std::string block_picture(const grey_image_t &image, const block_style_t &style)
 {
     const std::array<unsigned char, 256> shades = stretched_shades(image);
@@ -52,12 +70,13 @@ std::string block_picture(const grey_image_t &image, const block_style_t &style)
             unsigned char upper = shade_at(y, x), lower = shade_at(y + 1, x);
             if (!style.half_blocks)
                 upper = lower = static_cast<unsigned char>((upper + lower) / 2);
-            const std::string front = colour(upper, false, style), ground = colour(lower, true, style);
-            const std::string wanted = "\x1b[" + front + ";" + ground + "m";
+            const cell_t cell = cell_of(upper, lower, style.half_blocks);
+            const std::string wanted =
+                "\x1b[" + colour(cell.front, false, style) + ";" + colour(cell.ground, true, style) + "m";
             if (wanted != now)
                 text += wanted;
             now = wanted;
-            text += style.half_blocks ? "\xE2\x96\x80" : " ";  // U+2580, the upper half of a block
+            text += cell.character;
         }
         text += "\x1b[0m\n";
     }

@@ -25,7 +25,7 @@ a { color: var(--link) }
 ul { display: grid; grid-template-columns: repeat(auto-fill, minmax(min(100%, 20rem), 1fr)); gap: 1rem; margin: 1rem 0; padding: 0; list-style: none }
 li { display: flex; gap: 1rem; padding: .8rem; background: var(--card); border: 1px solid var(--line); border-radius: .4rem }
 li div { min-width: 0 }
-img { display: block; width: 7rem; height: 9.9rem; object-fit: cover; object-position: top; background: #fff; border: 1px solid var(--line) }
+img { display: block; width: 7rem; height: 9.9rem; object-fit: contain; object-position: top; background: #fff; border: 1px solid var(--line) }
 )";
 
 std::string html_text(const std::string &text)
