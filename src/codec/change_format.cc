@@ -326,7 +326,7 @@ static bool create_output(recoded_file_t &out, const input_t &in)
         }
         beside = std::string(in.path) + "." + std::to_string(n) + end;
     }
-    out.file = scratch_file(std::move(beside));
+    out.file = scratch_file(beside.c_str());
     return true;
 }
 

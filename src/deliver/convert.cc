@@ -166,10 +166,9 @@ static bool run_tiffconv(const char *path, const char *tiff)
 int fax_to_tiff(const char *path) noexcept
 try {
     // The converter writes to a file of the work directory, which then replaces the fax in one step: no
-    // moment shows half a TIFF under the fax's name. Room for the name is allocated before there is a file to
-    // lose.
-    std::string tiff(MAXPATHLEN, '\0');
-    unique_fd fd(unique_file("FDF.", tiff.data()));
+    // moment shows half a TIFF under the fax's name.
+    char tiff[MAXPATHLEN];
+    unique_fd fd(unique_file("FDF.", tiff));
     if (!fd) {
         const char *reason = strerror(errno);
         if (!tiff[0])
@@ -181,7 +180,7 @@ try {
     struct stat made = {};  // its owner is not us where a file server says so
     fstat(fd.get(), &made);
     fd.reset();
-    scratch_file scratch(std::move(tiff));
+    scratch_file scratch(tiff);
     if (!run_tiffconv(path, scratch.path()) || !accept_output(scratch.path(), made.st_uid, path))
         return -1;
     if (!cv_move(scratch.path(), path)) {
@@ -200,13 +199,13 @@ try {
 // Makes an empty file for a converter to write to, by which nobody else can put one there. The PostScript of
 // the last fax of that name is removed first. Anything else of that name stays, and fails the delivery: /tmp
 // is open to all, and a converter would write through a link.
-static bool make_way(std::string path, scratch_file &file)
+static bool make_way(const std::string &path, scratch_file &file)
 {
     struct stat st;
     if (lstat(path.c_str(), &st) == 0 && S_ISREG(st.st_mode) && st.st_uid == geteuid() && st.st_nlink == 1)
         unlink(path.c_str());
     if (make_new(path.c_str(), 0600)) {
-        file = scratch_file(std::move(path));
+        file = scratch_file(path.c_str());
         return true;
     }
     if (errno == EEXIST && lstat(path.c_str(), &st) == 0)
@@ -277,7 +276,7 @@ static bool copy_to_tiff(const char *path, std::string &tiff)
 {
     if (!make_at(copy_new, path, tiff))
         return false;
-    scratch_file scratch(tiff);
+    scratch_file scratch(tiff.c_str());
     if (fax_to_tiff(tiff.c_str()) < 0)
         return false;
     scratch.keep();

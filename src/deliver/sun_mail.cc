@@ -48,16 +48,16 @@ static length_t get_message_length(const char *text)
 // Creates the file for the encoded fax in the work directory, open for reading and writing.
 static file_ptr make_file(scratch_file *scratch)
 {
-    std::string path(MAXPATHLEN, '\0');
-    unique_fd fd(unique_file("FDM.", path.data()));
+    char path[MAXPATHLEN];
+    unique_fd fd(unique_file("FDM.", path));
     if (!path[0])
         log_and_trace({ELOG_WARNING, ELOG_FILE}, "sun_mail_fax: tempnam failed: %s\n", strerror(errno));
     else if (!fd)
-        log_and_trace({ELOG_WARNING, ELOG_FILE}, "sun_mail_fax: failed to open '%s': %s\n", path.c_str(),
+        log_and_trace({ELOG_WARNING, ELOG_FILE}, "sun_mail_fax: failed to open '%s': %s\n", path,
                       strerror(errno));
     if (!fd)
         return nullptr;
-    *scratch = scratch_file(std::move(path));
+    *scratch = scratch_file(path);
     file_ptr file(fdopen(fd.get(), "w+b"));
     if (file)
         fd.release();

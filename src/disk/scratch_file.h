@@ -3,8 +3,9 @@
 // work_note sees to it, as after a crash.
 #pragma once
 
-#include <string>
-#include <utility>
+#include <sys/param.h>
+
+#include <cstdio>
 
 #include "disk/work_note.h"
 
@@ -12,29 +13,40 @@ namespace faxtray {
 
 class scratch_file {
 public:
-    scratch_file() = default;  // owns no file
-    explicit scratch_file(std::string path) noexcept : path_(std::move(path)) {}
-    scratch_file(scratch_file &&other) noexcept : path_(std::exchange(other.path_, {})) {}
+    scratch_file() = default;                                         // owns no file
+    explicit scratch_file(const char *path) noexcept { take(path); }  // needs no memory, so none is lost
+    scratch_file(scratch_file &&other) noexcept
+    {
+        take(other.path_);
+        other.keep();
+    }
     scratch_file &operator=(scratch_file &&other) noexcept
     {
         remove();
-        path_ = std::exchange(other.path_, {});
+        take(other.path_);
+        other.keep();
         return *this;
     }
     ~scratch_file() { remove(); }
 
-    explicit operator bool() const noexcept { return !path_.empty(); }
-    const char *path() const noexcept { return path_.c_str(); }  // "" for none
-    void keep() noexcept { path_.clear(); }                      // the file stays; this owns none any more
-    void remove() noexcept                                       // the file is removed now
+    explicit operator bool() const noexcept { return *path_; }
+    const char *path() const noexcept { return path_; }  // "" for none
+    void keep() noexcept { path_[0] = '\0'; }            // the file stays; this owns none any more
+    void remove() noexcept                               // the file is removed now
     {
-        if (!path_.empty())
-            note_remove(path_.c_str());
-        path_.clear();
+        if (*path_)
+            note_remove(path_);
+        keep();
     }
 
 private:
-    std::string path_;
+    void take(const char *path) noexcept
+    {
+        if (snprintf(path_, sizeof path_, "%s", path) >= static_cast<int>(sizeof path_))
+            keep();  // no file has so long a path
+    }
+
+    char path_[MAXPATHLEN] = "";
 };
 
 }  // namespace faxtray
