@@ -127,7 +127,7 @@ def main():
         site.start()
         fax = calls.oldest_fax("reader")
         handle, large = site.inbox_handle(), site.incoming()["large"]
-        attacks.share = 0.005 if short else 1
+        attacks.share = 0.003 if short else 1
         attacks.read_call = calls.read_call("reader", fax)
         attacks.deliver_call = lambda recipient: calls.deliver_call("desk", handle, large, recipient)
         attacks.deliveries = max(1, round(seconds / command_seconds))
