@@ -6,7 +6,6 @@
 
 #include <cerrno>
 #include <cstring>
-#include <set>
 
 #include "config/attributes.h"
 #include "config/user_list_file.h"
@@ -56,21 +55,21 @@ struct inboxes_t {
     const seen_users_t &list;
     problems_t &problems;
     bool on_disk;
-    std::string root;                          // of the defaults, "" if it has a problem of its own
-    std::set<std::string> incoming;            // directories
-    std::set<std::string> with_lists;          // directories that hold the lists
-    std::map<std::string, std::string> users;  // by path
+    const std::set<std::string> &with_lists;   // directories that hold the lists
+    std::set<std::string> incoming;            // identities of directories
+    std::map<std::string, std::string> users;  // by the inbox's identity
+    std::string root;                          // path of the defaults' root, "" if it has none
 };
 
 }  // namespace
 
-std::string directory_of(const std::string &file)
+// What two paths of one directory have in common: on the disk, links may lead to it.
+static std::string identity(const char *path, bool on_disk)
 {
-    const c_string path(mkpath(file.c_str()));
-    if (!path)
-        return "";
-    dirname(path.get());
-    return path.get();
+    struct stat st;
+    if (!on_disk || stat(path, &st) != 0)
+        return path;
+    return std::to_string(st.st_dev) + ":" + std::to_string(st.st_ino);
 }
 
 static const char *setting(const av_list_t *user, int attr)
@@ -106,13 +105,13 @@ static void check_inbox(inboxes_t &all, const av_list_t *user)
     if (section && section->find(as_get_attr(AS_DELIVERY_DIR_ROOT)) && depends_on_start(user))
         all.problems.add(trap("relative-root"),
                          all.list.place_of(section, as_get_attr(AS_DELIVERY_DIR_ROOT)));
-    const std::string inbox = path.get();
+    const std::string inbox = path.get(), same = identity(path.get(), all.on_disk);
     const c_string mapped(ui_map_name(user->key));
     if (!*setting(user, AS_DELIVERY_DIR) && mapped && !*mapped)
         all.problems.add(trap("inbox-is-root"), place, {user->key});
-    if (auto [other, added] = all.users.try_emplace(inbox, user->key); !added)
+    if (auto [other, added] = all.users.try_emplace(same, user->key); !added)
         all.problems.add(trap("same-inbox"), place, {user->key, other->second, inbox});
-    if (all.incoming.count(inbox))
+    if (all.incoming.count(same))
         all.problems.add(trap("inbox-is-incoming"), place, {user->key, inbox});
     if (all.with_lists.count(inbox))
         all.problems.add(trap("lists-in-inbox"), place, {inbox});
@@ -139,15 +138,14 @@ static std::string check_root(const seen_users_t &list, bool on_disk, problems_t
     return path.get();
 }
 
-void check_inboxes(const seen_users_t &list, const seen_modems_t &modems, bool on_disk, problems_t &problems)
+void check_inboxes(const seen_users_t &list, const seen_modems_t &modems,
+                   const std::set<std::string> &with_lists, bool on_disk, problems_t &problems)
 {
     if (!list.is_read)
         return;
-    inboxes_t all = {list, problems, on_disk, "", {}, {directory_of(list.path), directory_of(modems.path)},
-                     {}};
+    inboxes_t all = {list, problems, on_disk, with_lists, {}, {}, check_root(list, on_disk, problems)};
     for (const seen_line_t &line : modems.lines)
-        all.incoming.insert(av_getv(line.entry.get(), "incoming_dir"));
-    all.root = check_root(list, on_disk, problems);
+        all.incoming.insert(identity(av_getv(line.entry.get(), "incoming_dir"), on_disk));
     for (const av_list_t *user = list.users.head(); user; user = user->next)
         if (takes_inbox_delivery(user))
             check_inbox(all, user);

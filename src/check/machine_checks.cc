@@ -90,7 +90,7 @@ namespace {
 // Of all users together.
 struct needs_t {
     std::set<int> formats;
-    bool mail = false, notices = false;
+    bool mail = false, notices = false, short_names = false;
 };
 
 }  // namespace
@@ -107,6 +107,8 @@ static void check_commands_of(const seen_users_t &list, const av_list_t *user, n
         return;
     if (method != IV_DELIVERY_METHOD_EXEC && method != IV_DELIVERY_METHOD_FAXTRAY)
         needs.mail = true;
+    needs.short_names =
+        needs.short_names || as_get_value_handle_av(AS_DELIVERY_NAMING, user) == IV_DELIVERY_NAMING_8_3;
     const int format = as_get_value_handle_av(AS_DELIVERY_FILE_FORMAT, user);
     if (needs.formats.insert(format).second)
         check_converters(format, list.place_of(section, as_get_attr(AS_DELIVERY_FILE_FORMAT)), problems);
@@ -116,8 +118,11 @@ static void check_commands_of(const seen_users_t &list, const av_list_t *user, n
                          {program});
 }
 
-static void check_mail_agent(const needs_t &needs, problems_t &problems)
+static void check_needs(const needs_t &needs, problems_t &problems)
 {
+    const std::string found = needs.short_names ? directory_fault(get_temp_dir()) : "";
+    if (!found.empty())
+        problems.add(trap("temp-unusable"), {}, {get_temp_dir(), found});
     if ((needs.mail || needs.notices) && execution_error(mail_agent_file) != 0)
         problems.add(trap("no-mail-agent"), {},
                      {mail_agent_file, needs.mail ? "faxes are to be delivered by mail: those deliveries fail"
@@ -239,7 +244,7 @@ void check_machine(const seen_users_t &list, const char *work_directory, problem
         if (strcmp(user->key, "admin") == 0)
             admin = user;
     }
-    check_mail_agent(needs, problems);
+    check_needs(needs, problems);
     struct utsname host;
     if (uname(&host) == 0 && !resolves(host.nodename))
         problems.add(trap("no-host-name"), {}, {host.nodename});

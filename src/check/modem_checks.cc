@@ -1,8 +1,6 @@
 // Lines that share a directory have one inbox; the first of them in the file gives it its name.
 #include "check/modem_checks.h"
 
-#include <set>
-
 #include "check/inbox_checks.h"
 #include "config/munged_name.h"
 
@@ -83,13 +81,12 @@ static void check_incoming_name(const seen_modems_t &modems, const seen_line_t &
         problems.add(trap("same-inbox-name"), place, {other->second, name});
 }
 
-void check_modems(const seen_modems_t &modems, const std::string &user_list, bool on_disk,
+void check_modems(const seen_modems_t &modems, const std::set<std::string> &with_lists, bool on_disk,
                   problems_t &problems)
 {
     if (!modems.is_read)
         return;
     check_line_names(modems, problems);
-    const std::set<std::string> with_lists = {directory_of(modems.path), directory_of(user_list)};
     std::map<std::string, first_line_t> by_directory;
     std::map<std::string, std::string> by_name;
     for (const seen_line_t &line : modems.lines) {

@@ -113,6 +113,7 @@ inline constexpr trap_t traps[] = {
     {"bad-home", WARNING, "ONDRIXHOME is no absolute path, %1: the lists and directories depend on where faxtrayd is started"},
     {"bad-listen", ERROR, "FAXTRAY_LISTEN [%1] is not [ADDRESS][:PORT]: faxtrayd does not start"},
     {"work-unusable", ERROR, "the work directory, %1, %2: faxtrayd cannot write its logs there (option -W)"},
+    {"temp-unusable", ERROR, "the directory for temporary files, %1 (ONDRIXTMP), %2: short names, as delivery_naming 8.3 has them, cannot be made"},
     {"no-converter", ERROR, "faxes are to be delivered as %1, and the converter %2 is not found: those deliveries fail"},
     {"no-mail-agent", ERROR, "there is no mail agent %1, but %2"},
     {"no-host-name", WARNING, "the name of this host, %1, does not resolve to an IPv4 address: clients that use it do not find the server"},
