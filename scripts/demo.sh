@@ -82,7 +82,7 @@ pass_on() {
 # What Carl's mail reader would show.
 open_mail() {
     local mail
-    mail=$(grep -l application/pdf -r /run/mail)
+    mail=$(grep -l "^To: *carl" -r /run/mail)
     show grep -e ^args: -e ^From: -e ^Subject: -e ^Content-Type: "$mail"
     # The file of the mail begins with the agent's arguments.
     python3 -c 'import email, sys
