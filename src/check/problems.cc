@@ -5,7 +5,9 @@
 #include <cctype>
 #include <cstdio>
 #include <nlohmann/json.hpp>
+#include <set>
 #include <tuple>
+#include <utility>
 
 #include "util/command_output.h"
 
@@ -40,21 +42,18 @@ void problems_t::add(const trap_t *trap, const place_t &place, std::initializer_
 
 const std::vector<problem_t> &problems_t::sorted()
 {
-    const auto order = [](const problem_t &p) {
+    const auto place = [](const problem_t &p) {
         return std::make_tuple(p.place.file.empty(), std::cref(p.place.file), p.place.line);
     };
     std::stable_sort(problems_.begin(), problems_.end(),
-                     [order](const problem_t &a, const problem_t &b) { return order(a) < order(b); });
+                     [place](const problem_t &a, const problem_t &b) { return place(a) < place(b); });
     // What several users inherit is found several times, but not always in a row.
     std::vector<problem_t> once;
+    std::set<std::pair<const trap_t *, std::string>> here;  // of one place
     for (problem_t &problem : problems_) {
-        const auto same = [&problem](const problem_t &other) {
-            return other.trap == problem.trap && other.text == problem.text;
-        };
-        auto first = std::find_if(once.rbegin(), once.rend(), [&problem](const problem_t &other) {
-            return other.place.file != problem.place.file || other.place.line != problem.place.line;
-        });
-        if (std::find_if(once.rbegin(), first, same) == first)
+        if (!once.empty() && place(once.back()) != place(problem))
+            here.clear();
+        if (here.emplace(problem.trap, problem.text).second)
             once.push_back(std::move(problem));
     }
     problems_ = std::move(once);

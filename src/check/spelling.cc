@@ -45,6 +45,10 @@ std::string nearest(const std::string &text, const std::vector<std::string> &kno
     size_t best = std::max<size_t>(1, text.size() / 4) + 1;
     std::string found;
     for (const std::string &word : known) {
+        const size_t longer = std::max(text.size(), word.size()),
+                     shorter = std::min(text.size(), word.size());
+        if (longer - shorter >= best)
+            continue;
         const size_t distance = edit_distance(text, word);
         if (distance < best) {
             best = distance;
