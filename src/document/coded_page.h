@@ -28,7 +28,7 @@ bool read_ccitt_page(fax_pages_t *fax, coded_page_t *page);
 bool count_page_lines(fax_pages_t *fax, long *lines);
 
 // For PDF and PostScript: a length of `pixels` at `dpi` in points (1/72 inch), as "609.88". Rounded down, so
-// that a page drawn at its own resolution does not get another row or column of pixels.
+// that a page drawn at its own resolution gets no further row or column.
 std::string points(long pixels, int dpi);
 
 }  // namespace faxtray

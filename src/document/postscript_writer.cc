@@ -39,17 +39,12 @@ static void append_ascii85(const std::vector<unsigned char> &data, std::string *
     *text += "~>\n";
 }
 
-// The text as a string of PostScript, of printable ASCII. DSC allows no line of more than 255 characters.
-static std::string postscript_string(const std::string &text)
+// The text for a comment: printable ASCII, and no longer than a line may be.
+static std::string comment_text(std::string text)
 {
-    std::string string = "(";
-    for (const char c : text.substr(0, 60)) {
-        char escaped[8];
-        const bool plain = c >= ' ' && c <= '~' && !strchr("()\\", c);
-        snprintf(escaped, sizeof escaped, plain ? "%c" : "\\%03o", static_cast<unsigned char>(c));
-        string += escaped;
-    }
-    return string + ")";
+    std::replace_if(
+        text.begin(), text.end(), [](char c) { return c < ' ' || c > '~'; }, '?');
+    return text.substr(0, 200);
 }
 
 // Before the first page: what readers of the structure want to know, and a procedure that draws a page.
@@ -57,8 +52,8 @@ static std::string beginning(const fax_pages_t &fax, const page_range_t &pages)
 {
     return "%!PS-Adobe-3.0\n"
            "%%Title: " +
-           postscript_string(fax_title(fax)) + "\n%%Creator: (" + version_text("faxtray") +
-           ")\n"
+           comment_text(fax_title(fax)) + "\n%%Creator: " + version_text("faxtray") +
+           "\n"
            "%%LanguageLevel: 2\n"
            "%%DocumentData: Clean7Bit\n"
            "%%BoundingBox: (atend)\n"
@@ -71,7 +66,7 @@ static std::string beginning(const fax_pages_t &fax, const page_range_t &pages)
     /lines exch def /height exch def /width exch def
     << /PageSize [width height] >> setpagedevice
     /saved save def
-    width height scale
+    width height 0.02 sub scale % a rounding must not push the image beyond the page
     /DeviceGray setcolorspace
     /coded currentfile /ASCII85Decode filter def
     << /ImageType 1 /Width 1728 /Height lines /BitsPerComponent 1 /Decode [0 1]
