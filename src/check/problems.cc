@@ -69,7 +69,7 @@ static std::string place_text(const place_t &place)
 {
     if (place.file.empty())
         return "this machine";
-    return place.file + (place.line > 0 ? ":" + std::to_string(place.line) : "");
+    return place.line > 0 ? place.file + ":" + std::to_string(place.line) : place.file;
 }
 
 void print_problems(const std::vector<problem_t> &problems)
