@@ -38,7 +38,6 @@ static words_t modem_attributes(const seen_modems_t &list)
                      "class",
                      "modem_type",
                      "user_modem_config",
-                     "out_queue_num_gui",
                      "mchannel_remote_host",
                      "mchannel_local_channel",
                      "mchannel_remote_channel"};
