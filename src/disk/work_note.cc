@@ -207,7 +207,7 @@ void note_end()
     note.reset();
 }
 
-// Recovering
+// Reading notes
 
 static bool unescape(const char *text, char (&out)[MAXPATHLEN])
 {
@@ -266,16 +266,54 @@ static bool is_left_over(const entry_t &entry, const char *pid_ext)
            is_our_name(entry.path, pid_ext);
 }
 
+// Calls `visit` with the path of each note, and ".PID" of its process.
+template <class Visit> static void for_each_note(Visit visit)
+{
+    std::unique_ptr<dir_list_t, deleter<dir_close>> list(dir_open(dvWork_dir));
+    if (!list)
+        return;
+    const char *pattern = "^delivery_note[.]";
+    while (const char *name = dir_grep(list.get(), pattern)) {
+        pattern = nullptr;
+        const char *pid = strchr(name, '.') + 1;
+        char path[MAXPATHLEN], pid_ext[16];
+        snprintf(pid_ext, sizeof pid_ext, ".%.*s", static_cast<int>(strcspn(pid, ".")), pid);
+        if (snprintf(path, sizeof path, "%s/%s", dvWork_dir, name) < static_cast<int>(sizeof path))
+            visit(path, pid_ext);
+    }
+}
+
+// Only a regular file of our own user is believed: the work directory may be open to others, and a forged
+// note would have us remove their victims' files. Null otherwise.
+static file_ptr open_note(const char *path)
+{
+    unique_fd fd(open(path, O_RDONLY | O_NOFOLLOW | O_NONBLOCK | O_CLOEXEC));
+    struct stat st;
+    if (!fd || fstat(fd.get(), &st) != 0 || !S_ISREG(st.st_mode) || st.st_uid != geteuid())
+        return nullptr;
+    file_ptr in(fdopen(fd.get(), "r"));
+    if (in)
+        (void)fd.release();
+    return in;
+}
+
+// Reads on to the next file that is there and that the note names. False at the end.
+static bool next_file(FILE *in, const char *pid_ext, entry_t &entry)
+{
+    char line[line_size];
+    while (fgets(line, sizeof line, in))
+        if (parse(line, entry) && is_left_over(entry, pid_ext))
+            return true;
+    return false;
+}
+
 // Removes what the note `in` names. False when something could not be removed: the note is then kept for the
 // next start.
 static bool remove_left_overs(FILE *in, const char *pid_ext)
 {
     bool good = true;
-    char line[line_size];
     entry_t entry;
-    while (fgets(line, sizeof line, in)) {
-        if (!parse(line, entry) || !is_left_over(entry, pid_ext))
-            continue;
+    while (next_file(in, pid_ext, entry)) {
         bool removed = unlink(entry.path) == 0;
         good = good && removed;
         fprintf(stderr, "note_recover: %s \"%s\", left by a delivery that did not end.\n",
@@ -284,39 +322,27 @@ static bool remove_left_overs(FILE *in, const char *pid_ext)
     return good;
 }
 
-// Cleans up after the note at `path`, unless its process lives. `name` is "delivery_note.PID.N".
-static void recover(const char *path, const char *name)
-{
-    const char *dot = strchr(name, '.');
-    char pid_ext[16];
-    snprintf(pid_ext, sizeof pid_ext, ".%.*s", static_cast<int>(strcspn(dot + 1, ".")), dot + 1);
-    // Only a regular file of our own user is believed: the work directory may be open to others, and a forged
-    // note would have us remove their victims' files. The lock is held by a living process only.
-    unique_fd fd(open(path, O_RDONLY | O_NOFOLLOW | O_NONBLOCK | O_CLOEXEC));
-    struct stat st;
-    if (!fd || fstat(fd.get(), &st) != 0 || !S_ISREG(st.st_mode) || st.st_uid != geteuid() ||
-        flock(fd.get(), LOCK_EX | LOCK_NB) != 0)
-        return;
-    file_ptr in(fdopen(fd.get(), "r"));
-    if (!in)
-        return;
-    (void)fd.release();
-    if (remove_left_overs(in.get(), pid_ext) && unlink(path) != 0)
-        trprintf("note_recover: unlink(\"%s\") failed: %s.\n", path, strerror(errno));
-}
-
 void note_recover()
 {
-    std::unique_ptr<dir_list_t, deleter<dir_close>> list(dir_open(dvWork_dir));
-    if (!list)
-        return;
-    const char *pattern = "^delivery_note[.]";
-    while (const char *name = dir_grep(list.get(), pattern)) {
-        char path[MAXPATHLEN];
-        if (snprintf(path, sizeof path, "%s/%s", dvWork_dir, name) < static_cast<int>(sizeof path))
-            recover(path, name);
-        pattern = nullptr;
-    }
+    for_each_note([](const char *path, const char *pid_ext) {
+        // The lock is held by a living process only.
+        const file_ptr in = open_note(path);
+        if (in && flock(fileno(in.get()), LOCK_EX | LOCK_NB) == 0 && remove_left_overs(in.get(), pid_ext) &&
+            unlink(path) != 0)
+            trprintf("note_recover: unlink(\"%s\") failed: %s.\n", path, strerror(errno));
+    });
+}
+
+std::set<std::string> noted_files()
+{
+    std::set<std::string> files;
+    for_each_note([&files](const char *path, const char *pid_ext) {
+        entry_t entry;
+        if (const file_ptr in = open_note(path))
+            while (next_file(in.get(), pid_ext, entry))
+                files.insert(entry.path);
+    });
+    return files;
 }
 
 }  // namespace faxtray

@@ -18,6 +18,9 @@
 // While no note is open, all calls but note_begin(), note_remove() and note_recover() do nothing.
 #pragma once
 
+#include <set>
+#include <string>
+
 namespace faxtray {
 
 // Opens a note. Calls nest: the outermost note_end() removes it. 1, or 0 with a trace line: a delivery may
@@ -37,6 +40,10 @@ void note_will_move(const char *from, const char *to);
 // Removes a file that the delivery has made. False with errno; note_end() then leaves a note of the file for
 // the next start.
 bool note_remove(const char *path);
+
+// The paths of all files that are there and that any note names: what deliveries are working on, of other
+// processes too, and what they could not remove. Throws std::bad_alloc.
+std::set<std::string> noted_files();
 
 // At start-up: removes what the notes of dead processes name, as described above, with a line on standard
 // error for each file, and then the notes. A note whose files cannot all be removed is kept for the next

@@ -18,11 +18,13 @@
 #include <cstring>
 #include <map>
 #include <new>
+#include <optional>
 #include <set>
 #include <string>
 #include <string_view>
 #include <vector>
 
+#include "disk/work_note.h"
 #include "faxfile/fax_header.h"
 #include "inbox/fax_ids.h"
 #include "inbox/fax_index.h"
@@ -313,10 +315,11 @@ struct scan_t {
     std::map<std::string, struct stat> changed;  // listed files whose mtime has changed since
     // Files added by scans that failed later: listed although above the mark.
     std::set<std::pair<std::string_view, time_t>> above_mark;
-    name_set_t dropped{0};            // names of dropped nodes, whose files are listed again
-    time_t cutoff = 0;                // files of this mtime or later may still be growing
-    std::set<std::string> young;      // dropped ones among those
-    std::vector<found_file_t> found;  // to be added, in the order of the directory
+    name_set_t dropped{0};                             // names of dropped nodes, whose files are listed again
+    time_t cutoff = 0;                                 // files of this mtime or later may still be growing
+    std::set<std::string> young;                       // dropped ones among those
+    std::vector<found_file_t> found;                   // to be added, in the order of the directory
+    std::optional<std::set<std::string>> in_delivery;  // what deliveries are working on, once it is asked for
     complaints_t complaints;
 };
 
@@ -326,6 +329,8 @@ struct scan_t {
 static constexpr char not_regular[] = "Not a regular file";
 static constexpr char included_before[] = "File included in previous index update";
 static constexpr char too_young[] = "File newer than this update time";
+static constexpr char being_delivered[] = "Copy that a delivery works on";
+static constexpr char vanished[] = "No longer there";
 
 // Frees the dropped nodes for which `done` is true.
 template <class Done> static void free_dropped(fax_index_t *index, Done done)
@@ -449,8 +454,16 @@ static bool is_listed(const scan_t &scan, const char *name, time_t mtime)
     return !scan.above_mark.empty() && scan.above_mark.contains({name, mtime});
 }
 
+// Whether the file at `path` is one that a delivery has made beside the fax, for as long as it needs it.
+static bool is_in_delivery(scan_t &scan, const char *path)
+{
+    if (!scan.in_delivery)
+        scan.in_delivery = noted_files();
+    return scan.in_delivery->contains(path);
+}
+
 // The reason to leave a directory entry out of this scan, or null to add it.
-static const char *skip_reason(const scan_t &scan, const char *name, const struct stat &st)
+static const char *skip_reason(scan_t &scan, const char *name, const char *path, const struct stat &st)
 {
     if (!(st.st_mode & S_IFREG))  // Kept: the bit, not S_ISREG, so a socket passes and fails the scan.
         return not_regular;
@@ -458,7 +471,7 @@ static const char *skip_reason(const scan_t &scan, const char *name, const struc
         return included_before;
     if (st.st_mtime >= scan.cutoff)
         return too_young;
-    return nullptr;
+    return is_in_delivery(scan, path) ? being_delivered : nullptr;
 }
 
 // Every file left out is traced with the reason: it answers "why is my fax not listed?".
@@ -476,6 +489,14 @@ static bool status_of(const scan_t &scan, const char *name, struct stat *st)
         return scan.dir.status(st);
     *st = known->second;
     return true;
+}
+
+// Whether the selected entry has gone since the directory was read, as those of deliveries may at any moment.
+// A link that leads nowhere has not.
+static bool has_vanished(const scan_t &scan)
+{
+    struct stat st;
+    return fstatat(scan.dir.fd(), scan.dir.selected(), &st, AT_SYMLINK_NOFOLLOW) != 0 && errno == ENOENT;
 }
 
 // Looks at one entry of the directory and, if it belongs in the index, adds a node to what was found. False,
@@ -497,10 +518,15 @@ static bool visit(scan_t &scan, const char *name)
     }
     struct stat st;
     if (!status_of(scan, name, &st)) {
-        scan.complaints.add(Program, "update_index: stat(\"%s\"): %s", path, strerror(errno));
+        const int error = errno;
+        if (has_vanished(scan)) {
+            trace_skip(name, vanished);
+            return true;
+        }
+        scan.complaints.add(Program, "update_index: stat(\"%s\"): %s", path, strerror(error));
         return false;
     }
-    if (const char *reason = skip_reason(scan, name, st)) {
+    if (const char *reason = skip_reason(scan, name, path, st)) {
         if (reason == too_young && scan.dropped.contains(name))
             scan.young.insert(name);
         trace_skip(name, reason);
