@@ -131,7 +131,7 @@ static void add_get_options(CLI::App *command, options &chosen)
 static void add_page(CLI::App *command, options &chosen, const char *help)
 {
     command->add_option("--page", chosen.page, help)
-        ->check(CLI::PositiveNumber.description(""))
+        ->check(CLI::Range(1, 999999999).description(""))
         ->type_name("N");
 }
 

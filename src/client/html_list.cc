@@ -36,7 +36,7 @@ static const std::string index_name = "index.html";
 namespace {
 
 struct html_directory_t {
-    std::string path;  // with "/" at its end
+    std::string path;
     unique_fd lock;
     std::set<std::string> present, wanted;  // names of files
 };
@@ -87,7 +87,7 @@ static bool open_directory(html_directory_t *directory)
     }
     if (error)
         return complain(path, error.message().c_str());
-    if (directory->present.contains(index_name) ? !is_our_index(path + index_name) : !all_ours)
+    if (directory->present.contains(index_name) ? !is_our_index(path + "/" + index_name) : !all_ours)
         return complain(path, "it holds other files: name a new directory, or an empty one");
     return fchmod(directory->lock.get(), 0700) == 0 || complain(path, strerror(errno));
 }
@@ -114,7 +114,7 @@ static std::string file_of(const fax_entry &fax)
 template <class Write> bool add_file(const html_directory_t &directory, const std::string &name, Write write)
 {
     whole_file file;
-    return file.begin(directory.path + name, true) && write(file) && file.keep();
+    return file.begin(directory.path + "/" + name, true) && write(file) && file.keep();
 }
 
 // Makes the files of a fetched fax. False with the reason printed.
@@ -187,7 +187,7 @@ exit_status write_html_list(session &s, const std::deque<fax_entry> &faxes)
 {
     umask(077);
     html_directory_t directory;
-    directory.path = s.chosen.directory + "/";
+    directory.path = s.chosen.directory;
     if (!open_directory(&directory))
         return EXIT_LOCAL;
     std::string page = html_head(title_of(s.chosen), faxes.size(), time(nullptr));

@@ -35,10 +35,10 @@ std::string staged_files::staged(const std::string &name) const
 bool staged_files::begin(const std::string &directory, bool replace)
 {
     replace_ = replace;
-    directory_ = directory + "/";
+    directory_ = directory.empty() ? "" : directory + "/";
     std::string path = directory_ + ".faxtray-XXXXXX";
     if (!mkdtemp(path.data()))
-        return complain("create a temporary directory in", directory);
+        return complain("create a temporary directory in", directory_ + ".");
     staging_ = path;
     staging_fd_.reset(open(path.c_str(), O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC));
     struct stat status;
@@ -83,7 +83,7 @@ bool staged_files::keep()
     }
     if (!name_all())
         return false;
-    return sync_directory_of((directory_ + ".").c_str()) || complain("write to", directory_);
+    return sync_directory_of((directory_ + ".").c_str()) || complain("write to", directory_ + ".");
 }
 
 staged_files::~staged_files()
