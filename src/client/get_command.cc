@@ -137,8 +137,7 @@ static exit_status get_files(getting_t *getting, const fax_entry &fax, fax_pages
     auto name_of = [&](long page) { return page_name(prefix.substr(name_at), page, range.last, form); };
     const std::string directory = prefix.substr(0, name_at);
     staged_files files;
-    if (!files.begin(directory,
-                     s.chosen.force && !getting->written.contains(directory + name_of(1))))
+    if (!files.begin(directory, s.chosen.force && !getting->written.contains(directory + name_of(1))))
         return EXIT_LOCAL;
     {
         progress_bar bar(printable(fax.name), range.last, progress_bar::PAGES);

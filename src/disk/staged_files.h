@@ -19,8 +19,8 @@ public:
 
     // Failures are reported on standard error under the command's name.
 
-    // Makes a directory ".faxtray-XXXXXX" in `directory` ("": the working one), in which the files wait. `replace`: files of their
-    // names are replaced, else refused.
+    // Makes a directory ".faxtray-XXXXXX" in `directory` ("": the working one), in which the files wait.
+    // `replace`: files of their names are replaced, else refused.
     bool begin(const std::string &directory, bool replace);
     // A new file, open for reading and writing. None if it failed.
     unique_fd add(const std::string &name);
