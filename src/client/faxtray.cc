@@ -23,7 +23,7 @@ not listed yet. Fax ids hold until faxtrayd restarts or its user list changes.
 
 Exit status:
   0  done
-  1  the server refused
+  1  the server refused, or a fax is damaged
   2  wrong command line
   3  no server reached, or the connection was lost
   4  a local file or the output failed
