@@ -25,8 +25,7 @@ static std::string survey(page_source *source, const fax_wishes_t &wishes, fax_f
         facts->vr = std::max(facts->vr, natural_vr(form));
     }
     if (step == page_source::FAILED)
-        return facts->pages == 0 ? source->why()
-                                 : "page " + std::to_string(facts->pages + 1) + ": " + source->why();
+        return source->why();
     if (facts->pages == 0)
         return "no pages";
     if (wishes.df >= 0 || facts->df < 0)

@@ -95,19 +95,22 @@ static int await(pid_t pid, unsigned seconds, const ending_signals_held &signals
     return status;
 }
 
-// What gs complained of: its last line about an error, else its first line.
-static std::string complaint_of(const std::string &directory)
+// The first line about an error, else the first line.
+std::string ghostscript_complaint(const std::string &directory)
 {
     std::ifstream file(directory + "/" + messages);
-    std::string line, last;
+    std::string line, first, error;
     while (std::getline(file, line)) {
         if (line.find("password") != line.npos)
             return "encrypted: it can't be read without its password";
         const size_t text = line.find_first_not_of(" *");
-        if (text != line.npos && (last.empty() || line.find("rror") != line.npos))
-            last = line.substr(text, 200);
+        if (text == line.npos)
+            continue;
+        std::string &found = line.find("rror") != line.npos ? error : first;
+        if (found.empty())
+            found = line.substr(text, 200);
     }
-    return last.empty() ? "gs failed" : "gs: " + last;
+    return "gs: " + (!error.empty() ? error : !first.empty() ? first : "failed");
 }
 
 bool run_ghostscript(const std::string &directory, const std::vector<std::string> &arguments,
@@ -136,7 +139,7 @@ bool run_ghostscript(const std::string &directory, const std::vector<std::string
     else if (WIFSIGNALED(status) && WTERMSIG(status) == SIGXCPU)
         *why = too_slow(seconds);
     else if (why->text.empty())
-        *why = {complaint_of(directory)};
+        *why = {ghostscript_complaint(directory)};
     return false;
 }
 

@@ -36,4 +36,8 @@ private:
 bool run_ghostscript(const std::string &directory, const std::vector<std::string> &arguments,
                      unsigned seconds, const ending_signals_held &signals, reason_t *why);
 
+// What the last run in `directory` complained of. gs may succeed and have made nothing: then it says here
+// why.
+std::string ghostscript_complaint(const std::string &directory);
+
 }  // namespace faxtray

@@ -94,7 +94,7 @@ static page_source_ptr draw(unique_fd fd, const open_settings_t &settings, const
         return nullptr;
     unique_fd pages(open(drawn.c_str(), O_RDONLY | O_CLOEXEC));
     if (!pages) {
-        *why = {"no pages"};
+        *why = {"no pages: " + ghostscript_complaint(scratch.path())};
         return nullptr;
     }
     return open_tiff(std::move(pages), &why->text);

@@ -75,6 +75,11 @@ bool png_source::begin()
         return refuse("there is no memory to read it");
     done_ = false;
     return guarded([this] {
+        // Of what may stand beside the pixels, only their size is read: texts and profiles may be packed
+        // bombs.
+        png_set_keep_unknown_chunks(png_, PNG_HANDLE_CHUNK_NEVER, nullptr, -1);
+        png_set_keep_unknown_chunks(png_, PNG_HANDLE_CHUNK_AS_DEFAULT,
+                                    reinterpret_cast<png_const_bytep>("pHYs"), 1);
         png_init_io(png_, file_.get());
         png_read_info(png_, info_);
         width_ = png_get_image_width(png_, info_);

@@ -136,14 +136,12 @@ bool staged_fax::create()
     return false;
 }
 
-// Who may read the faxes of a directory: its owner, and its group and others if they may list and search it.
+// Who may read the faxes of a directory: its owner, and its group if that may list and search it. Whatever
+// others may do there, the faxes are nobody else's business.
 static mode_t readers_of(const struct stat &directory)
 {
-    mode_t mode = 0600;
-    for (const mode_t who : {S_IRGRP | S_IXGRP, S_IROTH | S_IXOTH})
-        if ((directory.st_mode & who) == who)
-            mode |= who & 0444;
-    return mode;
+    constexpr mode_t listing = S_IRGRP | S_IXGRP;
+    return S_IRUSR | S_IWUSR | ((directory.st_mode & listing) == listing ? S_IRGRP : 0);
 }
 
 // The fax belongs to whom the directory belongs to, as far as we may give it away.
