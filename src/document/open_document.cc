@@ -8,6 +8,7 @@
 #include <cstring>
 #include <string_view>
 
+#include "disk/unnamed_file.h"
 #include "document/pbm_reader.h"
 #include "document/png_reader.h"
 #include "document/tiff_reader.h"
@@ -51,7 +52,7 @@ static bool copy_all(int from, int to)
 }
 
 // The same document in a file without a name, if it is in none that can be read twice.
-static unique_fd as_file(unique_fd fd, const std::string &temporary, reason_t *why)
+static unique_fd as_file(unique_fd fd, reason_t *why)
 {
     struct stat st;
     const bool known = fd && fstat(fd.get(), &st) == 0;
@@ -61,10 +62,10 @@ static unique_fd as_file(unique_fd fd, const std::string &temporary, reason_t *w
         *why = {"a directory"};
         return {};
     }
-    unique_fd file(open(temporary.c_str(), O_RDWR | O_TMPFILE | O_CLOEXEC, 0600));
+    unique_fd file = make_unnamed_file();
     if (known && file && copy_all(fd.get(), file.get()))
         return file;
-    *why = {"it can't be copied to " + temporary + ": " + strerror(errno), true};
+    *why = {std::string("it can't be copied to a file: ") + strerror(errno), true};
     return {};
 }
 
@@ -103,7 +104,7 @@ static page_source_ptr draw(unique_fd fd, const open_settings_t &settings, const
 page_source_ptr open_document(unique_fd fd, const open_settings_t &settings,
                               const ending_signals_held &signals, reason_t *why)
 {
-    fd = as_file(std::move(fd), settings.temporary, why);
+    fd = as_file(std::move(fd), why);
     if (!fd)
         return nullptr;
     char start[1024];

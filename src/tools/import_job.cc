@@ -9,6 +9,7 @@
 #include <cstdio>
 #include <cstring>
 
+#include "disk/unnamed_file.h"
 #include "disk/whole_file.h"
 #include "util/command_output.h"
 #include "util/io.h"
@@ -81,9 +82,9 @@ static bool copy_to_output(int fd)
 
 static bool import_to_output(const import_job_t &job, const std::string &path)
 {
-    const unique_fd fax(open(job.opening.temporary.c_str(), O_RDWR | O_TMPFILE | O_CLOEXEC, 0600));
+    const unique_fd fax = make_unnamed_file();
     if (!fax)
-        return complain(job.opening.temporary, std::string("no temporary file: ") + strerror(errno));
+        return complain("temporary file", strerror(errno));
     const ending_signals_held until_done;
     return make_fax_at(job, path, fax.get(), until_done) && copy_to_output(fax.get());
 }
