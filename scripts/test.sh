@@ -47,7 +47,7 @@ check() {
 }
 
 packages() {
-    need $build_packages $service_packages $check_packages && need_mail_agent
+    need $build_packages $service_packages $check_packages $sample_packages && need_mail_agent
 }
 
 layout() {
@@ -65,6 +65,10 @@ build_release() {
 
 kill_test() {
     scripts/kill-test.sh 5 || [ $? = 77 ] # 77: no private hosts here
+}
+
+import_kill_test() {
+    FAULT_BUILD=build scripts/import-kill-test.sh 40
 }
 
 fault_test() {
@@ -103,6 +107,7 @@ check "Static analysis" build/sanitize/tidy.log \
     run-clang-tidy-14 -quiet -j "$(nproc)" -p build/sanitize "$PWD/src/"
 check "Build of the release by gcc" build/build.log build_release &&
     run_tests "Tests of the release build" build
+check "Kills at every 40th system call of a watching importer" build/import-kill-test.log import_kill_test
 if [ "$(id -u)" = 0 ]; then
     check "Kills at every fifth system call of a delivery" build/kill-test.log kill_test
     check "Failures of every 200th system call and allocation" build/fault-test.log fault_test
