@@ -37,9 +37,11 @@ template <class Record, const char *(*Name)(const Record *)> struct named_chain_
         auto [same, at] = by_name.equal_range(key);
         if (same != at && equals_itself(Name(record)))
             return false;
-        // The index first, as it may throw; linking cannot fail.
-        record->next = at == by_name.end() ? nullptr : at->second;
+        // The index first, as it may throw: until then the record must not lead to the others, or whoever
+        // frees it would free them too. Linking cannot fail.
+        Record *next = at == by_name.end() ? nullptr : at->second;
         link_to(by_name.emplace_hint(at, std::move(key), record)) = record;
+        record->next = next;
         return true;
     }
 
