@@ -156,7 +156,7 @@ page_info_t look_at_page(int df, const std::vector<unsigned char> &data)
 {
     const stdout_on_stderr no_output;  // of the decoder's messages
     t4dec_set_pixel_width(1728);       // all that fax files hold
-    page_info_t page = {data.size(), t4dec(data.data(), data.size(), df, {}) == 1, {}};
+    page_info_t page = {data.size(), t4dec(data.data(), data.size(), df, {}) == 1 && !putrunlen_failed(), {}};
     if (page.decoded)
         page.counts = t4dec_counts();
     return page;
