@@ -113,7 +113,7 @@ class work_directory {
 public:
     ~work_directory()
     {
-        unlink(copy().c_str());
+        unlinkat(fd_.get(), ".fax", 0);  // by way of copy() it would need memory
         rmdir(path_.c_str());
     }
     // False with errno.
@@ -123,8 +123,8 @@ public:
         std::string path = target.substr(0, slash == std::string::npos ? 0 : slash + 1) + ".faxconv-XXXXXX";
         if (!mkdtemp(path.data()))
             return false;
-        path_ = path;
-        fd_.reset(open(path.c_str(), O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC));
+        path_ = std::move(path);
+        fd_.reset(open(path_.c_str(), O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC));
         struct stat status;
         return fd_ && fstat(fd_.get(), &status) == 0 && status.st_uid == geteuid();
     }
