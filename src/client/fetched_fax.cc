@@ -72,4 +72,10 @@ exit_status find_whole_pages(fax_pages_t *pages, page_range_t *range)
     return return_to_page(pages, first) ? EXIT_DONE : EXIT_LOCAL;
 }
 
+exit_status decode_next_page(fax_pages_t *pages, page_image_t *image)
+{
+    std::vector<unsigned char> data;
+    return read_fax_page(pages, &data) && decode_page(*pages, data, image) ? EXIT_DONE : EXIT_REFUSED;
+}
+
 }  // namespace faxtray

@@ -2,7 +2,7 @@
 #pragma once
 
 #include "client/client_session.h"
-#include "document/fax_pages.h"
+#include "document/page_image.h"
 
 namespace faxtray {
 
@@ -15,5 +15,8 @@ exit_status fetch_pages(session &s, const fax_entry &fax, fax_pages_t *pages);
 // Moves on to the first page of `range`, and sets a `last` of 0. EXIT_REFUSED if the fax does not hold all of
 // these pages whole: what fails later is not the fax's fault.
 exit_status find_whole_pages(fax_pages_t *pages, page_range_t *range);
+
+// Decodes the next page and moves on to the page after it.
+exit_status decode_next_page(fax_pages_t *pages, page_image_t *image);
 
 }  // namespace faxtray

@@ -78,10 +78,9 @@ static exit_status get_as_it_is(getting_t *getting, const fax_entry &fax)
 // Writes the next page as an image.
 static exit_status write_image(const fax_form_t &form, fax_pages_t *pages, int fd)
 {
-    std::vector<unsigned char> data;
     page_image_t image;
-    if (!read_fax_page(pages, &data) || !decode_page(*pages, data, &image))
-        return EXIT_REFUSED;
+    if (exit_status status = decode_next_page(pages, &image); status != EXIT_DONE)
+        return status;
     return form.write_image(image, pages->vertical_dpi, fd) ? EXIT_DONE : EXIT_LOCAL;
 }
 

@@ -20,7 +20,6 @@
 #include "client/fetched_fax.h"
 #include "client/html_page.h"
 #include "disk/whole_file.h"
-#include "document/page_image.h"
 #include "document/pdf_writer.h"
 #include "document/png_writer.h"
 #include "util/command_output.h"
@@ -130,13 +129,13 @@ static bool add_documents(const html_directory_t &directory, const std::string &
 static exit_status make_thumbnail(fax_pages_t *pages, grey_image_t *thumbnail)
 {
     page_range_t all;
-    if (exit_status status = find_whole_pages(pages, &all); status != EXIT_DONE)
-        return status;
-    const page_place_t first = {pages->next, pages->left};
-    std::vector<unsigned char> data;
     page_image_t page;
-    if (!read_fax_page(pages, &data) || !decode_page(*pages, data, &page))
-        return EXIT_REFUSED;
+    exit_status status = find_whole_pages(pages, &all);
+    const page_place_t first = {pages->next, pages->left};
+    if (status == EXIT_DONE)
+        status = decode_next_page(pages, &page);
+    if (status != EXIT_DONE)
+        return status;
     *thumbnail = scaled_preview(page, pages->vertical_dpi, thumbnail_width);
     return return_to_page(pages, first) ? EXIT_DONE : EXIT_LOCAL;
 }

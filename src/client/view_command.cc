@@ -103,11 +103,10 @@ static exit_status write_to_terminal(const std::string &picture)
 
 static exit_status show_in_terminal(const fax_entry &fax, fax_pages_t *pages)
 {
-    std::vector<unsigned char> data;
     page_image_t page;
     const long number = pages->next;
-    if (!read_fax_page(pages, &data) || !decode_page(*pages, data, &page))
-        return EXIT_REFUSED;
+    if (exit_status status = decode_next_page(pages, &page); status != EXIT_DONE)
+        return status;
     printf("%s, page %ld of %ld\n", named(fax).c_str(), number, pages->pages);
     fflush(stdout);
     return write_to_terminal(picture_of(page, pages->vertical_dpi));
