@@ -64,6 +64,13 @@ def idle(stop):
         if stop.wait(0.001):
             return
 
+def crowds(stop):
+    """10,000 come, and leave at once."""
+    while not stop.is_set():
+        crowd = multiprocessing.Process(target=lambda: [connect(ATTACKER) for _ in range(many(10000))])
+        crowd.start()
+        crowd.join()
+
 def more_than_places(stop):
     """Two hosts knock until none is let in any more, and keep what they get."""
     def knock(source):
@@ -231,7 +238,7 @@ def stopped(name, process):
 
 
 CONNECTIONS = [half_marks, half_records, claims_2_gb, slow_bytes, empty_fragments, pipelining, pipelined_counts, never_read,
-               slow_readers, idle, more_than_places, reset_flood, random_bytes, other_protocols, cut_records]
+               slow_readers, idle, crowds, more_than_places, reset_flood, random_bytes, other_protocols, cut_records]
 COUNTED = list(MALFORMED.values())
 PROGRAMS_STOPPED = [stopped("hung_registry", lambda: registry), stopped("hung_port_mapper", live_site.port_mapper)]
 HUNG = [deliver("slow mail"), deliver("hung mail"), deliver("hung command"), deliver("hung converter")] + PROGRAMS_STOPPED
