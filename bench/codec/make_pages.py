@@ -4,8 +4,10 @@
 usage: make_pages.py FOLDER
 
 Ghostscript draws them; what a scanner and a fax machine would add (a slightly turned sheet, ragged edges,
-specks, error diffusion) is added here. The same call makes the same pages.
+specks, error diffusion) and a printer's screen are added here. The same call makes the same pages.
 """
+import functools
+import math
 import pathlib
 import random
 import subprocess
@@ -27,9 +29,11 @@ PAGES = [
     ("photograph-196", "photograph", 196, "diffuse"),
     ("noise-196", "white", 196, "noise"),
     ("white-196", "white", 196, None),
-]
+] + [(f"screen-{ruling}-{angle}", "photograph", 196, (ruling, angle))
+     for ruling in (65, 85, 133) for angle in (0, 15, 45)]
 
 
+@functools.cache
 def draw(kind, per_inch, device, turned):
     """The pixels of one page, without the head of the file."""
     turn = "1.2 rotate 8 -10 translate" if turned else ""
@@ -74,18 +78,43 @@ def diffuse(grey):
     return bytes(out)
 
 
+def screen(grey, ruling, angle):
+    """A clustered-dot screen of that many lines an inch, turned by `angle` degrees."""
+    # One cell of the screen, as the darkness at which each of its points turns black: dots grow from the corners.
+    side, full = 64, 1 << 16
+    wave = [math.cos(2 * math.pi * i / side) for i in range(side)]
+    points = sorted(range(side * side), key=lambda i: wave[i // side] + wave[i % side])
+    cell = [0] * len(points)
+    for rank, point in enumerate(points):
+        cell[point] = 256 * rank // len(points)
+    # Where a pixel lies in its cell, in cells / 65,536: (x, y) turned, for 204 x 196 dots an inch.
+    turn = math.radians(angle)
+    across, down = round(full * ruling * math.cos(turn) / 204), round(full * ruling * math.sin(turn) / 196)
+    across2, down2 = round(-full * ruling * math.sin(turn) / 204), round(full * ruling * math.cos(turn) / 196)
+    out = bytearray()
+    for y in range(len(grey) // WIDTH):
+        black = ("01"[grey[y * WIDTH + x] < cell[(x * across + y * down >> 10 & 63) << 6
+                                                 | x * across2 + y * down2 >> 10 & 63]] for x in range(WIDTH))
+        out += int("".join(black), 2).to_bytes(WIDTH // 8, "big")
+    return bytes(out)
+
+
 def main():
     folder = pathlib.Path(sys.argv[1])
     folder.mkdir(parents=True, exist_ok=True)
     random.seed(1999)
     for name, kind, per_inch, treatment in PAGES:
-        pixels = draw(kind, per_inch, "pgmraw" if treatment == "diffuse" else "pbmraw", treatment == "scan")
+        screened = isinstance(treatment, tuple)
+        device = "pgmraw" if screened or treatment == "diffuse" else "pbmraw"
+        pixels = draw(kind, per_inch, device, treatment == "scan")
         if treatment == "scan":
             pixels = scan(pixels)
         elif treatment == "diffuse":
             pixels = diffuse(pixels)
         elif treatment == "noise":
             pixels = random.randbytes(len(pixels))
+        elif screened:
+            pixels = screen(pixels, *treatment)
         (folder / f"{name}.pbm").write_bytes(b"P4\n%d %d\n" % (WIDTH, LINES[per_inch]) + pixels)
 
 
