@@ -1,9 +1,10 @@
-// Reads several codes with one look-up where the tables have them, and one code at a time elsewhere. A line
-// reader that meets anything it would have to judge gives its line up; the walk then reads it from its start.
+// Reads several codes with one look-up. A line reader that meets anything it would have to judge gives its
+// line up; the walk then reads it from its start.
 //
-// Speed comes from three habits: bits are taken 56 or more at a time into one word; blocks of elements are
-// written whole and only counted as far as they are right, so that few branches depend on the data; and
-// validity is tested once a block, not once a code.
+// What costs time is a branch that the processor guesses wrong. So which codes come next decides what is
+// added and where it is stored, not what is executed: bits are taken 56 or more at a time into one word,
+// elements are written in blocks and only counted as far as they are right, and validity is tested once a
+// line.
 #include "codec/fast_decoder.h"
 
 #include <algorithm>
@@ -23,7 +24,6 @@ namespace {
 
 // Eight elements of a list.
 using block_t = int16_t __attribute__((vector_size(16)));
-using offsets_t = int8_t __attribute__((vector_size(8)));
 
 // The next bits of a page, the first in the lowest place.
 struct bit_source_t {
@@ -51,14 +51,10 @@ struct bit_source_t {
     }
 };
 
-// How far a two-dimensional line has been decoded.
-struct line_state_t {
-    int n = 0;    // elements of the line; odd while the colour is black
-    int a0 = -1;  // pixel; -1 before the first
-    int i = 0;    // b1 is element i of the line above
-};
-
 }  // namespace
+
+// Look-ups of table_bits bits that the valid ones are enough for.
+static constexpr int lookups_a_fill = 56 / table_bits;
 
 static block_t load_block(const int16_t *from)
 {
@@ -67,22 +63,37 @@ static block_t load_block(const int16_t *from)
     return block;
 }
 
-// The first element for which a comparison does not hold; 8 when it holds for all.
-static int first_false(block_t comparison)
+// Whether the elements are in strictly ascending order, the first not left of pixel 0.
+static bool ascending(const line_changes_t &line)
 {
-    offsets_t bytes = __builtin_convertvector(comparison, offsets_t);
-    uint64_t all;
-    memcpy(&all, &bytes, sizeof all);
-    return std::countr_one(all) / 8;
+    const int16_t *at = line.at();
+    block_t wrong = {};
+    for (int i = -1; i < line.count; i += 8) {
+        const block_t left = load_block(at + i), right = load_block(at + i + 1);
+        wrong |= (left >= right) & (left < width);  // the copies of the width at the end are equal
+    }
+    uint64_t halves[2];
+    memcpy(halves, &wrong, sizeof wrong);
+    return (halves[0] | halves[1]) == 0;
 }
 
-// b1: the first element right of a0 among element `i` and every second one after it, which are those that
-// change to the same colour.
-static int right_of(const int16_t *elements, int i, int a0)
+// Keeps the compiler from making a branch of a choice that would be guessed wrong half of the time.
+static bool unpredictable(bool choice)
 {
-    for (;; i += 8)
-        if (int left = first_false(load_block(elements + i) <= static_cast<int16_t>(a0)); left < 8)
-            return i + ((left + 1) & ~1);
+    return __builtin_expect_with_probability(choice, 0, 0.5);
+}
+
+// b1: the first element right of a0 among every second one from `b1` - 2 on. Mostly it is one of five, which
+// are compared all at once.
+static const int16_t *right_of(int a0, const int16_t *b1)
+{
+    const int16_t *near = unpredictable(b1[-2] > a0) ? b1 - 2 : b1;
+    near = unpredictable(b1[0] <= a0) ? b1 + 2 : near;
+    const int16_t *far = unpredictable(b1[4] <= a0) ? b1 + 6 : b1 + 4;
+    b1 = unpredictable(b1[2] <= a0) ? far : near;
+    while (*b1 <= a0)
+        b1 += 2;
+    return b1;
 }
 
 namespace {
@@ -107,21 +118,26 @@ public:
     size_t bit() const { return (before_start + static_cast<size_t>(source.next - start)) * 8 - source.have; }
 
 private:
-    // Makes at least 56 bits valid, zeros after the end of the data. False if they would begin far beyond it.
-    bool fill()
+    bool fill() { return fill(source); }
+
+    // Makes at least 56 bits of `in` valid, zeros after the end of the data. False if they would begin far
+    // beyond it. `in` is `source`, or its copy in a function that writes elements: the compiler keeps a copy
+    // in registers, while the member might alias what is written.
+    bool fill(bit_source_t &in)
     {
-        if (end - source.next < 8 && !extend())
-            return false;
-        source.fill();
+        if (end - in.next < 8) [[unlikely]] {
+            source = in;
+            if (!extend())
+                return false;
+            in = source;
+        }
+        in.fill();
         return true;
     }
 
     bool extend();
-
-    int run(int colour);
-    bool mode(line_state_t &state, int16_t *out, const int16_t *above);
-    bool modes(line_state_t &state, int16_t *out, const line_changes_t &above);
-    bool horizontal(line_state_t &state, int16_t *out, const int16_t *above);
+    const step_t &step_at(const step_t *table, const bit_source_t &in, const int16_t *b1,
+                          const int16_t *last);
 
     const fast_tables_t &tables;
     const coded_run_t white_line = tables.coded[0][width];
@@ -144,74 +160,36 @@ bool line_reader_t::extend()
     return true;
 }
 
-// One run of any length, code by code; -1 if the next bits are none.
-int line_reader_t::run(int colour)
-{
-    if (!fill())
-        return -1;
-    int sum = 0;
-    for (int codes = 0; codes < 2; codes++) {
-        const run_code_t code = tables.one[colour][source.peek(fast_tables_t::one_bits)];
-        source.skip(code.length());
-        sum += code.run();
-        if (!code.is_make_up())
-            return sum;
-    }
-    return -1;  // two make-up codes, or no code
-}
-
-// A line of runs, which must fill it exactly. Up to three runs are taken at once where the table has them;
-// only long runs, runs of 0 and what is no run are left to run().
+// A line of runs, which must fill it exactly.
 bool line_reader_t::one_dimensional(line_changes_t &line)
 {
-    // Most lines of most pages are white. The code for it has a
-    // make-up code, which the table below is too narrow for.
+    // Most lines of most pages are white. Their code is longer than one look-up.
     if (fill() && source.peek(static_cast<int>(white_line.length())) == white_line.bits()) {
         source.skip(white_line.length());
         line.end(0);
         return true;
     }
     int16_t *out = line.at();
-    int pos = 0, colour = 0;
-    // A copy, which the compiler keeps in registers: `source`, a member, might alias what `out` points to.
+    int pos = 0;
+    unsigned state = line_start;
     bit_source_t in = source;
-    for (;;) {
-        if (end - in.next < 8) {
-            source = in;
-            if (!extend())
+    while (fill(in))
+        for (int lookups = 0; lookups < lookups_a_fill; lookups++) {
+            const runs_t runs = tables.runs[state << table_bits | in.peek(table_bits)];
+            in.skip(runs.length());
+            state = runs.next();
+            runs.store_ends(pos, out);
+            out += runs.count();
+            pos += runs.pixels();
+            if (pos < width || (pos == width && state > black_run))  // the rest of the last run may be 0
+                continue;
+            if (pos > width)
                 return false;
-            in = source;
+            source = in;
+            line.end(static_cast<int>(out - line.at()) - 1);  // the last end is the width
+            return true;
         }
-        in.fill();
-        // The 56 bits are enough for four look-ups of 11 bits, or for fewer before a long run, which fills
-        // again by itself; after it the loop starts over.
-        for (int block = 0; block < 4; block++) {
-            const runs_t runs = tables.runs[colour][in.peek(fast_tables_t::runs_bits)];
-            if (runs.count() == 0) {
-                source = in;
-                const int length = run(colour);
-                in = source;
-                // A run of 0 is plain only at the start: it makes a line begin black.
-                if (length < 0 || (length == 0 && out != line.at()))
-                    return false;
-                pos += length;
-                *out++ = static_cast<int16_t>(pos);
-                colour ^= 1;
-                block = 4;
-            } else {
-                runs.store_ends(pos, out);
-                out += runs.count();
-                in.skip(runs.length());
-                pos += runs.pixels();
-                colour ^= runs.changes_colour();
-            }
-            if (pos >= width) {
-                source = in;
-                line.end(static_cast<int>(out - line.at()) - 1);  // the last end is the width
-                return pos == width;
-            }
-        }
-    }
+    return false;
 }
 
 // Fill may be long, so zeros are counted by words. Stops at 54 a round: of 56 valid bits, one more may be the
@@ -236,121 +214,61 @@ bool line_reader_t::eol(bool *tag)
     return true;
 }
 
-// The two runs after a horizontal mode's code: a1 and a2. Refused are those that would not leave a strictly
-// ascending list, but for a line that ends with a run of 0, which makes no element.
-bool line_reader_t::horizontal(line_state_t &state, int16_t *out, const int16_t *above)
+// What the next bits say. Near the end of the line above an entry may reach into the next line; then only its
+// first mode is taken, or those of its V0s that lie within this line. The bits behind these are looked up as
+// zeros, which begin no code.
+const step_t &line_reader_t::step_at(const step_t *table, const bit_source_t &in, const int16_t *b1,
+                                     const int16_t *last)
 {
-    const int from = state.a0 < 0 ? 0 : state.a0, colour = state.n & 1;
-    const runs_t runs = tables.runs[colour][source.peek(fast_tables_t::runs_bits)];
-    int a1, a2;
-    if (runs.count() >= 2) {
-        a1 = from + runs.end(0);
-        a2 = from + runs.end(1);
-        source.skip(runs.length_of_two());
-    } else {
-        const int first = run(colour), second = run(!colour);
-        a1 = from + first;
-        a2 = a1 + second;
-        // At the start of a line a0 is -1, not `from`, so that a first
-        // run of 0 passes: the line begins black.
-        if (first < 0 || second < 0 || a1 == state.a0 || (a2 == a1 && a2 != width))
-            return false;
-    }
-    if (a2 > width)
-        return false;
-    out[state.n] = static_cast<int16_t>(a1);
-    out[state.n + 1] = static_cast<int16_t>(a2);
-    state.n += 2;
-    state.a0 = a2;
-    if (a2 < width)
-        state.i = right_of(above, state.i, a2);
-    return true;
+    const step_t &step = table[in.peek(table_bits)];
+    if (b1 + step.anchor <= last || step.anchor == 0) [[likely]]
+        return step;
+    const int V0s = std::countr_one(in.peek(table_bits)), left = static_cast<int>(last - b1) + 1;
+    return table[in.peek(V0s > 0 ? std::min(V0s, std::max(left, 1)) : step.first)];
 }
 
-// One mode, with its runs when it is horizontal. Pass and vertical share their code, without a branch between
-// them: on noisy pages it would be guessed wrong half of the time.
-bool line_reader_t::mode(line_state_t &state, int16_t *out, const int16_t *above)
-{
-    const modes_t &modes = tables.modes[source.peek(fast_tables_t::modes_bits)];
-    source.skip(modes.length_of(1));
-    const bool pass = modes.vertical() == 0;
-    if (pass && modes.last() != T4_PASS)
-        return modes.last() == T4_HORIZONTAL && horizontal(state, out, above);
-    // To a1, or past b2. A pass mode that reaches the width is legal but not plain.
-    const int to = above[state.i + pass] + modes.offsets()[0];
-    if (to <= state.a0 || to > width - pass)
-        return false;
-    out[state.n] = static_cast<int16_t>(to);  // counted if vertical
-    state.n += !pass;
-    state.a0 = to;
-    if (to == width)
-        return true;
-    // After a vertical mode b1 is mostly the next element, else two before or after that; after a pass mode
-    // it is two on. Further on only in a dense line.
-    state.i += 1 + pass;
-    state.i += 2 * (above[state.i] <= to) - 2 * (above[state.i - 2] > to);
-    while (above[state.i] <= to)
-        state.i += 2;
-    return true;
-}
-
-// Up to seven vertical modes at once and the mode that follows them; one mode where that cannot be.
-//
-// In a block, the k-th a1 is taken to be the k-th element above plus its offset, that is, each b1 to be the
-// element after the one before. This holds as long as each a1 is right of the one before it, not left of the
-// element before its b1 (else b1 would be that element's neighbour) and left of the element after it.
-bool line_reader_t::modes(line_state_t &state, int16_t *out, const line_changes_t &above)
-{
-    const modes_t &modes = tables.modes[source.peek(fast_tables_t::modes_bits)];
-    const int16_t *b1 = above.at() + state.i;
-    offsets_t offsets;
-    memcpy(&offsets, modes.offsets(), sizeof offsets);
-    block_t a1 = load_block(b1) + __builtin_convertvector(offsets, block_t);
-    memcpy(out + state.n, &a1, sizeof a1);
-    block_t before = __builtin_shufflevector(a1, a1, 0, 0, 1, 2, 3, 4, 5, 6);
-    before[0] = static_cast<int16_t>(state.a0);
-    int good = first_false((a1 < load_block(b1 + 1)) & (a1 > before) & (a1 >= load_block(b1 - 1)));
-    const int left = above.count - state.i;  // elements above that are no copies of the width
-
-    // All the vertical modes are right: go on to the mode that follows them.
-    if (modes.vertical() <= good && modes.vertical() <= left) {
-        source.skip(modes.length());
-        state.n += modes.vertical();
-        state.i += modes.vertical();
-        state.a0 = modes.vertical() ? out[state.n - 1] : state.a0;
-        if (modes.last() == T4_HORIZONTAL)
-            return horizontal(state, out, above.at());
-        if (modes.last() == T4_PASS) {
-            state.a0 = above.at()[state.i + 1];
-            state.i += 2;
-        }
-        return modes.length() > 0 && state.a0 < width;
-    }
-
-    // Some of them are: take those, and the next, which ends the line or whose b1 is elsewhere, by itself.
-    good = std::min(good, std::max(left, 0));
-    if (good > 0) {
-        source.skip(modes.length_of(good));
-        state.n += good;
-        state.i += good;
-        state.a0 = out[state.n - 1];
-    }
-    return mode(state, out, above.at());
-}
-
-// A line of modes, until a0 is the width.
+// A line of modes, until a0 is the width. `damage` becomes negative if an a1 is left of its a0; within an
+// entry and in the list it would break the order, which is looked at in the end.
 bool line_reader_t::two_dimensional(line_changes_t &line, const line_changes_t &above)
 {
+    const int16_t *b1 = above.at(), *const last = b1 + above.count;
     int16_t *out = line.at();
-    line_state_t state;
-    const bool dense = above.count > width / 4;  // so dense that few modes of a block would be right
-    while (state.a0 < width)
-        if (!fill() || !(dense ? mode(state, out, above.at()) : modes(state, out, above)))
-            return false;
-    while (state.n > 0 && out[state.n - 1] == width)  // the end of the line is no element
-        state.n--;
-    line.end(state.n);
-    return true;
+    int a0 = 0, damage = 0;
+    unsigned state = white_mode;
+    bit_source_t in = source;
+    while (damage >= 0 && out - line.at() <= width && fill(in))
+        for (int lookups = 0; lookups < lookups_a_fill; lookups++) {
+            const step_t &step = step_at(&tables.steps[state << table_bits], in, b1, last);
+            in.skip(step.length);
+            state = step.next;
+
+            // Parts 1 and 2: eight elements of the line above, though fewer count.
+            const block_t block = load_block(b1) + load_block(tables.lefts[step.lefts].data());
+            memcpy(out, &block, sizeof block);
+            out += step.verticals;
+            b1 += step.anchor;
+
+            // Part 3. The choice between a0 and an element is made by a mask.
+            const int from_a0 = -(step.anchor == 0);
+            const int a1 = ((a0 & from_a0) | (b1[-1] & ~from_a0)) + step.run, a2 = a1 + step.second;
+            out[0] = static_cast<int16_t>(a1);
+            out[1] = static_cast<int16_t>(a2);
+            out += step.changes;
+            damage |= a1 - a0;
+            a0 = a2;
+            if (a0 < width) {
+                b1 = right_of(a0, b1);
+            } else if (a0 > width || damage < 0) {
+                return false;
+            } else if (state <= black_mode) {  // in the others the rest of the last run must be 0
+                source = in;
+                while (out > line.at() && out[-1] == width)  // the end of the line is no element
+                    out--;
+                line.end(static_cast<int>(out - line.at()));
+                return ascending(line);
+            }
+        }
+    return false;
 }
 
 // How often, up to `most` times, the line above is repeated: V0, a single 1, for each of its elements and for

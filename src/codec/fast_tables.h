@@ -1,7 +1,10 @@
 // fast_tables: what the fast coders look up, computed from the code tables on first use.
 //
-// Entries are packed, so that a look-up is one load and the tables a decoder uses most (48 KiB) stay in the
-// cache. Only its own type knows how an entry is packed.
+// The decoding tables are indexed by what may come next in a line (a state) and by the next `table_bits`
+// bits. An entry tells what all the codes do that lie whole within these bits, and the state that follows, so
+// that a decoder goes from entry to entry without a branch that depends on the page. Longer codes are read in
+// two steps: zeros first, the rest of the code in a state of its own. Bits that begin no code end the line
+// beyond its width.
 #pragma once
 
 #include <array>
@@ -12,48 +15,40 @@
 
 namespace faxtray {
 
-// One run code as the decoder meets it.
-//
-//    15                  4 3      0
-//   +---------------------+--------+
-//   |         run         | length |      pixels; bits of the code
-//   +---------------------+--------+
-class run_code_t {
-public:
-    constexpr run_code_t() = default;
-    constexpr run_code_t(int run, int length) : word_(static_cast<uint16_t>(run << 4 | length)) {}
+inline constexpr unsigned table_bits = 11;
+inline constexpr unsigned long_code_zeros =
+    4;                                // every code longer than table_bits begins with these, and is black
+inline constexpr int no_code = 4095;  // pixels, in place of a run
 
-    constexpr int run() const { return word_ >> 4; }
-    constexpr int length() const { return word_ & 15; }
-    constexpr bool is_make_up() const { return run() >= 64; }
-
-    // In place of bits that begin no run code: a "run" wider than any line, so that it ends the line and is
-    // refused without a test of its own.
-    static constexpr run_code_t none() { return {4095, 1}; }
-
-private:
-    uint16_t word_ = 0;
+// In a one-dimensional line: a run of that colour, at the start of a line also of 0 pixels; what is left of
+// it after a make-up code; the same after long_code_zeros.
+enum run_state_t : unsigned {
+    line_start,
+    white_run,
+    black_run,
+    white_rest,
+    black_rest,
+    black_run_zeros,
+    black_rest_zeros,
+    run_states
 };
 
-// Up to three whole runs, each a terminating code with or without a make-up code before it.
+// Up to three runs, and a make-up code of the next.
 //
-//    63   60 59  58 56 55    52 51  48 47      32 31      16 15       0
-//   +-------+---+-----+--------+------+----------+----------+----------+
-//   | count |odd|  0  | of two |length|  end 2   |  end 1   |  end 0   |
-//   +-------+---+-----+--------+------+----------+----------+----------+
+//    63  61 60  59    54 53  50 49   48 47      32 31      16 15       0
+//   +------+---+--------+------+-------+----------+----------+----------+
+//   | next | 0 | length |   0  | count |  end 2   |  end 1   |  end 0   |
+//   +------+---+--------+------+-------+----------+----------+----------+
 //
-// end 0, 1, 2: where the first, second and third run end, in pixels from the start of the first; with fewer
-// than three runs the last end is repeated. length: bits of all the codes; of two: bits of the first two
-// runs' codes. odd: the next run has the other colour.
+// next: the state; length: bits of all the codes; count: runs; end 0, 1, 2: where the first, second and third
+// end, in pixels from the start of the first; with fewer than three runs, where the codes end.
 class runs_t {
 public:
     constexpr runs_t() = default;
 
-    constexpr int count() const { return static_cast<int>(word_ >> 60); }
-    constexpr bool changes_colour() const { return word_ >> 59 & 1; }
-    constexpr unsigned length_of_two() const { return word_ >> 52 & 15; }
-    constexpr unsigned length() const { return word_ >> 48 & 15; }
-    constexpr int end(int i) const { return static_cast<int>(word_ >> 16 * i & 0xffff); }
+    constexpr int count() const { return static_cast<int>(word_ >> 48 & 3); }
+    constexpr unsigned length() const { return word_ >> 54 & 63; }
+    constexpr unsigned next() const { return static_cast<unsigned>(word_ >> 61); }
     constexpr int pixels() const { return end(2); }
 
     // Stores the ends of runs that begin at pixel `from`: always four elements, of which count() matter. One
@@ -64,55 +59,59 @@ public:
         memcpy(to, &ends, sizeof ends);
     }
 
-    // This with one more run, whose codes end at bit `length`.
-    constexpr runs_t and_run(int run, unsigned length) const
+    // This with another code of `run` pixels, which ends at bit `length`; `complete` if it ends a run.
+    constexpr runs_t and_code(int run, bool complete, unsigned length, unsigned next) const
     {
-        const int runs = count() + 1;
-        uint64_t word = static_cast<uint64_t>(runs) << 60 | static_cast<uint64_t>(runs & 1) << 59 |
-                        static_cast<uint64_t>(runs == 2 ? length : length_of_two()) << 52 |
-                        static_cast<uint64_t>(length) << 48;
+        const int runs = count() + complete;
+        uint64_t word = static_cast<uint64_t>(next) << 61 | static_cast<uint64_t>(length) << 54 |
+                        static_cast<uint64_t>(runs) << 48;
         for (int i = 0; i < 3; i++)
-            word |= static_cast<uint64_t>(i < runs - 1 ? end(i) : pixels() + run) << 16 * i;
+            word |= static_cast<uint64_t>(i < count() ? end(i) : pixels() + run) << 16 * i;
         return runs_t(word);
     }
 
 private:
     explicit constexpr runs_t(uint64_t word) : word_(word) {}
+    constexpr int end(int i) const { return static_cast<int>(word_ >> 16 * i & 0xffff); }
     uint64_t word_ = 0;
 };
 
-// Up to seven vertical modes, and a pass or horizontal mode if one follows them.
-//
-//    31   28              7    4 3    0
-//   +------+--    --+------+------+
-//   | of 8 |  ...   | of 2 | of 1 |       lengths: bits of the first one, two... modes
-//   +------+--    --+------+------+
-class modes_t {
-public:
-    constexpr int vertical() const { return count_; }            // how many vertical modes
-    constexpr const int8_t *offsets() const { return offset_; }  // their a1 - b1; 8 elements
-    constexpr int last() const { return last_; }           // T4_PASS, T4_HORIZONTAL, or T4_V0 for neither
-    constexpr unsigned length() const { return length_; }  // bits of all; 0 when the next bits are no mode
-    constexpr unsigned length_of(int n) const { return lengths_ >> 4 * (n - 1) & 15; }  // of the first n >= 1
-
-    constexpr bool full() const { return count_ == 7 || last_ != T4_V0; }
-
-    // Adds a mode, whose code ends at bit `length`, to modes that are not full.
-    constexpr void add(int mode, unsigned length)
-    {
-        length_ = static_cast<uint8_t>(length);
-        lengths_ |= static_cast<uint32_t>(length) << 4 * count_;
-        if (mode < T4_V0)
-            last_ = static_cast<uint8_t>(mode);
-        else
-            offset_[count_++] = static_cast<int8_t>(mode <= T4_VL3 ? T4_V0 - mode : mode - T4_VL3);
-    }
-
-private:
-    int8_t offset_[8] = {};
-    uint32_t lengths_ = 0;
-    uint8_t count_ = 0, length_ = 0, last_ = T4_V0;
+// In a two-dimensional line: a mode, where the colour is that one; the first or second run of a horizontal
+// mode, or what is left of it after make-up codes; the same after long_code_zeros.
+enum step_state_t : unsigned {
+    white_mode,
+    black_mode,
+    white_first,
+    black_first,
+    white_second,
+    black_second,
+    black_first_zeros,
+    black_second_zeros,
+    step_states
 };
+
+// Some codes of a two-dimensional line, as what they do to it. Each part may be missing:
+//
+//   1. V0 and VL1 in any order. After each b1 is the next element of the line above, wherever that is.
+//   2. Pass modes, each of which moves b1 on by two elements.
+//   3. Another vertical mode; or a horizontal one, as far as its codes are there.
+//
+// So part 1 copies elements of the line above, for VL1 less 1, and part 3 starts from one of them or from a0.
+struct step_t {
+    static constexpr int most_verticals = 8;
+
+    int16_t run = 0;            // part 3: pixels from its start to a1
+    uint8_t second = 0;         // part 3: from a1 to a2
+    uint8_t next = white_mode;  // the state
+    uint8_t length = 0;         // bits of all codes
+    uint8_t lefts = 0;          // part 1: bit n is set if mode n is VL1
+    uint8_t verticals : 4 = 0;  // part 1: modes
+    uint8_t anchor : 4 =
+        0;  // elements from b1 to behind the one that part 3 starts from; 0: it starts from a0
+    uint8_t changes : 4 = 0;  // part 3: elements that it makes
+    uint8_t first : 4 = 0;    // bits of the first mode
+};
+static_assert(sizeof(step_t) == 8);
 
 // All codes of a run for the encoder, the make-up code first; up to 26 bits.
 //
@@ -133,15 +132,12 @@ private:
 };
 
 struct fast_tables_t {
-    // Decoding, by the next bits of the page. Widths in bits: `one` takes the longest run code, the others
-    // what a table in the cache has room for.
-    static constexpr int one_bits = 13, runs_bits = 11, modes_bits = 10;
-    using one_t = std::array<run_code_t, 1 << one_bits>;
-
-    std::array<one_t, 2> one;                                // [white, black]: the code at the next bits
-    std::array<std::array<runs_t, 1 << runs_bits>, 2> runs;  // whole runs at the next bits, none of them 0,
-                                                             // the first of that colour
-    std::array<modes_t, 1 << modes_bits> modes;              // whole modes at the next bits
+    // Decoding, by state << table_bits | bits
+    std::array<runs_t, run_states << table_bits> runs;
+    std::array<step_t, step_states << table_bits> steps;
+    std::array<std::array<int16_t, step_t::most_verticals>, 1 << step_t::most_verticals>
+        lefts;  // by step_t::lefts:
+                // what part 1 adds to the elements
 
     // Encoding
     std::array<t4_code_t, 7> vertical;                   // by a1 - b1 + 3

@@ -17,7 +17,8 @@ struct line_changes_t {
 
     // Strictly ascending; element 0 may be pixel 0. They are followed by enough
     // copies of the width that a block of 8 can be loaded from any element, and
-    // preceded by -1. Coders may write up to a block past the end.
+    // preceded by -1. A coder may write up to 60 past the width before it looks at
+    // how many there are.
     int16_t *at() { return room + 8; }
     const int16_t *at() const { return room + 8; }
 
@@ -42,7 +43,7 @@ struct line_changes_t {
     }
 
 private:
-    alignas(16) int16_t room[8 + changes_width + 24] = {-1, -1, -1, -1, -1, -1, -1, -1};
+    alignas(16) int16_t room[8 + changes_width + 72] = {-1, -1, -1, -1, -1, -1, -1, -1};
 };
 
 // Makes the list of a bitmap line of changes_line_bytes bytes, at any address.
