@@ -106,10 +106,9 @@ struct step_t {
     uint8_t length = 0;         // bits of all codes
     uint8_t lefts = 0;          // part 1: bit n is set if mode n is VL1
     uint8_t verticals : 4 = 0;  // part 1: modes
-    uint8_t anchor : 4 =
-        0;  // elements from b1 to behind the one that part 3 starts from; 0: it starts from a0
-    uint8_t changes : 4 = 0;  // part 3: elements that it makes
-    uint8_t first : 4 = 0;    // bits of the first mode
+    uint8_t anchor : 4 = 0;     // part 3 starts from the element before b1 + anchor; if 0, from a0
+    uint8_t changes : 4 = 0;    // part 3: elements that it makes
+    uint8_t first : 4 = 0;      // bits of the first mode
 };
 static_assert(sizeof(step_t) == 8);
 
@@ -135,9 +134,8 @@ struct fast_tables_t {
     // Decoding, by state << table_bits | bits
     std::array<runs_t, run_states << table_bits> runs;
     std::array<step_t, step_states << table_bits> steps;
-    std::array<std::array<int16_t, step_t::most_verticals>, 1 << step_t::most_verticals>
-        lefts;  // by step_t::lefts:
-                // what part 1 adds to the elements
+    // By step_t::lefts: what part 1 adds to the elements of the line above
+    std::array<std::array<int16_t, step_t::most_verticals>, 1 << step_t::most_verticals> lefts;
 
     // Encoding
     std::array<t4_code_t, 7> vertical;                   // by a1 - b1 + 3
