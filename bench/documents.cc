@@ -1,6 +1,6 @@
 // How many pages a second become a document, and how much memory that takes? Data: any fax file, as
-// scripts/make-faxes.sh makes them. Writes the document once, for run-documents.sh, which compares with other
-// programs and measures memory.
+// scripts/make-faxes.sh makes them. Writes the document once, to be timed beside other programs: README.md
+// has the figures.
 //
 //     bench_documents tiff|pdf|ps|png|preview|pbm FAX OUT       # png, preview, pbm: OUT is a prefix
 #include <cstdio>
