@@ -2,7 +2,7 @@
 import collections, email, email.policy, json, multiprocessing, os, random, re, statistics, subprocess, sys, threading, time
 import attacks, calls, live_site
 
-P99 = 50              # milliseconds that a well-behaved client may wait
+P99 = 50                       # milliseconds that a well-behaved client may wait
 MEMORY, DESCRIPTORS = 1024, 5  # KiB, and number, that the last tenth may have more than the first
 USERS, READERS = 10, 5         # and readers of each user's inbox, the first of whom also removes what it has read
 COMMAND_SECONDS = 10           # until a hung command is ended
@@ -10,14 +10,14 @@ ATTACK, QUIET = 5, 5           # seconds
 
 with open(live_site.LETTER, "rb") as file:
     letter = file.read()
-stopping = multiprocessing.Event()   # clients
-reports = multiprocessing.Queue()    # of the readers: a kind and a name or text
-waits = multiprocessing.Queue()      # of the client that measures
-faults = []                          # what should not have happened, as texts
-taken = collections.Counter()        # faxes that were removed from inboxes, by name
-received = 0                         # faxes, named by their number
-told = {}                            # what the forwarder was told in the end, by name of the fax: "" for delivered
-samples = []                         # the daemon's state between attacks
+stopping = multiprocessing.Event()  # clients are to end
+reports = multiprocessing.Queue()   # of the readers: a kind and a name or text
+waits = multiprocessing.Queue()     # of the client that measures
+faults = []                         # what should not have happened, as texts
+taken = collections.Counter()       # faxes that were removed from inboxes, by name
+received = 0                        # faxes, named by their number
+told = {}                           # what the forwarder was told in the end, by name of the fax: "" for delivered
+samples = []                        # the daemon's state between attacks
 
 def base(name):
     """The name that a fax came with: a delivery has added to it."""
@@ -111,7 +111,9 @@ def deliver(site, name):
 def forward(site, in_hand):
     """Begins a delivery of the oldest fax that waits for one."""
     for name in sorted(site.incoming()):
-        if name not in in_hand and re.fullmatch(r"f\d{6}\.fax", name):  # no copy that a delivery works on
+        if not re.fullmatch(r"f\d{6}\.fax|large", name):
+            faults.append(f"{name} is listed, which a delivery works on")
+        elif name not in in_hand and name != "large":
             in_hand[name] = threading.Thread(target=deliver, args=(site, name), daemon=True)
             in_hand[name].start()
             return
