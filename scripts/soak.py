@@ -250,7 +250,11 @@ def main():
         for attack in all_attacks:
             attack_once(site, attack, 0.2)  # so that buffers have grown
         time.sleep(COMMAND_SECONDS)
-        before = site.state()
+        for _ in range(60):  # the last crowd may still be leaving
+            before = site.state()
+            if before.descriptors < 20:
+                break
+            time.sleep(1)
         threading.Thread(target=collect, daemon=True).start()
         clients = [multiprocessing.Process(target=read_as, args=(f"user {n}",)) for n in range(USERS)]
         clients.append(multiprocessing.Process(target=calls.well_behaved,
