@@ -1,5 +1,5 @@
-// operator new and delete by way of malloc() and free(), which fail_malloc.c lets fail: the address sanitizer's own call
-// neither.
+// operator new and delete by way of malloc() and free(), which fail_malloc.c lets fail: the address
+// sanitizer's own call neither.
 #include <cstdlib>
 #include <new>
 

@@ -22,7 +22,8 @@ using tiff_ptr = std::unique_ptr<TIFF, deleter<TIFFClose>>;
 using tiff_options_ptr = std::unique_ptr<TIFFOpenOptions, deleter<TIFFOpenOptionsFree>>;
 
 // Prints libtiff's messages as ours.
-static int report(TIFF *, void *, const char *, const char *format, va_list values)
+__attribute__((format(printf, 4, 0))) static int report(TIFF *, void *, const char *, const char *format,
+                                                        va_list values)
 {
     fprintf(stderr, "%s: can't write the TIFF: ", program_invocation_short_name);
     vfprintf(stderr, format, values);

@@ -499,7 +499,8 @@ static void make_site()
         setenv(name, value, 1);
     tzset();
     unsetenv("ONDRIXHOME");
-    setenv("PATH", (site_path + ":" BINARIES ":" + getenv("PATH")).c_str(), 1);  // the site may replace programs
+    const std::string path = site_path + ":" BINARIES ":" + getenv("PATH");  // the site may replace programs
+    setenv("PATH", path.c_str(), 1);
     umask(022);
     fs::current_path(site_path);
 }
