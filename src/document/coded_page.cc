@@ -39,30 +39,48 @@ static constexpr std::array<unsigned char, 256> reversed_bits = [] {
     return table;
 }();
 
+static void reverse_bits(std::vector<unsigned char> *data)
+{
+    for (unsigned char &byte : *data)
+        byte = reversed_bits[byte];
+}
+
 bool read_ccitt_page(fax_pages_t *fax, coded_page_t *page)
 {
     if (!read_coded_page(fax, DF_MMR, page))
         return false;
-    for (unsigned char &byte : page->data)
-        byte = reversed_bits[byte];
+    reverse_bits(&page->data);
     return true;
 }
 
-bool count_page_lines(fax_pages_t *fax, long *lines)
+bool outline_page(fax_pages_t *fax, page_outline_t *outline)
 {
     std::vector<unsigned char> data;
     if (!read_fax_page(fax, &data))
         return false;
     clean_page_t clean;
     if (is_clean_page(data.data(), data.size(), fax->df, &clean)) {
-        *lines = clean.lines;
+        *outline = {clean.lines, fax->df == DF_MMR ? clean.bytes : 0};
         return true;
     }
-    *lines = 0;
+    *outline = {0, 0};
     const auto count = [](void *user, const line_changes_t &, bool) { ++*static_cast<long *>(user); };
-    const bool decoded = decode_fax_page(*fax, &data, count, lines);
-    *lines = std::min(*lines, most_recoded_lines);
+    const bool decoded = decode_fax_page(*fax, &data, count, &outline->lines);
+    outline->lines = std::min(outline->lines, most_recoded_lines);
     return decoded;
+}
+
+bool read_outlined_page(fax_pages_t *fax, const page_outline_t &outline, coded_page_t *page)
+{
+    if (outline.copied == 0)
+        return read_ccitt_page(fax, page);
+    if (!read_fax_page(fax, &page->data))
+        return false;
+    page->data.resize(std::min(page->data.size(), outline.copied));
+    reverse_bits(&page->data);
+    page->lines = outline.lines;
+    page->copied = true;
+    return true;
 }
 
 std::string points(long pixels, int dpi)

@@ -24,8 +24,17 @@ bool read_coded_page(fax_pages_t *fax, int df, coded_page_t *page);
 // The same in T.6, with the bit sent first in the most significant place, as PDF and PostScript want it.
 bool read_ccitt_page(fax_pages_t *fax, coded_page_t *page);
 
-// Reads the next page, and counts the lines that these would give it. False with a message on standard error.
-bool count_page_lines(fax_pages_t *fax, long *lines);
+// What read_ccitt_page would make of a page.
+struct page_outline_t {
+    long lines;
+    size_t copied;  // bytes that would be copied; 0 if it would be coded anew
+};
+
+// Reads the next page, and finds that out. False with a message on standard error.
+bool outline_page(fax_pages_t *fax, page_outline_t *outline);
+
+// As read_ccitt_page, for a page whose outline is known: a clean one is not decoded again.
+bool read_outlined_page(fax_pages_t *fax, const page_outline_t &outline, coded_page_t *page);
 
 // For PDF and PostScript: a length of `pixels` at `dpi` in points (1/72 inch), as "609.88". Rounded down, so
 // that a page drawn at its own resolution gets no further row or column.

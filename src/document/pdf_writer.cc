@@ -1,5 +1,5 @@
 // qpdf wants to know how high a page is before it asks for the page's data. So every page is read twice: to
-// count its lines, then to write it; where it lies in the file is remembered.
+// count its lines, then to write it; where it lies in the file, and whether it is clean, is remembered.
 #define POINTERHOLDER_TRANSITION 4  // qpdf's headers want to hear that we use std::shared_ptr only
 #include "document/pdf_writer.h"
 
@@ -78,23 +78,25 @@ static void add_information(QPDF &pdf, const fax_pages_t &fax, const page_range_
 }
 
 // A stream whose data are read when they are written.
-static QPDFObjectHandle image_object(QPDF &pdf, fax_pages_t *fax, const page_place_t &place, long lines)
+static QPDFObjectHandle image_object(QPDF &pdf, fax_pages_t *fax, const page_place_t &place,
+                                     const page_outline_t &outline)
 {
-    const std::string size = " /Width " + std::to_string(changes_width) + " /Height " + std::to_string(lines);
+    const std::string size =
+        " /Width " + std::to_string(changes_width) + " /Height " + std::to_string(outline.lines);
     auto image = QPDFObjectHandle::newStream(&pdf);
     image.replaceDict(QPDFObjectHandle::parse("<< /Type /XObject /Subtype /Image /ColorSpace /DeviceGray "
                                               "/BitsPerComponent 1" +
                                               size + " >>"));
-    const auto provide = [fax, place](Pipeline *to) {
+    const auto provide = [fax, place, outline](Pipeline *to) {
         coded_page_t page;
-        if (!return_to_page(fax, place) || !read_ccitt_page(fax, &page))
+        if (!return_to_page(fax, place) || !read_outlined_page(fax, outline, &page))
             throw reported();
         to->write(page.data.data(), page.data.size());
         to->finish();
     };
     image.replaceStreamData(provide, QPDFObjectHandle::newName("/CCITTFaxDecode"),
                             QPDFObjectHandle::parse("<< /K -1 /Columns " + std::to_string(changes_width) +
-                                                    " /Rows " + std::to_string(lines) + " >>"));
+                                                    " /Rows " + std::to_string(outline.lines) + " >>"));
     return image;
 }
 
@@ -102,14 +104,14 @@ static QPDFObjectHandle image_object(QPDF &pdf, fax_pages_t *fax, const page_pla
 static void add_page(QPDF &pdf, fax_pages_t *fax)
 {
     const page_place_t place = {fax->next, fax->left};
-    long lines = 0;
-    if (!count_page_lines(fax, &lines))
+    page_outline_t outline;
+    if (!outline_page(fax, &outline))
         throw reported();
     const std::string width = points(changes_width, horizontal_dpi),
-                      height = points(lines, fax->vertical_dpi);
+                      height = points(outline.lines, fax->vertical_dpi);
     auto page = QPDFObjectHandle::parse("<< /Type /Page /MediaBox [0 0 " + width + " " + height +
                                         "] /Resources << /XObject << >> >> >>");
-    page.getKey("/Resources").getKey("/XObject").replaceKey("/Fax", image_object(pdf, fax, place, lines));
+    page.getKey("/Resources").getKey("/XObject").replaceKey("/Fax", image_object(pdf, fax, place, outline));
     page.replaceKey("/Contents", QPDFObjectHandle::newStream(&pdf, "q " + width + " 0 0 " + height +
                                                                        " 0 0 cm /Fax Do Q\n"));
     pdf.addPage(pdf.makeIndirectObject(page), false);
