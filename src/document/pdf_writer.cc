@@ -53,13 +53,13 @@ static std::string pdf_time(time_t time)
     return text;
 }
 
-// Text from a header: UTF-8 where it is that, otherwise its bytes, which readers take for Latin-1.
-static QPDFObjectHandle text_object(std::string text)
+// Text from a header: UTF-8 where it is that, otherwise Latin-1 as Windows has it. Never its bytes as they
+// are: PDF reads a string that begins with FE FF as UTF-16.
+static QPDFObjectHandle text_object(const std::string &text)
 {
     bool has_8_bit, is_utf8, is_utf16;
     QUtil::analyze_encoding(text, has_8_bit, is_utf8, is_utf16);
-    return has_8_bit && is_utf8 ? QPDFObjectHandle::newUnicodeString(text)
-                                : QPDFObjectHandle::newString(text);
+    return QPDFObjectHandle::newUnicodeString(has_8_bit && !is_utf8 ? QUtil::win_ansi_to_utf8(text) : text);
 }
 
 static void add_information(QPDF &pdf, const fax_pages_t &fax, const page_range_t &pages)
