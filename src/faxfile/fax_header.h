@@ -67,7 +67,6 @@ int set_fax_header_string(fax_header_t *list, const char *pair);
 // VR and DF codes (fax_params.h). For a value that is missing or cannot be decoded
 // the getters return -1 with a warning on standard output; a missing compression is
 // DF_MH without one. The setters return 1, or -1 with a message on standard output.
-// set_vertical_resolution is for the fax system's other programs; none here calls it.
 int get_vertical_resolution(const fax_header_t *list);
 int set_vertical_resolution(fax_header_t *list, int code);
 int get_compression_mode(const fax_header_t *list);
