@@ -1,6 +1,6 @@
 // modem_record: a fax line's entry of MODEMS.info as a typed record, each value checked.
 //
-// For the fax system's other programs (the dialler above all); none here calls it.
+// For the fax system's other programs (the dialler above all). Ours call mi_is_valid_setting only.
 #pragma once
 
 #include <sys/param.h>

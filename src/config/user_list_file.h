@@ -43,7 +43,7 @@ time_t ui_last_update(const char *path);  // the file's modification time; 0 on 
 void ui_close();
 int ui_error();  // of the last call; INFO_NOT_OPEN also if the file was not found (see info_file)
 
-// ui_get_no_defaults and ui_last_update are for the fax system's other programs; none here calls them.
+// ui_last_update is for the fax system's other programs; none here calls it.
 
 // The directory-safe form of a name: a-z, 0-9, "-" and "_" are kept, A-Z become lower case, all else is
 // dropped, so the result may be empty. The caller frees it. Null for a null name or when out of memory.
