@@ -76,9 +76,9 @@ def coded(rng, rows, df):
 def test_random_faxes(rng, directory):
     for df, vr in ((MH, 0), (MR, 0), (MR, 1), (MMR, 0), (MMR, 1)):
         pages = [random_page(rng, rng.choice((1, 2, 40))) for _ in range(rng.randrange(1, 6))]
-        sender, text = rng.choice(SENDERS)
+        sender, _ = rng.choice(SENDERS)
         file = fax_file([coded(rng, page, df) for page in pages], df, vr, b"SENDER_FAX#:" + sender + b"\n")
-        shown, shown_df, information = documents(file, LINES[vr], directory)
+        shown, shown_df, _ = documents(file, LINES[vr], directory)
         assert shown == pages, "the documents show other pixels than were sent"
         assert shown_df == df, f"the TIFF is coded as {shown_df} in place of {df}"
 

@@ -17,8 +17,8 @@ MEMORY = "/dev/shm" if os.access("/dev/shm", os.W_OK) else None  # on a disk, ea
 def run(program, *arguments):
     ended = subprocess.run([PROGRAMS / program, *map(str, arguments)], stdin=subprocess.DEVNULL,
                            stdout=subprocess.PIPE, stderr=subprocess.STDOUT, timeout=60)
-    assert ended.returncode in (0, 1) and b"Sanitizer" not in ended.stdout and b"runtime error" not in ended.stdout, \
-        f"{program} ended with {ended.returncode}: {ended.stdout.decode(errors='replace')}"
+    sound = b"Sanitizer" not in ended.stdout and b"runtime error" not in ended.stdout
+    assert sound and ended.returncode in (0, 1), f"{program} ended with {ended.returncode}: {ended.stdout}"
     return ended.returncode, ended.stdout
 
 
@@ -28,7 +28,8 @@ def darkness(page, width=WIDTH):
     return sum(right - left for row in ends for left, right in zip(row[::2], row[1::2])) / (width * len(page))
 
 
-# Runs each test as often as `tests` says, each time with a seed of its own; a failure tells which, and leaves the directory.
+# Runs each test as often as `tests` says, each time with a seed of its own; a failure tells which, and leaves
+# the directory.
 def main(tests):
     for test, runs in tests.items():
         for seed in range(runs):
@@ -36,5 +37,5 @@ def main(tests):
             try:
                 test(random.Random(seed), directory)
             except (AssertionError, Damaged) as failure:
-                sys.exit(f"{test.__name__}, seed {seed}, files in {directory}: {type(failure).__name__}: {failure}")
+                sys.exit(f"{test.__name__}, seed {seed}, files in {directory}: {failure}")
             shutil.rmtree(directory)

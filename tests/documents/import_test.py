@@ -8,7 +8,7 @@ import zlib
 
 from harness import darkness, main, run
 from t4 import (HIGH_FIRST, LOW_FIRST, MH, MMR, MR, WIDTH, bits_of, code_page, end_of_page, pack, random_page, read_fax,
-                require, row_of)
+                row_of)
 
 CODINGS = {"mh": MH, "mr": MR, "mmr": MMR}
 
@@ -92,6 +92,9 @@ class TiffWriter:
         return self.pack("Q" if self.big else "I", at)
 
 
+PACK_BITS = 32773  # of Compression
+
+
 # PackBits: literal bytes and repeated ones, as they come.
 def packed_bits(rng, data):
     out, at = b"", 0
@@ -108,7 +111,7 @@ def packed_bits(rng, data):
     return out
 
 
-# One strip of a page. White is 0, whatever the photometric interpretation says of the result.
+# One strip of a page. `inverted`: of bits that are not coded as a fax, 0 is black.
 def strip_of(rng, rows, width, compression, options, order, inverted):
     if compression in (3, 4):
         df = MMR if compression == 4 else MR if options & 1 else MH
@@ -117,10 +120,9 @@ def strip_of(rng, rows, width, compression, options, order, inverted):
     padding = "0" * (-width % 8)
     bits = "".join(bits_of(row, width) + padding for row in rows)
     data = bytes(byte ^ 255 * inverted for byte in pack(bits, HIGH_FIRST))
-    if compression == 5 + 32768:
-        data = b"".join(packed_bits(rng, data[at:at + len(padding + bits_of((), width)) // 8])
-                        for at in range(0, len(data), (width + 7) // 8))
-        return data
+    size = (width + 7) // 8
+    if compression == PACK_BITS:
+        return b"".join(packed_bits(rng, data[at:at + size]) for at in range(0, len(data), size))
     return data if order == HIGH_FIRST else bytes(int(f"{byte:08b}"[::-1], 2) for byte in data)
 
 
@@ -130,16 +132,17 @@ RESOLUTIONS = [(None, 0, 0, 1), (2, 20400, 19600, 1), (2, 20000, 20000, 1), (2, 
                (2, 20000, 10000, 0), (3, 8031, 7717, 1), (3, 8031, 3858, 0), (1, 100, 100, 1)]
 
 
-def write_tiff(rng, pages, width, resolution):
+# `unseen` rows are coded after those that each page counts.
+def write_tiff(rng, pages, width, resolution, unseen=()):
     writer = TiffWriter(rng.choice(("II", "MM")), rng.random() < 0.3)
-    compression = rng.choice((1, 3, 3, 4, 4, 32773))
+    compression = rng.choice((3, 4) if unseen else (1, 3, 3, 4, 4, PACK_BITS))
     options = rng.choice((0, 1, 4, 5)) if compression == 3 else 0
-    order = rng.choice((HIGH_FIRST, LOW_FIRST)) if compression != 32773 else HIGH_FIRST
+    order = rng.choice((HIGH_FIRST, LOW_FIRST)) if compression != PACK_BITS else HIGH_FIRST
     # Coded data say what is white; of bits, the field says it.
-    inverted = compression in (1, 32773) and rng.random() < 0.5
+    inverted = compression in (1, PACK_BITS) and rng.random() < 0.5
     for n, rows in enumerate(pages):
-        together = rng.choice((len(rows), len(rows), 1, 7))
-        strips = [strip_of(rng, rows[y:y + together], width, compression, options, order, inverted)
+        together = len(rows) if unseen else rng.choice((len(rows), len(rows), 1, 7))
+        strips = [strip_of(rng, [*rows[y:y + together], *unseen], width, compression, options, order, inverted)
                   for y in range(0, len(rows), together)]
         unit, x, y, _ = resolution
         fields = [(256, rng.choice((3, 4)), [width]), (257, 4, [len(rows)]), (258, 3, [1]), (259, 3, [compression]),
@@ -174,6 +177,13 @@ def test_tiff_that_is_scaled(rng, directory):
     assert attributes, got
     x, y = (204 / x_dpi if x_dpi != 204 else 1, 196 / y_dpi) if x_dpi else (1, 1)
     check_page(got[0], rows, width, x, y)
+
+
+# A page has the rows that its fields count, whatever its data hold.
+def test_tiff_with_rows_too_many(rng, directory):
+    pages = [random_page(rng, rng.randrange(1, 9)) for _ in range(2)]
+    _, got = imported(directory, write_tiff(rng, pages, WIDTH, RESOLUTIONS[1], random_page(rng, 3)))
+    assert got == pages, f"{len(got[0])} rows in place of {len(pages[0])}"
 
 
 def test_damaged_tiff(rng, directory):
@@ -255,9 +265,10 @@ def write_png(rng, greys, colour, depth, interlaced, size=b""):
             above = row
     data = zlib.compress(data, 1)
     cut = rng.randrange(len(data))
-    return (b"\x89PNG\r\n\x1a\n" + chunk(b"IHDR", struct.pack(">IIBBBBB", width, height, depth, colour, 0, 0, interlaced)) +
-            size + (chunk(b"PLTE", b"\xff\xff\xff\0\0\0") if colour == 3 else b"") + chunk(b"IDAT", data[:cut]) +
-            chunk(b"IDAT", data[cut:]) + chunk(b"IEND", b""))
+    head = struct.pack(">IIBBBBB", width, height, depth, colour, 0, 0, interlaced)
+    palette = chunk(b"PLTE", b"\xff\xff\xff\0\0\0") if colour == 3 else b""
+    return (b"\x89PNG\r\n\x1a\n" + chunk(b"IHDR", head) + size + palette +
+            chunk(b"IDAT", data[:cut]) + chunk(b"IDAT", data[cut:]) + chunk(b"IEND", b""))
 
 
 # Black and white, in every colour type and depth, keep their pixels.
@@ -279,11 +290,11 @@ def test_png_of_all_types(rng, directory):
 def test_grey_png(rng, directory):
     width, height = 160, 90
     greys = [[40 + (x + y) * 175 // (width + height) for x in range(width)] for y in range(height)]
-    attributes, (page,) = imported(directory, write_png(rng, greys, 0, 8, 0))
+    _, (page,) = imported(directory, write_png(rng, greys, 0, 8, 0))
     want = sum(255 - grey for row in greys for grey in row) / 255 / (WIDTH * height)
     assert len(page) == height and abs(darkness(page) - want) < 0.02 * want, f"{darkness(page)} in place of {want}"
 
 
 if __name__ == "__main__":
-    main({test_tiff_of_many_layouts: 30, test_tiff_that_is_scaled: 6, test_damaged_tiff: 25, test_bitmaps: 8,
-          test_png_of_all_types: 1, test_grey_png: 1})
+    main({test_tiff_of_many_layouts: 30, test_tiff_that_is_scaled: 6, test_tiff_with_rows_too_many: 6,
+          test_damaged_tiff: 25, test_bitmaps: 8, test_png_of_all_types: 1, test_grey_png: 1})

@@ -46,14 +46,12 @@ class Tiff:
         at, = self.get("I", 4)
         while at:
             at = self.read_directory(at)
-        self.used.sort()
-        for (_, end, one), (start, _, other) in zip(self.used, self.used[1:]):
-            require(end <= start, f"{one} and {other} overlap")
 
     # Every byte belongs to one thing at most.
     def use(self, start, size, what):
-        require(0 <= start and start + size <= len(self.file), f"{what} lies outside the file")
-        require(size == 0 or (start, start + size, what) not in self.used, f"{what} twice")
+        require(start + size <= len(self.file), f"{what} lies outside the file")
+        for begin, end, other in self.used:
+            require(start >= end or begin >= start + size, f"{what} and {other} overlap")
         self.used.append((start, start + size, what))
 
     def get(self, form, at):
@@ -96,7 +94,7 @@ def read_tiff(file):
                 f"page {n}: options are {options}")
         require(got["PageNumber"] == (n, len(tiff.directories)), f"page {n}: PageNumber is {got['PageNumber']}")
         require(got["RowsPerStrip"] >= got["ImageLength"], f"page {n}: more than one strip")
-        require((got["CleanFaxData"] == 0) == (got["BadFaxLines"] == 0), f"page {n}: damage is counted in one field only")
+        require((got["CleanFaxData"] == 0) == (got["BadFaxLines"] == 0), f"page {n}: damage in one field only")
         start, size = got["StripOffsets"], got["StripByteCounts"]
         tiff.use(start, size, f"strip {n}")
         df = MMR if got["Compression"] == 4 else MR if options[1] else MH
@@ -104,9 +102,6 @@ def read_tiff(file):
         pages.append(decode_page(bits, df, got["ImageLength"]))
         codings.add((df, got["YResolution"]))
     require(len(codings) == 1, f"codings and resolutions are {codings}")
-    strips = sorted(tiff.used)
-    for (_, end, one), (start, _, other) in zip(strips, strips[1:]):
-        require(end <= start, f"{one} and {other} overlap")
     return pages, *codings.pop()
 
 
@@ -207,8 +202,8 @@ def read_pdf(file, y_dpi):
         (_, content), ((name, reference),) = pdf.get(page["Contents"]), pdf.get(page["Resources"])["XObject"].items()
         image, data = pdf.get(reference)
         lines = image["Height"]
-        want = {"Type": "XObject", "Subtype": "Image", "ColorSpace": "DeviceGray", "BitsPerComponent": 1, "Width": WIDTH,
-                "Height": lines, "Filter": "CCITTFaxDecode", "Length": image["Length"],
+        want = {"Type": "XObject", "Subtype": "Image", "ColorSpace": "DeviceGray", "BitsPerComponent": 1,
+                "Width": WIDTH, "Height": lines, "Filter": "CCITTFaxDecode", "Length": image["Length"],
                 "DecodeParms": {"K": -1, "Columns": WIDTH, "Rows": lines}}
         require(image == want, f"an image that is {image}")
         left, bottom, width, height = page["MediaBox"]

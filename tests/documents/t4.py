@@ -278,7 +278,8 @@ def random_row(rng, above, width):
     if kind in ("near", "same"):
         return row_near(rng, above, width) if kind == "near" else above
     if kind == "edge":
-        return tuple(sorted({x for x in (0, 1, 2, width - 3, width - 2, width - 1) if 0 <= x < width and rng.random() < 0.5}))
+        ends = {0, 1, 2, width - 3, width - 2, width - 1} & set(range(width))
+        return tuple(x for x in sorted(ends) if rng.random() < 0.5)
     if kind == "noise":
         share = rng.choice((0.02, 0.5, 0.98))
         return tuple(x for x in range(width) if rng.random() < share)
