@@ -41,16 +41,6 @@ static format format_of(string_view start)
     return format::NONE;
 }
 
-static bool copy_all(int from, int to)
-{
-    char block[65536];
-    ssize_t n;
-    while ((n = read_full(from, block, sizeof block)) > 0)
-        if (!write_full(to, block, static_cast<size_t>(n)))
-            return false;
-    return n == 0;
-}
-
 // The same document in a file without a name, if it is in none that can be read twice.
 static unique_fd as_file(unique_fd fd, reason_t *why)
 {
@@ -63,7 +53,7 @@ static unique_fd as_file(unique_fd fd, reason_t *why)
         return {};
     }
     unique_fd file = make_unnamed_file();
-    if (known && file && copy_all(fd.get(), file.get()))
+    if (known && file && copy_rest(fd.get(), file.get()))
         return file;
     *why = {std::string("it can't be copied to a file: ") + strerror(errno), true};
     return {};
@@ -82,7 +72,7 @@ static page_source_ptr draw(unique_fd fd, const open_settings_t &settings, const
     const std::string document = scratch.path() + "/document", drawn = scratch.path() + "/pages.tif";
     {
         const unique_fd copy(open(document.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, 0600));
-        if (!copy || !copy_all(fd.get(), copy.get())) {
+        if (!copy || !copy_rest(fd.get(), copy.get())) {
             *why = {std::string("it can't be copied for gs: ") + strerror(errno), true};
             return nullptr;
         }
