@@ -7,10 +7,10 @@
 #include <unistd.h>
 
 #include <cerrno>
-#include <cstdlib>
 #include <cstring>
 #include <ctime>
 
+#include "disk/unnamed_file.h"
 #include "document/coded_page.h"
 #include "faxfile/fax_params.h"
 #include "util/io.h"
@@ -109,24 +109,13 @@ static bool is_empty_file(int fd)
            (flags & O_ACCMODE) == O_RDWR && !(flags & O_APPEND);
 }
 
-// A file without a name, for output on its way to a pipe. Null with errno.
-static unique_fd unnamed_file()
-{
-    const char *directory = getenv("TMPDIR");
-    std::string path = std::string(directory && *directory ? directory : "/tmp") + "/faxtray-XXXXXX";
-    unique_fd fd(mkostemp(path.data(), O_CLOEXEC));
-    if (fd)
-        unlink(path.c_str());
-    return fd;
-}
-
 bool write_tiff(fax_pages_t *fax, page_range_t pages, int fd)
 {
     if (!find_pages(fax, &pages))
         return false;
     unique_fd unnamed;
     const bool direct = is_empty_file(fd);
-    if (!direct && !(unnamed = unnamed_file()))
+    if (!direct && !(unnamed = make_unnamed_file()))
         return complain(*fax, std::string("can't create a temporary file: ") + strerror(errno));
     const int file = direct ? fd : unnamed.get();
     tiff_ptr tiff = open_tiff(file);
