@@ -26,6 +26,7 @@
 #include "util/command_output.h"
 #include "util/ending_signals.h"
 #include "util/io.h"
+#include "util/paths.h"
 #include "util/shell_word.h"
 #include "util/text.h"
 
@@ -115,12 +116,6 @@ static exit_status show_in_terminal(const fax_entry &fax, fax_pages_t *pages)
 // Viewers.
 
 static constexpr char viewed_prefix[] = "faxtray-view-";
-
-static std::string temporary_directory()
-{
-    const std::string directory = environment("TMPDIR");
-    return directory.empty() ? "/tmp" : directory;
-}
 
 // Removes what viewers were given more than a day ago.
 static void remove_viewed()

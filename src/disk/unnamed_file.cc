@@ -2,18 +2,16 @@
 
 #include <fcntl.h>
 
-#include <cstdlib>
 #include <string>
 
 #include "util/ending_signals.h"
-#include "util/text.h"
+#include "util/paths.h"
 
 namespace faxtray {
 
 unique_fd make_unnamed_file()
 {
-    const char *directory = getenv("TMPDIR");
-    std::string path = is_empty(directory) ? "/tmp" : directory;
+    std::string path = temporary_directory();
     unique_fd fd(open(path.c_str(), O_TMPFILE | O_RDWR | O_CLOEXEC, 0600));
     if (fd)
         return fd;

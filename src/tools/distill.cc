@@ -11,6 +11,7 @@
 #include "tools/converter.h"
 #include "util/command_output.h"
 #include "util/io.h"
+#include "util/paths.h"
 
 namespace faxtray {
 
@@ -35,12 +36,11 @@ static bool is_postscript(int fd)
 static unique_fd made_by_gs(const std::string &path)
 {
     const ending_signals_held until_removed;
-    const char *temporary = getenv("TMPDIR");
     scratch_directory scratch;
     reason_t why;
     const c_string absolute(realpath(path.c_str(), nullptr));  // gs would take a "-" for an option
     unique_fd pdf;
-    if (!absolute || !scratch.make_in(temporary && *temporary ? temporary : "/tmp"))
+    if (!absolute || !scratch.make_in(temporary_directory()))
         refuse(path, std::string("can't begin: ") + strerror(errno));
     else if (!run_ghostscript(scratch.path(),
                               {"-sDEVICE=pdfwrite", "-dAutoRotatePages=/None", "-dDownsampleMonoImages=false",

@@ -8,8 +8,8 @@
 #include "tools/import_job.h"
 #include "tools/watch.h"
 #include "util/command_output.h"
+#include "util/paths.h"
 #include "util/standard_options.h"
-#include "util/text.h"
 
 namespace faxtray {
 
@@ -73,12 +73,6 @@ static void set_wishes(const options &chosen, const CLI::App &app, fax_wishes_t 
         wishes->df = chosen.coding == "mh" ? DF_MH : chosen.coding == "mr" ? DF_MR : DF_MMR;
     if (!chosen.resolution.empty())
         wishes->vr = chosen.resolution == "fine";
-}
-
-static void set_environment(open_settings_t *opening)
-{
-    if (const char *directory = getenv("TMPDIR"); !is_empty(directory))
-        opening->temporary = directory;
 }
 
 // Returns the exit status.
@@ -145,7 +139,7 @@ static int parse_and_run(int argc, char **argv)
     } catch (const CLI::ParseError &error) {
         return app.exit(error) == 0 ? EXIT_DONE : EXIT_USAGE;
     }
-    set_environment(&chosen.job.opening);
+    chosen.job.opening.temporary = temporary_directory();
     return run(chosen);
 }
 

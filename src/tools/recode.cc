@@ -25,6 +25,7 @@
 #include "util/ending_signals.h"
 #include "util/io.h"
 #include "util/owned.h"
+#include "util/paths.h"
 
 namespace faxtray {
 
@@ -207,13 +208,11 @@ bool recode_in_place(const std::string &path, int df, bool force)
 // The re-coded fax has no place of its own: it is made where temporary files go.
 static bool recode_to_output(const fax_pages_t &fax, int df)
 {
-    const char *directory = getenv("TMPDIR");
     unique_fd fd;
     {
         const ending_signals_held until_made;
         work_directory work;
-        if (!make_recoded(fax, std::string(directory && *directory ? directory : "/tmp") + "/", df,
-                          until_made, &work))
+        if (!make_recoded(fax, temporary_directory() + "/", df, until_made, &work))
             return false;
         fd.reset(open(work.copy().c_str(), O_RDONLY | O_CLOEXEC));
     }

@@ -290,4 +290,10 @@ const char *get_temp_dir()
     return dir;
 }
 
+std::string temporary_directory()
+{
+    const char *set = getenv("TMPDIR");
+    return is_empty(set) ? "/tmp" : set;
+}
+
 }  // namespace faxtray

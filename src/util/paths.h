@@ -4,6 +4,7 @@
 #include <sys/param.h>
 
 #include <cstddef>
+#include <string>
 
 #include "util/owned.h"
 
@@ -61,5 +62,8 @@ char *dirname(char *path);
 
 // $ONDRIXTMP, or "/tmp" when that is unset or, with a trace line, longer than a path may be. Static buffer.
 const char *get_temp_dir();
+
+// Where the commands of a user put temporary files: $TMPDIR, or "/tmp" when that is unset or empty.
+std::string temporary_directory();
 
 }  // namespace faxtray
