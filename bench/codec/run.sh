@@ -6,7 +6,7 @@ set -euo pipefail
 build=${1:-build-bench} seconds=${2:-0.05}
 top=$(cd "$(dirname "$0")/../.." && pwd)
 source "$top/scripts/deps.sh"
-need $build_packages $bench_packages $sample_packages
+need $build_packages $sample_packages
 
 cmake -S "$top" -B "$build" -DFAXTRAY_BENCH=ON -DFAXTRAY_TESTS=OFF -DCMAKE_BUILD_TYPE=Release >/dev/null
 cmake --build "$build" --target bench_codec -j "$(nproc)" >/dev/null
