@@ -175,7 +175,7 @@ bool line_reader_t::one_dimensional(line_changes_t &line)
     bit_source_t in = source;
     while (fill(in))
         for (int lookups = 0; lookups < lookups_a_fill; lookups++) {
-            const runs_t runs = tables.runs[state << table_bits | in.peek(table_bits)];
+            const runs_t runs = (&tables.runs[state << table_bits])[in.peek(table_bits)];
             in.skip(runs.length());
             state = runs.next();
             runs.store_ends(pos, out);
