@@ -5,6 +5,7 @@
 #include <CLI/CLI.hpp>
 #include <cstdio>
 
+#include "client/client_config.h"
 #include "client/deliver_command.h"
 #include "client/fax_forms.h"
 #include "client/get_command.h"
@@ -74,7 +75,10 @@ constexpr command_row commands[] = {
 // Options that every command takes.
 static void add_common_options(CLI::App &app, options &chosen)
 {
-    app.add_option("-H,--host", chosen.host, "Host of faxtrayd")->type_name("HOST")->capture_default_str();
+    app.add_option("-H,--host", chosen.host, "Host of faxtrayd, or several with commas between")
+        ->type_name("HOST")
+        ->envname("FAXTRAY_HOSTS")
+        ->capture_default_str();
     app.add_option("-u,--user", chosen.user, "Whose inbox, or which forwarder")
         ->type_name("USER")
         ->capture_default_str();
@@ -164,6 +168,7 @@ static int parse_and_run(int argc, char **argv)
 {
     options chosen;
     chosen.user = default_user();
+    const std::string bad_config = read_client_config(&chosen);
     CLI::App app("Lists, fetches and removes the faxes that faxtrayd keeps.", "faxtray");
     app.footer(footer);
     app.set_version_flag("--version", version_text("faxtray"), "Print the version and exit");
@@ -178,6 +183,10 @@ static int parse_and_run(int argc, char **argv)
             throw CLI::RequiredError("FAXID or --all");
     } catch (const CLI::ParseError &error) {
         return app.exit(error) == 0 ? EXIT_DONE : EXIT_USAGE;
+    }
+    if (!bad_config.empty()) {  // reported only now: --help works all the same
+        fprintf(stderr, "faxtray: %s\n", bad_config.c_str());
+        return EXIT_USAGE;
     }
     for (const command_row &row : commands) {
         if (app.got_subcommand(row.name))

@@ -11,10 +11,10 @@
 #include <charconv>
 #include <climits>
 #include <cstdio>
-#include <cstdlib>
 #include <functional>
 
 #include "config/munged_name.h"
+#include "disk/user_directory.h"
 #include "disk/whole_file.h"
 #include "util/io.h"
 #include "util/owned.h"
@@ -27,43 +27,9 @@ static constexpr off_t max_file = 64 * 1024 * 1024;  // bytes
 
 // The directory.
 
-static bool is_ours(int fd)
-{
-    struct stat status;
-    return fstat(fd, &status) == 0 && status.st_uid == geteuid();
-}
-
-// A directory of ours; none if it is somebody else's. It is made if it is missing, though only in a directory
-// of ours: root with a user's HOME would make one that the user cannot write to.
-static unique_fd own_directory(const std::string &path, int flags = 0)
-{
-    flags |= O_RDONLY | O_DIRECTORY | O_CLOEXEC;
-    unique_fd fd(open(path.c_str(), flags));
-    if (!fd && errno == ENOENT) {
-        const unique_fd above(open(path.substr(0, path.rfind('/') + 1).c_str(), O_PATH | O_CLOEXEC));
-        if (above && is_ours(above.get()) && (mkdir(path.c_str(), 0700) == 0 || errno == EEXIST))
-            fd.reset(open(path.c_str(), flags));
-    }
-    return fd && is_ours(fd.get()) ? std::move(fd) : unique_fd();
-}
-
-// Where the files are, "" for nowhere. Users may have their caches behind a link; the last step is no link,
-// since what is found there is made private.
 static std::string cache_directory()
 {
-    const char *cache = getenv("XDG_CACHE_HOME"), *home = getenv("HOME");
-    std::string base;
-    if (cache && *cache == '/')
-        base = cache;
-    else if (home && *home == '/')
-        base = std::string(home) + "/.cache";
-    while (base.ends_with('/'))
-        base.pop_back();
-    const std::string path = base + "/faxtray";
-    if (base.empty() || !own_directory(base))
-        return "";
-    const unique_fd fd = own_directory(path, O_NOFOLLOW);
-    return fd && fchmod(fd.get(), 0700) == 0 && access(path.c_str(), W_OK) == 0 ? path : "";
+    return private_directory("XDG_CACHE_HOME", ".cache");
 }
 
 // Waits until no other client changes a file there, but not for ever: that would cost more than the loss of

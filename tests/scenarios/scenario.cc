@@ -495,7 +495,9 @@ static void make_site()
     for (const auto &[name, value] : {std::pair("TZ", "UTC"),
                                       {"LC_ALL", "C"},
                                       {"ONDRIXTMP", "/run/site/tmp"},
-                                      {"XDG_CACHE_HOME", "/run/cache"}})
+                                      {"XDG_CACHE_HOME", "/run/cache"},
+                                      {"XDG_CONFIG_HOME", "/run/config"},
+                                      {"XDG_STATE_HOME", "/run/state"}})
         setenv(name, value, 1);
     tzset();
     unsetenv("ONDRIXHOME");
