@@ -1,7 +1,10 @@
 #!/bin/bash
 # Builds everything and runs all checks and tests; on a fresh Debian 12 it first installs what is missing (as root).
 #
-# usage: scripts/test.sh
+# usage: scripts/test.sh [--packages] [--scale] [--web]
+#
+# With an option, one long test more: of the Debian packages on a bare system (package-test.sh), of many users and faxes
+# (scale-test.sh), of the web pages in a real browser (web-test.sh).
 #
 # Two builds: by clang with the address and undefined-behaviour sanitizers (benchmarks too), and the release by gcc,
 # the one that scripts/demo.sh shows. Both treat warnings as errors, and every test runs in both. The service tests
@@ -10,6 +13,16 @@
 set -uo pipefail
 cd "$(dirname "$0")/.." || exit 1
 source scripts/deps.sh
+
+long_tests=()
+for option in "$@"; do
+    case $option in
+    --packages) long_tests+=(package) ;;
+    --scale) long_tests+=(scale) ;;
+    --web) long_tests+=(web) ;;
+    *) echo "usage: scripts/test.sh [--packages] [--scale] [--web]" >&2; exit 2 ;;
+    esac
+done
 
 passed=0
 failed=0
@@ -116,6 +129,9 @@ if [ "$(id -u)" = 0 ]; then
 else
     step "NOTE: the service tests need root and were skipped: run sudo scripts/test.sh"
 fi
+for name in "${long_tests[@]}"; do
+    check "Long test: $name" "build/$name-test.log" "scripts/$name-test.sh"
+done
 
 verdict
 [ $failed = 0 ]
