@@ -2,9 +2,11 @@
 #include <gtest/gtest.h>
 
 #include <clocale>
+#include <map>
 #include <memory>
 
 #include "client/client_session.h"
+#include "client/hosts.h"
 #include "client/output.h"
 #include "disk/whole_file.h"
 #include "support/capture.h"
@@ -43,6 +45,21 @@ TEST(Client, FindsAnInboxByDescriptionOrHandle)
     EXPECT_EQ(handle_of(inboxes, "1a2b") + handle_of(inboxes, "1A2B"), "1a2b");
     EXPECT_EQ(handle_of(inboxes, "cafe"), "77");  // descriptions first
     EXPECT_EQ(comma_separated(" a b, ,c ,\td,"), (std::vector<std::string>{"a b", "c", "d"}));
+}
+
+TEST(Client, UsersAreSpreadOverHostsAndStayWithTheirs)
+{
+    std::map<std::string, int> users;
+    for (int n = 0; n < 300; n++) {
+        const std::string user = "user" + std::to_string(n);
+        const std::vector<std::string> order = hosts_for("a, b ,c", user), fewer = hosts_for("c,a", user);
+        EXPECT_EQ(order, hosts_for("c,b,a", user)) << user;
+        EXPECT_EQ(fewer[0], order[order[0] == "b" ? 1 : 0]) << user;
+        users[order[0]]++;
+    }
+    for (const char *host : {"a", "b", "c"})
+        EXPECT_NEAR(users[host], 100, 30) << host;
+    EXPECT_EQ(hosts_for("a,b,c", "Anna"), hosts_for("a,b,c", "anna"));
 }
 
 TEST(Client, AFaxIsOnDiskWholeOrNotAtAll)

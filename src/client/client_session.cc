@@ -6,6 +6,7 @@
 #include <cstdlib>
 #include <unordered_set>
 
+#include "client/hosts.h"
 #include "client/password.h"
 #include "config/munged_name.h"
 #include "util/command_output.h"
@@ -126,6 +127,14 @@ exit_status choose_fax(session &s, faxid_t *id)
 
 exit_status find_fax(session &s, faxid_t id, fax_entry *fax)
 {
+    // Another host may have given the id to another fax, and it was there that the user has seen it.
+    if (s.shown.lacks(id)) {
+        fprintf(stderr,
+                "faxtray: %seach host has ids of its own, and no list has shown this one: list again, or "
+                "name one host\n",
+                about(id).c_str());
+        return EXIT_OTHER_FAX;
+    }
     if (!s.client.find(s.inbox, id, fax))
         return report_failure(s.client, about(id));
     if (s.shown.differs(*fax)) {
@@ -189,8 +198,15 @@ exit_status run(const options &chosen, exit_status (*command)(session &), bool a
 {
     // The connection comes first: nobody is to type a password for a server that is not there.
     inbox_client client({chosen.user, "", 0}, chosen.timeout);
-    if (!client.connect(chosen.host))
-        return report_failure(client);
+    const std::vector<std::string> hosts = hosts_for(chosen.host, chosen.user);
+    std::vector<std::string> away;
+    const bool connected = connect_to_one(&client, hosts, chosen.timeout, &away);
+    for (const std::string &why : away)
+        fprintf(stderr, "faxtray: %s\n", printable(why).c_str());
+    if (!connected)
+        return EXIT_UNREACHABLE;
+    if (!away.empty())
+        fprintf(stderr, "faxtray: asking host %s instead\n", printable(client.host()).c_str());
     std::string hash;
     if (!anonymous && !find_password(chosen, &hash))
         return EXIT_LOCAL;
@@ -199,7 +215,7 @@ exit_status run(const options &chosen, exit_status (*command)(session &), bool a
     exit_status found = anonymous ? EXIT_DONE : choose_inbox(chosen, client, &inbox);
     if (found != EXIT_DONE)
         return found;
-    session s = {chosen, client, inbox, shown_faxes(chosen.host, chosen.user, inbox)};
+    session s = {chosen, client, inbox, shown_faxes(hosts, chosen.user, inbox)};
     return command(s);
 }
 

@@ -14,7 +14,8 @@ namespace faxtray {
 
 // The command line, parsed; commands read what concerns them.
 struct options {
-    std::string host = "localhost", user, password_file;
+    std::string host = "localhost";  // or several, with commas between
+    std::string user, password_file;
     std::string inbox;  // description or handle of an incoming inbox; "" for the user's own
     int timeout = 25;   // seconds
     bool json = false;
@@ -61,8 +62,8 @@ exit_status choose_faxes(session &s, std::vector<faxid_t> *ids);
 // The id of the first fax that the user asks for.
 exit_status choose_fax(session &s, faxid_t *id);
 
-// Asks the server for the fax that the user means by `id`, before anything is done with it. On failure, with
-// the reason printed, the exit status.
+// Asks the server for the fax that the user means by `id`, before anything is done with it. With several
+// hosts, it must have been shown under this id. On failure, with the reason printed, the exit status.
 exit_status find_fax(session &s, faxid_t id, fax_entry *fax);
 
 // Runs `act` for each fax. One that fails does not keep the others from their turn, unless the server is

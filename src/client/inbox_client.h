@@ -107,6 +107,7 @@ public:
     void set_timeout(int seconds) { timeout_.tv_sec = seconds; }  // for the calls that follow
     // Asks the host's port mapper for faxtrayd and connects, all within the timeout.
     bool connect(const std::string &host);
+    const std::string &host() const { return host_; }  // the one last connected to
     const client_failure &failure() const { return failure_; }
 
     // The procedures, with the results of the server's records as C++ values.

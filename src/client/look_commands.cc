@@ -99,7 +99,7 @@ exit_status status_command(session &s)
         print_json(object);
         return EXIT_DONE;
     }
-    printf("faxtrayd at host %s answers\n", s.chosen.host.c_str());
+    printf("faxtrayd at host %s answers\n", printable(s.client.host()).c_str());
     for (const auto &[name, value] : status)
         printf("%s = %s\n", printable(name).c_str(), printable(value).c_str());
     return EXIT_DONE;

@@ -7,12 +7,14 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <cerrno>
 #include <charconv>
 #include <climits>
 #include <cstdio>
 #include <functional>
 
+#include "client/hosts.h"
 #include "config/munged_name.h"
 #include "disk/user_directory.h"
 #include "disk/whole_file.h"
@@ -47,19 +49,14 @@ static unique_fd lock(const std::string &directory)
 
 // The file's name tells nothing of the inbox, and is a name whatever the inbox is called. Users are hashed as
 // the server compares them.
-shown_faxes::shown_faxes(const std::string &host, const std::string &user, const inbox_ref &inbox)
+shown_faxes::shown_faxes(const std::vector<std::string> &hosts, const std::string &user,
+                         const inbox_ref &inbox)
+    : several_hosts_(hosts.size() > 1)
 {
-    const std::string key = host + '\0' + munged_key(user.c_str()) + '\0' + inbox.value_or("");
+    const std::string key = group_of(hosts) + '\0' + munged_key(user.c_str()) + '\0' + inbox.value_or("");
     char name[32];
     snprintf(name, sizeof name, "%016zx", std::hash<std::string>()(key));
     name_ = name;
-}
-
-void shown_faxes::insert(faxid_t id, shown_fax_t fax)
-{
-    faxes_.insert_or_assign(id, std::move(fax));
-    if (faxes_.size() > max_faxes)
-        faxes_.erase(faxes_.begin());
 }
 
 void shown_faxes::parse(const std::string &record)
@@ -75,7 +72,7 @@ void shown_faxes::parse(const std::string &record)
     if (!number(&id) || !number(&fax.size) || !number(&fax.mtime))
         return;
     fax.name.assign(at, end);
-    insert(id, std::move(fax));
+    faxes_.insert_or_assign(id, std::move(fax));
 }
 
 void shown_faxes::load()
@@ -101,9 +98,16 @@ void shown_faxes::save() const
     if (directory_.empty())
         return;
     std::string text;
-    for (const auto &[id, fax] : faxes_)
+    size_t excess = faxes_.size() - std::min(faxes_.size(), max_faxes);
+    for (const auto &[id, known] : faxes_) {
+        if (excess > 0) {
+            excess--;
+            continue;
+        }
+        const shown_fax_t fax = doubtful_.contains(id) ? shown_fax_t() : known;
         text += std::to_string(id) + ' ' + std::to_string(fax.size) + ' ' + std::to_string(fax.mtime) + ' ' +
                 fax.name + '\0';
+    }
     whole_file file(whole_file::CACHE);
     // An older file would have the user refused what was shown just now.
     if (!file.begin(path(), true) || !file.write(text.data(), text.size()) || !file.keep())
@@ -116,6 +120,13 @@ void shown_faxes::save() const
 static shown_fax_t record_of(const fax_entry &fax)
 {
     return {fax.name.substr(0, NAME_MAX), fax.size, fax.mtime};
+}
+
+bool shown_faxes::lacks(faxid_t id)
+{
+    if (!loaded_)
+        load();
+    return several_hosts_ && !faxes_.contains(id);
 }
 
 bool shown_faxes::differs(const fax_entry &now)
@@ -131,8 +142,9 @@ void shown_faxes::replace(const std::deque<fax_entry> &listed)
     const unique_fd locked = lock(cache_directory());
     load();
     const std::map<faxid_t, shown_fax_t> before = std::exchange(faxes_, {});
+    doubtful_.clear();
     for (const fax_entry &fax : listed)
-        insert(fax.id, record_of(fax));
+        faxes_.insert_or_assign(fax.id, record_of(fax));
     if (faxes_ != before)
         save();
 }
@@ -143,7 +155,9 @@ void shown_faxes::add(const fax_entry &fax)
         return;
     const unique_fd locked = lock(cache_directory());
     load();  // again, if it was: another client may have added to it before it was our turn
-    insert(fax.id, record_of(fax));
+    if (several_hosts_ && differs(fax))
+        doubtful_.insert(fax.id);
+    faxes_.insert_or_assign(fax.id, record_of(fax));
     save();
 }
 

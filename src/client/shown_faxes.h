@@ -9,7 +9,9 @@
 #include <ctime>
 #include <deque>
 #include <map>
+#include <set>
 #include <string>
+#include <vector>
 
 #include "client/inbox_client.h"
 
@@ -24,25 +26,32 @@ struct shown_fax_t {
 
 class shown_faxes {
 public:
-    // Of `user`'s own inbox at `host`, or of the incoming one `inbox`. Nothing is read or written yet.
-    shown_faxes(const std::string &host, const std::string &user, const inbox_ref &inbox);
+    // Of `user`'s own inbox, or of the incoming one `inbox`, at a host or at several with the same faxes.
+    // Nothing is read or written yet.
+    shown_faxes(const std::vector<std::string> &hosts, const std::string &user, const inbox_ref &inbox);
 
+    // Whether it is not known what the user means by this id: with several hosts, of which each has ids of
+    // its own, one that none of them has shown.
+    bool lacks(faxid_t id);
     // Whether the fax of this id had another name, size or time when it was last shown.
     bool differs(const fax_entry &now);
     // A whole listing is shown; what was shown before is forgotten.
     void replace(const std::deque<fax_entry> &listed);
-    void add(const fax_entry &fax);  // one fax is shown
+    // One fax is shown, perhaps without its id. With several hosts, an id that meant another fax means none
+    // from the end of this run until the next listing: which of the two the user has in mind is not known.
+    void add(const fax_entry &fax);
 
 private:
     std::string path() const { return directory_ + "/" + name_; }
-    void insert(faxid_t id, shown_fax_t fax);
     void parse(const std::string &record);
     void load();
     void save() const;
 
     std::string name_, directory_;  // of the file; without a directory nothing is remembered
+    const bool several_hosts_;
     bool loaded_ = false;
     std::map<faxid_t, shown_fax_t> faxes_;
+    std::set<faxid_t> doubtful_;  // ids that are saved as those of no fax
 };
 
 }  // namespace faxtray
