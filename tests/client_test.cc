@@ -7,6 +7,7 @@
 
 #include "client/client_session.h"
 #include "client/hosts.h"
+#include "client/known_faxes.h"
 #include "client/output.h"
 #include "disk/whole_file.h"
 #include "support/capture.h"
@@ -60,6 +61,52 @@ TEST(Client, UsersAreSpreadOverHostsAndStayWithTheirs)
     for (const char *host : {"a", "b", "c"})
         EXPECT_NEAR(users[host], 100, 30) << host;
     EXPECT_EQ(hosts_for("a,b,c", "Anna"), hosts_for("a,b,c", "anna"));
+}
+
+TEST(Client, KnowsFaxesFromRunToRun)
+{
+    temp_dir dir;
+    capture_stderr err;
+    const std::string path = dir / "known";
+    const fax_entry a = {1, "a", {}, {}, {}, 1, true, 10, 1000}, b = {2, "b", {}, {}, {}, 1, true, 10, 1000};
+    auto known = std::make_unique<known_faxes>();
+    ASSERT_TRUE(known->open(path) && known->first_time() && known->save());
+    EXPECT_FALSE(known_faxes().open(path));  // at work with it
+    known = std::make_unique<known_faxes>();
+    ASSERT_TRUE(known->open(path) && !known->first_time());
+    known->add(a);
+    known->add(b);
+    ASSERT_TRUE(known->save() && known->save());
+
+    // Cut at every length, as a kill may leave it, it holds only whole faxes, and takes new ones.
+    const std::string whole = read_file(path);
+    known.reset();
+    for (size_t length = 0; length < whole.size(); length++) {
+        dir.write("known", whole.substr(0, length));
+        known_faxes cut, again;
+        ASSERT_TRUE(cut.open(path));
+        EXPECT_FALSE(cut.contains(b));
+        EXPECT_EQ(cut.first_time(), length < 22);
+        cut.add(b);
+        ASSERT_TRUE(cut.save());
+        cut = known_faxes();
+        ASSERT_TRUE(again.open(path));
+        EXPECT_TRUE(again.contains(b) && again.contains(a) == (length >= 32)) << length;
+    }
+    for (const fax_entry &other : {fax_entry{2, "c", {}, {}, {}, 1, true, 10, 1000},
+                                   {2, "b", {}, {}, {}, 1, true, 11, 1000},
+                                   {2, "b", {}, {}, {}, 1, true, 10, 1001}})
+        EXPECT_NE(lasting_key(other), lasting_key(b));
+
+    // Of many that are gone, none is forgotten too early.
+    known_faxes many;
+    ASSERT_TRUE(many.open(path));
+    for (u_int n = 0; n < 100'001; n++)
+        many.add({n, "gone", {}, {}, {}, 1, true, n, 1000});
+    const size_t before = many.size();
+    EXPECT_TRUE(many.save() && many.forget_gone(std::deque<fax_entry>(10)) && many.size() == before);
+    EXPECT_TRUE(many.forget_gone({a, b}) && many.contains(b) && many.size() == 2);
+    EXPECT_EQ(read_file(path), whole);
 }
 
 TEST(Client, AFaxIsOnDiskWholeOrNotAtAll)

@@ -19,6 +19,7 @@
 
 #include "client/fetched_fax.h"
 #include "client/html_page.h"
+#include "client/known_faxes.h"
 #include "disk/whole_file.h"
 #include "document/pdf_writer.h"
 #include "document/png_writer.h"
@@ -103,9 +104,8 @@ static void remove_unwanted(const html_directory_t &directory)
 
 static std::string file_of(const fax_entry &fax)
 {
-    const std::string key = fax.name + '\0' + std::to_string(fax.size) + ' ' + std::to_string(fax.mtime);
     char name[32];
-    snprintf(name, sizeof name, "fax-%016zx", std::hash<std::string>()(key));
+    snprintf(name, sizeof name, "fax-%016zx", std::hash<std::string>()(lasting_key(fax)));
     return name;
 }
 

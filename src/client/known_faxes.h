@@ -26,7 +26,8 @@ public:
     // Reads the file `path`, makes it, for our user alone, if it is missing, and keeps it locked: a command
     // of the same purpose is refused meanwhile. Call it once, first.
     bool open(const std::string &path);
-    // Whether the file was missing or empty when it was opened: nothing has ever been dealt with.
+    // Whether nothing had ever been saved when the file was opened. The first save() ends this for later
+    // runs, even if nothing was added.
     bool first_time() const { return first_time_; }
     size_t size() const { return keys_.size(); }
 
