@@ -27,7 +27,7 @@ struct options {
     std::string output;              // get: file, directory, "-" or "" for the fax's own name
     bool force = false;              // get
     bool remove = false;             // get
-    std::string directory;           // list: of the HTML page, or ""
+    std::string directory;           // list: of the HTML page, or ""; sync: the Maildir
     bool yes = false;                // commit
     std::string recipient;           // deliver
 };

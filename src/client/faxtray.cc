@@ -12,6 +12,7 @@
 #include "client/look_commands.h"
 #include "client/password.h"
 #include "client/remove_commands.h"
+#include "client/sync_command.h"
 #include "client/view_command.h"
 #include "util/command_output.h"
 #include "util/standard_options.h"
@@ -59,6 +60,7 @@ constexpr command_row commands[] = {
     {"view", "Show a fax, in the terminal or by a viewer", view_command, command_row::FAX, false},
     {"rm", "Remove faxes from the server", rm_command, command_row::IDS, false},
     {"commit", "List the inbox, ask, and remove what was listed", commit_command, command_row::NONE, false},
+    {"sync", "Put new faxes into a Maildir, as mail with a PDF", sync_command, command_row::NONE, false},
     {"inboxes", "List the incoming inboxes that the user forwards for", inboxes_command, command_row::NONE,
      false},
     {"recipients", "List the users and groups a fax can be delivered to", recipients_command,
@@ -149,6 +151,10 @@ static void add_command(CLI::App &app, const command_row &row, options &chosen)
     if (row.run == list_command)
         command->add_option("--html", chosen.directory, "Write a page with pictures into this directory")
             ->type_name("DIR");
+    if (row.run == sync_command)
+        command->add_option("--maildir", chosen.directory, "The Maildir; made if it is missing")
+            ->type_name("DIR")
+            ->required();
     if (row.run == get_command) {
         add_get_options(command, chosen);
         add_page(command, chosen, "Only this page");

@@ -36,6 +36,18 @@ static bool complain_of_room(const fax_entry &fax)
     return false;
 }
 
+exit_status fetch_file(session &s, const fax_entry &fax, unique_fd *file)
+{
+    file->reset(make_unnamed_file().release());
+    if (!*file) {
+        complain_of_room(fax);
+        return EXIT_LOCAL;
+    }
+    return fetch_fax(s, fax, [&](const char *bytes, size_t n) {
+        return write_full(file->get(), bytes, n) || complain_of_room(fax);
+    });
+}
+
 exit_status fetch_pages(session &s, const fax_entry &fax, fax_pages_t *pages)
 {
     if (!fax.is_fax) {
@@ -43,17 +55,11 @@ exit_status fetch_pages(session &s, const fax_entry &fax, fax_pages_t *pages)
                 about(fax.id).c_str());
         return EXIT_REFUSED;
     }
-    unique_fd fd = make_unnamed_file();
-    if (!fd) {
-        complain_of_room(fax);
-        return EXIT_LOCAL;
-    }
-    const exit_status status = fetch_fax(s, fax, [&](const char *bytes, size_t n) {
-        return write_full(fd.get(), bytes, n) || complain_of_room(fax);
-    });
+    unique_fd file;
+    const exit_status status = fetch_file(s, fax, &file);
     if (status != EXIT_DONE)
         return status;
-    if (!open_fax_pages(std::move(fd), "fax " + std::to_string(fax.id), pages))
+    if (!open_fax_pages(std::move(file), "fax " + std::to_string(fax.id), pages))
         return EXIT_REFUSED;
     pages->received = fax.mtime;
     return EXIT_DONE;
@@ -61,15 +67,21 @@ exit_status fetch_pages(session &s, const fax_entry &fax, fax_pages_t *pages)
 
 exit_status find_whole_pages(fax_pages_t *pages, page_range_t *range)
 {
-    if (!find_pages(pages, range))
+    if (!find_pages(pages, range)) {
+        range->last = range->first - 1;
         return EXIT_REFUSED;
+    }
     const page_place_t first = {pages->next, pages->left};
-    while (pages->next <= range->last)
-        if (!skip_fax_page(pages)) {
-            complain(*pages, "the file ends before the end of page " + std::to_string(pages->next));
-            return EXIT_REFUSED;
-        }
-    return return_to_page(pages, first) ? EXIT_DONE : EXIT_LOCAL;
+    while (pages->next <= range->last && skip_fax_page(pages)) {
+    }
+    const bool whole = pages->next > range->last;
+    if (!whole) {
+        complain(*pages, "the file ends before the end of page " + std::to_string(pages->next));
+        range->last = pages->next - 1;
+    }
+    if (!return_to_page(pages, first))
+        return EXIT_LOCAL;
+    return whole ? EXIT_DONE : EXIT_REFUSED;
 }
 
 exit_status decode_next_page(fax_pages_t *pages, page_image_t *image)

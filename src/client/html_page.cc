@@ -1,7 +1,5 @@
 #include "client/html_page.h"
 
-#include <nlohmann/json.hpp>
-
 #include "client/output.h"
 #include "util/command_output.h"
 
@@ -30,22 +28,12 @@ img { display: block; width: 7rem; height: 9.9rem; object-fit: contain; object-p
 
 std::string html_text(const std::string &text)
 {
-    static const std::string replacement = "\xEF\xBF\xBD";  // U+FFFD
-    // The JSON library knows what UTF-8 is.
-    const std::string valid = nlohmann::json::parse(json_text(text)).get<std::string>();
     std::string escaped;
-    for (size_t i = 0; i < valid.size(); i++) {
-        const unsigned char byte = static_cast<unsigned char>(valid[i]);
-        if (byte == '&' || byte == '<' || byte == '>' || byte == '"' || byte == '\'') {
-            escaped += "&#" + std::to_string(byte) + ";";
-        } else if (byte < ' ' || byte == 0x7F) {
-            escaped += replacement;
-        } else if (byte == 0xC2 && static_cast<unsigned char>(valid[i + 1]) < 0xA0) {
-            escaped += replacement;  // U+0080 to U+009F, the other control characters
-            i++;
-        } else {
-            escaped += valid[i];
-        }
+    for (const char ch : plain_utf8(text)) {
+        if (ch == '&' || ch == '<' || ch == '>' || ch == '"' || ch == '\'')
+            escaped += "&#" + std::to_string(ch) + ";";
+        else
+            escaped += ch;
     }
     return escaped;
 }

@@ -62,6 +62,26 @@ std::string json_text(const nlohmann::json &value)
     return value.dump(2, ' ', false, nlohmann::json::error_handler_t::replace);
 }
 
+std::string plain_utf8(const std::string &text)
+{
+    static const std::string replacement = "\xEF\xBF\xBD";  // U+FFFD
+    // The JSON library knows what UTF-8 is.
+    const std::string valid = nlohmann::json::parse(json_text(text)).get<std::string>();
+    std::string plain;
+    for (size_t i = 0; i < valid.size(); i++) {
+        const unsigned char byte = static_cast<unsigned char>(valid[i]);
+        if (byte < ' ' || byte == 0x7F) {
+            plain += replacement;
+        } else if (byte == 0xC2 && static_cast<unsigned char>(valid[i + 1]) < 0xA0) {
+            plain += replacement;  // U+0080 to U+009F, the other control characters
+            i++;
+        } else {
+            plain += valid[i];
+        }
+    }
+    return plain;
+}
+
 void print_json(const nlohmann::json &value)
 {
     puts(json_text(value).c_str());

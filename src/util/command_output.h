@@ -22,6 +22,9 @@ int run_command(int argc, char **argv, int (*run)(int argc, char **argv), int fa
 std::string printable(const std::string &text);
 std::string printable_lines(const std::string &text);  // line feeds stay; later lines are indented
 
+// `text` for documents in UTF-8: bytes that are not UTF-8, and control characters, become U+FFFD.
+std::string plain_utf8(const std::string &text);
+
 // `value` as indented text; bytes that are not UTF-8 become U+FFFD.
 std::string json_text(const nlohmann::json &value);
 
