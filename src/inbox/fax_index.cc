@@ -1,7 +1,10 @@
 // The index maps each fax id to the node before its own, so that a node of the singly linked chain can be
-// unlinked without walking to it. Clients commit thousands of faxes one by one.
+// unlinked without walking to it. Clients commit thousands of faxes one by one. Names lead to their nodes,
+// for scans that look at a few files only; a file that has changed is listed twice, so a name may have
+// several.
 #include "inbox/fax_index.h"
 
+#include <algorithm>
 #include <cerrno>
 #include <cstdio>
 #include <cstring>
@@ -141,7 +144,14 @@ static file_node_t *&link_after(fax_index_t *index, file_node_t *previous)
 static void link_node(fax_index_t *index, file_node_t *previous, file_node_t *node,
                       const file_identity_t &file)
 {
-    index->places.insert_or_assign(node->faxid, fax_index_t::place_t{previous, file});  // alone may throw
+    // These alone may throw.
+    const auto named = index->by_name.emplace(node->name, node);
+    try {
+        index->places.insert_or_assign(node->faxid, fax_index_t::place_t{previous, file});
+    } catch (...) {
+        index->by_name.erase(named);
+        throw;
+    }
     file_node_t *&link = link_after(index, previous);
     node->next = link;
     link = node;
@@ -200,6 +210,8 @@ file_node_t *delete_file_node(fax_index_t *index, faxid_t faxid)
     else
         index->tail = previous;
     index->places.erase(found);
+    auto [named, end] = index->by_name.equal_range(node->name);
+    index->by_name.erase(std::find_if(named, end, [&](const auto &entry) { return entry.second == node; }));
     index->name_sum -= sum_of(node->name);
     node->next = nullptr;
     return node;

@@ -8,9 +8,11 @@
 
 #include <memory>
 #include <string>
+#include <string_view>
 #include <unordered_map>
 #include <vector>
 
+#include "inbox/inbox_watch.h"
 #include "protocol/records.h"
 #include "util/owned.h"
 
@@ -81,7 +83,8 @@ struct fax_index_t : file_list_t {
     fax_index_t(const fax_index_t &) = delete;
     fax_index_t &operator=(const fax_index_t &) = delete;
 
-    std::unordered_map<faxid_t, place_t> places;  // by fax id
+    std::unordered_map<faxid_t, place_t> places;                       // by fax id
+    std::unordered_multimap<std::string_view, file_node_t *> by_name;  // views of the nodes' own names
     file_node_t *tail = nullptr;
     u_int name_sum = 0;  // the check value of the chain as it is now; check_value is that of the last scan
 
@@ -89,6 +92,8 @@ struct fax_index_t : file_list_t {
     file_node_t *dropped = nullptr;
     std::string complaints;
     bool complained_again = false;  // the last scan failed as the one before, and logged nothing
+    inbox_watch_t watch;
+    time_t last_touch = 0;  // mtime of the marker at the last scan
 };
 
 fax_index_t *create_new_list();       // empty, to be freed by free_index(); null without memory

@@ -1,19 +1,14 @@
-// Every listing scans its inbox, so a scan of 100,000 unchanged files must cost one stat call each and little
-// more: files are looked up relative to the open directory, a path is made by copying the name after the
-// directory's, and what the check for vanished files has learnt is used again when the directory is read.
+// A scan of everything costs a status call a file, so what the check for vanished files has learnt is used
+// again when the directory is read. A scan of what has changed does the same with the few files it is about:
+// where it could come to anything else than a scan of everything, it leaves things to that, before it has
+// done anything but touch the marker.
 #include "inbox/inbox_scan.h"
 
-#include <dirent.h>
-#include <endian.h>
 #include <fcntl.h>
-#include <sys/param.h>
 #include <unistd.h>
 
 #include <algorithm>
-#include <bit>
-#include <cctype>
 #include <cerrno>
-#include <cstdarg>
 #include <cstdio>
 #include <cstring>
 #include <map>
@@ -21,306 +16,48 @@
 #include <optional>
 #include <set>
 #include <string>
-#include <string_view>
+#include <utility>
 #include <vector>
 
 #include "disk/work_note.h"
-#include "faxfile/fax_header.h"
-#include "inbox/fax_ids.h"
 #include "inbox/fax_index.h"
+#include "inbox/file_node.h"
+#include "inbox/inbox_dir.h"
 #include "inbox/listed_file.h"
+#include "inbox/name_set.h"
+#include "inbox/scan_complaints.h"
 #include "log/report.h"
 #include "util/access.h"
-#include "util/paths.h"
 #include "util/settings.h"
 #include "util/trace.h"
 
 namespace faxtray {
 
-// What a scan has to complain about
-
 namespace {
-
-// Complaints about files of the inbox: traced at once, and logged at the end unless the last scan had the
-// same. So a file that fails every scan is in the log once, not once a request.
-class complaints_t {
-public:
-    // Adds one line. In the log `program` and ": " stand in front of it, unless that is "". Control
-    // characters, which names of files may contain, are escaped.
-    void add(const char *program, const char *format, ...) __attribute__((format(printf, 3, 4)))
-    {
-        char text[2 * MAXPATHLEN + 256];  // two paths at their longest and the words around them
-        va_list args;
-        va_start(args, format);
-        vsnprintf(text, sizeof text, format, args);
-        va_end(args);
-        std::string line;
-        for (const char *c = text; *c; c++) {
-            const auto byte = static_cast<unsigned char>(*c);
-            char shown[8];
-            snprintf(shown, sizeof shown, iscntrl(byte) ? "\\x%02X" : "%c", byte);
-            line += shown;
-        }
-        trprintf("%s\n", line.c_str());
-        log_ += (*program ? std::string(program) + ": " : "") + line + "\n";
-    }
-
-    // The log has a part of it already, and gets the rest in any case.
-    void is_in_log() { in_log_ = true; }
-
-    // Ends the scan. `last` is what the scan before complained of, and becomes what this one did. Returns
-    // whether that is the same, and was not logged again.
-    bool conclude(std::string &last)
-    {
-        const bool again = log_ == last && !last.empty() && !in_log_;
-        if (!again)
-            fputs(log_.c_str(), stderr);
-        last.swap(log_);
-        return again;
-    }
-
-private:
-    std::string log_;
-    bool in_log_ = false;
-};
-
-}  // namespace
-
-// One file
-
-// The attributes of a fax header that the index shows.
-namespace {
-enum : int { PAGES, SENDER_FAX, SUB_FRAME, PWD_FRAME, SHOWN_ATTRS };
-}
-static constexpr const char *shown_attrs[SHOWN_ATTRS] = {"#PAGES", "SENDER_FAX#", "T30_SUB_FRAME",
-                                                         "T30_PWD_FRAME"};
-
-// A shorter file is no fax, whatever it holds.
-static bool has_fax_magic(const char *bytes, ssize_t n)
-{
-    uint32_t word;
-    memcpy(&word, bytes, sizeof word);
-    return n >= static_cast<ssize_t>(sizeof word) && be32toh(word) == FAX_MAGIC;
-}
-
-// The value of "#PAGES" as a number, -1 if there is none.
-static int page_count(const char *text, const char *path)
-{
-    if (!text)
-        return -1;
-    char *end;
-    long count = strtol(text, &end, 10);  // like "%d": leading white space allowed, trailing text ignored
-    if (end == text) {
-        trprintf("warning: Invalid %s attribute in fax file \"%s\": [%s].\n", shown_attrs[PAGES], path, text);
-        return -1;
-    }
-    // The wire has 32 bits; clients show -1 as unknown.
-    return count >= INT32_MIN && count <= INT32_MAX ? static_cast<int>(count) : -1;
-}
-
-static char *value_or_unknown(const char *value)
-{
-    return borrowed(value ? value : "Unknown");
-}
-
-// A new node for a file; `values` are those of shown_attrs, or null if it is no fax. Null with a complaint
-// without memory.
-static file_node_t *describe_file(const char *path, const char *name, const struct stat &st,
-                                  const char *const *values, complaints_t &complaints)
-{
-    file_info_t info = {};
-    info.name = borrowed(name);
-    info.pages = -1;
-    info.size = static_cast<u_int>(std::min<off_t>(st.st_size, UINT32_MAX));  // the wire has no more bits
-    info.mtime = st.st_mtime;
-    if (values) {
-        info.is_fax = 1;
-        info.pages = page_count(values[PAGES], path);
-        info.sender_fax = value_or_unknown(values[SENDER_FAX]);
-        info.subaddress = value_or_unknown(values[SUB_FRAME]);
-        info.pwd_frame = value_or_unknown(values[PWD_FRAME]);
-    }
-    const char *refused;
-    file_node_t *node = build_node(info, &refused);
-    if (node)  // ids are not spent on failures
-        node->faxid = newid();
-    else if (refused)
-        complaints.add("", "create_file_node: strdup(\"%s\"): %s", refused, strerror(errno));
-    else
-        complaints.add("", "create_file_node: malloc(): %s", strerror(errno));
-    return node;
-}
-
-// create_file_node for a file opened with open_inbox_file; no descriptor stands for its failure, errno. Reads
-// one block, which holds the whole header of almost every fax.
-static file_node_t *create_node(unique_fd fd, const char *path, const char *name, const struct stat &st,
-                                complaints_t &complaints)
-{
-    if (!fd) {
-        complaints.add("", "create_file_node: cv_open(\"%s\"): %s", path, strerror(errno));
-        return nullptr;
-    }
-    char block[4096];
-    ssize_t n = read(fd.get(), block, sizeof block);
-    if (n < 0) {  // an I/O error, or a directory
-        complaints.add("", "create_file_node: read(\"%s\"): %s", path, strerror(errno));
-        return nullptr;
-    }
-    if (!has_fax_magic(block, n))
-        return describe_file(path, name, st, nullptr, complaints);
-
-    const char *values[SHOWN_ATTRS];
-    c_string text;  // of a header that is longer than the block
-    if (!find_fax_header_values(block, static_cast<size_t>(n), shown_attrs, values, SHOWN_ATTRS)) {
-        // Longer, or corrupt: the thorough way reads it all, or says what is wrong.
-        text = read_fax_header_values(fd.get(), shown_attrs, values, SHOWN_ATTRS);
-        if (!text) {
-            complaints.is_in_log();  // by read_fax_header_values
-            complaints.add("", "create_file_node: read_fax_header(\"%s\") failed", path);
-            return nullptr;
-        }
-    }
-    return describe_file(path, name, st, values, complaints);
-}
-
-file_node_t *create_file_node(const char *path, const char *name, const struct stat &st)
-{
-    try {
-        complaints_t complaints;
-        std::string none;
-        file_node_ptr node(create_node(open_inbox_file(AT_FDCWD, path), path, name, st, complaints));
-        complaints.conclude(none);
-        return node.release();
-    } catch (const std::bad_alloc &) {
-        report("create_file_node: malloc(): %s\n", strerror(ENOMEM));
-        return nullptr;
-    }
-}
-
-// The directory
-
-namespace {
-
-// An inbox directory, held open, and one of its files, selected by name.
-class inbox_dir_t {
-public:
-    explicit inbox_dir_t(const char *path) : directory_(path)
-    {
-        stream_.reset(open_stream(path));
-        error_ = errno;
-        // Normalising a canonical directory changes nothing, so its paths can be made by copying.
-        size_t length = strlen(path);
-        if (is_canonical_path(path) && length > 1 && length + 2 <= sizeof path_) {
-            memcpy(path_, path, length);
-            path_[length] = '/';
-            prefix_ = length + 1;
-        }
-    }
-
-    DIR *stream() const noexcept { return stream_.get(); }  // null if the directory cannot be read
-    int error() const noexcept { return error_; }           // its errno then
-    int fd() const noexcept { return stream_ ? dirfd(stream_.get()) : -1; }
-
-    // Selects the file of that name and returns its path, valid until the next selection; null if no valid
-    // path can be made. A name that normalising would leave alone needs neither mk_path nor a walk from the
-    // root.
-    const char *select(const char *name)
-    {
-        size_t length = strlen(name);
-        if (prefix_ != 0 && prefix_ + length + 1 <= sizeof path_ && is_plain(name, length)) {
-            memcpy(path_ + prefix_, name, length + 1);
-            selected_ = name;
-            return path_;
-        }
-        return selected_ = mk_path(directory_, name);
-    }
-
-    // The selected file, for calls like openat that take fd() and a path.
-    const char *selected() const noexcept { return selected_; }
-    bool status(struct stat *st) const { return fstatat(fd(), selected_, st, 0) == 0; }
-
-private:
-    static DIR *open_stream(const char *path)
-    {
-        unique_fd fd(open(path, O_RDONLY | O_DIRECTORY | O_CLOEXEC));
-        DIR *stream = fd ? fdopendir(fd.get()) : nullptr;
-        if (stream)
-            (void)fd.release();
-        return stream;
-    }
-
-    // Whether mk_path would keep the name as it is: it refuses white space and strips quotes.
-    static bool is_plain(const char *name, size_t length)
-    {
-        for (const char *c = name; *c; c++)
-            if ((*c > 0 && *c <= ' ') || *c == 127)  // white space and control characters
-                return false;
-        return length > 0 && name[length - 1] != '"';
-    }
-
-    const char *directory_;
-    dir_ptr stream_;
-    int error_ = 0;
-    const char *selected_ = nullptr;  // relative to fd(), or absolute
-    size_t prefix_ = 0;               // length of "directory/" in path_; 0: every path needs mk_path
-    char path_[MAXPATHLEN];
-};
-
-// The names of listed files, which the nodes own. A hash table with open addressing, at most half full.
-// Hashes are stored beside the pointers, because reading a name costs a cache miss.
-class name_set_t {
-public:
-    explicit name_set_t(size_t most) : slots_(std::bit_ceil(2 * most + 1)) {}
-
-    void insert(const char *name)
-    {
-        size_t hash = hash_of(name);
-        slots_[slot_of(name, hash)] = {name, hash};
-    }
-    bool contains(const char *name) const { return slots_[slot_of(name, hash_of(name))].name; }
-
-private:
-    struct slot_t {
-        const char *name;
-        size_t hash;
-    };
-
-    static size_t hash_of(const char *name) { return std::hash<std::string_view>()(name); }
-
-    // The slot that holds `name`, or the free one where it would be put.
-    size_t slot_of(const char *name, size_t hash) const
-    {
-        size_t mask = slots_.size() - 1;
-        size_t at = hash & mask;
-        while (slots_[at].name && (slots_[at].hash != hash || strcmp(slots_[at].name, name) != 0))
-            at = (at + 1) & mask;
-        return at;
-    }
-
-    std::vector<slot_t> slots_;
-};
 
 // One scan, and what it has found out so far.
 struct scan_t {
-    explicit scan_t(user_node_t *scanned)
-        : user(scanned), index(scanned->index), dir(scanned->inbox), unchanged(index->places.size())
+    scan_t(user_node_t *scanned, size_t most_unchanged)
+        : user(scanned), index(scanned->index), dir(scanned->inbox), unchanged(most_unchanged)
     {
     }
 
     user_node_t *user;
     fax_index_t *index;
     inbox_dir_t dir;
-    effective_user reader;                       // determined once a scan, not once a file
-    name_set_t unchanged;                        // listed files that need no second look
-    std::map<std::string, struct stat> changed;  // listed files whose mtime has changed since
-    // Files added by scans that failed later: listed although above the mark.
-    std::set<std::pair<std::string_view, time_t>> above_mark;
-    name_set_t dropped{0};                             // names of dropped nodes, whose files are listed again
-    time_t cutoff = 0;                                 // files of this mtime or later may still be growing
-    std::set<std::string> young;                       // dropped ones among those
-    std::vector<found_file_t> found;                   // to be added, in the order of the directory
+    effective_user reader;                    // determined once a scan, not once a file
+    name_set_t unchanged;                     // listed files that need no second look
+    std::map<std::string, struct stat> seen;  // files whose status the scan knows, and looks at again
+    name_set_t dropped{0};                    // names of dropped nodes, whose files are listed again
+    bool has_dropped = false;                 // one of them in this scan
+    time_t cutoff = 0;                        // files of this mtime or later may still be growing
+    std::set<std::string> young;              // dropped ones among those
+    std::vector<found_file_t> found;          // to be added, in the order of the directory
     std::optional<std::set<std::string>> in_delivery;  // what deliveries are working on, once it is asked for
-    complaints_t complaints;
+    scan_complaints_t complaints;
+
+    std::set<std::string> again;  // entries that the next scan must look at, whether or not they change
+    bool doubtful = false;        // it must look at all of them
 };
 
 }  // namespace
@@ -331,6 +68,24 @@ static constexpr char included_before[] = "File included in previous index updat
 static constexpr char too_young[] = "File newer than this update time";
 static constexpr char being_delivered[] = "Copy that a delivery works on";
 static constexpr char vanished[] = "No longer there";
+
+// What the next scan must look at
+
+static void look_again(scan_t &scan, const char *name)
+{
+    if (scan.again.size() > inbox_watch_t::most_names)
+        scan.doubtful = true;
+    else
+        scan.again.insert(name);
+}
+
+// Whether a file may change without an event in its directory: by its other names.
+static bool has_other_names(const struct stat &st)
+{
+    return S_ISREG(st.st_mode) && st.st_nlink > 1;
+}
+
+// Dropped nodes
 
 // Frees the dropped nodes for which `done` is true.
 template <class Done> static void free_dropped(fax_index_t *index, Done done)
@@ -369,46 +124,77 @@ static bool is_stale(const scan_t &scan, const file_node_t *node, const struct s
            !(scan.index->places.at(node->faxid).file == file_identity_t(st));
 }
 
-// Drops the first listed file that is gone, and remembers what it sees of the others. Kept: one a scan;
-// clients that page through the index would otherwise lose several ids at once.
-static void drop_vanished(scan_t &scan)
+// Vanished files
+
+// The status of the selected file as the scan has seen it before or, if it has not, as it is now. One status
+// per file and scan: two could differ.
+static bool status_of(const scan_t &scan, const char *name, struct stat *st)
 {
-    bool dropped = false;
+    auto known = scan.seen.find(name);
+    if (known == scan.seen.end())
+        return scan.dir.status(st);
+    *st = known->second;
+    return true;
+}
+
+// Looks at a listed file: drops its node if the file has gone and no other was dropped in this scan, and
+// remembers what it sees. Kept: one a scan; clients that page through the index would otherwise lose several
+// ids at once.
+static void check_listed(scan_t &scan, const file_node_t *node)
+{
+    const char *path = scan.dir.select(node->name);
+    if (!path) {
+        fprintf(stderr, "Trayd: Warning: Can't create file path.\n");
+        scan.doubtful = true;
+        return;
+    }
+    struct stat st;
+    if (!status_of(scan, node->name, &st) || !scan.reader.may(st, S_IFREG, "r")) {
+        if (scan.has_dropped || is_readable_file(path)) {  // by path: the directory may not be open
+            look_again(scan, node->name);
+            return;
+        }
+        scan.has_dropped = true;
+        scan.dropped.insert(node->name);
+        drop_file_node(scan.index, node->faxid);
+        return;
+    }
+    scan.doubtful = scan.doubtful || has_other_names(st);
+    // A file changed in place is listed a second time, as a new fax: see skip_reason.
+    if (is_stale(scan, node, st))
+        return;
+    if (st.st_mtime <= scan.user->scan_mark || st.st_mtime == node->mtime)
+        scan.unchanged.insert(node->name);
+    else
+        scan.seen.emplace(node->name, st);
+}
+
+// All listed files, in the order of the list.
+static void check_all_listed(scan_t &scan)
+{
     for (const file_node_t *node = scan.index->head, *next; node; node = next) {
         next = node->next;
-        const char *path = scan.dir.select(node->name);
-        if (!path) {
-            fprintf(stderr, "Trayd: Warning: Can't create file path.\n");
-            continue;
-        }
-        struct stat st;
-        if (scan.dir.status(&st) && scan.reader.may(st, S_IFREG, "r")) {
-            // A file changed in place is listed a second time, as a new fax: see skip_reason.
-            if (is_stale(scan, node, st))
-                continue;
-            if (st.st_mtime <= scan.user->scan_mark || st.st_mtime == node->mtime)
-                scan.unchanged.insert(node->name);
-            else
-                scan.changed.emplace(node->name, st);
-        } else if (!dropped && !is_readable_file(path)) {  // by path: the directory may not be open
-            dropped = true;
-            scan.dropped.insert(node->name);
-            drop_file_node(scan.index, node->faxid);
-        }
+        check_listed(scan, node);
     }
 }
 
-// Remembers the files that are listed although above the mark: a scan that fails keeps what it has added, but
-// does not raise the mark.
-static void note_above_mark(scan_t &scan)
+// Those of the given names, in the same order: of equal times the one that came first has the lower id.
+static void check_listed_among(scan_t &scan, const std::set<std::string> &names)
 {
-    time_t mark = scan.user->scan_mark;
-    if (!scan.index->tail || scan.index->tail->mtime <= mark)
-        return;
-    for (const file_node_t *node = scan.index->head; node; node = node->next)
-        if (node->mtime > mark)
-            scan.above_mark.emplace(node->name, node->mtime);
+    std::vector<const file_node_t *> nodes;
+    for (const std::string &name : names) {
+        auto [at, end] = scan.index->by_name.equal_range(name);
+        for (; at != end; ++at)
+            nodes.push_back(at->second);
+    }
+    std::sort(nodes.begin(), nodes.end(), [](const file_node_t *a, const file_node_t *b) {
+        return std::pair(a->mtime, a->faxid) < std::pair(b->mtime, b->faxid);
+    });
+    for (const file_node_t *node : nodes)
+        check_listed(scan, node);
 }
+
+// The marker
 
 // Sets the mtime of the marker to now and computes the cut-off from it: files are compared with the clock of
 // the file system that holds them, which may be another host's. No link is followed: users can make one of
@@ -442,16 +228,21 @@ static bool touch_marker(scan_t &scan)
         scan.complaints.add(Program, "update_index: open(\"%s\"): %s", path, not_regular);
         return false;
     }
+    scan.index->last_touch = st.st_mtime;
     scan.cutoff = st.st_mtime - Update_slop;
     return true;
 }
 
-// Whether an earlier scan has added the file, as it is now.
+// New files
+
+// Whether an earlier scan has added the file, as it is now. A scan that fails keeps what it has added, but
+// does not raise the mark.
 static bool is_listed(const scan_t &scan, const char *name, time_t mtime)
 {
     if (mtime <= scan.user->scan_mark)
         return !scan.dropped.contains(name);
-    return !scan.above_mark.empty() && scan.above_mark.contains({name, mtime});
+    auto [at, end] = scan.index->by_name.equal_range(name);
+    return std::any_of(at, end, [&](const auto &entry) { return entry.second->mtime == mtime; });
 }
 
 // Whether the file at `path` is one that a delivery has made beside the fax, for as long as it needs it.
@@ -480,14 +271,17 @@ static void trace_skip(const char *name, const char *reason)
     trprintf("update_index: Ignoring file: [%s]: %s.\n", name, reason);
 }
 
-// The status of a file found in the directory, as the check for vanished files saw it or, for a file that is
-// not listed, as it is now. One status per file and scan: two could differ.
-static bool status_of(const scan_t &scan, const char *name, struct stat *st)
+// Whether the file is left out of this scan. If that is for the time being, the next one looks again.
+static bool is_left_out(scan_t &scan, const char *name, const char *path, const struct stat &st)
 {
-    auto known = scan.changed.find(name);
-    if (known == scan.changed.end())
-        return scan.dir.status(st);
-    *st = known->second;
+    const char *reason = skip_reason(scan, name, path, st);
+    if (!reason)
+        return false;
+    if (reason == too_young || reason == being_delivered)
+        look_again(scan, name);
+    if (reason == too_young && scan.dropped.contains(name))
+        scan.young.insert(name);
+    trace_skip(name, reason);
     return true;
 }
 
@@ -496,14 +290,14 @@ static bool status_of(const scan_t &scan, const char *name, struct stat *st)
 static bool has_vanished(const scan_t &scan)
 {
     struct stat st;
-    return fstatat(scan.dir.fd(), scan.dir.selected(), &st, AT_SYMLINK_NOFOLLOW) != 0 && errno == ENOENT;
+    return !scan.dir.link_status(&st) && errno == ENOENT;
 }
 
 // Looks at one entry of the directory and, if it belongs in the index, adds a node to what was found. False,
 // with a message, fails the scan.
 static bool visit(scan_t &scan, const char *name)
 {
-    if (strncmp(name, "ii_", 3) == 0) {  // still being written by a delivery
+    if (is_unfinished(name)) {  // still being written by a delivery
         trprintf("update_index: Ignoring file: [%s].\n", name);
         return true;
     }
@@ -526,12 +320,9 @@ static bool visit(scan_t &scan, const char *name)
         scan.complaints.add(Program, "update_index: stat(\"%s\"): %s", path, strerror(error));
         return false;
     }
-    if (const char *reason = skip_reason(scan, name, path, st)) {
-        if (reason == too_young && scan.dropped.contains(name))
-            scan.young.insert(name);
-        trace_skip(name, reason);
+    scan.doubtful = scan.doubtful || has_other_names(st);
+    if (is_left_out(scan, name, path, st))
         return true;
-    }
     unique_fd fd = open_inbox_file(scan.dir.fd(), scan.dir.selected());
     if (!fd && errno == ELOOP) {  // a link that does not count
         trace_skip(name, not_regular);
@@ -541,7 +332,7 @@ static bool visit(scan_t &scan, const char *name)
     const int error = errno;  // of the opening; tracing may change it
     trprintf("update_index: Adding file [%s] to user \"%s\"'s inbox.\n", name, inbox_name(scan.user));
     errno = error;
-    file_node_ptr node(create_node(std::move(fd), path, name, st, scan.complaints));
+    file_node_ptr node(create_file_node(std::move(fd), path, name, st, scan.complaints));
     if (!node) {
         scan.complaints.add(Program, "update_index: Can't create new index entry");
         return false;
@@ -550,8 +341,9 @@ static bool visit(scan_t &scan, const char *name)
     return true;
 }
 
-// Visits every entry but the hidden ones. False, with a message, at the first failure.
-static bool visit_all(scan_t &scan)
+// Visits every entry but the hidden ones, or those of `names` only. False, with a message, at the first
+// failure.
+static bool visit_directory(scan_t &scan, const std::set<std::string> *names)
 {
     for (;;) {
         errno = 0;
@@ -562,10 +354,30 @@ static bool visit_all(scan_t &scan)
             report_as_program("update_index: opendir(\"%s\"): %s\n", scan.user->inbox, strerror(errno));
             return false;
         }
-        if (entry->d_name[0] != '.' && !visit(scan, entry->d_name))
+        if (is_hidden(entry->d_name) || (names && !names->contains(entry->d_name)))
+            continue;
+        // A link changes when the file does that it leads to, elsewhere.
+        if (entry->d_type == DT_LNK || entry->d_type == DT_UNKNOWN)
+            scan.doubtful = scan.doubtful || !is_unfinished(entry->d_name);
+        if (!visit(scan, entry->d_name))
             return false;
     }
 }
+
+// Visits those that have changed. Ids are given out in the order of the directory, which need not be read for
+// a single file.
+static bool visit_changed(scan_t &scan)
+{
+    std::set<std::string> to_add;
+    for (const auto &[name, st] : scan.seen)
+        if (!scan.unchanged.contains(name.c_str()) &&
+            !is_left_out(scan, name.c_str(), scan.dir.select(name.c_str()), st))
+            to_add.insert(name);
+    return to_add.size() > 1 ? visit_directory(scan, &to_add)
+                             : to_add.empty() || visit(scan, to_add.begin()->c_str());
+}
+
+// The scan as a whole
 
 // Adds what was found to the index and returns the largest mtime, or 0. Also done when the scan has failed,
 // so that one bad file does not hide all those before it.
@@ -581,21 +393,9 @@ static time_t add_found(scan_t &scan)
     return newest;
 }
 
-// update_index; may throw std::bad_alloc, the index then being as it was but for a vanished file.
-static bool scan_inbox(scan_t &scan)
+// Adds what was found and, if all was looked at, brings up to date what that is known by. Returns `complete`.
+static bool finish(scan_t &scan, bool complete)
 {
-    note_dropped(scan);
-    drop_vanished(scan);  // Kept: before the directory is known to be readable
-    if (!scan.dir.stream()) {
-        report_as_program("update_index: opendir(\"%s\"): %s\n", scan.user->inbox,
-                          strerror(scan.dir.error()));
-        return false;
-    }
-    if (!touch_marker(scan))
-        return false;
-    note_above_mark(scan);
-
-    bool complete = visit_all(scan);
     time_t newest = add_found(scan);
     // Mark and check value stay as they were: the next scan must look at the failed file again.
     if (!complete)
@@ -603,18 +403,100 @@ static bool scan_inbox(scan_t &scan)
     free_dropped(scan.index, [&](const char *name) { return !scan.young.contains(name); });
     scan.index->check_value = scan.index->name_sum;
     scan.user->scan_mark = std::max(scan.user->scan_mark, newest);
+    if (!scan.doubtful)
+        scan.index->watch.settle(std::move(scan.again));
     return true;
+}
+
+// Both kinds of scan may throw std::bad_alloc, the index then being as it was but for a vanished file.
+
+static bool scan_everything(scan_t &scan)
+{
+    const bool is_open = scan.dir.open();
+    const int error = errno;
+    if (is_open)
+        scan.index->watch.begin(scan.dir.fd());
+    note_dropped(scan);
+    check_all_listed(scan);  // Kept: before the directory is known to be readable
+    if (!is_open) {
+        report_as_program("update_index: opendir(\"%s\"): %s\n", scan.user->inbox, strerror(error));
+        return false;
+    }
+    return touch_marker(scan) && finish(scan, visit_directory(scan, nullptr));
+}
+
+// Whether the inbox is still the directory that is watched, which is opened if there are files to look at.
+static bool is_still_watched(scan_t &scan, bool has_names)
+{
+    struct stat st;
+    const int failed =
+        has_names ? !scan.dir.open() || fstat(scan.dir.fd(), &st) : stat(scan.user->inbox, &st);
+    return !failed && scan.index->watch.is_of(st);
+}
+
+// Reads the status of each of the files, after touching the marker: what changes later is then younger than
+// the cut-off. False in case of doubt.
+static bool look_ahead(scan_t &scan, const std::set<std::string> &names)
+{
+    const time_t last_touch = scan.index->last_touch;
+    if (!is_still_watched(scan, !names.empty()) || !touch_marker(scan) || scan.index->last_touch < last_touch)
+        return false;
+    for (const std::string &name : names) {
+        struct stat st;
+        if (!scan.dir.select(name.c_str()))
+            return false;
+        if (scan.dir.link_status(&st)) {
+            if (S_ISLNK(st.st_mode) || has_other_names(st))
+                return false;
+            scan.seen.emplace(name, st);
+        } else if (errno != ENOENT) {
+            return false;
+        }
+    }
+    return true;
+}
+
+// Scans `scan.user` for what has changed, in `scan`; none if everything must be scanned.
+static std::optional<bool> scan_changes(scan_t &scan, const std::set<std::string> &names)
+{
+    if (!look_ahead(scan, names))
+        return {};
+    note_dropped(scan);
+    check_listed_among(scan, names);
+    return finish(scan, visit_changed(scan));
+}
+
+// Ends a scan, for update_index to return.
+static int conclude(scan_t &scan, bool complete)
+{
+    scan.index->complained_again = scan.complaints.conclude(scan.index->complaints);
+    return complete ? 1 : -1;
+}
+
+// What is to be looked at; none if that is everything.
+static std::optional<std::set<std::string>> changed_names(fax_index_t *index)
+{
+    auto names = index->watch.take_changes();
+    if (tr_writing())  // the trace names every file
+        return {};
+    for (const file_node_t *node = index->dropped; names && node; node = node->next)
+        names->insert(node->name);
+    return names;
 }
 
 int update_index(user_node_t *user)
 {
     trprintf("update_index: Updating inbox for user: [%s].\n", inbox_name(user));
-    user->index->complained_again = false;
+    fax_index_t *index = user->index;
+    index->complained_again = false;
     try {
-        scan_t scan(user);
-        const bool complete = scan_inbox(scan);
-        user->index->complained_again = scan.complaints.conclude(user->index->complaints);
-        return complete ? 1 : -1;
+        if (const auto names = changed_names(index)) {
+            scan_t scan(user, names->size());
+            if (const auto complete = scan_changes(scan, *names))
+                return conclude(scan, *complete);
+        }
+        scan_t scan(user, index->places.size());
+        return conclude(scan, scan_everything(scan));
     } catch (const std::bad_alloc &) {
         report_as_program("update_index: Can't create new index entry\n");
         return -1;
