@@ -98,7 +98,7 @@ start_daemon() {
         ONDRIXHOME=$site PATH=$site/utils:$PATH "${environment[@]}" faxtrayd -f -d 0 >>"$log" 2>&1 &
         echo $!
     )
-    until faxtray status >/dev/null 2>&1; do
+    until faxtray rev >/dev/null 2>&1; do
         kill -0 $daemon 2>/dev/null || { cat "$log" "$site/work/trayd_log"; exit 1; }
     done
     fax=$(listed_fax)

@@ -28,13 +28,13 @@ kill_at() { # RECIPIENT daemon|child NAME COUNT
     tamper=(-e "inject=$3:signal=KILL:when=$4")
     traced "$2" desk deliver "$fax" "$1"
     # The client may see the end of the daemon, and end strace, before strace has written it down.
-    grep -q '^+++ killed by SIGKILL' "$calls" || { [ "$2" = daemon ] && ! faxtray status >/dev/null 2>&1; }
+    grep -q '^+++ killed by SIGKILL' "$calls" || { [ "$2" = daemon ] && ! faxtray rev >/dev/null 2>&1; }
 }
 
 check_child_killed() { # RECIPIENT WHERE
     [ $status = 1 ] && grep -qF "$early" "$answer" || fail "$2: the client was told: $(cat "$answer")"
     grep -qF "$log_line" "$site/work/trayd_log" || fail "$2: no line in the log"
-    faxtray status >/dev/null 2>&1 || fail "$2: the daemon is gone"
+    faxtray rev >/dev/null 2>&1 || fail "$2: the daemon is gone"
     await_children 1
     check "$1" "$2"
 }

@@ -2,23 +2,20 @@
 // this is run before a start, faxtrayd above all, are no problem.
 #include "check/machine_checks.h"
 
-#include <netdb.h>
 #include <sys/utsname.h>
-#include <sys/wait.h>
 #include <unistd.h>
 
-#include <cerrno>
-#include <csignal>
 #include <cstdlib>
 #include <cstring>
-#include <set>
 
 #include "check/inbox_checks.h"
+#include "check/needs.h"
 #include "check/user_checks.h"
 #include "config/attributes.h"
 #include "config/user_settings.h"
 #include "protocol/records.h"
 #include "registry/regd_client.h"
+#include "rpc/host_address.h"
 #include "rpc/listen_address.h"
 #include "rpc/port_mapper.h"
 #include "rpc/trusted_client.h"
@@ -33,37 +30,10 @@ static constexpr timeval patience = {3, 0};  // for each answer
 
 // Commands
 
-// Whether the shell would find the command.
-static bool is_command(const std::string &name)
-{
-    if (name.find('/') != name.npos)
-        return execution_error(name.c_str()) == 0;
-    const char *path = getenv("PATH");
-    for (const char *dir = path ? path : "/usr/bin:/bin";;) {
-        const size_t n = strcspn(dir, ":");
-        if (execution_error((std::string(dir, n) + "/" + name).c_str()) == 0)
-            return true;
-        if (!dir[n])
-            return false;
-        dir += n + 1;
-    }
-}
-
-static std::string tiff_converter_path()
-{
-    const char *home = getenv("ONDRIXHOME");
-    return std::string(home ? home : ".") + "/" + tiff_converter;
-}
-
 // The converters of a file format, once for each.
 static void check_converters(int format, const place_t &place, problems_t &problems)
 {
-    std::vector<std::string> needed;
-    if (format == IV_FILE_FORMAT_TIFF_F)
-        needed = {tiff_converter_path()};
-    if (format == IV_FILE_FORMAT_PDF)
-        needed = {postscript_converter, pdf_converter};
-    for (const std::string &converter : needed)
+    for (const std::string &converter : converters_of(format))
         if (!is_command(converter))
             problems.add(trap("no-converter"), place,
                          {as_get_value_string(AS_DELIVERY_FILE_FORMAT, format), converter});
@@ -78,41 +48,18 @@ static std::string program_of(const av_list_t *user)
     return word.find_first_of("$`'\"\\(){}*?[]~=!") == word.npos ? word : "";
 }
 
-static bool wants_notices(const av_list_t *user)
-{
-    const char *when = av_getv(user, as_get_attr(AS_WHEN_TO_NOTIFY));
-    return !is_empty(when) && !strstr(when, "never") &&
-           !is_empty(av_getv(user, as_get_attr(AS_EMAIL_ADDRESS)));
-}
-
-namespace {
-
-// Of all users together.
-struct needs_t {
-    std::set<int> formats;
-    bool mail = false, notices = false, short_names = false;
-};
-
-}  // namespace
-
 static void check_commands_of(const seen_users_t &list, const av_list_t *user, needs_t &needs,
                               problems_t &problems)
 {
-    const int method = delivery_of(user);
     const seen_section_t *section = list.section_of(user);
+    const size_t known = needs.formats.size();
+    add_needs(user, needs);
     if (is_group(user))
         return;
-    needs.notices = needs.notices || wants_notices(user);
-    if (method < 0)
-        return;
-    if (method != IV_DELIVERY_METHOD_EXEC && method != IV_DELIVERY_METHOD_FAXTRAY)
-        needs.mail = true;
-    needs.short_names =
-        needs.short_names || as_get_value_handle_av(AS_DELIVERY_NAMING, user) == IV_DELIVERY_NAMING_8_3;
-    const int format = as_get_value_handle_av(AS_DELIVERY_FILE_FORMAT, user);
-    if (needs.formats.insert(format).second)
-        check_converters(format, list.place_of(section, as_get_attr(AS_DELIVERY_FILE_FORMAT)), problems);
-    if (method == IV_DELIVERY_METHOD_EXEC)
+    if (needs.formats.size() > known)
+        check_converters(as_get_value_handle_av(AS_DELIVERY_FILE_FORMAT, user),
+                         list.place_of(section, as_get_attr(AS_DELIVERY_FILE_FORMAT)), problems);
+    if (delivery_of(user) == IV_DELIVERY_METHOD_EXEC)
         if (const std::string program = program_of(user); !program.empty() && !is_command(program))
             problems.add(trap("no-command"), list.place_of(section, as_get_attr(AS_DELIVERY_METHOD)),
                          {program});
@@ -131,31 +78,6 @@ static void check_needs(const needs_t &needs, problems_t &problems)
 
 // The network
 
-// Whether the name resolves, asked by a child that an alarm ends: a resolver may take minutes.
-static bool resolves(const char *name)
-{
-    const pid_t child = fork();
-    if (child == 0) {
-        signal(SIGALRM, SIG_DFL);
-        alarm(static_cast<unsigned>(patience.tv_sec));
-        addrinfo hints = {}, *found = nullptr;
-        hints.ai_family = AF_INET;
-        _exit(getaddrinfo(name, nullptr, &hints, &found) == 0 ? 0 : 1);
-    }
-    int status = -1;
-    while (child > 0 && waitpid(child, &status, 0) < 0 && errno == EINTR) {
-    }
-    return status == 0;
-}
-
-static const char *rpc_reason()
-{
-    const int error_number = rpc_createerr.cf_error.re_errno;
-    if (rpc_createerr.cf_stat == RPC_TIMEDOUT)
-        return "it takes too long";
-    return error_number ? strerror(error_number) : clnt_sperrno(rpc_createerr.cf_stat);
-}
-
 static std::string owner_text(const mapping_t &mapping)
 {
     if (!mapping.owner[0] || strcmp(mapping.owner, "unknown") == 0)
@@ -168,7 +90,7 @@ static bool check_registration(problems_t &problems)
 {
     mapping_t mapping;
     if (!port_mapper_find(IN_PROG, IN_VERS, deadline_after(patience), &mapping)) {
-        problems.add(trap("no-rpcbind"), {}, {rpc_reason()});
+        problems.add(trap("no-rpcbind"), {}, {rpc_create_reason()});
         return false;
     }
     if (mapping.port == 0)
@@ -246,7 +168,7 @@ void check_machine(const seen_users_t &list, const char *work_directory, problem
     }
     check_needs(needs, problems);
     struct utsname host;
-    if (uname(&host) == 0 && !resolves(host.nodename))
+    if (uname(&host) == 0 && !find_host(host.nodename, patience.tv_sec))
         problems.add(trap("no-host-name"), {}, {host.nodename});
     if (check_registration(problems))
         check_registry(admin, needs, problems);

@@ -28,6 +28,8 @@ struct options {
     bool force = false;              // get
     bool remove = false;             // get
     std::string directory;           // list: of the HTML page, or ""; sync: the Maildir
+    std::string file;                // view: a fax file of this machine, or ""
+    bool prometheus = false;         // status
     bool yes = false;                // commit
     std::string recipient;           // deliver
 };

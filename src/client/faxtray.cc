@@ -12,6 +12,7 @@
 #include "client/look_commands.h"
 #include "client/password.h"
 #include "client/remove_commands.h"
+#include "client/status_command.h"
 #include "client/sync_command.h"
 #include "client/view_command.h"
 #include "util/command_output.h"
@@ -25,7 +26,7 @@ not listed yet. Fax ids hold until faxtrayd restarts or its user list changes.
 
 Exit status:
   0  done
-  1  the server refused, or a fax is damaged
+  1  the server refused, or a fax is damaged; after status: not all is well
   2  wrong command line
   3  no server reached, or the connection was lost
   4  a local file or the output failed
@@ -45,19 +46,27 @@ namespace {
 
 struct command_row {
     const char *name, *help;
-    exit_status (*run)(session &);  // null for passwd, which needs no server
+    exit_status (*run)(session &);  // null for commands that always do without a session
     // How many faxes it takes. Those that only look take newest and oldest, too; what is removed or delivered
     // has been seen, and has an id.
     enum { NONE, FAX_MAYBE, FAX, FAXES, ID, IDS } faxes;
     bool anonymous;
+    exit_status (*alone)(const options &) =
+        nullptr;  // without a session: if `run` is null, or there is a --file
 };
+
+exit_status run_passwd(const options &chosen)
+{
+    return passwd_command(chosen.password_file);
+}
 
 constexpr command_row commands[] = {
     {"list", "List the inbox, oldest fax first", list_command, command_row::NONE, false},
     {"count", "Print how many faxes the inbox holds", count_command, command_row::NONE, false},
     {"info", "Print what is known of a fax, or of the oldest", info_command, command_row::FAX_MAYBE, false},
     {"get", "Fetch faxes into files", get_command, command_row::FAXES, false},
-    {"view", "Show a fax, in the terminal or by a viewer", view_command, command_row::FAX, false},
+    {"view", "Show a fax, in the terminal or by a viewer", view_command, command_row::FAX, false,
+     view_file_command},
     {"rm", "Remove faxes from the server", rm_command, command_row::IDS, false},
     {"commit", "List the inbox, ask, and remove what was listed", commit_command, command_row::NONE, false},
     {"sync", "Put new faxes into a Maildir, as mail with a PDF", sync_command, command_row::NONE, false},
@@ -68,8 +77,10 @@ constexpr command_row commands[] = {
     {"deliver", "Deliver a fax of an incoming inbox to a user or group", deliver_command, command_row::ID,
      false},
     {"rev", "Print the server's revision", rev_command, command_row::NONE, true},
-    {"status", "Ask whether the server answers", status_command, command_row::NONE, true},
-    {"passwd", "Print the password line for the server's USER_LIST.info", nullptr, command_row::NONE, true},
+    {"status", "Look whether all parts of the fax service work", nullptr, command_row::NONE, true,
+     status_command},
+    {"passwd", "Print the password line for the server's USER_LIST.info", nullptr, command_row::NONE, true,
+     run_passwd},
 };
 
 }  // namespace
@@ -141,6 +152,13 @@ static void add_page(CLI::App *command, options &chosen, const char *help)
         ->type_name("N");
 }
 
+static void add_view_options(CLI::App *command, options &chosen)
+{
+    add_page(command, chosen, "Page that the terminal shows (default: 1), or the only one for a viewer");
+    auto *file = command->add_option("--file", chosen.file, "A fax file of this machine, instead of FAXID");
+    file->type_name("FILE")->excludes(command->get_option("FAXID")->required(false));
+}
+
 // A subcommand with its arguments and the options that only it takes.
 static void add_command(CLI::App &app, const command_row &row, options &chosen)
 {
@@ -160,7 +178,10 @@ static void add_command(CLI::App &app, const command_row &row, options &chosen)
         add_page(command, chosen, "Only this page");
     }
     if (row.run == view_command)
-        add_page(command, chosen, "Page that the terminal shows (default: 1), or the only one for a viewer");
+        add_view_options(command, chosen);
+    if (row.alone == status_command)
+        command->add_flag("--prometheus", chosen.prometheus, "Print metrics for Prometheus")
+            ->excludes(app.get_option("--json"));
     if (row.run == commit_command)
         command->add_flag("-y,--yes", chosen.yes, "Do not ask");
     if (row.run == deliver_command)
@@ -187,6 +208,8 @@ static int parse_and_run(int argc, char **argv)
         app.parse(argc, argv);
         if (app.got_subcommand("get") && chosen.faxes.empty() && !chosen.all)
             throw CLI::RequiredError("FAXID or --all");
+        if (app.got_subcommand("view") && chosen.faxes.empty() && chosen.file.empty())
+            throw CLI::RequiredError("FAXID or --file");
     } catch (const CLI::ParseError &error) {
         return app.exit(error) == 0 ? EXIT_DONE : EXIT_USAGE;
     }
@@ -196,7 +219,7 @@ static int parse_and_run(int argc, char **argv)
     }
     for (const command_row &row : commands) {
         if (app.got_subcommand(row.name))
-            return row.run ? run(chosen, row.run, row.anonymous) : passwd_command(chosen.password_file);
+            return row.run && chosen.file.empty() ? run(chosen, row.run, row.anonymous) : row.alone(chosen);
     }
     return EXIT_USAGE;
 }

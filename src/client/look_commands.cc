@@ -87,24 +87,6 @@ exit_status rev_command(session &s)
     return EXIT_DONE;
 }
 
-exit_status status_command(session &s)
-{
-    settings_list status;
-    if (!s.client.get_status(&status))
-        return report_failure(s.client);
-    if (s.chosen.json) {
-        nlohmann::json object = nlohmann::json::object();
-        for (const auto &[name, value] : status)
-            object[name] = value;
-        print_json(object);
-        return EXIT_DONE;
-    }
-    printf("faxtrayd at host %s answers\n", printable(s.client.host()).c_str());
-    for (const auto &[name, value] : status)
-        printf("%s = %s\n", printable(name).c_str(), printable(value).c_str());
-    return EXIT_DONE;
-}
-
 exit_status inboxes_command(session &s)
 {
     std::vector<incoming_inbox> inboxes;

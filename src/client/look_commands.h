@@ -11,6 +11,5 @@ exit_status info_command(session &s);
 exit_status inboxes_command(session &s);
 exit_status recipients_command(session &s);
 exit_status rev_command(session &s);
-exit_status status_command(session &s);
 
 }  // namespace faxtray

@@ -3,6 +3,7 @@
 // removed by a later run.
 #include "client/view_command.h"
 
+#include <fcntl.h>
 #include <langinfo.h>
 #include <sys/ioctl.h>
 #include <sys/stat.h>
@@ -176,24 +177,46 @@ static exit_status show_by_viewer(const fax_entry &fax, fax_pages_t *pages, cons
     return EXIT_LOCAL;
 }
 
+// Shows the pages that the command line asks for.
+static exit_status show(const options &chosen, const fax_entry &fax, fax_pages_t *pages)
+{
+    const bool in_terminal = environment("FAXTRAY_VIEWER").empty() && terminal_shows_pictures();
+    const long first = std::max(chosen.page, 1L);
+    page_range_t range = {first, in_terminal ? first : chosen.page};
+    const exit_status status = find_whole_pages(pages, &range);
+    if (status != EXIT_DONE)
+        return status;
+    return in_terminal ? show_in_terminal(fax, pages) : show_by_viewer(fax, pages, range);
+}
+
 exit_status view_command(session &s)
 {
     faxid_t id = 0;
     fax_entry fax;
     fax_pages_t pages;
-    const bool in_terminal = environment("FAXTRAY_VIEWER").empty() && terminal_shows_pictures();
-    const long first = std::max(s.chosen.page, 1L);
-    page_range_t range = {first, in_terminal ? first : s.chosen.page};
     exit_status status = choose_fax(s, &id);
     if (status == EXIT_DONE)
         status = find_fax(s, id, &fax);
     if (status == EXIT_DONE)
         status = fetch_pages(s, fax, &pages);
-    if (status == EXIT_DONE)
-        status = find_whole_pages(&pages, &range);
-    if (status != EXIT_DONE)
-        return status;
-    return in_terminal ? show_in_terminal(fax, &pages) : show_by_viewer(fax, &pages, range);
+    return status == EXIT_DONE ? show(s.chosen, fax, &pages) : status;
+}
+
+exit_status view_file_command(const options &chosen)
+{
+    fax_entry fax;
+    fax_pages_t pages;
+    unique_fd fd(open(chosen.file.c_str(), O_RDONLY | O_CLOEXEC));
+    if (!fd) {
+        fprintf(stderr, "faxtray: can't read %s: %s\n", printable(chosen.file).c_str(), strerror(errno));
+        return EXIT_LOCAL;
+    }
+    if (!open_fax_pages(std::move(fd), chosen.file, &pages))
+        return EXIT_REFUSED;
+    fax.name = last_component(chosen.file.c_str());
+    const char *sender = get_fax_header_value(pages.header.get(), "SENDER_FAX#");
+    fax.sender = sender ? sender : "";
+    return show(chosen, fax, &pages);
 }
 
 }  // namespace faxtray

@@ -263,6 +263,14 @@ static bool_t timed_freeres(CLIENT *, xdrproc_t routine, void *result)
     return TRUE;
 }
 
+const char *rpc_create_reason()
+{
+    const int error_number = rpc_createerr.cf_error.re_errno;
+    if (rpc_createerr.cf_stat == RPC_TIMEDOUT)
+        return "it takes too long";
+    return error_number ? strerror(error_number) : clnt_sperrno(rpc_createerr.cf_stat);
+}
+
 void timed_destroy(CLIENT *client)
 {
     auth_destroy(client->cl_auth);

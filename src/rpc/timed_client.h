@@ -42,6 +42,8 @@ CLIENT *timed_clnt_at(const sockaddr_in &address, rpcprog_t program, rpcvers_t v
 CLIENT *timed_clnt_connect(int socket, const sockaddr *address, socklen_t size, rpcprog_t program,
                            rpcvers_t version, deadline_t deadline);
 
+const char *rpc_create_reason();  // what rpc_createerr says, in a few words
+
 void timed_destroy(CLIENT *client);  // clnt_destroy as a function
 using client_ptr = std::unique_ptr<CLIENT, deleter<timed_destroy>>;
 
