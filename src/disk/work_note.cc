@@ -345,4 +345,16 @@ std::set<std::string> noted_files()
     return files;
 }
 
+bool delivery_runs()
+{
+    bool runs = false;
+    for_each_note([&runs](const char *path, const char *) {
+        // A delivery that begins or is recovered in this very moment finds its note locked, and can do
+        // without.
+        const unique_fd fd(open(path, O_RDONLY | O_NOFOLLOW | O_NONBLOCK | O_CLOEXEC));
+        runs = runs || (fd ? flock(fd.get(), LOCK_SH | LOCK_NB) != 0 : errno != ENOENT);
+    });
+    return runs;
+}
+
 }  // namespace faxtray

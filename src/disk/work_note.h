@@ -45,6 +45,10 @@ bool note_remove(const char *path);
 // processes too, and what they could not remove. Throws std::bad_alloc.
 std::set<std::string> noted_files();
 
+// Whether a delivery of any process is running: some note in the work directory is locked, or cannot be
+// looked at. Throws std::bad_alloc.
+bool delivery_runs();
+
 // At start-up: removes what the notes of dead processes name, as described above, with a line on standard
 // error for each file, and then the notes. A note whose files cannot all be removed is kept for the next
 // start.
