@@ -27,8 +27,10 @@ static const char *state_name(part_state state)
     return "not needed";
 }
 
-static void print_table(const service_status_t &status)
+static void print_table(const service_status_t &status, bool with_host)
 {
+    if (with_host)
+        printf("host %s\n", printable(status.host).c_str());
     for (const part_t &part : status.parts) {
         std::string state = state_name(part.state);
         if (part.state == part_state::FAILED || part.state == part_state::WARNING)
@@ -50,7 +52,7 @@ static std::string word_of(const part_t &part)
     return word;
 }
 
-static void print_status_json(const service_status_t &status)
+static nlohmann::json to_json(const service_status_t &status)
 {
     nlohmann::json parts = nlohmann::json::object(), disks = nlohmann::json::array(),
                    settings = nlohmann::json::object();
@@ -74,7 +76,7 @@ static void print_status_json(const service_status_t &status)
         object.update({{"version", status.version}, {"answer_seconds", status.answer_seconds}});
     if (status.lists_read)
         object["inboxes"] = {{"users", status.users}, {"incoming", status.incoming}};
-    print_json(object);
+    return object;
 }
 
 // Prometheus
@@ -92,48 +94,77 @@ static std::string number(double value)
     return nlohmann::json(value).dump();
 }
 
-// What stands before the samples of a metric.
-static std::string metric(const std::string &name, const char *help)
-{
-    return "# HELP " + name + " " + help + "\n# TYPE " + name + " gauge\n";
-}
+namespace {
 
-std::string prometheus_text(const service_status_t &status)
+// A metric: all of its samples follow its two lines of comment.
+class metric_t {
+public:
+    metric_t(const std::string &name, const char *help)
+        : name_(name), text_("# HELP " + name + " " + help + "\n# TYPE " + name + " gauge\n")
+    {
+    }
+
+    void add(const service_status_t &of, double value, const char *label = nullptr,
+             const std::string &is = "")
+    {
+        text_ += name_ + "{host=" + quoted(of.host) +
+                 (label ? std::string(",") + label + "=" + quoted(is) : std::string()) + "} " +
+                 number(value) + "\n";
+    }
+
+    const std::string &text() const { return text_; }
+
+private:
+    std::string name_, text_;
+};
+
+}  // namespace
+
+std::string prometheus_text(const std::vector<service_status_t> &statuses)
 {
-    std::string up = metric("faxtray_up", "Whether a part of the fax service works.");
-    std::string disks = metric("faxtray_disk_free_ratio", "Room left where faxes are kept, 0 to 1.");
-    for (const part_t &part : status.parts)
-        if (!part.path.empty())
-            disks +=
-                "faxtray_disk_free_ratio{path=" + quoted(part.path) + "} " + number(part.free_share) + "\n";
-        else if (part.state != part_state::NOT_NEEDED)
-            up += "faxtray_up{part=" + quoted(word_of(part)) + "} " +
-                  (part.state == part_state::OK ? "1" : "0") + "\n";
-    std::string text = metric("faxtray_ok", "Whether all is well with the fax service.") + "faxtray_ok " +
-                       (status.is_well() ? "1" : "0") + "\n" + up;
-    if (!status.version.empty())
-        text += metric("faxtray_version_info", "The version that faxtrayd tells.") +
-                "faxtray_version_info{version=" + quoted(status.version) + "} 1\n" +
-                metric("faxtray_answer_seconds", "How long faxtrayd took to answer.") +
-                "faxtray_answer_seconds " + number(status.answer_seconds) + "\n";
-    if (status.lists_read)
-        text += metric("faxtray_inboxes", "Inboxes in the server's lists.") +
-                "faxtray_inboxes{kind=\"user\"} " + std::to_string(status.users) + "\n" +
-                "faxtray_inboxes{kind=\"incoming\"} " + std::to_string(status.incoming) + "\n" + disks;
-    return text;
+    metric_t ok("faxtray_ok", "Whether all is well with the fax service.");
+    metric_t up("faxtray_up", "Whether a part of the fax service works.");
+    metric_t version("faxtray_version_info", "The version that faxtrayd tells.");
+    metric_t answer("faxtray_answer_seconds", "How long faxtrayd took to answer.");
+    metric_t inboxes("faxtray_inboxes", "Inboxes in the server's lists.");
+    metric_t disks("faxtray_disk_free_ratio", "Room left where faxes are kept, 0 to 1.");
+    for (const service_status_t &status : statuses) {
+        ok.add(status, status.is_well());
+        for (const part_t &part : status.parts)
+            if (!part.path.empty())
+                disks.add(status, part.free_share, "path", part.path);
+            else if (part.state != part_state::NOT_NEEDED)
+                up.add(status, part.state == part_state::OK, "part", word_of(part));
+        if (!status.version.empty()) {
+            version.add(status, 1, "version", status.version);
+            answer.add(status, status.answer_seconds);
+        }
+        if (status.lists_read) {
+            inboxes.add(status, static_cast<double>(status.users), "kind", "user");
+            inboxes.add(status, static_cast<double>(status.incoming), "kind", "incoming");
+        }
+    }
+    return ok.text() + up.text() + version.text() + answer.text() + inboxes.text() + disks.text();
 }
 
 exit_status status_command(const options &chosen)
 {
-    const service_status_t status =
-        ask_service(chosen.host, chosen.user, std::min(chosen.timeout, longest_wait));
+    std::vector<service_status_t> statuses;
+    for (const std::string &host : comma_separated(chosen.host))
+        statuses.push_back(ask_service(host, chosen.user, std::min(chosen.timeout, longest_wait)));
+    nlohmann::json all = nlohmann::json::array();
+    for (const service_status_t &status : statuses)
+        all.push_back(to_json(status));
     if (chosen.prometheus)
-        fputs(prometheus_text(status).c_str(), stdout);
+        fputs(prometheus_text(statuses).c_str(), stdout);
     else if (chosen.json)
-        print_status_json(status);
+        print_json(all.size() == 1 ? all[0] : all);
     else
-        print_table(status);
-    return status.is_well() ? EXIT_DONE : EXIT_REFUSED;
+        for (const service_status_t &status : statuses)
+            print_table(status, statuses.size() > 1);
+    const bool well = !statuses.empty() && std::all_of(statuses.begin(), statuses.end(),
+                                                       [](const auto &status) { return status.is_well(); });
+    return well ? EXIT_DONE : EXIT_REFUSED;
 }
 
 }  // namespace faxtray

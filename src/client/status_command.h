@@ -2,16 +2,18 @@
 #pragma once
 
 #include <string>
+#include <vector>
 
 #include "client/client_session.h"
 #include "client/service_status.h"
 
 namespace faxtray {
 
-// Needs no session: that there is no server is an answer, too. EXIT_DONE if all is well, else EXIT_REFUSED.
+// Asks all hosts that are named. Needs no session: that there is no server is an answer, too. EXIT_DONE if
+// all is well, else EXIT_REFUSED.
 exit_status status_command(const options &chosen);
 
-// The status in the text format of Prometheus, version 0.0.4, as its node exporter collects from files.
-std::string prometheus_text(const service_status_t &status);
+// The statuses in the text format of Prometheus, version 0.0.4, as its node exporter collects from files.
+std::string prometheus_text(const std::vector<service_status_t> &statuses);
 
 }  // namespace faxtray
