@@ -155,6 +155,19 @@ private:
         }
     }
 
+    // Both views look whether a fax is still what was listed.
+    void look()
+    {
+        const unsigned at = pick(6);
+        for (const auto &view : views_) {
+            const file_node_t *node = view->user->index ? view->user->index->head : nullptr;
+            for (unsigned i = 0; i < at && node; i++)
+                node = node->next;
+            if (node)
+                is_there_as_listed(view->user->index, node->faxid, (box_ / node->name).c_str());
+        }
+    }
+
     // One change, and what it was.
     std::string change();
 
@@ -206,8 +219,14 @@ std::string history_t::change()
                  pick(2) ? fs::rename(away_ / "box", box_, error) : (void)fs::create_directory(box_, error),
                  fs::remove_all(away_ / "box", error);
          }},
-        {1, "rename above", [&] { fs::rename(above, top_ / "gone", error); }},
-        {3, "rename back", [&] { fs::rename(top_ / "gone", above, error); }},
+        {1, "rename above",
+         [&] { fs::rename(above, top_ / "gone", error), pick(2) && fs::create_directories(box_, error); }},
+        {3, "rename back",
+         [&] {
+             fs::exists(top_ / "gone") && fs::remove_all(above, error) != 9 &&
+                 (fs::rename(top_ / "gone", above, error), true);
+         }},
+        {6, "look", [&] { look(); }},
         {1, "mode of directory", [&] { chmod(box_.c_str(), 0300); }},
         {2, "and back", [&] { chmod(box_.c_str(), 0755); }},
         {25, "tidy", [&] { tidy(); }},
@@ -234,6 +253,51 @@ TEST(InboxWatch, ListsWhatAScanOfEverythingLists)
         if (geteuid() == 0 || owner == 0)
             history_t(seed ? atoi(seed) : 20261122, geteuid() == 0 ? owner : geteuid())
                 .run(steps ? atoi(steps) : 5000);
+}
+
+// A file with a second name elsewhere, by which it changes without an event.
+struct linked_scene_t {
+    linked_scene_t()
+    {
+        Update_slop = 60;
+        set_mtime(box.write("fax", "no fax"), 1000);
+    }
+    void change_elsewhere()
+    {
+        fs::create_hard_link(box / "fax", away / "fax");
+        set_mtime(away / "fax", 2000);
+    }
+
+    temp_dir box, away;
+    view_t view{box.path(), false};
+};
+
+TEST(InboxWatch, LooksAtEverythingNowAndThen)
+{
+    linked_scene_t scene;
+    const std::string before = scene.view.list(false);
+    scene.change_elsewhere();
+    EXPECT_EQ(scene.view.list(false), before) << "nothing has told of it";
+    full_scan_seconds = -1;
+    EXPECT_NE(scene.view.list(false), before);
+    full_scan_seconds = 600;
+}
+
+TEST(InboxWatch, LeavesTheEventsOfTheDaemonToIt)
+{
+    linked_scene_t scene;
+    const std::string before = scene.view.list(false);
+    set_mtime(scene.box / "fax", 2000);
+    if (fork() == 0) {
+        scene.view.list(false);
+        scene.view.user.reset();
+        _exit(0);
+    }
+    wait(nullptr);
+    EXPECT_NE(scene.view.list(false), before);
+    EXPECT_EQ(scene.view.list(false), scene.view.list(false));
+    set_mtime(scene.box / "fax", 3000);
+    EXPECT_EQ(std::ranges::count(scene.view.list(false), '\n'), 5) << "the daemon watches on";
 }
 
 }  // namespace faxtray

@@ -21,7 +21,7 @@
 
 namespace faxtray {
 
-constexpr time_t full_scan_seconds = 600;
+inline time_t full_scan_seconds = 600;
 
 class inbox_watch_t {
 public:
