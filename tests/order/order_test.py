@@ -164,7 +164,7 @@ def main(site, other):
                       ASAN_OPTIONS="detect_leaks=0")  # the leak checker does not work under strace
     daemon = subprocess.Popen([PROGRAMS / "faxtrayd", "-f", "-d", "0"])
     desk = [PROGRAMS / "faxtray", "-u", "desk", "--inbox", "Desk"]
-    wait_for(lambda: subprocess.run([*desk, "status"], capture_output=True).returncode == 0)
+    wait_for(lambda: subprocess.run([*desk, "rev"], capture_output=True).returncode == 0)
     fax = subprocess.check_output([*desk, "list"], stdin=subprocess.DEVNULL, text=True).splitlines()[1].split()[0]
 
     faults = []
