@@ -156,7 +156,7 @@ static bool find_password(const options &chosen, std::string *hash)
     if (!chosen.password_file.empty()) {
         if (!read_password_file(chosen.password_file, &password))
             return false;
-    } else if (have_terminal()) {
+    } else if (chosen.may_prompt && have_terminal()) {
         if (!ask_password(std::string("Password of ") + chosen.user + " (Return for none): ", &password))
             return false;
     }

@@ -12,6 +12,13 @@
 
 namespace faxtray {
 
+// A word that is being typed (completion.h).
+struct typed_word_t {
+    std::string before;  // what precedes the text in the word: "--as="
+    std::string text;
+    bool in_quotes = false;
+};
+
 // The command line, parsed; commands read what concerns them.
 struct options {
     std::string host = "localhost";  // or several, with commas between
@@ -32,6 +39,8 @@ struct options {
     bool prometheus = false;         // status
     bool yes = false;                // commit
     std::string recipient;           // deliver
+    bool may_prompt = true;          // false: a password is never asked for
+    typed_word_t typed;              // completion
 };
 
 // What a command works with: an open connection, and the inbox that was asked for. Commands print results on

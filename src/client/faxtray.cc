@@ -4,8 +4,10 @@
 
 #include <CLI/CLI.hpp>
 #include <cstdio>
+#include <cstring>
 
 #include "client/client_config.h"
+#include "client/completion.h"
 #include "client/deliver_command.h"
 #include "client/fax_forms.h"
 #include "client/get_command.h"
@@ -204,6 +206,8 @@ static int parse_and_run(int argc, char **argv)
     add_common_options(app, chosen);
     for (const command_row &row : commands)
         add_command(app, row, chosen);
+    if (argc > 1 && strcmp(argv[1], "--complete") == 0)
+        return complete(app, &chosen, {argv + 2, argv + argc});
     try {
         app.parse(argc, argv);
         if (app.got_subcommand("get") && chosen.faxes.empty() && !chosen.all)

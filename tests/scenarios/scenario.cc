@@ -503,6 +503,7 @@ static void make_site()
     unsetenv("ONDRIXHOME");
     const std::string path = site_path + ":" BINARIES ":" + getenv("PATH");  // the site may replace programs
     setenv("PATH", path.c_str(), 1);
+    setenv("TESTS", SCENARIOS "/../..", 1);  // for programs of tests/tools
     umask(022);
     fs::current_path(site_path);
 }
