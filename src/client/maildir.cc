@@ -158,7 +158,7 @@ void maildir::drop()
 
 bool maildir::finish()
 {
-    return sync_directory_of(in("new", "").c_str()) || complain("new");
+    return sync_directory_of(in("new", "message").c_str()) || complain("new");
 }
 
 }  // namespace faxtray

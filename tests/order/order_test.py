@@ -7,6 +7,8 @@
 #   move    The copy on another file system is on the disk, bytes and name, before the original is removed.
 #   note    A delivery writes the name of each working file into its note before it creates the file; before it
 #           renames one to another working name, the note is on the disk with that name and the file's identity.
+#   record  `faxtray sync` records a message when it is on the disk, bytes and name, and gives it its name in new/ when
+#           the record is.
 #   faxes   No fax is renamed, and none is removed but on a client's request.
 #
 # Without any one of the calls of fsync and fdatasync in src/, one of these rules is broken here.
@@ -26,7 +28,9 @@ KINDS = [
     (r"/(proc|etc|usr|run|var|dev/null|dev/tty).*|.*/(socket|pipe):.*", "none"),
     (r".*/work/(trayd_log|exception_log|access_log)|.*/\.inbox_index", "none"),
     (r".*/work/delivery_note\..*", "note"),
-    (r".*/(ii_|FDF\.|FDM\.|\.fax)[^/]*|.*\.\d+|/tmp/[^/]+|.*/incoming/f0_\.[^/]*", "working"),
+    (r".*/faxtray-delivered", "record"),
+    (r".*/mail/tmp/[^/]*", "message"),
+    (r".*/(ii_|FDF\.|FDM\.|\.fax)[^/]*|.*\.\d+|/tmp/[^/]+|.*/#\d+|.*/incoming/f0_\.[^/]*", "working"),
     (r".*", "fax"),
 ]
 
@@ -53,7 +57,11 @@ class Disk:
         self.delivering |= kind(path) == "note"
         self.require(kind(path) != "working" or not self.delivering or path in self.noted, f"{path} is not noted")
         self.made.add(path)
+        self.unsynced_names |= {path} if kind(path) in ("record", "message") else set()
         self.write(path)
+
+    def is_on_disk(self, what):
+        return what not in map(kind, self.unsynced_bytes | self.unsynced_names)
 
     def write(self, path, text=""):
         for identity, named in re.findall(r"\\n[wm] ([0-9a-f:]+) (/\S*) \.\\n", text):
@@ -61,6 +69,7 @@ class Disk:
             self.note.add((identity, named))
         self.unsynced_bytes.add(path)
         self.require(kind(path) != "fax", f"{path} is written under its name")
+        self.require(kind(path) != "record" or self.is_on_disk("message"), "a message is not on the disk, but recorded")
 
     def sync(self, path):
         self.unsynced_bytes.discard(path)
@@ -71,12 +80,13 @@ class Disk:
 
     def rename(self, old, new):
         self.require(kind(old) != "fax", f"{old} is renamed")
+        self.require(kind(old) != "message" or self.is_on_disk("record"), f"{new} comes before the record of it")
         self.made.add(new)
         self.last_name = new
         self.unsynced_names = self.unsynced_names - {old} | {new}
         self.unsynced_bytes = {new if path == old else path for path in self.unsynced_bytes}
         if kind(new) == "fax":
-            self.changes.append("+" + os.path.basename(new))
+            self.changes.append("+" + re.sub(r"\..*\.faxtray", ".faxtray", os.path.basename(new)))
             self.require(new not in self.unsynced_bytes, f"{new} gets its name before its bytes are on the disk")
         elif self.delivering:
             self.require(self.note_has_name and (self.noted[old], new) in self.synced_note,
@@ -109,7 +119,7 @@ class Disk:
             self.rename(*paths)
         elif "unlink" in name:
             self.unlink(paths[0])
-        elif name in ("write", "ftruncate"):
+        elif name in ("write", "pwrite64", "ftruncate"):
             self.write(paths[0], arguments)
 
 
@@ -117,7 +127,7 @@ class Disk:
 def watch(site, command, pid=None):
     calls = pathlib.Path(tempfile.mkdtemp())
     strace = ["strace", "-qq", "-ff", "-ttt", "-y", "-z", "-s", "999", "-o", calls / "calls",
-              "-e", "trace=openat,write,ftruncate,fsync,fdatasync,/^rename,/^unlink"]
+              "-e", "trace=openat,write,pwrite64,ftruncate,fsync,fdatasync,/^rename,/^unlink"]
     if pid:
         tracer = subprocess.Popen([*strace, "-p", str(pid)])
         wait_for(lambda: f"TracerPid:\t{tracer.pid}\n" in pathlib.Path(f"/proc/{pid}/status").read_text())
@@ -176,6 +186,7 @@ def main(site, other):
             ([*desk, "deliver", fax, "pdf"], daemon.pid, ["+f0_.pdf"]),
             ([*desk, "deliver", fax, "mail"], daemon.pid, []),
             ([*desk, "get", fax, "-o", "mine"], None, ["+mine"]),
+            ([*desk, "sync", "--maildir", "mail"], None, ["+1000000000.faxtray"]),
             ([*desk, "rm", fax], daemon.pid, ["-f.fax"]),
             ([PROGRAMS / "faxconv", "--to", "copy", "mine", "mmr"], None, ["+copy"]),
             ([PROGRAMS / "faxconv", "mine", "mr"], None, ["+mine"])):
