@@ -5,7 +5,8 @@
 #
 # usage: scripts/fault-test.sh [--sanitized] [STEP [WHAT...]]    as root; with STEP, at every STEPth fault only
 #
-# WHAT: list, reload, remove, deliver (the daemon's part of a delivery), and recipients, for the child's part; by default
+# WHAT: list (what has changed), scan (the same, looking at every file), reload, remove, deliver (the daemon's part of a
+# delivery), and recipients, for the child's part; by default
 # all. Several runs may go on beside each other.
 #
 # With --sanitized only allocations fail, in programs under the address and undefined-behaviour sanitizers. WHAT may then
@@ -27,7 +28,7 @@ if [ $sanitized ] && [ -z "${FAULT_BUILD:-}" ]; then
     export FAULT_BUILD=build/sanitize
 fi
 on_private_host_only scripts/fault-test.sh $sanitized "$step" "${@:2}"
-everything=(list reload remove deliver same other recoded tiff pdf mail mime body command ${sanitized:+convert})
+everything=(list scan reload remove deliver same other recoded tiff pdf mail mime body command ${sanitized:+convert})
 [ $# -gt 2 ] && wanted=("${@:2:$# - 2}") || wanted=("${everything[@]}")
 
 # The errors of a call that are tried: all six where a file system has a say, else those that the call knows. Calls that
@@ -43,6 +44,9 @@ errors_of() { # NAME
     accept4) echo EMFILE EINTR ENOMEM ;;
     socket | pipe2 | epoll_create1 | fcntl) echo EMFILE ENOMEM ;;
     epoll_wait | poll | wait4 | connect | getrandom) echo EINTR ;;
+    inotify_init1) echo EMFILE ENOMEM ;;
+    inotify_add_watch) echo ENOSPC ENOMEM ;;
+    fstatfs) echo EIO ENOMEM ;;
     clone | clone3 | mmap | brk | mremap) echo ENOMEM ;;
     dup2 | dup3) echo EINTR EMFILE ;;
     esac
@@ -71,6 +75,10 @@ faults() { # ALLOCATIONS
 
 # What is tried: each prints what the client prints, and fails if the client does.
 list() { desk list; }
+scan() {
+    mkdir "$site/incoming/doubt" && rmdir "$site/incoming/doubt"
+    desk list
+}
 remove() { desk rm "$fax"; }
 reload() {
     touch "$site/USER_LIST.info" "$site/MODEMS.info"
@@ -250,7 +258,7 @@ fi
 start_daemon
 for what in "${wanted[@]}"; do
     case $what in
-    list | reload | remove) fail_in_every_way daemon $what ;;
+    list | scan | reload | remove) fail_in_every_way daemon $what ;;
     deliver) fail_in_every_way daemon deliver same ;;
     convert) convert_in_every_way ;;
     *) fail_in_every_way child deliver "$what" ;;
