@@ -31,6 +31,7 @@ namespace faxtray {
 
 static constexpr int rounds = 21, calls = 300;  // a round's calls of each kind
 static constexpr int news = 41;
+static constexpr char imap[] = "/usr/lib/dovecot/imap";
 
 static std::string root;
 static const passwd *mail_user;
@@ -78,12 +79,13 @@ static u_int sum_of_names(int faxes, int count)
     return sum;
 }
 
-// A request for the oldest fax if the inbox is not as known.
+// A request for the two oldest faxes if the inbox is not as known: the answer is longer than that nothing has
+// changed.
 static std::string listing(int faxes, u_int known)
 {
     std::string name = "fax" + std::to_string(faxes), empty;
     pw_req_t pw = {name.data(), empty.data(), empty.data(), 0, 0};
-    index_req_t request = {&pw, 0, 1, 1, known};
+    index_req_t request = {&pw, 0, 1, 2, known};
     return make_call(GET_INDEX, reinterpret_cast<xdrproc_t>(xdr_index_req_t), &request);
 }
 
@@ -112,7 +114,7 @@ public:
             setenv("USER", "mail", 1);
             setenv("HOME", root.c_str(), 1);
             if (setgid(mail_user->pw_gid) == 0 && setuid(mail_user->pw_uid) == 0)
-                execl("/usr/lib/dovecot/imap", "imap", "-c", conf, "-o", place.c_str(), nullptr);
+                execl(imap, imap, "-c", conf, "-o", place.c_str(), nullptr);
             give_up("imap");
         }
         close(ends[1]);

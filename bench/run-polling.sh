@@ -21,6 +21,7 @@ first_valid_uid = 1
 first_valid_gid = 1
 base_dir = $site/work
 log_path = /dev/stderr
+info_log_path = /dev/null
 END
 
 export bin site

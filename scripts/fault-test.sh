@@ -6,8 +6,8 @@
 # usage: scripts/fault-test.sh [--sanitized] [STEP [WHAT...]]    as root; with STEP, at every STEPth fault only
 #
 # WHAT: list (what has changed), scan (the same, looking at every file), reload, remove, deliver (the daemon's part of a
-# delivery), and recipients, for the child's part; by default
-# all. Several runs may go on beside each other.
+# delivery), and recipients, for the child's part; by default all.
+# Several runs may go on beside each other.
 #
 # With --sanitized only allocations fail, in programs under the address and undefined-behaviour sanitizers. WHAT may then
 # be convert, too: faxconv reads a fax of each coding, and re-codes it to each.
