@@ -5,10 +5,15 @@
 #include <unistd.h>
 
 #include <clocale>
+#include <fstream>
 #include <stdexcept>
 
+#include "check/needs.h"
 #include "client/status_command.h"
+#include "disk/work_note.h"
 #include "rpc/host_address.h"
+#include "support/temp_dir.h"
+#include "util/settings.h"
 #include "util/timed_answer.h"
 
 namespace faxtray {
@@ -61,6 +66,71 @@ TEST(Prometheus, ReadsWhateverAServerSaysInAnyLocale)
         EXPECT_NE(prometheus_text({status}).find(line), std::string::npos)
             << line << prometheus_text({status});
     setlocale(LC_ALL, before.c_str());
+}
+
+// Deliveries lock their notes; what a dead one has left counts for nothing.
+TEST(DeliveryRuns, AsLongAsSomeNoteIsLocked)
+{
+    const temp_dir dir;
+    const std::string before = dvWork_dir, left = dir / "delivery_note.17.0";
+    snprintf(dvWork_dir, sizeof dvWork_dir, "%s", dir.path().c_str());
+    EXPECT_FALSE(delivery_runs());
+    std::ofstream(left) << "x";
+    EXPECT_FALSE(delivery_runs());
+    ASSERT_TRUE(note_begin());
+    EXPECT_TRUE(delivery_runs());
+    note_end();
+    EXPECT_FALSE(delivery_runs());
+    unlink(left.c_str());
+    ASSERT_EQ(symlink("nowhere", left.c_str()), 0);  // nobody can tell what it is
+    EXPECT_TRUE(delivery_runs());
+    snprintf(dvWork_dir, sizeof dvWork_dir, "%s", before.c_str());
+}
+
+TEST(Needs, AreThoseOfUsersAndNotOfGroups)
+{
+    struct {
+        std::vector<std::pair<const char *, const char *>> entry;
+        bool mail, notices, short_names;
+        size_t converters;
+    } rows[] = {
+        {{{"delivery_method", "faxtray"}}, false, false, false, 0},
+        {{{"delivery_method", "email_body"}, {"email_address", "a@b"}, {"delivery_file_format", "pdf"}},
+         true,
+         false,
+         false,
+         2},
+        {{{"delivery_method", "exec:true"}, {"delivery_file_format", "tiff_f"}}, false, false, false, 1},
+        {{{"delivery_method", "faxtray"}, {"delivery_naming", "8.3"}}, false, false, true, 0},
+        {{{"delivery_method", "faxtray"}, {"when_to_notify", "fax_incoming"}, {"email_address", "a@b"}},
+         false,
+         true,
+         false,
+         0},
+        {{{"delivery_method", "faxtray"}, {"when_to_notify", "never"}, {"email_address", "a@b"}},
+         false,
+         false,
+         false,
+         0},
+        {{{"delivery_method", "email_body"}, {"group", "Anna,Bert"}}, false, false, false, 0},
+    };
+    for (const auto &row : rows) {
+        const av_list_ptr user(av_new("Anna"));
+        for (const auto &[name, value] : row.entry)
+            ASSERT_TRUE(av_put(user.get(), name, value));
+        needs_t needs;
+        add_needs(user.get(), needs);
+        size_t converters = 0;
+        for (const int format : needs.formats)
+            converters += converters_of(format).size();
+        const auto id = &row - rows;
+        EXPECT_EQ(needs.mail, row.mail) << id;
+        EXPECT_EQ(needs.notices, row.notices) << id;
+        EXPECT_EQ(needs.short_names, row.short_names) << id;
+        EXPECT_EQ(converters, row.converters) << id;
+    }
+    EXPECT_TRUE(is_command("sh") && is_command("/bin/sh"));
+    EXPECT_FALSE(is_command("no such command") || is_command("/etc/passwd") || is_command("/bin"));
 }
 
 }  // namespace faxtray
