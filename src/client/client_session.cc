@@ -6,6 +6,7 @@
 #include <cstdlib>
 #include <unordered_set>
 
+#include "client/growing_pause.h"
 #include "client/hosts.h"
 #include "client/password.h"
 #include "config/munged_name.h"
@@ -194,19 +195,31 @@ static exit_status choose_inbox(const options &chosen, inbox_client &client, inb
     return EXIT_DONE;
 }
 
+exit_status connect(const options &chosen, inbox_client *client)
+{
+    std::vector<std::string> away;
+    for (growing_pause pause(chosen.interval);; pause.wait()) {
+        const bool connected =
+            connect_to_one(client, hosts_for(chosen.host, chosen.user), chosen.timeout, &away);
+        for (size_t i = 0; i < away.size() && !pause.waited(); i++)
+            fprintf(stderr, "faxtray: %s\n", printable(away[i]).c_str());
+        if (connected) {
+            if (pause.waited() || !away.empty())
+                fprintf(stderr, "faxtray: asking host %s %s\n", printable(client->host()).c_str(),
+                        pause.waited() ? "again" : "instead");
+            return EXIT_DONE;
+        }
+        if (!chosen.patient)
+            return EXIT_UNREACHABLE;
+    }
+}
+
 exit_status run(const options &chosen, exit_status (*command)(session &), bool anonymous)
 {
     // The connection comes first: nobody is to type a password for a server that is not there.
     inbox_client client({chosen.user, "", 0}, chosen.timeout);
-    const std::vector<std::string> hosts = hosts_for(chosen.host, chosen.user);
-    std::vector<std::string> away;
-    const bool connected = connect_to_one(&client, hosts, chosen.timeout, &away);
-    for (const std::string &why : away)
-        fprintf(stderr, "faxtray: %s\n", printable(why).c_str());
-    if (!connected)
-        return EXIT_UNREACHABLE;
-    if (!away.empty())
-        fprintf(stderr, "faxtray: asking host %s instead\n", printable(client.host()).c_str());
+    if (exit_status status = connect(chosen, &client); status != EXIT_DONE)
+        return status;
     std::string hash;
     if (!anonymous && !find_password(chosen, &hash))
         return EXIT_LOCAL;
@@ -215,7 +228,7 @@ exit_status run(const options &chosen, exit_status (*command)(session &), bool a
     exit_status found = anonymous ? EXIT_DONE : choose_inbox(chosen, client, &inbox);
     if (found != EXIT_DONE)
         return found;
-    session s = {chosen, client, inbox, shown_faxes(hosts, chosen.user, inbox)};
+    session s = {chosen, client, inbox, shown_faxes(hosts_for(chosen.host, chosen.user), chosen.user, inbox)};
     return command(s);
 }
 

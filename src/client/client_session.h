@@ -41,6 +41,9 @@ struct options {
     std::string recipient;           // deliver
     bool may_prompt = true;          // false: a password is never asked for
     typed_word_t typed;              // completion
+    std::string execute;             // watch: command, or ""
+    double interval = 15;            // watch: seconds
+    bool patient = false;            // wait for a server that is away
 };
 
 // What a command works with: an open connection, and the inbox that was asked for. Commands print results on
@@ -51,6 +54,10 @@ struct session {
     inbox_ref inbox;
     shown_faxes shown;  // of that inbox
 };
+
+// Connects to the first host that answers. If none does, a patient command tries again until one does, and
+// any other fails. The reasons are printed, once.
+exit_status connect(const options &chosen, inbox_client *client);
 
 // Connects, finds the inbox and runs the command. `anonymous`: the command needs no password and no inbox.
 exit_status run(const options &chosen, exit_status (*command)(session &), bool anonymous);

@@ -17,6 +17,7 @@
 #include "client/status_command.h"
 #include "client/sync_command.h"
 #include "client/view_command.h"
+#include "client/watch_command.h"
 #include "util/command_output.h"
 #include "util/standard_options.h"
 
@@ -69,6 +70,7 @@ constexpr command_row commands[] = {
     {"get", "Fetch faxes into files", get_command, command_row::FAXES, false},
     {"view", "Show a fax, in the terminal or by a viewer", view_command, command_row::FAX, false,
      view_file_command},
+    {"watch", "Tell of each new fax, once", watch_command, command_row::NONE, false},
     {"rm", "Remove faxes from the server", rm_command, command_row::IDS, false},
     {"commit", "List the inbox, ask, and remove what was listed", commit_command, command_row::NONE, false},
     {"sync", "Put new faxes into a Maildir, as mail with a PDF", sync_command, command_row::NONE, false},
@@ -133,12 +135,33 @@ static void add_faxes(CLI::App *command, const command_row &row, options &chosen
         faxes->required();
 }
 
-static void add_get_options(CLI::App *command, options &chosen)
+static CLI::Option *add_form(CLI::App *command, options &chosen)
 {
-    command->add_option("--as", chosen.form, "Form: fax (as it is), tiff, pdf, png or pbm")
+    return command->add_option("--as", chosen.form, "Form: fax (as it is), tiff, pdf, png or pbm")
         ->check(CLI::IsMember(form_names()).description(""))
         ->type_name("FORM")
         ->capture_default_str();
+}
+
+static void add_watch_options(CLI::App *command, options &chosen)
+{
+    command
+        ->add_option("--exec", chosen.execute,
+                     "Run this command for each, with FAXTRAY_... in its environment")
+        ->type_name("COMMAND");
+    auto *save =
+        command->add_option("--save", chosen.output, "Fetch each into this directory")->type_name("DIR");
+    add_form(command, chosen)->needs(save);
+    command->add_option("--interval", chosen.interval, "Seconds between looks")
+        ->check(CLI::Range(0.01, 86400.0).description(""))
+        ->type_name("SECONDS")
+        ->capture_default_str();
+    command->add_flag("--all", chosen.all, "The first time, begin with the faxes that are there");
+}
+
+static void add_get_options(CLI::App *command, options &chosen)
+{
+    add_form(command, chosen);
     command
         ->add_option("-o,--output", chosen.output,
                      "File, directory, or - for standard output (default: the fax's own name)")
@@ -179,6 +202,8 @@ static void add_command(CLI::App &app, const command_row &row, options &chosen)
         add_get_options(command, chosen);
         add_page(command, chosen, "Only this page");
     }
+    if (row.run == watch_command)
+        add_watch_options(command, chosen);
     if (row.run == view_command)
         add_view_options(command, chosen);
     if (row.alone == status_command)
@@ -220,6 +245,11 @@ static int parse_and_run(int argc, char **argv)
     if (!bad_config.empty()) {  // reported only now: --help works all the same
         fprintf(stderr, "faxtray: %s\n", bad_config.c_str());
         return EXIT_USAGE;
+    }
+    if (app.got_subcommand("watch")) {
+        chosen.patient = chosen.force = true;  // what it replaces is the same fax, from a run that was killed
+        if (!chosen.output.empty() && !chosen.output.ends_with('/'))
+            chosen.output += '/';  // a directory
     }
     for (const command_row &row : commands) {
         if (app.got_subcommand(row.name))

@@ -25,8 +25,9 @@ namespace {
 // One run of the command.
 struct getting_t {
     session &s;
-    const fax_form_t *form;         // null for the fax as it is
-    std::set<std::string> written;  // files: none of them is replaced by another fax of the same run
+    const fax_form_t *form;          // null for the fax as it is
+    std::set<std::string> written;   // files: none of them is replaced by another fax of the same run
+    std::vector<std::string> files;  // of the fax that was got last
 };
 
 }  // namespace
@@ -37,20 +38,21 @@ static bool is_directory(const std::string &path)
     return stat(path.c_str(), &status) == 0 && S_ISDIR(status.st_mode);
 }
 
-// Where the file goes that would be called `name`.
+// Where the file goes that would be called `name`. What ends in "/" is a directory, even one that is gone.
 static std::string target_for(const options &chosen, const std::string &name)
 {
     if (chosen.output.empty())
         return name;
+    if (chosen.output.ends_with('/'))
+        return chosen.output + name;
     return is_directory(chosen.output) ? chosen.output + "/" + name : chosen.output;
 }
 
-// Prints the path of a file that is whole.
-static void announce(getting_t *getting, const std::string &target)
+// Takes down a file that is whole.
+static void note(getting_t *getting, const std::string &target)
 {
     getting->written.insert(target);
-    if (target != "-")
-        printf("%s\n", printable(target).c_str());
+    getting->files.push_back(target);
 }
 
 static bool begin_file(const getting_t &getting, const std::string &target, whole_file *file)
@@ -71,7 +73,7 @@ static exit_status get_as_it_is(getting_t *getting, const fax_entry &fax)
         return status;
     if (!file.keep())
         return EXIT_LOCAL;
-    announce(getting, target);
+    note(getting, target);
     return EXIT_DONE;
 }
 
@@ -106,7 +108,7 @@ static exit_status get_one_file(getting_t *getting, const fax_entry &fax, fax_pa
     if (status == EXIT_DONE && !file.keep())
         status = EXIT_LOCAL;
     if (status == EXIT_DONE)
-        announce(getting, target);
+        note(getting, target);
     return status;
 }
 
@@ -149,7 +151,7 @@ static exit_status get_files(getting_t *getting, const fax_entry &fax, fax_pages
     if (status == EXIT_DONE && !files.keep())
         status = EXIT_LOCAL;
     for (long page = 1; status == EXIT_DONE && page <= range.last; page++)
-        announce(getting, directory + name_of(page));
+        note(getting, directory + name_of(page));
     return status;
 }
 
@@ -166,23 +168,43 @@ static exit_status remove_fetched(session &s, const fax_entry &fax, const fax_pa
     return remove_fax(s, fax.id, &now);
 }
 
+// Fetches a fax into its files. `pages` is what was fetched of it, read to its last page, unless it was
+// fetched as it is.
+static exit_status get_whole(getting_t *getting, const fax_entry &fax, fax_pages_t *pages)
+{
+    getting->files.clear();
+    if (!getting->form)
+        return get_as_it_is(getting, fax);
+    if (getting->form->write_document || getting->s.chosen.page)
+        return get_one_file(getting, fax, pages);
+    return get_files(getting, fax, pages);
+}
+
+exit_status get_fax(session &s, const fax_entry &fax, const fax_form_t *form, std::vector<std::string> *files)
+{
+    getting_t getting = {s, form, {}, {}};
+    fax_pages_t pages;
+    const exit_status status = get_whole(&getting, fax, &pages);
+    *files = std::move(getting.files);
+    return status;
+}
+
 static exit_status get_one(getting_t *getting, faxid_t id)
 {
     session &s = getting->s;
     fax_entry fax;
     fax_pages_t pages;
     exit_status status = find_fax(s, id, &fax);
+    if (status == EXIT_DONE)
+        status = get_whole(getting, fax, &pages);
     if (status != EXIT_DONE)
         return status;
-    if (!getting->form)
-        status = get_as_it_is(getting, fax);
-    else if (getting->form->write_document || s.chosen.page)
-        status = get_one_file(getting, fax, &pages);
-    else
-        status = get_files(getting, fax, &pages);
-    if (status == EXIT_DONE && s.chosen.remove)
+    for (const std::string &file : getting->files)
+        if (file != "-")
+            printf("%s\n", printable(file).c_str());
+    if (s.chosen.remove)
         return remove_fetched(s, fax, getting->form ? &pages : nullptr);
-    return status;
+    return EXIT_DONE;
 }
 
 // What the command line asks for that cannot be done, or null.
@@ -201,7 +223,7 @@ static const char *contradiction(const options &chosen, const fax_form_t *form)
 
 exit_status get_command(session &s)
 {
-    getting_t getting = {s, find_form(s.chosen.form), {}};
+    getting_t getting = {s, find_form(s.chosen.form), {}, {}};
     std::vector<faxid_t> ids;
     const char *why_not = contradiction(s.chosen, getting.form);
     exit_status status = why_not ? EXIT_USAGE : choose_faxes(s, &ids);

@@ -13,7 +13,6 @@
 #include <cstdio>
 #include <cstring>
 #include <filesystem>
-#include <functional>
 #include <regex>
 #include <set>
 
@@ -102,13 +101,6 @@ static void remove_unwanted(const html_directory_t &directory)
 
 // Faxes.
 
-static std::string file_of(const fax_entry &fax)
-{
-    char name[32];
-    snprintf(name, sizeof name, "fax-%016zx", std::hash<std::string>()(lasting_key(fax)));
-    return name;
-}
-
 // Writes a whole file into the directory, by `write`, which prints why it fails.
 template <class Write> bool add_file(const html_directory_t &directory, const std::string &name, Write write)
 {
@@ -161,7 +153,7 @@ static exit_status add_fax(session &s, const html_directory_t &directory, const 
 // Makes sure that the files of a fax are there, and appends its row to the page.
 static exit_status bring(session &s, html_directory_t *directory, const fax_entry &fax, std::string *page)
 {
-    const std::string name = file_of(fax);
+    const std::string name = lasting_name(fax);
     const auto &present = directory->present;
     bool bad = !fax.is_fax || present.contains(name + ".bad");
     exit_status status = EXIT_DONE;

@@ -391,12 +391,12 @@ static size_t text_size(const fax_entry &fax)
 
 // Adds the faxes of one more page that are not in `listed` yet. The server's page begins with the last fax of
 // the page before: a page starts at a fax, not after it.
-bool inbox_client::append_page(const inbox_ref &inbox, listing *all, listed_t *listed)
+bool inbox_client::append_page(const inbox_ref &inbox, listing *all, listed_t *listed, u_int check_value)
 {
     // An empty listing starts at the oldest fax, any other at the last one listed.
     const faxid_t last = all->faxes.empty() ? 0 : all->faxes.back().id;
     listing page;
-    if (!get_index(inbox, {last, 1, MAX_INDEX_COUNT, 0}, &page))
+    if (!get_index(inbox, {last, 1, MAX_INDEX_COUNT, check_value}, &page))
         return false;
     size_t text = 0;
     const size_t before = all->faxes.size();
@@ -435,6 +435,20 @@ bool inbox_client::list(const inbox_ref &inbox, listing *all)
             return false;
     }
     return false;
+}
+
+bool inbox_client::list_after(const inbox_ref &inbox, faxid_t last, u_int check_value, listing *later)
+{
+    // What pages are appended to begins with the fax after which they come.
+    *later = {};
+    later->faxes.emplace_back().id = last;
+    listed_t listed;
+    listed.ids.insert(last);
+    bool answered = append_page(inbox, later, &listed, check_value);
+    while (answered && !listed.whole)
+        answered = append_page(inbox, later, &listed);
+    later->faxes.pop_front();
+    return answered;
 }
 
 bool inbox_client::find(const inbox_ref &inbox, faxid_t id, fax_entry *fax)

@@ -134,6 +134,10 @@ public:
     // The whole inbox, page by page. Starts again if fax ids change meanwhile, up to three times. Fails if
     // the server lists more than 10 million faxes, or 512 MiB of names.
     bool list(const inbox_ref &inbox, listing *all);
+    // The faxes that have come after the fax `last`, which was the last of a listing with that check value; 0
+    // for both after a listing of none. Fails with IE_UNCHANGED if the check value is still the same (0: not
+    // compared), and with IE_INVALID if `last` has gone or has got a new id: then list all.
+    bool list_after(const inbox_ref &inbox, faxid_t last, u_int check_value, listing *later);
     // One fax of the listing. For commit_index a listing of a single fax does not count as shown.
     bool find(const inbox_ref &inbox, faxid_t id, fax_entry *fax);
     // All bytes of a fax. Fails unless there are as many as the listing says, and for faxes of 4 GiB and
@@ -155,7 +159,7 @@ private:
     template <class Take> bool call_with_identity(u_long procedure, res_type_t expected, Take take);
     bool call_failed(u_long procedure, clnt_stat status);
     bool fail(client_failure::kind_t kind, std::string message);
-    bool append_page(const inbox_ref &inbox, listing *all, listed_t *listed);
+    bool append_page(const inbox_ref &inbox, listing *all, listed_t *listed, u_int check_value = 0);
 
     std::string connect_problem() const;
 

@@ -10,6 +10,7 @@
 #include <cerrno>
 #include <cstdio>
 #include <cstring>
+#include <functional>
 
 #include "disk/whole_file.h"
 #include "util/command_output.h"
@@ -22,6 +23,13 @@ static constexpr size_t max_gone = 100'000;  // faxes that have left the inbox
 std::string lasting_key(const fax_entry &fax)
 {
     return fax.name + '\0' + std::to_string(fax.size) + ' ' + std::to_string(fax.mtime);
+}
+
+std::string lasting_name(const fax_entry &fax)
+{
+    char name[32];
+    snprintf(name, sizeof name, "fax-%016zx", std::hash<std::string>()(lasting_key(fax)));
+    return name;
 }
 
 // Returns false, so that a caller can return its result.

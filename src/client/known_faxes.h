@@ -19,6 +19,9 @@ namespace faxtray {
 // It contains null bytes.
 std::string lasting_key(const fax_entry &fax);
 
+// A file name for it, "fax-0123456789abcdef", in which nothing is as strangers wrote it.
+std::string lasting_name(const fax_entry &fax);
+
 class known_faxes {
 public:
     // The functions that return bool return false with the reason on standard error.

@@ -38,6 +38,13 @@ static std::string pages_text(int pages)
     return pages < 0 ? "-" : std::to_string(pages);
 }
 
+void print_fax_row(const fax_entry &fax, int sender_width, const std::string &name)
+{
+    printf("%10u  %-16s  %10u  %5s  %-*s  %s\n", fax.id, date_text(fax.mtime).substr(0, 16).c_str(), fax.size,
+           pages_text(fax.pages).c_str(), sender_width, printable(fax.sender).c_str(),
+           printable(name).c_str());
+}
+
 void print_faxes(const std::deque<fax_entry> &faxes)
 {
     if (faxes.empty()) {
@@ -53,9 +60,7 @@ void print_faxes(const std::deque<fax_entry> &faxes)
     printf("%10s  %-16s  %10s  %5s  %-*s  %s\n", "FAXID", "RECEIVED", "SIZE", "PAGES", width, "SENDER",
            "NAME");
     for (const fax_entry &fax : faxes)
-        printf("%10u  %-16s  %10u  %5s  %-*s  %s\n", fax.id, date_text(fax.mtime).substr(0, 16).c_str(),
-               fax.size, pages_text(fax.pages).c_str(), width, printable(fax.sender).c_str(),
-               printable(fax.name).c_str());
+        print_fax_row(fax, width, fax.name);
 }
 
 void print_fax(const fax_entry &fax)

@@ -22,6 +22,8 @@ std::string date_text(time_t t);
 void print_faxes(const std::deque<fax_entry> &faxes);       // a table, or the line "no faxes"
 void print_faxes_json(const std::deque<fax_entry> &faxes);  // an array
 void print_fax(const fax_entry &fax);                       // one field a line
+// A row of the table as a whole; `name` instead of the fax's own.
+void print_fax_row(const fax_entry &fax, int sender_width, const std::string &name);
 
 nlohmann::json to_json(const fax_entry &fax);
 

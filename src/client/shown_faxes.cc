@@ -149,15 +149,18 @@ void shown_faxes::replace(const std::deque<fax_entry> &listed)
         save();
 }
 
-void shown_faxes::add(const fax_entry &fax)
+void shown_faxes::add(const std::deque<fax_entry> &faxes)
 {
-    if (loaded_ && faxes_.contains(fax.id) && !differs(fax))
+    auto is_known = [&](const fax_entry &fax) { return faxes_.contains(fax.id) && !differs(fax); };
+    if (loaded_ && std::all_of(faxes.begin(), faxes.end(), is_known))
         return;
     const unique_fd locked = lock(cache_directory());
     load();  // again, if it was: another client may have added to it before it was our turn
-    if (several_hosts_ && differs(fax))
-        doubtful_.insert(fax.id);
-    faxes_.insert_or_assign(fax.id, record_of(fax));
+    for (const fax_entry &fax : faxes) {
+        if (several_hosts_ && differs(fax))
+            doubtful_.insert(fax.id);
+        faxes_.insert_or_assign(fax.id, record_of(fax));
+    }
     save();
 }
 

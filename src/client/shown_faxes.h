@@ -37,9 +37,11 @@ public:
     bool differs(const fax_entry &now);
     // A whole listing is shown; what was shown before is forgotten.
     void replace(const std::deque<fax_entry> &listed);
-    // One fax is shown, perhaps without its id. With several hosts, an id that meant another fax means none
-    // from the end of this run until the next listing: which of the two the user has in mind is not known.
-    void add(const fax_entry &fax);
+    // Faxes are shown one by one, perhaps without their ids. With several hosts, an id that meant another fax
+    // means none from the end of this run until the next listing: which of the two the user has in mind is
+    // not known.
+    void add(const fax_entry &fax) { add(std::deque<fax_entry>{fax}); }
+    void add(const std::deque<fax_entry> &faxes);
 
 private:
     std::string path() const { return directory_ + "/" + name_; }
