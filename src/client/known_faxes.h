@@ -3,7 +3,7 @@
 // from host to host.
 //
 // A fax stays known after it has left the inbox: one that comes back, as when a disk of the server was away
-// for a while, is not new. At least the last 100,000 of these are remembered.
+// for a while, is not new.
 #pragma once
 
 #include <deque>

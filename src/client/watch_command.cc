@@ -31,8 +31,7 @@ namespace faxtray {
 
 using steady = std::chrono::steady_clock;
 
-// Two sets of names may have the same check value, so now and then it is not relied upon; and a client that
-// had to move to another host looks whether its own is back.
+// Two sets of names may have the same check value, so now and then it is not relied upon.
 static constexpr unsigned checks_before_doubt = 20;
 static constexpr double longest_retry = 3600;  // seconds between attempts to deal with a fax
 static constexpr int sender_width = 16;
@@ -110,9 +109,23 @@ static bool list_later(watch_t *watch)
         return true;
     }
     const client_failure &why = watch->s.client.failure();
-    if (why.kind != client_failure::SERVER || why.code == IE_UNCHANGED)
-        return why.kind == client_failure::SERVER;
-    return list_all(watch);  // the last fax has gone, or all ids are new
+    if (why.kind != client_failure::SERVER)
+        return false;
+    return why.code == IE_UNCHANGED || list_all(watch);  // the last fax has gone, or all ids are new
+}
+
+// A client that had to move to another host goes back to its own once that answers. Nothing is said: that it
+// is away was said when it went.
+static void return_to_own_host(watch_t *watch)
+{
+    const session &s = watch->s;
+    const std::string now = s.client.host();
+    const std::vector<std::string> hosts = hosts_for(s.chosen.host, s.chosen.user);
+    std::vector<std::string> away;
+    if (now == hosts.front())
+        return;
+    watch->connected = connect_to_one(&s.client, hosts, s.chosen.timeout, &away);
+    watch->listed = watch->listed && s.client.host() == now;
 }
 
 // Asks what is new, however often that fails. On failure, with the reason printed, the exit status: only what
@@ -121,9 +134,8 @@ static exit_status check(watch_t *watch)
 {
     session &s = watch->s;
     const bool is_first = watch->checks++ == 0;
-    if (watch->checks % checks_before_doubt == 0 &&
-        s.client.host() != hosts_for(s.chosen.host, s.chosen.user).front())
-        watch->connected = false;
+    if (watch->checks % checks_before_doubt == 0)
+        return_to_own_host(watch);
     for (growing_pause pause(s.chosen.interval);; pause.wait()) {
         if (!watch->connected) {
             connect(s.chosen, &s.client);
