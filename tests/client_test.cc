@@ -1,14 +1,19 @@
 // What the client does without a server. What it does with one, true or false, is in the scenarios client_*.
 #include <gtest/gtest.h>
+#include <sys/resource.h>
 
 #include <clocale>
+#include <csignal>
+#include <filesystem>
 #include <map>
 #include <memory>
 
+#include "client/client_config.h"
 #include "client/client_session.h"
 #include "client/hosts.h"
 #include "client/known_faxes.h"
 #include "client/output.h"
+#include "client/shown_faxes.h"
 #include "disk/whole_file.h"
 #include "support/capture.h"
 #include "util/command_output.h"
@@ -63,6 +68,81 @@ TEST(Client, UsersAreSpreadOverHostsAndStayWithTheirs)
     EXPECT_EQ(hosts_for("a,b,c", "Anna"), hosts_for("a,b,c", "anna"));
 }
 
+TEST(Client, AnIdMeansWhatAnyOfTheHostsShowedLast)
+{
+    temp_dir cache;
+    scoped_env where("XDG_CACHE_HOME", cache.path().c_str());
+    auto fax = [](faxid_t id, const char *name) {
+        return fax_entry{id, name, {}, {}, {}, 1, true, 10, 1000};
+    };
+    auto at = [](const char *hosts) { return shown_faxes(hosts_for(hosts, "anna"), "anna", {}); };
+    at("a,b").replace({fax(1, "x"), fax(2, "y")});
+    {
+        shown_faxes next = at("b,a");
+        EXPECT_TRUE(!next.lacks(1) && next.lacks(3));
+        EXPECT_TRUE(next.differs(fax(1, "y")) && !next.differs(fax(1, "x")));
+        next.add(fax(2, "z"));  // as the newest at the other host
+        EXPECT_FALSE(next.differs(fax(2, "z")));
+    }
+    // From then on it is in doubt what the user means by it, however often it is seen.
+    for (int run = 0; run < 2; run++) {
+        shown_faxes next = at("a,b");
+        EXPECT_TRUE(next.differs(fax(2, "z")) && next.differs(fax(2, "y")) && !next.differs(fax(1, "x")));
+        next.add({fax(2, "z"), fax(3, "new")});
+    }
+    EXPECT_FALSE(at("a,b").lacks(3));
+    at("a,b").replace({fax(2, "z")});
+    EXPECT_TRUE(!at("a,b").differs(fax(2, "z")) && at("a,b").lacks(1));
+
+    // Other hosts, or one by itself, have shown nothing; one alone is taken at its word.
+    EXPECT_TRUE(at("a,b,c").lacks(2));
+    EXPECT_TRUE(!at("a").lacks(2) && !at("a").differs(fax(2, "q")));
+    at("a").replace({fax(2, "q")});
+    at("a").add(fax(2, "r"));
+    EXPECT_TRUE(at("a").differs(fax(2, "q")) && !at("a").differs(fax(2, "r")));
+}
+
+TEST(Client, ReadsItsConfiguration)
+{
+    temp_dir dir;
+    scoped_env where("XDG_CONFIG_HOME", dir.path().c_str()), home("HOME", "/home/anna");
+    std::filesystem::create_directory(dir / "faxtray");
+    const std::string beside = dir / "faxtray/";
+    struct {
+        std::string text, problem, host, user, password_file;
+    } rows[] = {
+        {"", "", "localhost", "me", "mine"},
+        {"host=a", "", "a", "me", "mine"},
+        {"# host = b\n\n\thost = a, b\t\r\nuser=anna\n", "", "a, b", "anna", "mine"},
+        {"host = a\nhost = b", "", "b", "me", "mine"},
+        {"password-file = ~/.fax", "", "localhost", "me", "/home/anna/.fax"},
+        {"password-file = \"/etc/my fax\"", "", "localhost", "me", "/etc/my fax"},
+        {"password-file = a=b#c", "", "localhost", "me", beside + "a=b#c"},
+        {"host = a\nHost = b", ":2: unknown name [Host]", "", "", ""},
+        {"user", ":1: no value for user", "", "", ""},
+        {"\n\nuser =\n", ":3: no value for user", "", "", ""},
+        {"= a", ":1: unknown name []", "", "", ""},
+        {"host \x1b = a", ":1: unknown name [host \\x1B]", "", "", ""},
+        {std::string("host = a\0b\nuser = x\n", 20), "", std::string("a\0b", 3), "x", "mine"},
+        {std::string(65537, '#'), ": too large", "", "", ""},
+    };
+    for (const auto &row : rows) {
+        options chosen;
+        chosen.user = "me";
+        chosen.password_file = "mine";
+        dir.write("faxtray/config", row.text);
+        const std::string problem = read_client_config(&chosen);
+        if (!row.problem.empty()) {
+            EXPECT_TRUE(problem.starts_with(beside + "config" + row.problem)) << problem;
+            continue;
+        }
+        EXPECT_EQ(problem, "") << row.text;
+        EXPECT_EQ(chosen.host, row.host) << row.text;
+        EXPECT_EQ(chosen.user, row.user) << row.text;
+        EXPECT_EQ(chosen.password_file, row.password_file) << row.text;
+    }
+}
+
 TEST(Client, KnowsFaxesFromRunToRun)
 {
     temp_dir dir;
@@ -107,6 +187,34 @@ TEST(Client, KnowsFaxesFromRunToRun)
     EXPECT_TRUE(many.save() && many.forget_gone(std::deque<fax_entry>(10)) && many.size() == before);
     EXPECT_TRUE(many.forget_gone({a, b}) && many.contains(b) && many.size() == 2);
     EXPECT_EQ(read_file(path), whole);
+}
+
+TEST(Client, AFullDiskTearsNoRecordOfAKnownFax)
+{
+    temp_dir dir;
+    capture_stderr err;
+    const std::string path = dir / "known";
+    const fax_entry a = {1, std::string(100, 'a'), {}, {}, {}, 1, true, 10, 1000};
+    const fax_entry b = {2, "b", {}, {}, {}, 1, true, 10, 1000};
+    {
+        known_faxes known;
+        ASSERT_TRUE(known.open(path) && known.save());
+        const auto before = signal(SIGXFSZ, SIG_IGN);
+        rlimit limit = {};
+        getrlimit(RLIMIT_FSIZE, &limit);
+        const rlimit small = {60, limit.rlim_max};
+        setrlimit(RLIMIT_FSIZE, &small);
+        known.add(a);
+        const bool saved = known.save();
+        setrlimit(RLIMIT_FSIZE, &limit);
+        signal(SIGXFSZ, before);
+        EXPECT_FALSE(saved);
+        EXPECT_EQ(read_file(path).size(), 22u);
+        known.add(b);
+        EXPECT_TRUE(known.contains(a) && known.save());
+    }
+    known_faxes again;
+    EXPECT_TRUE(again.open(path) && again.contains(a) && again.contains(b));
 }
 
 TEST(Client, AFaxIsOnDiskWholeOrNotAtAll)
