@@ -5,6 +5,7 @@ build_packages="g++ cmake make pkg-config libtirpc-dev libcli11-dev nlohmann-jso
 service_packages="rpcbind netbase"
 check_packages="clang-14 clang-tidy-14 clang-format-14 libclang-rt-14-dev lld llvm-14 mandoc python3 strace iproute2 shared-mime-info desktop-file-utils libglib2.0-bin mailcap"
 sample_packages="ghostscript libtiff-tools poppler-utils python3"
+package_packages="dpkg-dev fakeroot"
 
 # Installs the mail agent dma, set up for local mailboxes only, unless this machine has an agent.
 need_mail_agent() {

@@ -1,0 +1,15 @@
+# Run by cpack on each component's tree before it becomes a package: compresses what Debian wants compressed, and lists
+# the configuration files.
+foreach(component ${CPACK_COMPONENTS_ALL})
+  set(tree ${CPACK_TEMPORARY_DIRECTORY}/${component})
+  file(GLOB_RECURSE texts ${tree}/usr/share/man/* ${tree}/usr/share/doc/*/changelog)
+  foreach(text ${texts})
+    execute_process(COMMAND gzip -9n ${text} COMMAND_ERROR_IS_FATAL ANY)
+  endforeach()
+  file(GLOB_RECURSE conffiles RELATIVE ${tree} ${tree}/etc/*)
+  list(TRANSFORM conffiles REPLACE "(.+)" "/\\1\n")
+  list(JOIN conffiles "" conffiles)
+  string(TOUPPER ${component} COMPONENT)
+  list(GET CPACK_DEBIAN_${COMPONENT}_PACKAGE_CONTROL_EXTRA 0 list)
+  file(WRITE ${list} "${conffiles}")
+endforeach()
