@@ -26,7 +26,6 @@ function(debian_package component)
   cmake_parse_arguments(PARSE_ARGV 1 arg "" "SUMMARY;DESCRIPTION;SECTION;DEPENDS;RECOMMENDS;SUGGESTS"
                         "UNITS;OTHER_UNITS;KEPT;LOGS;LINKS")
   set(package faxtray-${component})
-  set(made ${CMAKE_CURRENT_BINARY_DIR}/debian/${package})
   string(TOUPPER ${component} COMPONENT)
   set(prefix CPACK_DEBIAN_${COMPONENT}_PACKAGE)
   set(CPACK_COMPONENT_${COMPONENT}_DESCRIPTION "${arg_SUMMARY}\n${arg_DESCRIPTION}" PARENT_SCOPE)
@@ -39,12 +38,11 @@ function(debian_package component)
     list(JOIN arg_${list} " " ${name})
   endforeach()
 
-  set(control ${made}/conffiles)  # written by finish_trees.cmake
   if(units)
     foreach(script postinst prerm postrm)
-      configure_file(debian/${script}.in ${made}/${script} @ONLY FILE_PERMISSIONS
+      configure_file(debian/${script}.in ${CMAKE_CURRENT_BINARY_DIR}/debian/${package}/${script} @ONLY FILE_PERMISSIONS
                      OWNER_READ OWNER_WRITE OWNER_EXECUTE GROUP_READ GROUP_EXECUTE WORLD_READ WORLD_EXECUTE)
-      list(APPEND control ${made}/${script})
+      list(APPEND control ${CMAKE_CURRENT_BINARY_DIR}/debian/${package}/${script})
     endforeach()
   endif()
   set(${prefix}_CONTROL_EXTRA "${control}" PARENT_SCOPE)
