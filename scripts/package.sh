@@ -7,10 +7,10 @@ cd "$(dirname "$0")/.."
 source scripts/deps.sh
 
 need $build_packages $package_packages
-eval "$(DEB_BUILD_MAINT_OPTIONS=hardening=+all dpkg-buildflags --export=sh)"
-export CXXFLAGS="$CXXFLAGS $CPPFLAGS" # cmake knows no CPPFLAGS
-cmake -S . -B build/packages -DCMAKE_BUILD_TYPE=Release -DCMAKE_INSTALL_PREFIX=/usr -DCMAKE_INSTALL_SYSCONFDIR=/etc \
-    -DCMAKE_INSTALL_LIBEXECDIR=libexec -DFAXTRAY_TESTS=OFF "$@" >/dev/null
+flags() { DEB_BUILD_MAINT_OPTIONS=hardening=+all DEB_CFLAGS_MAINT_STRIP=-g DEB_CXXFLAGS_MAINT_STRIP=-g dpkg-buildflags --get "$1"; }
+cmake -S . -B build/packages -DFAXTRAY_TESTS=OFF -DCMAKE_BUILD_TYPE=Release -DCMAKE_INSTALL_PREFIX=/usr \
+    -DCMAKE_C_FLAGS="$(flags CFLAGS) $(flags CPPFLAGS)" -DCMAKE_CXX_FLAGS="$(flags CXXFLAGS) $(flags CPPFLAGS)" \
+    -DCMAKE_EXE_LINKER_FLAGS="$(flags LDFLAGS)" >/dev/null
 cmake --build build/packages -j "$(nproc)" | tail -n 1
 rm -f build/packages/*.deb
 (cd build/packages && cpack -G DEB >cpack.log 2>&1) || { cat build/packages/cpack.log; exit 1; }

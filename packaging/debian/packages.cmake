@@ -21,7 +21,7 @@ set(CPACK_DEBIAN_PACKAGE_CONTROL_STRICT_PERMISSION ON)
 #                [UNITS unit...] [OTHER_UNITS unit...] [KEPT directory...] [LOGS directory...] [LINKS link...])
 #
 # UNITS are enabled and started when the package is installed; OTHER_UNITS are only restarted if they run. Purging the
-# package removes LOGS and LINKS and leaves KEPT, which it names. A package without UNITS has no maintainer scripts.
+# package removes LOGS and LINKS (patterns, too) and leaves KEPT, which it names. A package without UNITS has no maintainer scripts.
 function(debian_package component)
   cmake_parse_arguments(PARSE_ARGV 1 arg "" "SUMMARY;DESCRIPTION;SECTION;DEPENDS;RECOMMENDS;SUGGESTS"
                         "UNITS;OTHER_UNITS;KEPT;LOGS;LINKS")
@@ -64,7 +64,7 @@ fax receiver become faxes by faxtray-import."
   OTHER_UNITS "'faxtray-import@*.service'"
   KEPT ${state}
   LOGS ${log}
-  LINKS ${lists}/utils)
+  LINKS ${lists}/utils "/etc/systemd/system/multi-user.target.wants/faxtray-import@*.service")
 
 debian_package(client
   SUMMARY "Client of the inbox server of a Unix fax server"
