@@ -3,8 +3,8 @@
 #
 # usage: scripts/package-test.sh    as root
 #
-# There is no systemd in the bare system that could run, so run_unit.sh starts the services by their units. Everything
-# but the installation runs without a network.
+# The services are started twice: by run_unit.sh, which does what their units say, and by systemd itself, where control
+# groups allow it to run in namespaces. Everything but the installation runs without a network.
 set -euo pipefail
 cd "$(dirname "$0")/.."
 
@@ -30,9 +30,17 @@ outside() {
     cp build/packages/*.deb "$work/root/root"
     cp scripts/{package-test,run_unit}.sh scripts/sample_pages.ps "$work/root/root/scripts"
     in_fresh_root "$work/root" online bash /root/scripts/package-test.sh install
+    cp -a "$work/root" "$work/booted"
     for step in serve upgrade remove; do
         in_fresh_root "$work/root" offline bash /root/scripts/package-test.sh $step
     done
+    if boot_fresh_root "$work/booted"; then
+        trap 'end_booted_root; rm -rf --one-file-system "$work"' EXIT
+        sleep 1
+        in_booted_root bash /root/scripts/package-test.sh under_systemd
+    else
+        echo "skipped: systemd cannot run here"
+    fi
     say "The packages are sound"
 }
 
@@ -43,9 +51,10 @@ install() {
     printf '#!/bin/sh\nexit 101\n' >/usr/sbin/policy-rc.d # packages start nothing here
     chmod 755 /usr/sbin/policy-rc.d
     apt-get -qq update
-    now >started
+    local started
+    started=$(now)
     DEBIAN_FRONTEND=noninteractive apt-get -qq install -y ./*.deb >install.log 2>&1 || { cat install.log; fail "not installed"; }
-    echo "apt-get install: $(since "$(<started)")"
+    echo "apt-get install: $(since "$started")"
     [ -L /etc/systemd/system/multi-user.target.wants/faxtrayd.service ] || fail "faxtrayd is not enabled"
 }
 
@@ -63,7 +72,7 @@ stop_services() {
     local pid
     kill "${services[@]}"
     for pid in "${services[@]}"; do
-        wait "$pid" || fail "a service ended with status $?"
+        wait "$pid" || [ $? = 143 ] || fail "a service ended badly" # 143: by the signal, when hardly started
     done
 }
 
@@ -92,25 +101,16 @@ add_users() {
     mv /etc/faxtray/USER_LIST.new /etc/faxtray/USER_LIST.info
 }
 
-serve() {
-    say "Service"
-    local status=0 log
-    start_services
-    (as_unit faxtrayd.service $(unit_values faxtrayd.service ExecStartPre | sed 's/^-//')) || status=$?
-    [ $status -le 1 ] || fail "faxtray-check finds an error in a fresh installation"
-    for user in admin default anna faxtray; do
-        ! faxtray -u $user list >/dev/null 2>&1 || fail "$user gets in without a password"
-    done
+# A receiver's document becomes a fax of the modem, which the front desk fetches and delivers.
+receive_and_deliver() { # WHEN-STARTED
     add_users
-
-    # A receiver's document becomes a fax of the modem; the fax is made older than the delay of its listing.
     gs -q -dSAFER -dBATCH -dNOPAUSE -sDEVICE=pdfwrite -skind=letter -dpages=2 -sPAPERSIZE=a4 -sOutputFile=letter.pdf scripts/sample_pages.ps
     cp letter.pdf /var/lib/faxtray/drop/ttyS0
     within 60 test -e /var/lib/faxtray/drop/ttyS0/done/letter.pdf
-    touch -d '2 minutes ago' /var/lib/faxtray/incoming/*.fax
+    touch -d '2 minutes ago' /var/lib/faxtray/incoming/*.fax # older than the delay of listings
     within 10 desk get newest --as pdf -o fetched.pdf
     [ "$(pages fetched.pdf)" = 2 ] || fail "the PDF that was fetched has not two pages"
-    echo "from apt-get install to the fax as PDF: $(since "$(<started)")"
+    echo "from the start of the services to a fax as PDF: $(since "$1")"
     [ "$(stat -c '%a %U:%G' /var/lib/faxtray/incoming/*.fax)" = "640 faxtray:faxtray" ] || fail "$(ls -l /var/lib/faxtray/incoming)"
 
     # Converters and the mail agent, which is a set-user-id program, are found and can do their work.
@@ -118,10 +118,22 @@ serve() {
     [ "$(pages "$(echo /var/lib/faxtray/inboxes/anna/*.pdf)")" = 2 ] || fail "Anna has no PDF of two pages"
     desk deliver "$(newest)" carl
     within 10 grep -q 'fax.*\.fax' /var/mail/mail
+}
+
+serve() {
+    say "Service"
+    local status=0 log=/var/lib/faxtray/work/access_log user started
+    started=$(now)
+    start_services
+    (as_unit faxtrayd.service $(unit_values faxtrayd.service ExecStartPre | sed 's/^-//')) || status=$?
+    [ $status -le 1 ] || fail "faxtray-check finds an error in a fresh installation"
+    for user in admin default anna faxtray; do
+        ! faxtray -u $user list >/dev/null 2>&1 || fail "$user gets in without a password"
+    done
+    receive_and_deliver "$started"
 
     logrotate -f /etc/logrotate.d/faxtray-server
     desk get newest -o again.fax
-    log=/var/lib/faxtray/work/access_log
     grep -q 'event=fetch .*result=ok' $log && grep -q 'event=deliver .*result=ok' $log.1 || fail "the access log was not rotated"
     stop_services
     tail -n 1 /var/log/faxtray/trayd_log
@@ -147,6 +159,7 @@ upgrade() {
     [ "$(stat -c '%a %U:%G' /etc/faxtray/*.info | sort -u)" = "640 root:faxtray" ] || fail "$(ls -l /etc/faxtray)"
     faxes | cmp - before
     start_services
+    within 10 desk list
     desk list | grep fax-
     stop_services
 }
@@ -166,9 +179,37 @@ remove() {
     faxes | cmp - before
 }
 
+main_pids() { systemctl show -p MainPID --value faxregd faxtrayd faxtray-import@ttyS0; }
+
+under_systemd() {
+    say "Under systemd"
+    local before started
+    started=$(now)
+    rm /usr/sbin/policy-rc.d
+    within 60 systemctl is-active faxregd faxtrayd
+    systemctl enable --now faxtray-import@ttyS0
+    receive_and_deliver "$started"
+
+    echo "ended by a kill: started again"
+    systemctl kill -s KILL faxtrayd
+    within 20 desk list
+
+    echo "upgraded: restarted"
+    before=$(main_pids)
+    dpkg -i ./faxtray-*.deb >upgrade.log
+    ! main_pids | grep -xF -e 0 -e "$before" | grep . || fail "not all were restarted"
+    desk list
+
+    echo "removed: stopped"
+    dpkg -r faxtray-server >remove.log
+    ! grep -l "^fax" /proc/[0-9]*/comm || fail "still running"
+    dpkg -P faxtray-server >purge.log
+    ! find /etc -name '*fax*' | grep . || fail "left by the purge"
+}
+
 case ${1:-} in
 '') outside ;;
-install | serve | upgrade | remove)
+install | serve | upgrade | remove | under_systemd)
     cd /root
     source scripts/run_unit.sh
     "$1"
