@@ -61,10 +61,11 @@ fax receiver become faxes by faxtray-import."
   DEPENDS "rpcbind, systemd | systemd-standalone-sysusers, systemd | systemd-standalone-tmpfiles"
   RECOMMENDS "default-mta | mail-transport-agent, faxtray-client, ghostscript, logrotate"
   UNITS faxregd.service faxtrayd.service
-  OTHER_UNITS "'faxtray-import@*.service'"
+  OTHER_UNITS "'faxtray-import@*.service'" faxtray-expire.timer
   KEPT ${state}
   LOGS ${log}
-  LINKS ${lists}/utils "/etc/systemd/system/multi-user.target.wants/faxtray-import@*.service")
+  LINKS ${lists}/utils "/etc/systemd/system/*.target.wants/faxtray-import@*.service"
+        /etc/systemd/system/timers.target.wants/faxtray-expire.timer)
 
 debian_package(client
   SUMMARY "Client of the inbox server of a Unix fax server"
