@@ -49,42 +49,13 @@ namespace {
 
 struct command_row {
     const char *name, *help;
-    exit_status (*run)(session &);  // null for commands that always do without a session
+    exit_status (*run)(session &);  // null for commands that do without a session
     // How many faxes it takes. Those that only look take newest and oldest, too; what is removed or delivered
     // has been seen, and has an id.
     enum { NONE, FAX_MAYBE, FAX, FAXES, ID, IDS } faxes;
-    bool anonymous;
-    exit_status (*alone)(const options &) =
-        nullptr;  // without a session: if `run` is null, or there is a --file
-};
-
-exit_status run_passwd(const options &chosen)
-{
-    return passwd_command(chosen.password_file);
-}
-
-constexpr command_row commands[] = {
-    {"list", "List the inbox, oldest fax first", list_command, command_row::NONE, false},
-    {"count", "Print how many faxes the inbox holds", count_command, command_row::NONE, false},
-    {"info", "Print what is known of a fax, or of the oldest", info_command, command_row::FAX_MAYBE, false},
-    {"get", "Fetch faxes into files", get_command, command_row::FAXES, false},
-    {"view", "Show a fax, in the terminal or by a viewer", view_command, command_row::FAX, false,
-     view_file_command},
-    {"watch", "Tell of each new fax, once", watch_command, command_row::NONE, false},
-    {"rm", "Remove faxes from the server", rm_command, command_row::IDS, false},
-    {"commit", "List the inbox, ask, and remove what was listed", commit_command, command_row::NONE, false},
-    {"sync", "Put new faxes into a Maildir, as mail with a PDF", sync_command, command_row::NONE, false},
-    {"inboxes", "List the incoming inboxes that the user forwards for", inboxes_command, command_row::NONE,
-     false},
-    {"recipients", "List the users and groups a fax can be delivered to", recipients_command,
-     command_row::NONE, false},
-    {"deliver", "Deliver a fax of an incoming inbox to a user or group", deliver_command, command_row::ID,
-     false},
-    {"rev", "Print the server's revision", rev_command, command_row::NONE, true},
-    {"status", "Look whether all parts of the fax service work", nullptr, command_row::NONE, true,
-     status_command},
-    {"passwd", "Print the password line for the server's USER_LIST.info", nullptr, command_row::NONE, true,
-     run_passwd},
+    void (*add_options)(CLI::App &app, CLI::App *command, options &chosen);  // its own; null for none
+    exit_status (*alone)(const options &) = nullptr;  // without a session: if `run` is null, or with --file
+    bool anonymous = false;
 };
 
 }  // namespace
@@ -143,7 +114,13 @@ static CLI::Option *add_form(CLI::App *command, options &chosen)
         ->capture_default_str();
 }
 
-static void add_watch_options(CLI::App *command, options &chosen)
+static void add_list_options(CLI::App &, CLI::App *command, options &chosen)
+{
+    command->add_option("--html", chosen.directory, "Write a page with pictures into this directory")
+        ->type_name("DIR");
+}
+
+static void add_watch_options(CLI::App &, CLI::App *command, options &chosen)
 {
     command
         ->add_option("--exec", chosen.execute,
@@ -159,7 +136,14 @@ static void add_watch_options(CLI::App *command, options &chosen)
     command->add_flag("--all", chosen.all, "The first time, begin with the faxes that are there");
 }
 
-static void add_get_options(CLI::App *command, options &chosen)
+static void add_page(CLI::App *command, options &chosen, const char *help)
+{
+    command->add_option("--page", chosen.page, help)
+        ->check(CLI::Range(1, 999999999).description(""))
+        ->type_name("N");
+}
+
+static void add_get_options(CLI::App &, CLI::App *command, options &chosen)
 {
     add_form(command, chosen);
     command
@@ -168,53 +152,78 @@ static void add_get_options(CLI::App *command, options &chosen)
         ->type_name("PATH");
     command->add_flag("-f,--force", chosen.force, "Replace a file that exists");
     command->add_flag("--rm", chosen.remove, "Remove each fax from the server once it is on the disk");
+    add_page(command, chosen, "Only this page");
 }
 
-static void add_page(CLI::App *command, options &chosen, const char *help)
-{
-    command->add_option("--page", chosen.page, help)
-        ->check(CLI::Range(1, 999999999).description(""))
-        ->type_name("N");
-}
-
-static void add_view_options(CLI::App *command, options &chosen)
+static void add_view_options(CLI::App &, CLI::App *command, options &chosen)
 {
     add_page(command, chosen, "Page that the terminal shows (default: 1), or the only one for a viewer");
     auto *file = command->add_option("--file", chosen.file, "A fax file of this machine, instead of FAXID");
     file->type_name("FILE")->excludes(command->get_option("FAXID")->required(false));
 }
 
-// A subcommand with its arguments and the options that only it takes.
+static void add_commit_options(CLI::App &, CLI::App *command, options &chosen)
+{
+    command->add_flag("-y,--yes", chosen.yes, "Do not ask");
+}
+
+static void add_sync_options(CLI::App &, CLI::App *command, options &chosen)
+{
+    command->add_option("--maildir", chosen.directory, "The Maildir; made if it is missing")
+        ->type_name("DIR")
+        ->required();
+}
+
+static void add_deliver_options(CLI::App &, CLI::App *command, options &chosen)
+{
+    command->add_option("RECIPIENT", chosen.recipient, "Name of a user or group")->type_name("")->required();
+}
+
+static void add_status_options(CLI::App &app, CLI::App *command, options &chosen)
+{
+    command->add_flag("--prometheus", chosen.prometheus, "Print metrics for Prometheus")
+        ->excludes(app.get_option("--json"));
+}
+
+static exit_status run_passwd(const options &chosen)
+{
+    return passwd_command(chosen.password_file);
+}
+
+static constexpr command_row commands[] = {
+    {"list", "List the inbox, oldest fax first", list_command, command_row::NONE, add_list_options},
+    {"count", "Print how many faxes the inbox holds", count_command, command_row::NONE, nullptr},
+    {"info", "Print what is known of a fax, or of the oldest", info_command, command_row::FAX_MAYBE, nullptr},
+    {"get", "Fetch faxes into files", get_command, command_row::FAXES, add_get_options},
+    {"view", "Show a fax, in the terminal or by a viewer", view_command, command_row::FAX, add_view_options,
+     view_file_command},
+    {"watch", "Tell of each new fax, once", watch_command, command_row::NONE, add_watch_options},
+    {"rm", "Remove faxes from the server", rm_command, command_row::IDS, nullptr},
+    {"commit", "List the inbox, ask, and remove what was listed", commit_command, command_row::NONE,
+     add_commit_options},
+    {"sync", "Put new faxes into a Maildir, as mail with a PDF", sync_command, command_row::NONE,
+     add_sync_options},
+    {"inboxes", "List the incoming inboxes that the user forwards for", inboxes_command, command_row::NONE,
+     nullptr},
+    {"recipients", "List the users and groups a fax can be delivered to", recipients_command,
+     command_row::NONE, nullptr},
+    {"deliver", "Deliver a fax of an incoming inbox to a user or group", deliver_command, command_row::ID,
+     add_deliver_options},
+    {"rev", "Print the server's revision", rev_command, command_row::NONE, nullptr, nullptr, true},
+    {"status", "Look whether all parts of the fax service work", nullptr, command_row::NONE,
+     add_status_options, status_command},
+    {"passwd", "Print the password line for the server's USER_LIST.info", nullptr, command_row::NONE, nullptr,
+     run_passwd},
+};
+
+// A subcommand with its arguments and its own options.
 static void add_command(CLI::App &app, const command_row &row, options &chosen)
 {
     CLI::App *command = app.add_subcommand(row.name, row.help);
     if (row.faxes != command_row::NONE)
         add_faxes(command, row, chosen);
-    // Options of single commands; the table has no room for them.
-    if (row.run == list_command)
-        command->add_option("--html", chosen.directory, "Write a page with pictures into this directory")
-            ->type_name("DIR");
-    if (row.run == sync_command)
-        command->add_option("--maildir", chosen.directory, "The Maildir; made if it is missing")
-            ->type_name("DIR")
-            ->required();
-    if (row.run == get_command) {
-        add_get_options(command, chosen);
-        add_page(command, chosen, "Only this page");
-    }
-    if (row.run == watch_command)
-        add_watch_options(command, chosen);
-    if (row.run == view_command)
-        add_view_options(command, chosen);
-    if (row.alone == status_command)
-        command->add_flag("--prometheus", chosen.prometheus, "Print metrics for Prometheus")
-            ->excludes(app.get_option("--json"));
-    if (row.run == commit_command)
-        command->add_flag("-y,--yes", chosen.yes, "Do not ask");
-    if (row.run == deliver_command)
-        command->add_option("RECIPIENT", chosen.recipient, "Name of a user or group")
-            ->type_name("")
-            ->required();
+    if (row.add_options)
+        row.add_options(app, command, chosen);
 }
 
 // Parses the command line and runs its command. CLI11 prints help and errors itself.
