@@ -213,10 +213,13 @@ static user_node_t *new_inbox(const std::string &path)
     return new_user_node(path.c_str(), pw_req_ptr(new_pw("joe", nullptr, nullptr, 0, 0)), nullptr).release();
 }
 
-// What a request for the newest faxes does.
+// What a request for the newest faxes does where it cannot be told what has changed; see polling.cc for the
+// rest.
 static void list(user_node_t *user, u_int faxes)
 {
     err_t error;
+    if (user->index)
+        user->index->watch.doubt();
     if (!get_index(user, 0, 0, 1, 0, &error) || get_fax_count(user) != faxes) {
         fprintf(stderr, "listing failed: %u of %u\n", get_fax_count(user), faxes);
         _exit(1);
