@@ -36,6 +36,7 @@
 #include "util/clock_text.h"
 #include "util/command_output.h"
 #include "util/paths.h"
+#include "util/process_tag.h"
 #include "util/settings.h"
 #include "util/trace.h"
 
@@ -192,6 +193,9 @@ static const std::map<std::string, void (*)(const char *a, const char *b, const 
     {"tr_set_toggle_on", [](auto a, auto, auto) { tr_set_toggle_on(atoi(a)); }},
     {"note_end", [](auto, auto, auto) { note_end(); }},
     {"note_recover", [](auto, auto, auto) { note_recover(); }},
+    {"noted_files", [](auto, auto, auto) { noted_files(); }},
+    {"age", [](auto a, auto,
+               auto) { fs::last_write_time(a, fs::file_time_type::clock::now() - std::chrono::hours(25)); }},
     {"note_will_make", [](auto a, auto, auto) { note_will_make(a); }},
 };
 
@@ -204,10 +208,8 @@ static std::string today()
 
 static std::string expanded(std::string word)
 {
-    for (auto [name, value] : {std::pair("MONDD", today()),
-                               {"OURPID", std::to_string(getpid())},
-                               {R"(\\s)", " "},
-                               {R"(\\n)", "\n"}})
+    for (auto [name, value] :
+         {std::pair("MONDD", today()), {"OURPID", process_tag()}, {R"(\\s)", " "}, {R"(\\n)", "\n"}})
         word = std::regex_replace(word, std::regex(name), value);
     static const std::regex special("\\{(.*)\\*([0-9]+)\\}|\\\\x(..)");
     for (std::smatch found; std::regex_search(word, found, special);) {
@@ -304,12 +306,16 @@ static std::string played(const std::string &scene)
     int status = 0;
     waitpid(child, &status, 0);
     std::string text = printed.text();
-    for (auto [pattern, regular] : {std::pair("[0-9]{2}:[0-9]{2}:[0-9]{2} ", "TIME "),
-                                    {"[ 1-3][0-9]-[A-Z][a-z]{2}-[0-9]{4} ", "DATE "},
-                                    {"(ii_|[.])[0-9]+-[0-9]+", "$1PID-N"},
-                                    {"(ii_|[.]fax[.]|delivery_note[.]|/faxtray_)[0-9]+", "$1PID"},
-                                    {" [1-9a-f][0-9a-f]*:[0-9a-f]+:[0-9a-f]+ ", " DEVICE:INODE:BIRTH "},
-                                    {"FDF[.][a-zA-F]{6}", "FDF.xxxxxx"}})
+    using regular_t = std::pair<std::string, const char *>;
+    for (const auto &[pattern, regular] :
+         {regular_t("[0-9]{2}:[0-9]{2}:[0-9]{2} ", "TIME "),
+          {"[ 1-3][0-9]-[A-Z][a-z]{2}-[0-9]{4} ", "DATE "},
+          {"[0-9a-f]{8}(-[0-9a-f]{4}){3}-[0-9a-f]{12}", "BOOT"},
+          {"[0-9]+-[0-9a-f]{8}-[0-9]+", "PID-N"},
+          {"[0-9]+-[0-9a-f]{8}", "PID"},
+          {"note[.]" + std::string(host_name()) + "[.][0-9]+", "note.HOST.PID"},
+          {" [0-9a-f]+:[1-9a-f][0-9a-f]*:[0-9a-f]+ ", " DEVICE:INODE:BIRTH "},
+          {"FDF[.][a-zA-F]{6}", "FDF.xxxxxx"}})
         text = std::regex_replace(text, std::regex(pattern), regular);
     text = std::regex_replace(text, std::regex(here.path()), "HERE");
     // Found paths begin with the current directory as this process first saw it.

@@ -33,6 +33,7 @@
 #include "faxfile/fax_params.h"
 #include "util/io.h"
 #include "util/owned.h"
+#include "util/process_tag.h"
 
 namespace faxtray {
 
@@ -314,10 +315,10 @@ struct recoded_file_t {
 }  // namespace
 
 // Creates the output. Whatever has its name already may be somebody's fax, so the next free name is taken;
-// all end in our pid, by which a crash's left-overs are known.
+// all end in our tag, by which a crash's left-overs are known.
 static bool create_output(recoded_file_t &out, const input_t &in)
 {
-    const std::string end = std::string(".") + std::to_string(getpid());
+    const std::string end = std::string(".") + process_tag();
     std::string beside = in.path + end;
     for (int n = 1; !(out.fd = make_new(beside.c_str(), in.mode)); n++) {
         if (errno != EEXIST || n == most_names) {

@@ -5,6 +5,7 @@
 #include <fcntl.h>
 #include <sys/param.h>
 #include <sys/stat.h>
+#include <unistd.h>
 
 #include <cctype>
 #include <cerrno>
@@ -12,6 +13,8 @@
 #include <cstring>
 
 #include "util/clock_text.h"
+#include "util/file_lock.h"
+#include "util/io.h"
 #include "util/owned.h"
 #include "util/paths.h"
 #include "util/trace.h"
@@ -48,35 +51,39 @@ const char *int_to_base_26(int n)
 // few to spare for names that are taken.
 static constexpr long counter_limit = 17573;
 
-// Reads the counter from the file `path` and removes it, so that a crash before keep_counter() starts over
-// instead of counting from the same value twice. 0 when there is no file or no usable number in it.
-static int take_counter(const char *path)
+// Opens the counter's file, none with a trace line. What is not a plain file of our own is replaced by one:
+// it is neither followed, waited for nor written through.
+static unique_fd open_counter(const char *path)
 {
-    // Neither through a link nor, for a FIFO, until somebody writes to it.
-    unique_fd fd(open(path, O_RDONLY | O_NONBLOCK | O_NOFOLLOW | O_CLOEXEC));
-    if (!fd) {
-        if (errno != ENOENT)
-            trprintf("open(\"%s\") failed: %s. Setting extension back to 0.\n", path, strerror(errno));
-        return 0;
-    }
-    char text[32] = "";
-    bool read_some = read(fd.get(), text, sizeof text - 1) > 0;
+    struct stat st;
+    unique_fd fd(open(path, O_RDWR | O_CREAT | O_NONBLOCK | O_NOFOLLOW | O_CLOEXEC, 0666));
+    if (fd && fstat(fd.get(), &st) == 0 && S_ISREG(st.st_mode) && st.st_uid == geteuid() && st.st_nlink == 1)
+        return fd;
+    if (!fd && errno != ENOENT)
+        trprintf("open(\"%s\") failed: %s. Setting extension back to 0.\n", path, strerror(errno));
     unlink(path);
-    long counter = read_some ? strtol(text, nullptr, 10) : 0;
+    fd.reset(open(path, O_RDWR | O_CREAT | O_EXCL | O_CLOEXEC, 0666));
+    if (!fd)
+        trprintf("open(\"%s\") failed: %s.\n", path, strerror(errno));
+    return fd;
+}
+
+// The number in the file; 0 when there is no usable one.
+static int read_counter(int fd)
+{
+    char text[32] = "";
+    const bool read_some = pread(fd, text, sizeof text - 1, 0) > 0;
+    const long counter = read_some ? strtol(text, nullptr, 10) : 0;
     return counter >= 0 && counter < counter_limit ? static_cast<int>(counter) : 0;
 }
 
-// Writes the next counter into a file made for it: O_EXCL, so that a link put there meanwhile is not written
-// through. Losing the counter costs a few names that are tried in vain, so a failure is only traced.
-static void keep_counter(const char *path, int counter)
+// Losing the counter costs a few names that are tried in vain, so a failure is only traced.
+static void keep_counter(int fd, const char *path, int counter)
 {
-    unlink(path);
-    unique_fd out(open(path, O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, 0666));
-    if (!out) {
-        trprintf("open(\"%s\") failed: %s.\n", path, strerror(errno));
-        return;
-    }
-    if (dprintf(out.get(), "%d\n", counter) < 0)
+    char text[32];
+    const int n = snprintf(text, sizeof text, "%d\n", counter);
+    if (ftruncate(fd, 0) != 0 || !write_full_at(fd, text, static_cast<size_t>(n), 0) ||
+        (is_on_network(fd) && fdatasync(fd) != 0))
         trprintf("write(\"%s\") failed: %s.\n", path, strerror(errno));
 }
 
@@ -104,8 +111,11 @@ char *build_unique_DOS_name(char *path, const char *ext)
     char stem[6];
     date_stem(stem);
 
+    // Locked from reading to writing: other hosts may count in the same file.
+    const unique_fd file = open_counter(counter_path);
+    const file_locked while_counting(file.get());
+    int counter = file ? read_counter(file.get()) : 0;
     // lstat(): a dangling link takes a name as well as a file does.
-    int counter = take_counter(counter_path);
     struct stat st;
     do {
         int n = snprintf(name, room, "%s%s%s", stem, int_to_base_26(counter++), ext ? ext : ".fax");
@@ -114,7 +124,8 @@ char *build_unique_DOS_name(char *path, const char *ext)
             return nullptr;
         }
     } while (lstat(path, &st) == 0);
-    keep_counter(counter_path, counter);
+    if (file)
+        keep_counter(file.get(), counter_path, counter);
     return path;
 }
 

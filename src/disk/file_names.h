@@ -16,8 +16,9 @@ const char *int_to_base_26(int n);
 // extension with its dot, ".fax" when null.
 //
 // The letters are a counter, kept in the file "i_d_order" of get_temp_dir(), so that names go on after a
-// restart. That file is not locked: one daemon makes these names, and a name in use is never returned. When
-// the counter cannot be read or written, a trace line says so and the counter starts from 0.
+// restart. It is locked while a name is chosen, so that hosts which share it do not choose the same; a name
+// in use is never returned. When the counter cannot be read or written, a trace line says so and the counter
+// starts from 0.
 char *build_unique_DOS_name(char *path, const char *ext);
 
 }  // namespace faxtray

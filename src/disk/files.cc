@@ -14,6 +14,7 @@
 #include "disk/work_note.h"
 #include "util/io.h"
 #include "util/paths.h"
+#include "util/process_tag.h"
 #include "util/settings.h"
 #include "util/trace.h"
 
@@ -158,12 +159,11 @@ static bool staged_path(const char *dst, char *path)
     static unsigned number;
     const char *name = last_component(dst);
     int length = static_cast<int>(name - dst);
-    int pid = static_cast<int>(getpid());
     number++;
-    int n = snprintf(path, MAXPATHLEN, "%.*sii_%s.%d-%u", length, dst, name, pid, number);
+    int n = snprintf(path, MAXPATHLEN, "%.*sii_%s.%s-%u", length, dst, name, process_tag(), number);
     // A name that is almost as long as names may be leaves no room for ours around it.
     if (n >= MAXPATHLEN || n - length > NAME_MAX)
-        n = snprintf(path, MAXPATHLEN, "%.*sii_%d-%u", length, dst, pid, number);
+        n = snprintf(path, MAXPATHLEN, "%.*sii_%s-%u", length, dst, process_tag(), number);
     return n < MAXPATHLEN;
 }
 

@@ -1,26 +1,34 @@
-// A line of the note is "KIND DEVICE:INODE:BIRTH PATH .", written by one write(2) with a line feed on either
-// side: a line torn by a crash or a full disk lacks the dot and does not spoil the next one. Blanks, control
-// characters and "%" in the path are written as "%" and two hexadecimal digits.
+// The first line of the note is the id of the boot of its host. Each other is "KIND DEVICE:INODE:BIRTH PATH
+// .", written by one write(2) with a line feed on either side: a line torn by a crash or a full disk lacks
+// the dot and does not spoil the next one. Blanks, control characters and "%" in the path are written as "%"
+// and two hexadecimal digits.
 #include "disk/work_note.h"
 
 #include <fcntl.h>
-#include <sys/file.h>
+#include <signal.h>
 #include <sys/param.h>
 #include <sys/stat.h>
+#include <unistd.h>
 
 #include <cerrno>
 #include <cstdint>
 #include <cstdio>
+#include <cstdlib>
 #include <cstring>
+#include <ctime>
 #include <new>
 #include <string>
+#include <string_view>
 #include <utility>
 #include <vector>
 
 #include "disk/dir_list.h"
 #include "disk/flush.h"
+#include "util/file_lock.h"
+#include "util/io.h"
 #include "util/owned.h"
 #include "util/paths.h"
+#include "util/process_tag.h"
 #include "util/settings.h"
 #include "util/trace.h"
 
@@ -29,10 +37,11 @@ namespace faxtray {
 namespace {
 
 // Which file is at a path; all zero for none. The birth time tells it from a later file that was given the
-// same inode number, which happens at once on most file systems.
+// same inode number, which happens at once on most file systems. (GlusterFS keeps none, but never gives an
+// inode number again.)
 struct identity_t {
-    uint64_t device, inode;
-    int64_t birth;  // nanoseconds since 1970; 0 where the file system keeps none
+    uint64_t device, inode;  // device 0: its number is given at each mount, and differs between hosts
+    int64_t birth;           // nanoseconds since 1970; 0 where the file system keeps none
 
     bool operator==(const identity_t &) const = default;
 };
@@ -63,7 +72,8 @@ static bool identify(const char *path, identity_t &identity, uid_t &owner)
     struct statx st;
     if (statx(AT_FDCWD, path, AT_SYMLINK_NOFOLLOW, STATX_BASIC_STATS | STATX_BTIME, &st) != 0)
         return false;
-    identity.device = static_cast<uint64_t>(st.stx_dev_major) << 32 | st.stx_dev_minor;
+    if (st.stx_dev_major != 0)
+        identity.device = static_cast<uint64_t>(st.stx_dev_major) << 32 | st.stx_dev_minor;
     identity.inode = st.stx_ino;
     if (st.stx_mask & STATX_BTIME)
         identity.birth = st.stx_btime.tv_sec * 1'000'000'000 + st.stx_btime.tv_nsec;
@@ -164,21 +174,31 @@ bool note_remove(const char *path)
 
 // Beginning and ending
 
+// Locks a new note and writes its first line. False with errno; EAGAIN also if another start of the daemon
+// took it for a dead process's before it was locked, and removed it.
+static bool claim_note(int fd)
+{
+    struct stat st;
+    if (!lock_file(fd) || fstat(fd, &st) != 0)
+        return false;
+    errno = EAGAIN;
+    return st.st_nlink > 0 && write_full(fd, boot_id(), strlen(boot_id())) && write_full(fd, "\n", 1);
+}
+
 // Creates and locks a note; none with errno.
 static unique_fd new_note()
 {
     for (unsigned n = 0; n < 1000; n++) {
-        snprintf(note_path, sizeof note_path, "%s/delivery_note.%d.%u", dvWork_dir,
+        snprintf(note_path, sizeof note_path, "%s/delivery_note.%s.%d.%u", dvWork_dir, host_name(),
                  static_cast<int>(getpid()), n);
         unique_fd fd(open(note_path, O_WRONLY | O_CREAT | O_EXCL | O_APPEND | O_CLOEXEC, 0600));
         if (!fd && errno == EEXIST)  // of a dead process that had our pid
             continue;
-        struct stat st;
-        if (!fd || (flock(fd.get(), LOCK_EX | LOCK_NB) == 0 && fstat(fd.get(), &st) == 0 && st.st_nlink > 0))
+        if (!fd || claim_note(fd.get()))
             return fd;
-        // It could not be locked, or before it was, another daemon's start took it for a dead process's and
-        // removed it: try again with another.
+        const int error = errno;
         unlink(note_path);
+        errno = error;
     }
     return {};
 }
@@ -241,20 +261,31 @@ static bool parse(const char *line, entry_t &entry)
     return unescape(escaped, entry.path);
 }
 
-// Whether a file of that name can only be ours (see the header). `pid_ext` is ".PID" of the note's process.
-static bool is_our_name(const char *path, const char *pid_ext)
+namespace {
+
+// A note that was found.
+struct found_note_t {
+    char path[MAXPATHLEN];
+    std::string host;  // "": a note of a release that knew of one host only
+    std::string pid;
+};
+
+}  // namespace
+
+// Whether a file of that name can only have been made by the process of that number (see the header).
+static bool is_our_name(const char *path, const std::string &pid)
 {
     const char *name = last_component(path);
     for (const char *prefix : {"ii_", "FDF.", "FDM."})
         if (strncmp(name, prefix, strlen(prefix)) == 0)
             return true;
     const char *ext = strrchr(name, '.');
-    return (ext && strcmp(ext, pid_ext) == 0) ||
+    return (ext && strncmp(ext + 1, pid.c_str(), pid.size()) == 0 && strchr("-", ext[1 + pid.size()])) ||
            (name == path + strlen("/tmp/") && strncmp(path, "/tmp/", strlen("/tmp/")) == 0);
 }
 
 // Whether the file at an entry's path is what the entry speaks of, and not somebody's fax.
-static bool is_left_over(const entry_t &entry, const char *pid_ext)
+static bool is_left_over(const entry_t &entry, const std::string &pid)
 {
     identity_t now;
     uid_t owner;
@@ -263,10 +294,24 @@ static bool is_left_over(const entry_t &entry, const char *pid_ext)
     if (entry.kind == MADE)
         return now == entry.identity;
     return entry.kind == WILL_MAKE && now != entry.identity && owner == geteuid() &&
-           is_our_name(entry.path, pid_ext);
+           is_our_name(entry.path, pid);
 }
 
-// Calls `visit` with the path of each note, and ".PID" of its process.
+// Takes the name "delivery_note.HOST.PID.N" apart; host names may have dots in them.
+static bool parse_name(const char *name, found_note_t &found)
+{
+    const std::string_view text = strchr(name, '.') + 1;
+    const size_t last = text.rfind('.');
+    if (last == text.npos || last == 0)
+        return false;
+    const size_t before = text.rfind('.', last - 1);
+    found.host = before == text.npos ? "" : text.substr(0, before);
+    found.pid = text.substr(before + 1, last - before - 1);
+    return snprintf(found.path, sizeof found.path, "%s/%s", dvWork_dir, name) <
+           static_cast<int>(sizeof found.path);
+}
+
+// Calls `visit` with each note.
 template <class Visit> static void for_each_note(Visit visit)
 {
     std::unique_ptr<dir_list_t, deleter<dir_close>> list(dir_open(dvWork_dir));
@@ -275,11 +320,8 @@ template <class Visit> static void for_each_note(Visit visit)
     const char *pattern = "^delivery_note[.]";
     while (const char *name = dir_grep(list.get(), pattern)) {
         pattern = nullptr;
-        const char *pid = strchr(name, '.') + 1;
-        char path[MAXPATHLEN], pid_ext[16];
-        snprintf(pid_ext, sizeof pid_ext, ".%.*s", static_cast<int>(strcspn(pid, ".")), pid);
-        if (snprintf(path, sizeof path, "%s/%s", dvWork_dir, name) < static_cast<int>(sizeof path))
-            visit(path, pid_ext);
+        if (found_note_t found; parse_name(name, found))
+            visit(found);
     }
 }
 
@@ -287,7 +329,7 @@ template <class Visit> static void for_each_note(Visit visit)
 // note would have us remove their victims' files. Null otherwise.
 static file_ptr open_note(const char *path)
 {
-    unique_fd fd(open(path, O_RDONLY | O_NOFOLLOW | O_NONBLOCK | O_CLOEXEC));
+    unique_fd fd(open(path, O_RDWR | O_NOFOLLOW | O_NONBLOCK | O_CLOEXEC));
     struct stat st;
     if (!fd || fstat(fd.get(), &st) != 0 || !S_ISREG(st.st_mode) || st.st_uid != geteuid())
         return nullptr;
@@ -298,22 +340,22 @@ static file_ptr open_note(const char *path)
 }
 
 // Reads on to the next file that is there and that the note names. False at the end.
-static bool next_file(FILE *in, const char *pid_ext, entry_t &entry)
+static bool next_file(FILE *in, const std::string &pid, entry_t &entry)
 {
     char line[line_size];
     while (fgets(line, sizeof line, in))
-        if (parse(line, entry) && is_left_over(entry, pid_ext))
+        if (parse(line, entry) && is_left_over(entry, pid))
             return true;
     return false;
 }
 
 // Removes what the note `in` names. False when something could not be removed: the note is then kept for the
 // next start.
-static bool remove_left_overs(FILE *in, const char *pid_ext)
+static bool remove_left_overs(FILE *in, const std::string &pid)
 {
     bool good = true;
     entry_t entry;
-    while (next_file(in, pid_ext, entry)) {
+    while (next_file(in, pid, entry)) {
         bool removed = unlink(entry.path) == 0;
         good = good && removed;
         fprintf(stderr, "note_recover: %s \"%s\", left by a delivery that did not end.\n",
@@ -322,24 +364,61 @@ static bool remove_left_overs(FILE *in, const char *pid_ext)
     return good;
 }
 
+// Whether the process that wrote the note `in` of this host has ended. A lock alone does not tell: that of a
+// dead process may last for a moment on a network file system, and for minutes if the whole host has died.
+static bool has_ended(FILE *in, const found_note_t &found)
+{
+    char boot[64] = "";
+    if (fgets(boot, sizeof boot, in))
+        boot[strcspn(boot, "\n")] = '\0';
+    const bool is_other_boot = *boot && strcmp(boot, boot_id()) != 0;
+    const bool is_gone = kill(atoi(found.pid.c_str()), 0) != 0 && errno == ESRCH;
+    return is_other_boot || is_gone || lock_file(fileno(in));
+}
+
+// Whether nobody has seen the host of the note for a day: its daemon, which would remove what the note names,
+// does not run.
+static bool is_long_gone(FILE *in, const found_note_t &found)
+{
+    static constexpr time_t day = 24 * 60 * 60;
+    const std::string lock = std::string(dvWork_dir) + "/trayd_lock." + found.host;
+    const unique_fd daemon(open(lock.c_str(), O_RDONLY | O_NOFOLLOW | O_NONBLOCK | O_CLOEXEC));
+    struct stat st;
+    return fstat(fileno(in), &st) == 0 && st.st_mtime < time(nullptr) - day && !is_locked(fileno(in)) &&
+           !(daemon && is_locked(daemon.get()));
+}
+
+// Tells of what another host has left: that is the other host's to remove.
+static void report_left_overs(FILE *in, const found_note_t &found)
+{
+    fprintf(stderr, "note_recover: \"%s\": host %s has been away for a day.\n", found.path,
+            found.host.c_str());
+    entry_t entry;
+    while (next_file(in, found.pid, entry))
+        fprintf(stderr, "note_recover: kept \"%s\", left by a delivery on host %s.\n", entry.path,
+                found.host.c_str());
+}
+
 void note_recover()
 {
-    for_each_note([](const char *path, const char *pid_ext) {
-        // The lock is held by a living process only.
-        const file_ptr in = open_note(path);
-        if (in && flock(fileno(in.get()), LOCK_EX | LOCK_NB) == 0 && remove_left_overs(in.get(), pid_ext) &&
-            unlink(path) != 0)
-            trprintf("note_recover: unlink(\"%s\") failed: %s.\n", path, strerror(errno));
+    for_each_note([](const found_note_t &found) {
+        const bool is_ours = found.host.empty() || found.host == host_name();
+        const file_ptr in = open_note(found.path);
+        if (in && !is_ours && is_long_gone(in.get(), found))
+            report_left_overs(in.get(), found);
+        if (in && is_ours && has_ended(in.get(), found) && remove_left_overs(in.get(), found.pid) &&
+            unlink(found.path) != 0)
+            trprintf("note_recover: unlink(\"%s\") failed: %s.\n", found.path, strerror(errno));
     });
 }
 
 std::set<std::string> noted_files()
 {
     std::set<std::string> files;
-    for_each_note([&files](const char *path, const char *pid_ext) {
+    for_each_note([&files](const found_note_t &found) {
         entry_t entry;
-        if (const file_ptr in = open_note(path))
-            while (next_file(in.get(), pid_ext, entry))
+        if (const file_ptr in = open_note(found.path))
+            while (next_file(in.get(), found.pid, entry))
                 files.insert(entry.path);
     });
     return files;
@@ -348,11 +427,9 @@ std::set<std::string> noted_files()
 bool delivery_runs()
 {
     bool runs = false;
-    for_each_note([&runs](const char *path, const char *) {
-        // A delivery that begins or is recovered in this very moment finds its note locked, and can do
-        // without.
-        const unique_fd fd(open(path, O_RDONLY | O_NOFOLLOW | O_NONBLOCK | O_CLOEXEC));
-        runs = runs || (fd ? flock(fd.get(), LOCK_SH | LOCK_NB) != 0 : errno != ENOENT);
+    for_each_note([&runs](const found_note_t &found) {
+        const unique_fd fd(open(found.path, O_RDONLY | O_NOFOLLOW | O_NONBLOCK | O_CLOEXEC));
+        runs = runs || (fd ? is_locked(fd.get()) : errno != ENOENT);
     });
     return runs;
 }

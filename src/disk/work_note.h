@@ -1,15 +1,18 @@
 // work_note: a note of the files that a running delivery makes, so that the next start of the daemon can
 // remove what a crash left.
 //
-// The note is the file "delivery_note.PID.N" in the work directory, locked (flock) by the process that writes
-// it: a note that nobody has locked belongs to a dead process. It names files in two ways:
+// The note is the file "delivery_note.HOST.PID.N" in the work directory, which hosts may share: each removes
+// only what its own processes have left. Its first line is the id of the host's boot, and the process that
+// writes it holds a lock on it (util/file_lock.h): a process of an earlier boot, one whose number nobody has,
+// or one whose note nobody has locked, has ended. The note names files in two ways:
 //
 //   will make   a path at which a file is about to be made. Recovery removes the file there if it is not
 //               the one that was there before, is a regular file of our user, and has a name that no fax
-//               has: "ii_..." (which inbox scans skip), "FDF....", "FDM....", "ANY.PID" with the PID of
-//               the process that wrote the note, or any name directly in /tmp;
+//               has: "ii_..." (which inbox scans skip), "FDF....", "FDM....", "ANY.PID-XXXXXXXX" with
+//               the PID of the process that wrote the note (util/process_tag.h), or any name directly in
+//               /tmp;
 //   made        a path and a file. Recovery removes the file at the path if it is that very file: same
-//               device, inode and time of birth.
+//               device, inode and time of birth, as far as the file system has them.
 //
 // So a file that will carry a fax's name is created under one of those names, then noted as `made` under its
 // final name before the rename; a file that someone else put there never has the same identity. A fax that is
@@ -49,9 +52,9 @@ std::set<std::string> noted_files();
 // looked at. Throws std::bad_alloc.
 bool delivery_runs();
 
-// At start-up: removes what the notes of dead processes name, as described above, with a line on standard
-// error for each file, and then the notes. A note whose files cannot all be removed is kept for the next
-// start.
+// At start-up: removes what the notes of this host's dead processes name, as described above, with a line on
+// standard error for each file, and then the notes. A note whose files cannot all be removed is kept for the
+// next start. What hosts have left that have been away for a day is only listed on standard error.
 void note_recover();
 
 }  // namespace faxtray

@@ -14,6 +14,7 @@
 #include <ctime>
 #include <iterator>
 
+#include "util/file_lock.h"
 #include "util/owned.h"
 #include "util/settings.h"
 
@@ -112,6 +113,7 @@ void line_t::write()
     snprintf(path, sizeof path, "%s/access_log", dvWork_dir);
     // O_NONBLOCK: if somebody has put a FIFO there, nobody waits for its reader.
     const unique_fd fd(open(path, O_WRONLY | O_CREAT | O_APPEND | O_CLOEXEC | O_NONBLOCK, 0640));
+    const appending between_hosts(fd.get());
     const ssize_t written = fd ? ::write(fd.get(), start, static_cast<size_t>(size)) : -1;
     if (written == size) {
         torn = false;

@@ -13,6 +13,7 @@
 #include <utility>
 
 #include "util/clock_text.h"
+#include "util/file_lock.h"
 #include "util/owned.h"
 #include "util/version_id.h"
 
@@ -116,6 +117,7 @@ static void make_trailer(char *out, size_t size, const char *version_id, const c
 // by one system call, so that lines of other processes do not end up in the middle of it.
 static int write_line(FILE *stream, const char *prefix, const char *message, const char *trailer)
 {
+    const appending between_hosts(fileno(stream));
     int written = fprintf(stream, "%s%s%s", prefix, message, trailer);
     return fflush(stream) == 0 ? written : -1;
 }

@@ -15,6 +15,7 @@
 #include <ctime>
 
 #include "util/clock_text.h"
+#include "util/file_lock.h"
 #include "util/owned.h"
 #include "util/text.h"
 
@@ -79,6 +80,7 @@ void trprintf(const char *format, ...)
     if (!tr_writing())
         return;
     int error = errno;
+    const appending between_hosts(fileno(Trace_fp));
     trace_print_time();
     va_list args;
     va_start(args, format);
@@ -91,6 +93,7 @@ void tr_puts(const char *text)
 {
     if (!tr_writing())
         return;
+    const appending between_hosts(fileno(Trace_fp));
     trace_print_time();
     fputs(text, Trace_fp);
 }
@@ -340,10 +343,11 @@ static void set_line_buffered(FILE *stream)
     setvbuf(stream, file_buffer.get(), _IOLBF, buffer_size);  // without memory, stdio's own buffer
 }
 
-// Only the owner may read what is made here: traces name users, senders and files.
+// Only the owner may read what is made here: traces name users, senders and files. Appending also to a file
+// that was emptied: another host may trace into it.
 static FILE *open_file(const char *path, bool overwrite)
 {
-    unique_fd fd(open(path, O_WRONLY | O_CREAT | O_CLOEXEC | (overwrite ? O_TRUNC : O_APPEND), 0600));
+    unique_fd fd(open(path, O_WRONLY | O_CREAT | O_APPEND | O_CLOEXEC | (overwrite ? O_TRUNC : 0), 0600));
     FILE *file = fd ? fdopen(fd.get(), overwrite ? "w" : "a") : nullptr;
     if (file)
         (void)fd.release();
