@@ -4,7 +4,7 @@ import random, resource, socket, struct, time
 
 SERVER = ("127.0.0.1", 7000)  # what FAXTRAY_LISTEN tells the daemon
 PROGRAM, VERSION = 351229, 1
-NULL, LIST, OLDEST, READ, REMOVE, DELIVER, COUNT = 0, 2, 4, 5, 6, 7, 9
+NULL, LIST, OLDEST, READ, REMOVE, DELIVER, COUNT, LIST_INCOMING, REMOVE_INCOMING = 0, 2, 4, 5, 6, 7, 9, 13, 18
 CHUNK = 256 * 1024
 NO_CREDENTIALS = struct.pack(">II", 0, 0)
 
@@ -38,13 +38,13 @@ def deliver_call(user, inbox, fax, recipient):
 
 # Connections
 
-def connect(source="127.0.0.1", room=None):
+def connect(source="127.0.0.1", room=None, server=None, wait=60):
     link = socket.socket()
     if room:
         link.setsockopt(socket.SOL_SOCKET, socket.SO_RCVBUF, room)
     link.bind((source, 0))
-    link.settimeout(60)
-    link.connect(SERVER)
+    link.settimeout(wait)
+    link.connect(server or SERVER)
     return link
 
 def exactly(link, n):
@@ -101,9 +101,14 @@ class result:
         self.number()                          # its time
         return name, fax, size
 
-def list_faxes(link, user):
-    """The oldest 100 faxes of the user's inbox, as result.fax() has them."""
-    answer = result(ask(link, record(message(LIST, identity(user) + struct.pack(">iiiI", 0, 1, 100, 0)))))
+def named(inbox):
+    """The handle of an incoming inbox in a request; nothing for the user's own."""
+    return text(inbox.encode()) if inbox else b""
+
+def list_faxes(link, user, inbox=None):
+    """The oldest 100 faxes of the user's inbox, or of the incoming inbox with that handle, as result.fax() has them."""
+    answer = result(ask(link, record(message(LIST_INCOMING if inbox else LIST,
+                                             identity(user) + named(inbox) + struct.pack(">iiiI", 0, 1, 100, 0)))))
     if not answer.number():  # no index
         return []
     answer.number()          # its check value
@@ -118,8 +123,8 @@ def read_fax(link, user, fax, size):
         data += piece
     return data
 
-def remove_fax(link, user, fax):
-    result(ask(link, record(message(REMOVE, identity(user) + struct.pack(">I", fax)))))
+def remove_fax(link, user, fax, inbox=None):
+    result(ask(link, record(message(REMOVE_INCOMING if inbox else REMOVE, identity(user) + named(inbox) + struct.pack(">I", fax)))))
 
 def oldest_fax(user):
     with connect() as link:

@@ -3,8 +3,8 @@
 #
 # usage: scripts/test.sh [--packages] [--scale] [--web]
 #
-# With an option, one long test more: of the Debian packages on a bare system (package-test.sh), of many users and faxes
-# (scale-test.sh), of the web pages in a real browser (web-test.sh).
+# With an option, one long test more: of the Debian packages on a bare system (package-test.sh), of three hosts on one
+# replicated volume (scale-test.sh), of the web pages in a real browser (web-test.sh).
 #
 # Two builds: by clang with the address and undefined-behaviour sanitizers (benchmarks too), and the release by gcc,
 # the one that scripts/demo.sh shows. Both treat warnings as errors, and every test runs in both. The service tests

@@ -199,6 +199,8 @@ static unique_fd new_note()
         const int error = errno;
         unlink(note_path);
         errno = error;
+        if (error != EAGAIN)
+            break;
     }
     return {};
 }
@@ -266,26 +268,28 @@ namespace {
 // A note that was found.
 struct found_note_t {
     char path[MAXPATHLEN];
-    std::string host;  // "": a note of a release that knew of one host only
-    std::string pid;
+    char host[256];  // "": a note of a release that knew of one host only
+    char pid[16];
 };
 
 }  // namespace
 
 // Whether a file of that name can only have been made by the process of that number (see the header).
-static bool is_our_name(const char *path, const std::string &pid)
+static bool is_our_name(const char *path, const char *pid)
 {
     const char *name = last_component(path);
     for (const char *prefix : {"ii_", "FDF.", "FDM."})
         if (strncmp(name, prefix, strlen(prefix)) == 0)
             return true;
     const char *ext = strrchr(name, '.');
-    return (ext && strncmp(ext + 1, pid.c_str(), pid.size()) == 0 && strchr("-", ext[1 + pid.size()])) ||
-           (name == path + strlen("/tmp/") && strncmp(path, "/tmp/", strlen("/tmp/")) == 0);
+    const size_t digits = strlen(pid);
+    const bool has_pid =
+        ext && strncmp(ext + 1, pid, digits) == 0 && (!ext[1 + digits] || ext[1 + digits] == '-');
+    return has_pid || (name == path + strlen("/tmp/") && strncmp(path, "/tmp/", strlen("/tmp/")) == 0);
 }
 
 // Whether the file at an entry's path is what the entry speaks of, and not somebody's fax.
-static bool is_left_over(const entry_t &entry, const std::string &pid)
+static bool is_left_over(const entry_t &entry, const char *pid)
 {
     identity_t now;
     uid_t owner;
@@ -304,9 +308,11 @@ static bool parse_name(const char *name, found_note_t &found)
     const size_t last = text.rfind('.');
     if (last == text.npos || last == 0)
         return false;
-    const size_t before = text.rfind('.', last - 1);
-    found.host = before == text.npos ? "" : text.substr(0, before);
-    found.pid = text.substr(before + 1, last - before - 1);
+    const size_t before = text.rfind('.', last - 1), pid = before + 1;  // 0 if there is no dot before
+    if (pid > sizeof found.host || last - pid >= sizeof found.pid)
+        return false;
+    found.host[text.copy(found.host, before == text.npos ? 0 : before)] = '\0';
+    found.pid[text.copy(found.pid, last - pid, pid)] = '\0';
     return snprintf(found.path, sizeof found.path, "%s/%s", dvWork_dir, name) <
            static_cast<int>(sizeof found.path);
 }
@@ -340,7 +346,7 @@ static file_ptr open_note(const char *path)
 }
 
 // Reads on to the next file that is there and that the note names. False at the end.
-static bool next_file(FILE *in, const std::string &pid, entry_t &entry)
+static bool next_file(FILE *in, const char *pid, entry_t &entry)
 {
     char line[line_size];
     while (fgets(line, sizeof line, in))
@@ -351,7 +357,7 @@ static bool next_file(FILE *in, const std::string &pid, entry_t &entry)
 
 // Removes what the note `in` names. False when something could not be removed: the note is then kept for the
 // next start.
-static bool remove_left_overs(FILE *in, const std::string &pid)
+static bool remove_left_overs(FILE *in, const char *pid)
 {
     bool good = true;
     entry_t entry;
@@ -372,7 +378,7 @@ static bool has_ended(FILE *in, const found_note_t &found)
     if (fgets(boot, sizeof boot, in))
         boot[strcspn(boot, "\n")] = '\0';
     const bool is_other_boot = *boot && strcmp(boot, boot_id()) != 0;
-    const bool is_gone = kill(atoi(found.pid.c_str()), 0) != 0 && errno == ESRCH;
+    const bool is_gone = kill(static_cast<pid_t>(strtol(found.pid, nullptr, 10)), 0) != 0 && errno == ESRCH;
     return is_other_boot || is_gone || lock_file(fileno(in));
 }
 
@@ -381,8 +387,9 @@ static bool has_ended(FILE *in, const found_note_t &found)
 static bool is_long_gone(FILE *in, const found_note_t &found)
 {
     static constexpr time_t day = 24 * 60 * 60;
-    const std::string lock = std::string(dvWork_dir) + "/trayd_lock." + found.host;
-    const unique_fd daemon(open(lock.c_str(), O_RDONLY | O_NOFOLLOW | O_NONBLOCK | O_CLOEXEC));
+    char lock[sizeof dvWork_dir + sizeof found.host + 16];
+    snprintf(lock, sizeof lock, "%s/trayd_lock.%s", dvWork_dir, found.host);
+    const unique_fd daemon(open(lock, O_RDONLY | O_NOFOLLOW | O_NONBLOCK | O_CLOEXEC));
     struct stat st;
     return fstat(fileno(in), &st) == 0 && st.st_mtime < time(nullptr) - day && !is_locked(fileno(in)) &&
            !(daemon && is_locked(daemon.get()));
@@ -391,18 +398,18 @@ static bool is_long_gone(FILE *in, const found_note_t &found)
 // Tells of what another host has left: that is the other host's to remove.
 static void report_left_overs(FILE *in, const found_note_t &found)
 {
-    fprintf(stderr, "note_recover: \"%s\": host %s has been away for a day.\n", found.path,
-            found.host.c_str());
+    fprintf(stderr, "note_recover: \"%s\": host %s has been away for a day.\n", found.path, found.host);
     entry_t entry;
     while (next_file(in, found.pid, entry))
         fprintf(stderr, "note_recover: kept \"%s\", left by a delivery on host %s.\n", entry.path,
-                found.host.c_str());
+                found.host);
 }
 
 void note_recover()
 {
+    process_tag();  // reads what all our children then have in memory
     for_each_note([](const found_note_t &found) {
-        const bool is_ours = found.host.empty() || found.host == host_name();
+        const bool is_ours = !*found.host || strcmp(found.host, host_name()) == 0;
         const file_ptr in = open_note(found.path);
         if (in && !is_ours && is_long_gone(in.get(), found))
             report_left_overs(in.get(), found);

@@ -328,8 +328,12 @@ static bool visit(scan_t &scan, const char *name)
         trace_skip(name, not_regular);
         return true;
     }
+    const int error = errno;                             // of the opening; what follows may change it
+    if (!fd && error == ENOENT && has_vanished(scan)) {  // since its status was read, by another host
+        trace_skip(name, vanished);
+        return true;
+    }
 
-    const int error = errno;  // of the opening; tracing may change it
     trprintf("update_index: Adding file [%s] to user \"%s\"'s inbox.\n", name, inbox_name(scan.user));
     errno = error;
     file_node_ptr node(create_file_node(std::move(fd), path, name, st, scan.complaints));

@@ -4,6 +4,7 @@
 
 #include <fcntl.h>
 #include <linux/magic.h>
+#include <sys/stat.h>
 #include <sys/vfs.h>
 #include <unistd.h>
 
@@ -76,6 +77,14 @@ bool is_on_network(int fd)
     struct statfs fs;
     return fstatfs(fd, &fs) == 0 && std::find(std::begin(shared), std::end(shared),
                                               static_cast<uint32_t>(fs.f_type)) != std::end(shared);
+}
+
+appending::appending(int fd) : fd_(is_on_network(fd) ? fd : -1), locked_(fd_)
+{
+    // Asks the server where the end is: other hosts may have moved it since the file was opened.
+    struct statx end;
+    if (fd_ >= 0)
+        (void)statx(fd_, "", AT_EMPTY_PATH | AT_STATX_FORCE_SYNC, STATX_SIZE, &end);
 }
 
 // A failure is one of the disk, which the next write will meet too.

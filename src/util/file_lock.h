@@ -39,7 +39,7 @@ bool is_on_network(int fd);
 // and nothing is done.
 class appending {
 public:
-    explicit appending(int fd) : fd_(is_on_network(fd) ? fd : -1), locked_(fd_) {}
+    explicit appending(int fd);
     ~appending();
 
 private:
