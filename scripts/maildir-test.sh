@@ -42,7 +42,7 @@ make_site() {
     export ONDRIXHOME=$work/site XDG_CACHE_HOME=$work/cache
     (cd site && exec faxtrayd -f -d 1 2>>log) &
     daemon=$!
-    until faxtray status >status 2>&1; do kill -0 $daemon; sleep 0.05; done
+    until faxtray rev >revision 2>&1; do kill -0 $daemon; sleep 0.05; done
 }
 
 sync_anna() { faxtray -u anna sync --maildir "$work/mail" 2>>sync.log </dev/null; }

@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <cstdio>
 #include <cstring>
+#include <string_view>
 
 #include "util/command_output.h"
 
@@ -52,9 +53,9 @@ static std::string coded(char ch, char mark)
 // words (section 5).
 static std::string encoded_words(const std::string &line)
 {
-    static constexpr char begin[] = "=?utf-8?q?", end[] = "?=";
-    constexpr size_t longest = 75 - strlen(begin) - strlen(end);
-    std::string words = begin;
+    static constexpr std::string_view begin = "=?utf-8?q?", end = "?=";
+    constexpr size_t longest = 75 - begin.size() - end.size();
+    std::string words(begin);
     size_t length = 0;
     for (size_t at = 0; at < line.size();) {
         std::string character;
@@ -62,13 +63,13 @@ static std::string encoded_words(const std::string &line)
             character += line[at] == ' ' ? "_" : coded(line[at], '=');
         while (++at < line.size() && (line[at] & 0xC0) == 0x80);
         if (length + character.size() > longest) {
-            words += std::string(end) + "\n " + begin;
+            words.append(end).append("\n ").append(begin);
             length = 0;
         }
         words += character;
         length += character.size();
     }
-    return words + end;
+    return words.append(end);
 }
 
 std::string header_text(const std::string &text)
