@@ -21,7 +21,7 @@
 
 namespace faxtray {
 
-inline time_t full_scan_seconds = 600;
+inline time_t full_scan_seconds = 600;  // tests do not wait so long
 
 class inbox_watch_t {
 public:
