@@ -3,7 +3,7 @@ import json, os, sys, threading, time
 sys.path.insert(0, "scripts")
 import calls, live_site, shared_tree
 
-SECONDS, CLIENTS, FAXES = 8, 3, 50  # of each measurement, of each host, in each inbox
+SECONDS, CLIENTS, FAXES = 5, 3, 50  # of each measurement, of each host, in each inbox
 
 with open(live_site.LETTER, "rb") as file:
     letter = file.read()
