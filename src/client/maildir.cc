@@ -21,7 +21,6 @@ namespace faxtray {
 namespace fs = std::filesystem;
 
 static constexpr char record_name[] = "faxtray-delivered";
-static constexpr size_t id_size = 36;
 
 // Returns false, so that a caller can return its result.
 static bool complain_of(const std::string &path, const char *why)

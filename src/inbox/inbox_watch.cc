@@ -130,11 +130,9 @@ void watches_t::handle(const inotify_event &event)
     const char *name = event.len > 0 ? event.name : "";
     if (event.mask & IN_IGNORED)  // removed, or its file system unmounted
         give_up(directory);
-    else if (!*name)
-        doubt(directory);  // it is about the directory itself
     else if (is_hidden(name) || is_unfinished(name))
         return;
-    else if (event.mask & IN_ISDIR)
+    else if (!*name || event.mask & IN_ISDIR)  // it is about the directory itself, or one in it
         doubt(directory);
     else
         for (inbox_watch_t *inbox : directory.inboxes)
