@@ -275,28 +275,6 @@ def judge_logs(tree):
     left = [name for name in os.listdir(root) if re.match("delivery_note|FDF|FDM", name)]
     check(not left, f"left behind in the work directory: {left}")
 
-def judge_trace(tree):
-    """All hosts trace into one file for a while."""
-    replace(tree.servers[0].path(f"{shared_tree.TREE}/TRACES"), b"faxtrayd on\n")
-    def list_some(one):
-        one.run(f"kill $(cat {shared_tree.TREE}/work/trayd_lock.{one.name})")
-        while one.run("pgrep -x faxtrayd", check=False):
-            time.sleep(0.1)
-        tree.start_daemons(one, only_faxtrayd=True)
-        with one.connect() as link:
-            for n in range(20):
-                calls.list_faxes(link, f"user {n}")
-    threads = [threading.Thread(target=list_some, args=(one,)) for one in tree.servers]
-    for thread in threads:
-        thread.start()
-    for thread in threads:
-        thread.join()
-    with open(tree.servers[0].path(f"{shared_tree.TREE}/work/trace_faxtrayd"), errors="replace") as trace:
-        lines = trace.read().splitlines()
-    torn = [line for line in lines if not re.fullmatch(r"\d\d:\d\d:\d\d \S.*", line)]
-    begun = sum("update_index: Updating inbox" in line for line in lines)
-    check(not torn and begun >= 20 * len(tree.servers), f"trace: {len(lines)} lines of {begun} listings, {len(torn)} torn {torn[:3]}")
-
 def judge_change(tree):
     """A change of the user list on one host is seen by each at its next request."""
     late = 0
@@ -344,7 +322,6 @@ def main():
     print_times()
     judge_logs(tree)
     judge_change(tree)
-    judge_trace(tree)
     print(f"       listings that a host did not answer: {dict(unanswered)}")
     for text, count in words.most_common(8):
         print(f"       a client was told {count} times: {text}")

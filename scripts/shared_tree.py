@@ -118,12 +118,12 @@ class shared_tree:
             time.sleep(0.2)
         raise RuntimeError(f"{one.name}# {command}\n{why}")
 
-    def start_daemons(self, one, only_faxtrayd=False):
+    def start_daemons(self, one):
         """The commands for every fax server from rpcbind's on; how long it took until faxtrayd answered."""
         begun = time.monotonic()
         commands = [command for word, command in self.commands if word == "hosts"]
         *others, faxtrayd = commands[commands.index("rpcbind"):]
-        for command in others if not only_faxtrayd else []:
+        for command in others:
             self.give(one, command)
         self.give(one, f"{faxtrayd} {self.options}")
         while time.monotonic() < begun + 120:
