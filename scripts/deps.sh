@@ -1,7 +1,7 @@
 # Sourced by the other scripts: installs the Debian packages they need, and only those that are missing, so that
 # nothing is fetched where everything is installed; and configures the builds.
 
-build_packages="g++ cmake make pkg-config libtirpc-dev libcli11-dev nlohmann-json3-dev libtiff-dev libpng-dev libqpdf-dev uuid-dev libchafa-dev libglib2.0-dev libgtest-dev rpcsvc-proto"
+build_packages="g++ cmake make pkg-config libtirpc-dev libcli11-dev nlohmann-json3-dev libtiff-dev libpng-dev libqpdf-dev uuid-dev libcpp-httplib-dev libchafa-dev libglib2.0-dev libgtest-dev rpcsvc-proto"
 service_packages="rpcbind netbase"
 check_packages="clang-14 clang-tidy-14 clang-format-14 libclang-rt-14-dev lld llvm-14 mandoc python3 strace iproute2 shared-mime-info desktop-file-utils libglib2.0-bin mailcap logrotate systemd zsh"
 sample_packages="ghostscript libtiff-tools poppler-utils python3"

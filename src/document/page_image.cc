@@ -27,6 +27,22 @@ bool decode_page(const fax_pages_t &fax, std::vector<unsigned char> data, page_i
     return decode_fax_page(fax, &data, append_row, page);
 }
 
+long square_height(long rows, int vertical_dpi)
+{
+    return std::max(std::lround(static_cast<double>(rows) * horizontal_dpi / vertical_dpi), 1L);
+}
+
+page_image_t with_square_pixels(const page_image_t &page, int vertical_dpi)
+{
+    page_image_t square = {page.width, square_height(page.height, vertical_dpi), {}};
+    square.rows.reserve(static_cast<size_t>(square.height) * square.row_bytes());
+    for (long y = 0; y < square.height; y++) {
+        const unsigned char *row = page.row(y * page.height / square.height);
+        square.rows.insert(square.rows.end(), row, row + square.row_bytes());
+    }
+    return square;
+}
+
 namespace {
 
 // Pixels, or rows, of a page from `begin` to before `end`: at least one.

@@ -26,6 +26,13 @@ inline constexpr long most_rows = 1000000;  // of an image: a page of up to 130 
 // error.
 bool decode_page(const fax_pages_t &fax, std::vector<unsigned char> data, page_image_t *page);
 
+// Rows of a page of `rows` rows, vertical_dpi to an inch, whose pixels are made as high as they are wide.
+long square_height(long rows, int vertical_dpi);
+
+// The page, whose rows lie vertical_dpi to an inch, with rows repeated until its pixels are as high as they
+// are wide. As long as there are no more rows to an inch than pixels, each row is there at least once.
+page_image_t with_square_pixels(const page_image_t &page, int vertical_dpi);
+
 // A grey image, one byte a pixel, 0 black and 255 white; pixels are as wide as they are high.
 struct grey_image_t {
     int width = 0;
