@@ -13,6 +13,7 @@
 #include "../fuzz/requests.h"
 #include "../fuzz/rpc_stream.h"
 #include "../fuzz/t4_decoders.h"
+#include "../fuzz/web_request.h"
 #include "support/capture.h"
 #include "support/temp_dir.h"
 
@@ -35,7 +36,8 @@ TEST(Corpus, EveryInputHoldsWhatTheFuzzersCheck)
                 {"check_lists", fuzz_check_lists},
                 {"import_tiff", fuzz_import_tiff},
                 {"import_pbm", fuzz_import_pbm},
-                {"import_png", fuzz_import_png}};
+                {"import_png", fuzz_import_png},
+                {"web_request", fuzz_web_request}};
     for (const auto &row : rows) {
         std::string folder = std::string(TEST_DATA "/../../fuzz/corpus/") + row.name;
         dir_ptr dir(opendir(folder.c_str()));

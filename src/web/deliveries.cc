@@ -13,6 +13,7 @@
 #include <cstring>
 #include <nlohmann/json.hpp>
 
+#include "client/hosts.h"
 #include "util/io.h"
 #include "util/owned.h"
 #include "web/fax_views.h"
@@ -24,6 +25,7 @@ using nlohmann::json;
 
 static constexpr size_t most_running = 32, most_running_of_user = 4, most_kept_of_user = 100;
 static constexpr int delivery_seconds = 24 * 60 * 60;  // as faxtray(1) waits
+static constexpr int connect_seconds = 25;
 static constexpr size_t most_order_bytes = 1 << 20;
 
 struct deliveries::job_t {
@@ -80,7 +82,7 @@ static bool deliver_one(inbox_client *client, const delivery_order_t &order,
 
 int deliver_as_ordered()
 {
-    // Nobody else would hear of how the delivery goes.
+    // Ends with the thread that waits for it: nobody else would hear how the delivery goes.
     prctl(PR_SET_PDEATHSIG, SIGTERM);
     std::string text(most_order_bytes, '\0');
     const ssize_t n = read_full(STDIN_FILENO, text.data(), text.size());
@@ -89,12 +91,13 @@ int deliver_as_ordered()
         return 1;
     const auto bytes = [&](const char *name) { return given.at(name).get<std::string>(); };
     delivery_order_t order = {
-        bytes("host"), {bytes("user"), bytes("hash"), 0}, bytes("inbox"), bytes("recipient"), {}};
+        bytes("hosts"), {bytes("user"), bytes("hash"), 0}, bytes("inbox"), bytes("recipient"), {}};
     for (const json &fax : given.at("faxes"))
         order.faxes.push_back({fax.at("id"), fax.at("tag")});
 
     inbox_client client(order.who);
-    bool reached = client.connect(order.host);
+    std::vector<std::string> away;
+    bool reached = connect_to_one(&client, hosts_for(order.hosts, order.who.user), connect_seconds, &away);
     client.set_timeout(delivery_seconds);
     for (const auto &fax : order.faxes)
         if (reached)
@@ -174,11 +177,50 @@ void deliveries::forget_old(const std::string &user)
         jobs_.erase(finished[n].second);
 }
 
+// Starts the process of a job, says whether it did, and waits for it. It is the watcher's child, not that of
+// the thread that serves the request: that one ends soon, and the process would with it.
+void deliveries::watch(job_t *job, const std::string &order, std::promise<bool> *started)
+{
+    delivery_process_t process;
+    const bool runs = start(&process);
+    if (!runs)
+        fprintf(stderr, "faxtray-web: can't start a process for a delivery: %s\n", strerror(errno));
+    job->pid = process.pid;  // begin() holds the lock until it knows
+    started->set_value(runs);
+    if (!runs)
+        return;
+    write_full(process.order.get(), order.data(), order.size());
+    process.order.reset();
+    const file_ptr reports(fdopen(process.report.release(), "r"));
+    char *line = nullptr;
+    size_t room = 0;
+    while (reports && getline(&line, &room, reports.get()) > 0) {
+        const json report = json::parse(line, nullptr, false);
+        const std::lock_guard lock(mutex_);
+        for (json &fax : job->faxes)
+            if (report.is_object() && fax["id"] == report["id"])
+                fax.update(report);
+    }
+    free(line);
+    siginfo_t ended;
+    waitid(P_PID, static_cast<id_t>(process.pid), &ended, WEXITED | WNOWAIT);
+    const std::lock_guard lock(mutex_);  // before the number can mean another process
+    waitpid(process.pid, nullptr, 0);
+    job->pid = -1;
+    job->done = true;
+    for (json &fax : job->faxes)
+        if (fax["state"] == "running")
+            fax.update({{"state", "failed"},
+                        {"lines", {"The delivery broke off: the fax may be delivered all the same."}}});
+        else if (fax["state"] == "waiting")
+            fax.update({{"state", "failed"}, {"lines", {"The delivery broke off before its turn."}}});
+}
+
 std::string deliveries::begin(const delivery_order_t &order)
 {
-    json given = {{"host", order.host},   {"user", order.who.user},       {"hash", order.who.password_hash},
+    json given = {{"hosts", order.hosts}, {"user", order.who.user},       {"hash", order.who.password_hash},
                   {"inbox", order.inbox}, {"recipient", order.recipient}, {"faxes", json::array()}};
-    const auto job = std::make_shared<job_t>();
+    auto job = std::make_unique<job_t>();
     job->user = order.who.user;
     job->began = web_clock::now();
     for (const auto &fax : order.faxes) {
@@ -194,38 +236,15 @@ std::string deliveries::begin(const delivery_order_t &order)
         running += !other->done;
         of_user += !other->done && other->user == job->user;
     }
-    delivery_process_t process;
-    if (running >= most_running || of_user >= most_running_of_user || !start(&process))
+    if (running >= most_running || of_user >= most_running_of_user)
         return "";
-    job->pid = process.pid;
+    std::promise<bool> started;
+    job->watcher = std::jthread(
+        [this, job = job.get(), text = text_of(given), &started] { watch(job, text, &started); });
+    if (!started.get_future().get())
+        return "";
     const std::string id = random_id();
-    jobs_.emplace(id, job);
-    job->watcher = std::jthread([this, job = job.get(), order = text_of(given),
-                                 process = std::move(process)]() mutable {
-        write_full(process.order.get(), order.data(), order.size());
-        process.order.reset();
-        const file_ptr reports(fdopen(process.report.release(), "r"));
-        char *line = nullptr;
-        size_t room = 0;
-        while (reports && getline(&line, &room, reports.get()) > 0) {
-            const json report = json::parse(line, nullptr, false);
-            const std::lock_guard locked(mutex_);
-            for (json &fax : job->faxes)
-                if (report.is_object() && fax["id"] == report["id"])
-                    fax.update(report);
-        }
-        free(line);
-        siginfo_t ended;
-        waitid(P_PID, static_cast<id_t>(process.pid), &ended, WEXITED | WNOWAIT);
-        const std::lock_guard locked(mutex_);  // before the number can mean another process
-        waitpid(process.pid, nullptr, 0);
-        job->pid = -1;
-        job->done = true;
-        for (json &fax : job->faxes)
-            if (fax["state"] == "waiting" || fax["state"] == "running")
-                fax.update({{"state", "failed"},
-                            {"lines", {"The delivery broke off: the fax may be delivered all the same."}}});
-    });
+    jobs_.emplace(id, std::move(job));
     return id;
 }
 

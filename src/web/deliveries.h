@@ -7,6 +7,7 @@
 // call.
 #pragma once
 
+#include <future>
 #include <map>
 #include <memory>
 #include <mutex>
@@ -20,7 +21,7 @@
 namespace faxtray {
 
 struct delivery_order_t {
-    std::string host;
+    std::string hosts;  // as of fax_server_t
     login who;
     std::string inbox, recipient;
     struct fax_t {
@@ -47,9 +48,10 @@ public:
 private:
     struct job_t;
     void forget_old(const std::string &user);
+    void watch(job_t *job, const std::string &order, std::promise<bool> *started);
 
     std::mutex mutex_;
-    std::map<std::string, std::shared_ptr<job_t>> jobs_;
+    std::map<std::string, std::unique_ptr<job_t>> jobs_;
 };
 
 // The body of the process: reads an order from standard input, carries it out, and reports on standard

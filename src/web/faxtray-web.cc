@@ -32,8 +32,8 @@ struct command_line {
 
 static void add_options(CLI::App *app, command_line *chosen)
 {
-    app->add_option("-H,--host", chosen->web.host, "Host of faxtrayd")
-        ->type_name("HOST")
+    app->add_option("-H,--host", chosen->web.hosts, "Host of faxtrayd, or several with the same faxes")
+        ->type_name("HOST[,HOST...]")
         ->capture_default_str();
     app->add_option("--listen", chosen->listen, "IPv4 address and port to serve at")
         ->type_name("ADDRESS:PORT")

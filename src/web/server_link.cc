@@ -1,9 +1,16 @@
 #include "web/server_link.h"
 
+#include <algorithm>
+
+#include "client/hosts.h"
+
 namespace faxtray {
 
+using std::chrono::steady_clock;
+
 static constexpr int call_seconds = 10;
-static constexpr std::chrono::seconds away_time{2};
+// How long a host counts as away: where there is no other, it is asked again soon.
+static constexpr std::chrono::seconds away_time{2}, away_time_of_several{30};
 
 problem changed_problem()
 {
@@ -42,28 +49,50 @@ server_link::~server_link()
         server_.desk.run([&] { client_.reset(); });
 }
 
-bool server_link::connect()
+// The problem of the client's last failure. A host that did not answer is left alone for a while.
+problem server_link::failed()
 {
-    client_ = std::make_unique<inbox_client>(who_, call_seconds);
-    return client_->connect(server_.host);
+    const client_failure &why = client_->failure();
+    if (why.kind == client_failure::TRANSPORT) {
+        const bool several = comma_separated(server_.hosts).size() > 1;
+        server_.away[client_->host()] = {steady_clock::now() + (several ? away_time_of_several : away_time),
+                                         why.message};
+    }
+    return problem_of(why);
+}
+
+// Connects to the first host of this user that is not away.
+problem server_link::connect()
+{
+    problem result = {{502, "unreachable", "There is no host to ask."}};
+    const std::vector<std::string> hosts = hosts_for(server_.hosts, who_.user);
+    const int seconds = std::max(call_seconds / static_cast<int>(hosts.size()), 1);
+    for (const std::string &host : hosts) {
+        const auto away = server_.away.find(host);
+        if (away != server_.away.end() && steady_clock::now() < away->second.until) {
+            result->message = away->second.message;
+            continue;
+        }
+        client_ = std::make_unique<inbox_client>(who_, seconds);
+        // One that takes connections and says nothing is as good as none, if there is another.
+        if (client_->connect(host) && (hosts.size() == 1 || client_->null_call())) {
+            client_->set_timeout(call_seconds);
+            return {};
+        }
+        result = failed();
+        client_.reset();
+    }
+    return result;
 }
 
 problem server_link::call(const std::function<bool(inbox_client &)> &calls)
 {
-    using std::chrono::steady_clock;
     problem result;
     const bool ran = server_.desk.run([&] {
-        if (steady_clock::now() < server_.away_until) {
-            result = {502, "unreachable", server_.away_message};
-            return;
-        }
-        if ((client_ || connect()) && calls(*client_))
-            return;
-        result = problem_of(client_->failure());
-        if (client_->failure().kind == client_failure::TRANSPORT) {
-            server_.away_until = steady_clock::now() + away_time;
-            server_.away_message = client_->failure().message;
-        }
+        if (!client_)
+            result = connect();
+        if (!result && !calls(*client_))
+            result = failed();
     });
     return ran ? result : busy_problem();
 }

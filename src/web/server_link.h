@@ -2,6 +2,7 @@
 #pragma once
 
 #include <chrono>
+#include <map>
 #include <memory>
 #include <optional>
 #include <string>
@@ -22,13 +23,17 @@ problem changed_problem();  // an id means another fax than the user saw, or non
 problem failed_problem();   // something of our own went wrong; the log says what
 problem busy_problem();     // too many requests wait
 
-// The host of faxtrayd. If it cannot be reached, all who ask within the next two seconds are told so at once:
-// else each would hold the worker for as long as it takes to give up.
+// The host of faxtrayd, or several with the same faxes. Of one that cannot be reached, all who ask within the
+// next seconds are told so at once, or find another: else each would hold the worker for as long as it takes
+// to give up.
 struct fax_server_t {
-    std::string host;
+    std::string hosts;  // with commas between
     worker &desk;
-    std::chrono::steady_clock::time_point away_until = {};  // this and the next are the worker's alone
-    std::string away_message = {};
+    struct away_t {
+        std::chrono::steady_clock::time_point until;
+        std::string message;
+    };
+    std::map<std::string, away_t> away = {};  // by host; the worker's alone
 };
 
 // A connection for one request, made by the first call.
@@ -47,7 +52,8 @@ public:
     problem run(const std::function<bool()> &job);
 
 private:
-    bool connect();
+    problem connect();
+    problem failed();
 
     fax_server_t &server_;
     const login who_;

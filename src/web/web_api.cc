@@ -138,7 +138,7 @@ static bool parse_refs(const json &body, std::vector<fax_ref_t> *refs)
 }
 
 web_api::web_api(web_options_t options)
-    : options_(std::move(options)), server_{options_.host, desk_}, cache_(cache_bytes)
+    : options_(std::move(options)), server_{options_.hosts, desk_}, cache_(cache_bytes)
 {
 }
 
@@ -283,7 +283,7 @@ http_answer web_api::session_route(call_t *call)
         return refusal(*failed);
     return json_answer(200, {{"user", call->session.who.user},
                              {"token", call->session.token},
-                             {"host", options_.host},
+                             {"host", options_.hosts},
                              {"inboxes", inboxes}});
 }
 
@@ -324,47 +324,87 @@ static bool find_newest(inbox_client &client, const inbox_ref &inbox, u_int chec
     }
 }
 
+namespace {
+
+// The place in a list that a request names.
+struct list_place_t {
+    std::string check_host;  // whose check value it is: each host has its own
+    u_int check_value = 0;
+    faxid_t before = 0;  // 0: the list begins with the newest fax
+    std::string tag;     // of that fax; "" where it does not matter
+};
+
+// A part of a list, newest last, as the server sends it.
+struct list_part_t {
+    bool unchanged = false;
+    listing faxes, earlier;  // earlier: the first fax and, if there is one, that before it
+    u_int count = 0;         // of all faxes
+};
+
+}  // namespace
+
+// False if it makes no sense.
+static bool parse_place(const http_request &request, list_place_t *place)
+{
+    const std::string &check = request.parameter("check"), &before = request.parameter("before");
+    const size_t dot = std::min(check.find('.'), check.size());
+    place->check_host = check.substr(std::min(dot + 1, check.size()));
+    place->tag = request.parameter("tag");
+    return (check.empty() || parse_number(check.substr(0, dot), &place->check_value)) &&
+           (before.empty() || (parse_number(before, &place->before) && place->before != 0));
+}
+
+// Gets the part; `newest` is a guess at the newest fax, and then knows better.
+static bool get_part(inbox_client &client, const inbox_ref &inbox, const list_place_t &place, faxid_t *newest,
+                     list_part_t *part)
+{
+    faxid_t last = place.before;
+    if (last == 0) {
+        const u_int check_value = place.check_host == client.host() ? place.check_value : 0;
+        if (!find_newest(client, inbox, check_value, newest))
+            return part->unchanged = client.failure().code == IE_UNCHANGED;
+        last = *newest;
+    }
+    // Whether anything precedes the part is asked: how many faxes it holds depends on their texts, too.
+    const std::deque<fax_entry> &faxes = part->faxes.faxes;
+    return client.get_index(inbox, {last, 0, slice, 0}, &part->faxes) &&
+           client.get_fax_count(inbox, &part->count) &&
+           (faxes.empty() || client.get_index(inbox, {faxes[0].id, 0, 2, 0}, &part->earlier));
+}
+
 http_answer web_api::faxes_route(call_t *call)
 {
     const inbox_ref inbox = inbox_of(call->request.parameter("inbox"));
-    const std::string &check = call->request.parameter("check"), &before = call->request.parameter("before");
-    u_int check_value = 0;
-    faxid_t from = 0;
-    if ((!check.empty() && !parse_number(check, &check_value)) ||
-        (!before.empty() && (!parse_number(before, &from) || from == 0)))
+    list_place_t place;
+    if (!parse_place(call->request, &place))
         return bad_request("No such place in a list.");
-    const std::string name = inbox.value_or("");
-    faxid_t newest = call->session.newest[name];
-    listing page, earlier;
-    u_int count = 0;
-    bool unchanged = false;
+    faxid_t newest = call->session.newest[inbox.value_or("")];
+    list_part_t part;
+    std::string host;
     server_link link(server_, call->session.who);
     const problem failed = link.call([&](inbox_client &client) {
-        if (before.empty()) {
-            if (!find_newest(client, inbox, check_value, &newest)) {
-                unchanged = client.failure().code == IE_UNCHANGED;
-                return unchanged;
-            }
-            from = newest;
-        }
-        // Whether anything precedes the page is asked: how many faxes a page holds depends on their texts,
-        // too.
-        return client.get_index(inbox, {from, 0, slice, 0}, &page) && client.get_fax_count(inbox, &count) &&
-               (page.faxes.empty() || client.get_index(inbox, {page.faxes[0].id, 0, 2, 0}, &earlier));
+        host = client.host();
+        return get_part(client, inbox, place, &newest, &part);
     });
     if (failed)
         return refusal(*failed);
-    if (unchanged)
+    if (part.unchanged)
         return json_answer(200, {{"unchanged", true}});
-    sessions_.set_newest(call->session.id, name, newest);
-    // The server's page ends with the fax that it was asked for, which `before` has been shown already.
+    // The server's list ends with the fax that it was asked for, which has been shown already.
+    std::deque<fax_entry> &listed = part.faxes.faxes;
+    if (place.before != 0) {
+        if (listed.empty() || (!place.tag.empty() && tag_of(listed.back()) != place.tag))
+            return refusal(*changed_problem());
+        listed.pop_back();
+    } else {
+        sessions_.set_newest(call->session.id, inbox.value_or(""), newest);
+    }
     json faxes = json::array();
-    for (auto fax = page.faxes.rbegin(); fax != page.faxes.rend(); ++fax)
-        if (before.empty() || fax->id != from)
-            faxes.push_back(row_of(*fax));
-    return json_answer(200, {{"check", std::to_string(page.check_value)},
-                             {"count", count},
-                             {"more", earlier.faxes.size() > 1},
+    for (auto fax = listed.rbegin(); fax != listed.rend(); ++fax)
+        faxes.push_back(row_of(*fax));
+    return json_answer(200, {{"check", std::to_string(part.faxes.check_value) + "." + host},
+                             {"count", part.count},
+                             {"more", part.earlier.faxes.size() > 1},
                              {"faxes", std::move(faxes)}});
 }
 
@@ -483,8 +523,11 @@ http_answer web_api::recipients_route(call_t *call)
 http_answer web_api::deliver_route(call_t *call)
 {
     std::vector<fax_ref_t> refs;
-    delivery_order_t order = {
-        options_.host, call->session.who, text_of(call->body, "inbox"), text_of(call->body, "recipient"), {}};
+    delivery_order_t order = {options_.hosts,
+                              call->session.who,
+                              text_of(call->body, "inbox"),
+                              text_of(call->body, "recipient"),
+                              {}};
     if (!parse_refs(call->body, &refs) || order.inbox.empty() || order.recipient.empty())
         return bad_request("An inbox, a recipient and faxes are needed.");
     for (const fax_ref_t &ref : refs)

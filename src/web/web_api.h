@@ -15,7 +15,7 @@
 namespace faxtray {
 
 struct web_options_t {
-    std::string host = "localhost";  // of faxtrayd
+    std::string hosts = "localhost";  // as of fax_server_t
     public_url_t url = {"", "/", false};
     std::vector<std::string> trusted_proxies;
     bool allow_empty_passwords = false;
