@@ -1,0 +1,22 @@
+// icons: lines on a square of 24 units, drawn with a pen of the text's colour.
+export const paths = {
+  back: "M20 12H5M11 6l-6 6 6 6",
+  close: "M6 6l12 12M18 6L6 18",
+  damage: "M12 4l9 16H3zM12 10v4M12 17v.5",
+  done: "M5 12.5l5 5L19 7",
+  down: "M12 4v11M7 11l5 5 5-5M5 20h14",
+  fit: "M4 5v14M20 5v14M8 12h8M10 9l-3 3 3 3M14 9l3 3-3 3",
+  group: "M9 11a3.5 3.5 0 100-7 3.5 3.5 0 000 7zM2.5 20c0-4 3-6 6.5-6s6.5 2 6.5 6M16 4.5a3.5 3.5 0 010 6M18 14.5c2.2.8 3.5 2.7 3.5 5.5",
+  help: "M9 9a3 3 0 116 0c0 2-3 2.5-3 4.5M12 17v.5",
+  less: "M6 12h12",
+  more: "M6 12h12M12 6v12",
+  next: "M5 9l7 7 7-7",
+  person: "M12 11a3.5 3.5 0 100-7 3.5 3.5 0 000 7zM5 20c0-4 3-6 7-6s7 2 7 6",
+  previous: "M5 15l7-7 7 7",
+  print: "M7 9V4h10v5M7 17H4V9h16v8h-3M7 14h10v6H7z",
+  remove: "M5 7h14M10 7V4h4v3M7 7l1 13h8l1-13M10 11v5M14 11v5",
+  search: "M11 18a7 7 0 100-14 7 7 0 000 14zM16 16l4.5 4.5",
+  send: "M4 12h14M12 6l6 6-6 6",
+  turn: "M19 12a7 7 0 11-2.5-5.4M19 4v4h-4",
+  wait: "M12 20a8 8 0 100-16 8 8 0 000 16zM12 8v4l3 2",
+};
