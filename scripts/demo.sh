@@ -2,7 +2,10 @@
 # Shows the main job: a fax comes in, the front desk sees it and passes it on, by mail as PDF and into an inbox,
 # and the person it is for fetches it as a picture. A sample site, a real faxtrayd and faxregd beside a real rpcbind.
 #
-# usage: scripts/demo.sh    as root; on a fresh Debian 12 it first installs what is missing
+# usage: scripts/demo.sh [--web [PORT]]    as root; on a fresh Debian 12 it first installs what is missing
+#
+# With --web, the sample site stays until it is interrupted, and its front desk can be used with a browser on this machine,
+# at the address that is printed (port 8351 unless another is given).
 #
 # Everything but the build runs on a private host (namespaces) and in a temporary directory, both removed when
 # the demo ends. What it leaves is in build/demo: the fax as a picture, the PDF that was mailed, and a page in HTML
@@ -14,14 +17,32 @@ source scripts/deps.sh
 title() { printf '\n=== %s\n' "$*"; }
 show() { printf '\n$'; printf ' %q' "$@"; echo; "$@"; }
 
-build_and_enter() {
+build() { # TARGET...
     [ "$(id -u)" = 0 ] || { echo "demo.sh: run me as root: the demo makes a private host" >&2; exit 1; }
     need $build_packages $service_packages $sample_packages
     title "Building"
     configure_release
     cmake --build build -j "$(nproc)" --target faxtrayd faxtray faxregd faxtray-import \
-        tiffconv rasterps2 distill on_private_host | tail -n 1
-    exec build/bin/on_private_host bash scripts/demo.sh on-private-host
+        tiffconv rasterps2 distill on_private_host "$@" | tail -n 1
+}
+
+# A private host has a network of its own: what this machine's browser asks reaches faxtray-web through a socket in a
+# directory that both see.
+serve_web() { # PORT
+    need socat
+    build faxtray-web
+    meeting=$(mktemp -d)
+    chmod 700 "$meeting"
+    socat "TCP-LISTEN:$1,bind=127.0.0.1,fork,reuseaddr" "UNIX-CONNECT:$meeting/web" 2>/dev/null &
+    relay=$!
+    trap 'kill $relay $host 2>/dev/null; wait; rm -rf "$meeting"' EXIT
+    trap exit INT TERM HUP
+    host=
+    sleep 0.2
+    kill -0 $relay 2>/dev/null || { echo "demo.sh: port $1 is in use; name another: scripts/demo.sh --web PORT" >&2; exit 1; }
+    TMPDIR=$meeting build/bin/on_private_host bash scripts/demo.sh on-private-host "$meeting/web" "$1" &
+    host=$!
+    wait $host
 }
 
 # Makes new faxes some minutes old: none is listed until it has been unchanged for a minute.
@@ -104,7 +125,35 @@ fetch() {
     show faxtray -u anna list
 }
 
-[ "${1:-}" = on-private-host ] || build_and_enter
+# Faxes that wait at the front desk and in the orders line, and one more each minute, until the demo is interrupted.
+keep_desk_busy() { # SOCKET PORT
+    local n senders=("+99 555 0143" "Harbour Office" "+99 555 0199" "Northern Ferries") kinds=(prices letter form)
+    for n in {1..12}; do
+        gs -q -dSAFER -dBATCH -dNOPAUSE -sDEVICE=pdfwrite "-skind=${kinds[n % 3]}" -dpages=$((n % 4 + 1)) -sPAPERSIZE=a4 \
+            -sOutputFile=letter.pdf "$top/scripts/sample_pages.ps"
+        faxtray-import --modem ttyS0 --sender "${senders[n % 4]}" --subaddress "20$n" letter.pdf &>import.log
+        let_settle $((n * 9))
+    done
+    faxtray-web 2>web.log &
+    until (: </dev/tcp/127.0.0.1/8351) 2>/dev/null; do
+        kill -0 $! 2>/dev/null || { cat web.log; return 1; }
+        sleep 0.05
+    done
+    socat "UNIX-LISTEN:$1,fork" TCP:127.0.0.1:8351 &
+    title "The front desk is at http://127.0.0.1:$2/"
+    echo "Users: desk, password lantern, the front desk; anna, password mainsail. A new fax comes in each minute. Ctrl-C ends it all."
+    while true; do
+        sleep 60
+        faxtray-import --modem ttyS0 --sender "${senders[$((n++ % 4))]}" letter.pdf &>import.log
+    done
+}
+
+case "${1:-}" in
+on-private-host) ;;
+--web) serve_web "${2:-8351}"; exit ;;
+"") build; exec build/bin/on_private_host bash scripts/demo.sh on-private-host ;;
+*) sed -n 's/^# usage: /usage: /p' "$0" >&2; exit 2 ;;
+esac
 
 top=$PWD
 kept=$top/build/demo
@@ -117,6 +166,7 @@ site=$work/site
 
 make_site
 start_daemon
+[ $# = 1 ] || keep_desk_busy "$2" "$3"
 
 title "A fax comes in"
 receive
