@@ -211,8 +211,8 @@ def logins():
         tries = [(user, word) for user in ("bert", "nobody", "open", "") for word in ("", "x", "two words", "y" * 60000)]
         results = list(pool.map(lambda pair: attempt(*pair), tries))
         expect("refused", {status for status, _ in results}, {401})
-        times = [seconds for _, seconds in results]
-        expect("in the same time", min(times) >= 1 and max(times) - min(times) < 0.5 or times, True)
+        times = [min(seconds for _, seconds in results[n : n + 4]) for n in range(0, 16, 4)]  # of each user
+        expect("in the same time", min(times) >= 1 and max(times) - min(times) < 0.3 or times, True)
         results = pool.map(lambda _: attempt("desk", "wrong")[0], range(15))
         expect("after ten failures", sorted(results), [401] * 10 + [429] * 5)
         expect("even with the password", attempt("desk", "lantern")[0], 429)
@@ -250,7 +250,7 @@ def crowds():
     crowd += [half_sent(b"") for _ in range(800)]
     begun = time.monotonic()
     logged_in("anna")
-    expect("log-in beside 1,000 connections", time.monotonic() - begun < 10, True)
+    expect("log-in beside 1,000 connections", time.monotonic() - begun < 20, True)
     endless = half_sent(b"GET / HTTP/1.1\r\n")
     for _ in range(70):
         endless.sendall(b"X-Line: " + b"x" * 1000 + b"\r\n")
