@@ -44,7 +44,11 @@ inline void fuzz_web_request(const uint8_t *bytes, size_t n)
     const std::string client = client_address("127.0.0.1", forwarded, {"127.0.0.1"});
     check(inet_pton(AF_INET, client.c_str(), &parsed) == 1 || client.find(':') != std::string::npos);
 
-    static web_api api({.hosts = "127.0.0.1"});
+    static web_api api([] {
+        web_options_t options;
+        options.hosts = "127.0.0.1";
+        return options;
+    }());
     const http_request request = {method, path, {{name, value}}, body, "127.0.0.1", "",
                                   cookie, "",   origin,          host, forwarded};
     const http_answer answer = api.answer(request);

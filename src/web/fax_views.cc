@@ -85,7 +85,8 @@ static problem fetch(const fax_view_t &view, cached_t *fetched)
 {
     const fax_entry &fax = view.fax;
     if (fax.size == UINT32_MAX)  // that many bytes, or more
-        return problem_t{422, "refused", "The fax is too large to be fetched. Ask the administrator for it."};
+        return web_problem_t{422, "refused",
+                             "The fax is too large to be fetched. Ask the administrator for it."};
     fetched->file = make_unnamed_file();
     bool room = fetched->file || complain_of_room();
     size_t &got = fetched->file_size;
@@ -138,7 +139,7 @@ static bool open_pages(const fax_view_t &view, const cached_t &fetched, fax_page
 
 static problem unsound_problem()
 {
-    return problem_t{422, "refused", "It is damaged, or no fax."};
+    return web_problem_t{422, "refused", "It is damaged, or no fax."};
 }
 
 // Fetches the fax and opens it.
@@ -147,7 +148,7 @@ static problem open_view(const fax_view_t &view, cached_ptr *fetched, fax_pages_
     if (!view.fax.is_fax)
         return unsound_problem();
     if (view.fax.size > most_decoded_fax)
-        return problem_t{422, "refused", "The fax is too large to be shown. Download it as it is."};
+        return web_problem_t{422, "refused", "The fax is too large to be shown. Download it as it is."};
     if (const problem failed = fetched_fax(view, fetched))
         return failed;
     bool sound = false;

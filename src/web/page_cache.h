@@ -22,7 +22,7 @@ using cached_ptr = std::shared_ptr<const cached_t>;
 
 class page_cache {
 public:
-    explicit page_cache(size_t most_bytes) : most_(most_bytes) {}
+    explicit page_cache(size_t most) : most_(most) {}  // bytes
 
     cached_ptr find(const std::string &user, const std::string &key);  // null if it is not there
     // What was used least recently gives way; what is larger than a quarter of the cache does not get in.

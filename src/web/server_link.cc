@@ -14,20 +14,20 @@ static constexpr std::chrono::seconds away_time{2}, away_time_of_several{30};
 
 problem changed_problem()
 {
-    return problem_t{409, "changed", "The fax has changed meanwhile."};
+    return web_problem_t{409, "changed", "The fax has changed meanwhile."};
 }
 
 problem failed_problem()
 {
-    return problem_t{500, "failed", "The server failed; its log says why."};
+    return web_problem_t{500, "failed", "The server failed; its log says why."};
 }
 
 problem busy_problem()
 {
-    return problem_t{503, "busy", "The server is busy. Try again."};
+    return web_problem_t{503, "busy", "The server is busy. Try again."};
 }
 
-problem_t problem_of(const client_failure &failure)
+web_problem_t problem_of(const client_failure &failure)
 {
     const auto says = [&](const char *text) { return failure.message.find(text) != std::string::npos; };
     if (failure.kind == client_failure::MISMATCH)

@@ -13,11 +13,11 @@
 namespace faxtray {
 
 // Why a request is refused: the status, a word for the page and a text for people.
-struct problem_t {
+struct web_problem_t {
     int status;
     std::string word, message;
 };
-using problem = std::optional<problem_t>;  // none: all is well
+using problem = std::optional<web_problem_t>;  // none: all is well
 
 problem changed_problem();  // an id means another fax than the user saw, or none
 problem failed_problem();   // something of our own went wrong; the log says what
@@ -61,6 +61,6 @@ private:
 };
 
 // The same failure as the page is told of it.
-problem_t problem_of(const client_failure &failure);
+web_problem_t problem_of(const client_failure &failure);
 
 }  // namespace faxtray

@@ -72,7 +72,7 @@ static http_answer json_answer(int status, const json &value)
     return answer;
 }
 
-static http_answer refusal(const problem_t &why)
+static http_answer refusal(const web_problem_t &why)
 {
     return json_answer(why.status, {{"error", why.word}, {"message", why.message}});
 }
