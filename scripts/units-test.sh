@@ -12,7 +12,11 @@ work=$(mktemp -d)
 trap 'rm -rf "$work"' EXIT
 root=$work/root
 fail() { printf 'units-test.sh: %s\n' "$*" >&2; exit 1; }
-install_all() { DESTDIR=$root cmake --install "$build" --component server >"$work/log" || { cat "$work/log"; exit 1; }; }
+install_all() {
+    for component in server web; do
+        DESTDIR=$root cmake --install "$build" --component $component >"$work/log" || { cat "$work/log"; exit 1; }
+    done
+}
 
 install_all
 units=$(dirname "$(find "$root" -name faxtrayd.service)")

@@ -74,5 +74,14 @@ faxtrayd serves, as TIFF, PDF, PNG or fax files, and delivers them to others.
 faxconv re-codes fax files, and shows what is in them."
   SECTION comm)
 
+debian_package(web
+  SUMMARY "Inboxes of a Unix fax server in a browser"
+  DESCRIPTION "faxtray-web shows the faxes that faxtrayd serves to users and forwarders in
+their browsers, on this host or behind a web server with TLS. It is a client of
+faxtrayd like any other, and stores nothing."
+  SECTION comm
+  RECOMMENDS "faxtray-server, nginx | httpd"
+  UNITS faxtray-web.service)
+
 set(CPACK_DEBIAN_PACKAGE_DESCRIPTION "Inbox server of a Unix fax server")
 include(CPack)
