@@ -213,8 +213,11 @@ static http_request request_of(const httplib::Request &from)
     request.token = from.get_header_value("X-Faxtray-Token");
     request.origin = from.get_header_value("Origin");
     request.host = from.get_header_value("Host");
-    for (size_t n = 0; n < std::min(from.get_header_value_count("X-Forwarded-For"), most_forwarded); n++)
-        request.forwarded_for += (n ? "," : "") + from.get_header_value("X-Forwarded-For", n);
+    for (size_t n = 0; n < std::min(from.get_header_value_count("X-Forwarded-For"), most_forwarded); n++) {
+        if (n > 0)
+            request.forwarded_for += ',';
+        request.forwarded_for += from.get_header_value("X-Forwarded-For", n);
+    }
     return request;
 }
 
