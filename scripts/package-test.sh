@@ -167,9 +167,9 @@ upgrade() {
 remove() {
     say "Removal"
     faxes >before
-    dpkg -r faxtray-server >remove.log
+    dpkg -r faxtray-server faxtray-web >remove.log
     [ -e /etc/faxtray/USER_LIST.info ] && [ ! -e /usr/sbin/faxtrayd ] || fail "removed too much or too little"
-    dpkg -P faxtray-client >>remove.log
+    dpkg -P faxtray-client faxtray-web >>remove.log
     dpkg -P faxtray-server 2>&1 | tee purge.log | grep /var/lib/faxtray || fail "the purge is silent on the faxes"
     ! grep -E 'warning|not empty' purge.log || fail "the purge left something"
     ls -d /etc/faxtray /var/log/faxtray /etc/logrotate.d/faxtray* /etc/systemd/system/faxtrayd.service.d \
@@ -201,9 +201,9 @@ under_systemd() {
     desk list
 
     echo "removed: stopped"
-    dpkg -r faxtray-server >remove.log
+    dpkg -r faxtray-server faxtray-web >remove.log
     ! grep -l "^fax" /proc/[0-9]*/comm || fail "still running"
-    dpkg -P faxtray-server >purge.log
+    dpkg -P faxtray-server faxtray-web >purge.log
     ! find /etc -name '*fax*' | grep . || fail "left by the purge"
 }
 
