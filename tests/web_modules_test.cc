@@ -28,6 +28,8 @@ TEST(WebAddress, TakesPublicUrlsAsBrowsersWriteThem)
         {"fax.example", nullptr, nullptr, false},
         {"ftp://fax.example", nullptr, nullptr, false},
         {"https:///fax", nullptr, nullptr, false},
+        {"http://:80", nullptr, nullptr, false},
+        {"http://fax.example:80:80", nullptr, nullptr, false},
         {"https://u@fax.example", nullptr, nullptr, false},
         {"https://fax.example/a;b", nullptr, nullptr, false},
     };

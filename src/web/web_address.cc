@@ -34,14 +34,17 @@ bool parse_public_url(const std::string &text, public_url_t *url)
     const size_t host_begin = scheme_end + 3, host_end = std::min(text.find('/', host_begin), text.size());
     std::string host = text.substr(host_begin, host_end - host_begin);
     std::transform(host.begin(), host.end(), host.begin(), [](unsigned char c) { return tolower(c); });
+    const size_t colon = std::min(host.find(':'), host.size());
+    std::string port = host.substr(colon);  // with its colon
+    host.resize(colon);
     if ((scheme != "https" && scheme != "http") || host.empty() ||
-        !has_only(host, std::string(letters_and_digits) + "-._:"))
+        !has_only(host, std::string(letters_and_digits) + "-._") || port == ":" ||
+        (!port.empty() && !has_only(port.substr(1), "0123456789")))
         return false;
     // Browsers leave out the port that a scheme implies.
-    const std::string implied = scheme == "https" ? ":443" : ":80";
-    if (host.ends_with(implied))
-        host.resize(host.size() - implied.size());
-    *url = {scheme + "://" + host, "/", scheme == "https"};
+    if (port == (scheme == "https" ? ":443" : ":80"))
+        port.clear();
+    *url = {scheme + "://" + host + port, "/", scheme == "https"};
     return parse_base_path(text.substr(host_end), &url->base_path);
 }
 
