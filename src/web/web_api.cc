@@ -20,6 +20,7 @@ using nlohmann::json;
 static constexpr size_t cache_bytes = 64 * 1024 * 1024;
 static constexpr int slice = MAX_INDEX_COUNT;      // faxes of an answer
 static constexpr size_t most_faxes_at_once = 500;  // to deliver or to remove
+static constexpr size_t most_user_name = 256;      // bytes
 static constexpr std::chrono::seconds failed_login_delay{1};
 static constexpr char cookie_name[] = "faxtray_session";
 
@@ -215,6 +216,8 @@ http_answer web_api::login_route(call_t *call)
     const auto began = web_clock::now();
     login who = {text_of(call->body, "user"), "", 0};
     const std::string password = text_of(call->body, "password");
+    if (who.user.size() > most_user_name)  // the failed attempts of many such would fill the memory
+        return bad_request("No user has a name that long.");
     const std::string address = client_address(request.peer, request.forwarded_for, options_.trusted_proxies);
     if (!limits_.begin(address, who.user, began))
         return refusal({429, "locked", "Too many failed attempts. Try again in ten minutes."});

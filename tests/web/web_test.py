@@ -54,7 +54,7 @@ def table_of_requests():
     users = {user: logged_in(user) for user in ("anna", "bert", "desk")} | {"-": Browser(PORT)}
     front, back = inbox(users["desk"]), inbox(users["desk"], "Back")
     names = {"inbox": front, "port": PORT, "desk_token": users["desk"].token,
-             "large": '{"x":"' + "x" * 65536 + '"}'}
+             "long": "x" * 257, "large": '{"x":"' + "x" * 65536 + '"}'}
     for name, box in (("anna", {}), ("front", {"inbox": front}), ("back", {"inbox": back})):
         owner = users["desk" if box else "anna"]
         names[name] = urllib.parse.urlencode(reference(faxes(owner, **box)[0]))
