@@ -1,4 +1,4 @@
-// user_directory: where a user's programs keep their files, as the XDG Base Directory Specification has it.
+// user_directory: where a user's programs keep their files, by the XDG base directories of desktops.
 #pragma once
 
 #include <string>
