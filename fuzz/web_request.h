@@ -49,7 +49,7 @@ inline void fuzz_web_request(const uint8_t *bytes, size_t n)
         options.hosts = "127.0.0.1";
         return options;
     }());
-    const http_request request = {method, path, {{name, value}}, body, "127.0.0.1", "",
+    const http_request request = {method, path, {{name, value}}, body, "127.0.0.1",
                                   cookie, "",   origin,          host, forwarded};
     const http_answer answer = api.answer(request);
     check(answer.status != 200 || (!path.starts_with("/api/") && method == "GET"));

@@ -4,7 +4,6 @@
 
 #include <fcntl.h>
 #include <sys/stat.h>
-#include <sys/utsname.h>
 
 #include <algorithm>
 #include <cstdio>
@@ -21,6 +20,8 @@
 #include "config/user_settings.h"
 #include "disk/work_note.h"
 #include "util/command_output.h"
+#include "util/file_lock.h"
+#include "util/process_tag.h"
 #include "util/settings.h"
 #include "util/short_hash.h"
 #include "util/text.h"
@@ -147,14 +148,9 @@ static expiry_result add_inbox(const expiry_t &wish, const lists_t &lists, const
 // Whether a daemon runs in the work directory: faxtrayd keeps a lock there as long as it lives.
 static bool daemon_works_here()
 {
-    struct utsname host;
-    if (uname(&host) != 0)
-        return false;
-    const std::string path = std::string(dvWork_dir) + "/trayd_lock." + host.nodename;
+    const std::string path = std::string(dvWork_dir) + "/trayd_lock." + host_name();
     const unique_fd fd(open(path.c_str(), O_RDONLY | O_CLOEXEC));
-    struct flock whole = {};
-    whole.l_type = F_WRLCK;
-    return fd && fcntl(fd.get(), F_GETLK, &whole) == 0 && whole.l_type != F_UNLCK;
+    return fd && is_locked(fd.get());
 }
 
 static expiry_result find_inboxes(const expiry_t &wish, const std::vector<std::string> &names,

@@ -208,7 +208,6 @@ static http_request request_of(const httplib::Request &from)
         request.query.emplace(name, value);
     request.body = from.body;
     request.peer = from.remote_addr;
-    request.content_type = from.get_header_value("Content-Type");
     request.cookie = from.get_header_value("Cookie");
     request.token = from.get_header_value("X-Faxtray-Token");
     request.origin = from.get_header_value("Origin");

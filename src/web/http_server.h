@@ -2,7 +2,7 @@
 // behind it, cpp-httplib, is known to this module alone.
 //
 // A connection carries one request, so a request that was refused half read cannot spoil the next, and an
-// idle browser holds nothing. A request has ten seconds to arrive whole, an answer five minutes to be taken.
+// idle browser holds nothing. A request has five seconds to arrive whole, an answer five minutes to be taken.
 #pragma once
 
 #include <netinet/in.h>
@@ -30,7 +30,7 @@ struct http_request {
     std::string peer;  // the other end of the connection: an address, no name
     // Header lines, "" for none. Of several lines of one name the first counts, but of `forwarded_for` all,
     // joined by commas.
-    std::string content_type, cookie, token, origin, host, forwarded_for;
+    std::string cookie, token, origin, host, forwarded_for;
 
     // The value of that name in the query, or "".
     const std::string &parameter(const std::string &name) const;

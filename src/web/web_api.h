@@ -35,8 +35,6 @@ public:
 
 private:
     static const route_t routes[];
-    http_answer route(call_t *call);
-
     http_answer login_route(call_t *call);
     http_answer logout_route(call_t *call);
     http_answer session_route(call_t *call);
