@@ -283,6 +283,16 @@ static bool settle(watch_t *watch)
     return true;
 }
 
+// Of faxes that have left the inbox before they could be dealt with.
+static void forget_retries(watch_t *watch)
+{
+    std::unordered_map<std::string, retry_t> kept;
+    for (const fax_entry &fax : watch->waiting)
+        if (auto retry = watch->retries.extract(lasting_key(fax)))
+            kept.insert(std::move(retry));
+    watch->retries = std::move(kept);
+}
+
 // Deals with the faxes whose turn it is; those that fail stay. False when standard output takes no more.
 static bool deal_with_all(watch_t *watch)
 {
@@ -308,6 +318,7 @@ static bool deal_with_all(watch_t *watch)
         left.push_back(fax);
     }
     watch->waiting = std::move(left);
+    forget_retries(watch);
     return settle(watch);
 }
 
